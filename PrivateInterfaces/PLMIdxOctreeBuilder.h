@@ -1,0 +1,131 @@
+#ifndef PLMIdxOctreeBuilder_h
+#define PLMIdxOctreeBuilder_h
+
+#include "GridloomExport.h"
+#include "IDX_Bool.h"
+#include "IDX_Triangle.h"
+#include "PLMIdxWTOptimOctree_0.h"
+#include "PLMIdxWTWorkingOctree.h"
+
+/// Turns a triangle mesh into a stored octree: chooses depth and box, draws the triangles, tells
+/// inside from outside and packs the result.
+///
+/// A whole mesh: SetParameters, optionally SetCuboid, DrawGeometry, then GetOctreeStream or GetOctree.
+/// A stream: SetParameters, Init, optionally SetCuboid, DrawTriangle for each triangle, optionally
+/// ReduceDepth, End, then GetOctreeStream or GetOctree.
+///
+/// A builder may be used again, also after a failure; its parameters stay. It belongs to one thread,
+/// and owns two blocks of IDX_Base_Constants::MAX_OCTREE_SIZE bytes, of which only what is used counts.
+class GRIDLOOM_API PLMIdxOctreeBuilder {
+public:
+    /// Depth at most 6, no wanted cell side.
+    PLMIdxOctreeBuilder();
+    PLMIdxOctreeBuilder(const PLMIdxOctreeBuilder&) = delete;
+    PLMIdxOctreeBuilder& operator=(const PLMIdxOctreeBuilder&) = delete;
+    ~PLMIdxOctreeBuilder();
+
+    // The order of the virtual operations is part of the interface.
+
+    /// Stores the parameters of all further builds and checks nothing.
+    /// @param iMaxDepth      highest depth that may be chosen, at most 19; the coarsest is 2
+    /// @param iVoxelSize     wanted side of a cell of the last level, in model units
+    /// @param iUseVoxelSize  a stream takes its depth from `iVoxelSize` when IDX_True, else from
+    ///                       `iMaxDepth` alone. A whole mesh looks at both whatever stands here.
+    virtual void SetParameters(int iMaxDepth, float iVoxelSize, IDX_Bool iUseVoxelSize);
+
+    /// Starts a stream of triangles in the box from `iLow` to `iHigh`. A box that is small against its
+    /// distance from the origin is told on the standard output ("small and far object"), and the object
+    /// becomes one full box. The cuboid is cleared but for such a box.
+    /// @return IDX_S_OK; IDX_E_OUT_OF_MEMORY when the arena can't be had; IDX_E_FAIL when it is too
+    ///         small for a root
+    virtual long int Init(IDX_Point iLow, IDX_Point iHigh);
+
+    /// Gives the octree a cuboid, which building doesn't look at. In a stream after Init, for a whole
+    /// mesh before DrawGeometry.
+    virtual void SetCuboid(IDX_Base_4x4Matrix const& iMatrix, IDX_Point iPoint1, IDX_Point iPoint2);
+
+    /// Ends a stream: fills and packs. A further End needs a ReduceDepth before it.
+    /// @return IDX_S_OK, or IDX_E_FAIL when the packing failed. A fill that failed leaves the surface
+    ///         alone and is no failure.
+    virtual long int End();
+
+    /// Builds the octree of a whole mesh. The box is the cube around the triangles with a margin. A mesh
+    /// that exhausts the arena is drawn again one level less deep, down to depth 2.
+    /// @param iPoints     `iNPoints` vertices; only read
+    /// @param iTriangles  `iNTriangles` triples of indices below `iNPoints`; only read
+    /// @return IDX_S_OK, also for an empty mesh (a null array or a count of 0), which gives the empty
+    ///         octree; IDX_E_FAIL with "PLMIdxOctreeBuilder.DrawGeometry.IncorrectPoint" for an index out
+    ///         of range, and when even depth 2 or the packing doesn't fit
+    virtual long int DrawGeometry(
+        IDX_Point const* iPoints,
+        unsigned int iNPoints,
+        IDX_Triangle const* iTriangles,
+        unsigned int iNTriangles);
+
+    /// Draws one triangle of a stream: marks every cell of the last level that it touches.
+    /// @return IDX_S_OK when it is drawn, IDX_S_NOTHING_DONE when it touches no cell, IDX_E_FAIL when the
+    ///         arena is full or there is no octree to draw into
+    virtual long int DrawTriangle(IDX_Point const& iP1, IDX_Point const& iP2, IDX_Point const& iP3);
+
+    /// The stored image of the last build.
+    /// @param oSize  its length in bytes
+    /// @return a new block, owned by the caller, who gives it back with delete[]
+    virtual unsigned char const* GetOctreeStream(unsigned int& oSize);
+
+    /// Cuts the octree under construction by one level. The packed octree follows at the next End.
+    /// @return IDX_S_OK, or IDX_E_FAIL at depth 2 and below and when the cut failed
+    virtual long int ReduceDepth();
+
+    /// The packed octree of the last build, owned by the builder and changed by its next build.
+    PLMIdxWTOptimOctree_0 const& GetOctree() { return _optimOctree; }
+
+    /// Depth of the octree under construction.
+    int GetDepth() { return static_cast<int>(_workingOctree._depth); }
+
+    /// Number of non-empty cells of each level as drawn, before the fill:
+    /// PLMIdxWTWorkingOctree::MAXDEPTH entries, valid as long as the builder lives.
+    int* GetNCellsByDepth();
+
+protected:
+    /// Draws a mesh into an octree that has its depth and box, through the virtual DrawTriangle.
+    /// @return IDX_S_OK, IDX_S_NOTHING_DONE when no triangle touched a cell, a negative value on failure
+    long int DrawTriangles(
+        IDX_Point const* iPoints,
+        unsigned int iNPoints,
+        IDX_Triangle const* iTriangles,
+        unsigned int iNTriangles);
+
+    /// Marks the cells of the last level that a triangle touches below one cell.
+    /// @param iIterator  the cell
+    /// @param iCentre    its centre, 3 floats
+    /// @param iHalfSize  its half-size, 3 floats
+    /// @param iTriangle  the vertices
+    /// @param iBounds    minimum (row 0) and maximum (row 1) of the vertices
+    /// @param iDepth     depth of the octree
+    /// @param iFactor    enlarges the boxes that are given to the overlap test
+    /// @return IDX_S_OK, IDX_S_NOTHING_DONE when no cell is touched, IDX_E_FAIL
+    long int DrawTriangle2(
+        IDX_Base_Octree_Iterator const& iIterator,
+        float* const iCentre,
+        float const* const iHalfSize,
+        float (*const iTriangle)[3],
+        float (*const iBounds)[3],
+        int iDepth,
+        float iFactor);
+
+    PLMIdxWTWorkingOctree _workingOctree;  ///< the octree under construction
+    PLMIdxWTOptimOctree_0 _optimOctree;    ///< the finished one
+    int _maxDepth;                         ///< highest depth that may be chosen
+    float _voxelSize;                      ///< wanted side of a cell of the last level
+    IDX_Bool _useVoxelSize;                ///< IDX_True: a stream's depth follows from _voxelSize
+    bool _smallAndFar;                     ///< set by Init: nothing is drawn, triangles are counted
+    int _nDrawnTriangles;                  ///< triangles counted since Init
+
+private:
+    void InitOctreeParams(IDX_Point iLow, IDX_Point iHigh);
+    void GetDepthAndVoxelSize(float const& iExtent, int& oDepth, float& oVoxelSize) const;
+    void ConstructEmpty();
+    long int FillAndPack();
+};
+
+#endif

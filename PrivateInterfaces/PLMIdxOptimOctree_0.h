@@ -1,0 +1,49 @@
+#ifndef PLMIdxOptimOctree_0_h
+#define PLMIdxOptimOctree_0_h
+
+#include "GridloomExport.h"
+#include "PLMIdxIBaseOctree.h"
+
+/// The compact, stored form of an octree, for reading: a view on an image that somebody else owns.
+/// The image is walked where it lies, without parsing or copying.
+/// Its bytes: docs/file-formats.md, "Octree image".
+///
+/// A loaded object may be walked by several threads, each with its own iterator.
+class GRIDLOOM_API PLMIdxOptimOctree_0 : public PLMIdxIBaseOctree {
+public:
+    /// An empty octree of depth 0.
+    PLMIdxOptimOctree_0();
+    PLMIdxOptimOctree_0(const PLMIdxOptimOctree_0&) = delete;
+    PLMIdxOptimOctree_0& operator=(const PLMIdxOptimOctree_0&) = delete;
+
+    // The order of the virtual operations is part of the interface.
+
+    /// Frees nothing: the image belongs to whoever gave it.
+    ~PLMIdxOptimOctree_0() override;
+
+    IDX_Base_Octree_TestResult Test(
+        IDX_Base_Octree_Iterator const& iIterator, unsigned int iChild) const override;
+
+    /// Fails with IDX_E_FAIL below the last level, and from a node into a child that isn't
+    /// OCTREE_PARTIAL; `offset` stays then, and `depth` has grown even so.
+    long int Move(IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild) const override;
+
+    int GetSizeInFiles() const override;
+
+    /// Not available yet: IDX_E_NOT_IMPLEMENTED.
+    long int Save(
+        IDX_WT_SplittedFile& ioFile, unsigned int& oPart, unsigned int& oOffset) const override;
+
+    /// Makes this object a view on the image at `iBuffer`, which must outlive it and stay in place.
+    /// The records are trusted: neither copied nor examined. Constant time.
+    /// @param iBuffer  the first byte of the header; any alignment
+    /// @return IDX_S_OK, or IDX_E_FAIL for a null buffer, another type or another version; the
+    ///         object is then as before
+    long int Load(void* iBuffer) override;
+
+protected:
+    unsigned int _size;      ///< bytes of the records
+    unsigned char* _buffer;  ///< first record, null in a new object
+};
+
+#endif
