@@ -5,7 +5,7 @@
 packages_build=(g++ cmake ninja-build)
 packages_tools=(libassimp-dev libpng-dev libfreetype-dev fonts-dejavu-core)
 packages_tests=(libgtest-dev libgmp-dev)
-packages_check=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git)
+packages_check=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config shellcheck)
 packages_bench=(libbenchmark-dev libopenvdb-dev libtbb-dev libboost-dev)
 packages_coverage=(gcovr)
 packages_demo=(assimp-testmodels)
@@ -32,6 +32,12 @@ as_root() {
     fi
 }
 
+# apt-get without questions: waits for another one's lock and tries a broken download again.
+apt_get() {
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y \
+        -o DPkg::Lock::Timeout=600 -o Acquire::Retries=3 -o Dpkg::Use-Pty=0 "$@" </dev/null
+}
+
 # need_packages PACKAGE...: installs those that are missing; silent when there are none.
 need_packages() {
     local missing
@@ -40,11 +46,9 @@ need_packages() {
         return 0
     fi
     if ! command -v apt-get >/dev/null; then
-        echo "$0: please install the equivalents of these Debian packages: ${missing[*]}" >&2
+        echo "$0: please install what these Debian packages hold: ${missing[*]}" >&2
         return 1
     fi
     echo "== Installing packages: ${missing[*]}"
-    as_root apt-get -qq update &&
-        as_root env DEBIAN_FRONTEND=noninteractive \
-            apt-get -qq -y --no-install-recommends install "${missing[@]}" </dev/null >&2
+    apt_get update && apt_get --no-install-recommends install "${missing[@]}" >/dev/null
 }
