@@ -8,6 +8,10 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# An installed program or library finds the libraries by its own place: a prefix may be moved.
+file(RELATIVE_PATH gridloom_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/${gridloom_bin_to_lib}")
+
 function(gridloom_settings target)
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Wundef
@@ -31,6 +35,7 @@ function(gridloom_library_settings target)
     target_compile_options(${target} PRIVATE -fno-exceptions)
     # Boxes are worked out in inline header code: users need the same arithmetic.
     target_compile_options(${target} INTERFACE -ffp-contract=off)
+    target_compile_features(${target} INTERFACE cxx_std_14)
     if(NOT GRIDLOOM_SANITIZE)
         target_link_options(${target} PRIVATE -Wl,--no-undefined)
     endif()
