@@ -3,6 +3,9 @@
 
 #include "PLMIdxOptimOctree_0.h"
 
+template <class Source>
+class CompactOctreePacker;
+
 /// The compact octree with a block of its own, for writing: packs any octree into the stored form
 /// and hands the image out. It is itself a readable octree.
 ///
@@ -45,6 +48,9 @@ public:
     bool operator==(const PLMIdxWTOptimOctree_0& iOther) const;
 
 protected:
+    template <class Source>
+    friend class CompactOctreePacker;  ///< the library's own packing walk
+
     /// Empties the octree and lays out the root record.
     long int Reset();
 

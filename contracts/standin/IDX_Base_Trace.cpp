@@ -1,0 +1,62 @@
+#include "IDX_Base_Trace.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+bool DebugIsShown() {
+    static const char* const level = std::getenv("KEELSTONE_TRACE");
+    static const bool shown = level != nullptr && std::strcmp(level, "debug") == 0;
+    return shown;
+}
+
+void WriteToStandardError(IDX_Base_Trace::Level iLevel, const char* iLine, void*) {
+    if (iLevel == IDX_Base_Trace::LevelDebug && !DebugIsShown()) return;
+    std::fprintf(stderr, "%s\n", iLine);
+}
+
+IDX_Base_Trace::Sink theSink = WriteToStandardError;
+void* theContext = nullptr;
+
+/// Formats the whole line, whatever its length, and hands it to the sink. A line that doesn't fit
+/// the stack and finds no memory is cut, since tracing never fails.
+void Trace(IDX_Base_Trace::Level iLevel, const char* iFormat, va_list iArguments) {
+    char shortLine[512];
+    va_list again;
+    va_copy(again, iArguments);
+    const int length = std::vsnprintf(shortLine, sizeof(shortLine), iFormat, iArguments);
+    char* longLine = nullptr;
+    if (length >= static_cast<int>(sizeof(shortLine))) {
+        const std::size_t bytes = static_cast<std::size_t>(length) + 1;
+        longLine = static_cast<char*>(std::malloc(bytes));
+        if (longLine != nullptr) (void)std::vsnprintf(longLine, bytes, iFormat, again);
+    }
+    va_end(again);
+    if (length >= 0) theSink(iLevel, longLine != nullptr ? longLine : shortLine, theContext);
+    std::free(longLine);
+}
+
+}  // namespace
+
+void IDX_Base_Trace::Debug(const char* iFormat, ...) {
+    if (theSink == WriteToStandardError && !DebugIsShown()) return;
+    va_list arguments;
+    va_start(arguments, iFormat);
+    Trace(LevelDebug, iFormat, arguments);
+    va_end(arguments);
+}
+
+void IDX_Base_Trace::Info(const char* iFormat, ...) {
+    va_list arguments;
+    va_start(arguments, iFormat);
+    Trace(LevelInfo, iFormat, arguments);
+    va_end(arguments);
+}
+
+void IDX_Base_Trace::SetSink(Sink iSink, void* iContext) {
+    theSink = iSink != nullptr ? iSink : WriteToStandardError;
+    theContext = iSink != nullptr ? iContext : nullptr;
+}

@@ -1,0 +1,233 @@
+#include "OctreeTriangleDrawer.h"
+
+#include "TraceFailure.h"
+#include "WorkingOctreeRecords.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+
+namespace {
+
+constexpr float kFirstFactor = 1.0f;
+constexpr float kSecondFactor = 1.0001f;
+constexpr unsigned int kCodeBits = 32;
+
+/// Both bits of the field of each child in a mask of children.
+constexpr std::array<unsigned short, 256> kSurfaceFields = [] {
+    std::array<unsigned short, 256> table = {};
+    for (unsigned int mask = 0; mask < 256; ++mask) {
+        unsigned int fields = 0;
+        for (unsigned int c = 0; c < kChildren; ++c) fields |= (mask >> c & 1u) * 3u << (2 * c);
+        table[mask] = static_cast<unsigned short>(fields);
+    }
+    return table;
+}();
+
+/// Lanes x, y, z that are all ones where the child number has a bit.
+const __m128i kHighHalves[kChildren] = {
+    _mm_setr_epi32(0, 0, 0, 0),   _mm_setr_epi32(-1, 0, 0, 0),   _mm_setr_epi32(0, -1, 0, 0),
+    _mm_setr_epi32(-1, -1, 0, 0), _mm_setr_epi32(0, 0, -1, 0),   _mm_setr_epi32(-1, 0, -1, 0),
+    _mm_setr_epi32(0, -1, -1, 0), _mm_setr_epi32(-1, -1, -1, 0),
+};
+
+__m128 Vector(const IDX_Point& iPoint) {
+    return _mm_setr_ps(iPoint.x, iPoint.y, iPoint.z, 0.0f);
+}
+
+/// The low 32 bits of a float cut to a 64-bit integer; 0 for a float that has none.
+unsigned int LowBitsOf(float iValue) {
+    if (!(iValue >= -0x1p63f && iValue < 0x1p63f)) return 0;
+    return static_cast<unsigned int>(static_cast<std::int64_t>(iValue));
+}
+
+/// The child in which a code lies, `iLevel` steps down from the root.
+unsigned int ChildAt(const unsigned int (&iCode)[3], unsigned int iLevel) {
+    const unsigned int bit = kCodeBits - 1 - iLevel;
+    return (iCode[0] >> bit & 1u) | (iCode[1] >> bit & 1u) << 1 | (iCode[2] >> bit & 1u) << 2;
+}
+
+/// The number of leading bits in which two codes agree on all three axes.
+unsigned int CommonLevels(const unsigned int (&iA)[3], const unsigned int (&iB)[3]) {
+    const unsigned int differences = (iA[0] ^ iB[0]) | (iA[1] ^ iB[1]) | (iA[2] ^ iB[2]);
+    return static_cast<unsigned int>(std::countl_zero(differences));
+}
+
+/// Of eight two-bit states, a mask of the children that are OCTREE_FULL.
+unsigned int FullOf(unsigned int iStates) {
+    const unsigned int full = iStates >> 1 & ~iStates & 0x5555u;
+    if (full == 0) return 0;
+    unsigned int children = 0;
+    for (unsigned int c = 0; c < kChildren; ++c) children |= (full >> (2 * c) & 1u) << c;
+    return children;
+}
+
+}  // namespace
+
+OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
+    : _octree(ioOctree),
+      _depth(ioOctree._depth),
+      _arena(WorkingOctreeAccess::Arena(ioOctree)),
+      _nCellsByDepth(WorkingOctreeAccess::Counts(ioOctree)),
+      _origin(Vector(ioOctree._bbOrigin)),
+      _size(Vector(ioOctree._bbSize)),
+      _lastCode{},
+      _known(0) {
+    _extents[0] = _size;
+    for (unsigned int level = 1; level <= _depth; ++level) {
+        _extents[level] = _extents[level - 1] * _mm_set1_ps(0.5f);
+    }
+    _lows[0] = _origin;
+}
+
+OctreeTriangleDrawer::VertexCode OctreeTriangleDrawer::CodeOf(const IDX_Point& iPoint) const {
+    alignas(16) float fractions[4];
+    _mm_store_ps(fractions, (Vector(iPoint) - _origin) / _size * _mm_set1_ps(0x1p32f));
+    return {
+        {LowBitsOf(fractions[0]), LowBitsOf(fractions[1]), LowBitsOf(fractions[2])}
+    };
+}
+
+long int OctreeTriangleDrawer::Draw(
+    const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn) {
+    unsigned int level = 0;
+    switch (WalkCommonPath(iCodes, level)) {
+        case Walk::Done:
+            return IDX_S_OK;
+        case Walk::Failed:
+            return TraceStatus(
+                "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.MoveCreate", IDX_E_FAIL);
+        case Walk::Parted:
+            break;
+    }
+    const float vertices[3][3] = {
+        {iVertices[0]->x, iVertices[0]->y, iVertices[0]->z},
+        {iVertices[1]->x, iVertices[1]->y, iVertices[1]->z},
+        {iVertices[2]->x, iVertices[2]->y, iVertices[2]->z},
+    };
+    const __m128 halfSize = _extents[level] * _mm_set1_ps(0.5f);
+    const __m128 centre = _lows[level] + halfSize;
+    TriangleCells triangle(vertices, kFirstFactor);
+    long int status = DrawBelow(_path[level], centre, halfSize, triangle, _depth);
+    if (IDX_Failed(status)) {
+        return TraceStatus(
+            "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2", IDX_E_FAIL);
+    }
+    if (status == IDX_S_NOTHING_DONE) {
+        triangle.SetFactor(kSecondFactor);
+        status = DrawBelow(_path[level], centre, halfSize, triangle, _depth);
+        if (IDX_Failed(status)) {
+            return TraceStatus(
+                "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2 - Second "
+                "attempt",
+                IDX_E_FAIL);
+        }
+    }
+    if (status == IDX_S_OK) ++ioNDrawn;
+    return status;
+}
+
+/// The first stage.
+/// @param oLevel  where the vertices part: level of the cell that still holds all three
+OctreeTriangleDrawer::Walk OctreeTriangleDrawer::WalkCommonPath(
+    const VertexCode (&iCodes)[3], unsigned int& oLevel) {
+    const auto& code = iCodes[0].axes;
+    const unsigned int common =
+        std::min(CommonLevels(code, iCodes[1].axes), CommonLevels(code, iCodes[2].axes));
+    const unsigned int end = std::min(common, _depth);
+    unsigned int level = std::min({CommonLevels(code, _lastCode.axes), _known, end});
+    for (; level < end; ++level) {
+        const Walk walk = StepInto(ChildAt(code, level), level);
+        if (walk != Walk::Parted) {
+            Remember(iCodes[0], level);
+            return walk;
+        }
+    }
+    Remember(iCodes[0], level);
+    oLevel = level;
+    return level == _depth ? Walk::Done : Walk::Parted;
+}
+
+void OctreeTriangleDrawer::Remember(const VertexCode& iCode, unsigned int iLevel) {
+    _lastCode = iCode;
+    _known = std::min(iLevel, _depth - 2);
+}
+
+/// One step of the first stage, from the cell of a level into a child.
+OctreeTriangleDrawer::Walk OctreeTriangleDrawer::StepInto(
+    unsigned int iChild, unsigned int iLevel) {
+    _path[iLevel + 1] = _path[iLevel];
+    if (_octree.PLMIdxWorkingOctree::Test(_path[iLevel], iChild) == OCTREE_FULL) return Walk::Done;
+    if (IDX_Failed(_octree.MoveCreate(_path[iLevel + 1], iChild))) return Walk::Failed;
+    const __m128 step = _mm_and_ps(_mm_castsi128_ps(kHighHalves[iChild]), _extents[iLevel + 1]);
+    _lows[iLevel + 1] = _lows[iLevel] + step;
+    return Walk::Parted;
+}
+
+/// Children that are OCTREE_FULL: they need no drawing, and a triangle that reaches one is drawn.
+unsigned int OctreeTriangleDrawer::FullChildren(
+    unsigned int iOffset, unsigned int iLevelsBelow) const {
+    if (iLevelsBelow != 2) return FullOf(WordAt(_arena, iOffset));
+    const NodeSet& nodeSet = NodeSetAt(_arena, iOffset);
+    unsigned int children = 0;
+    for (unsigned int c = 0; c < kChildren; ++c) {
+        children |= static_cast<unsigned int>(nodeSet.words[c] == kFullGroup) << c;
+    }
+    return children;
+}
+
+long int OctreeTriangleDrawer::DrawBelow(
+    const IDX_Base_Octree_Iterator& iIterator,
+    __m128 iCentre,
+    __m128 iHalfSize,
+    TriangleCells& ioTriangle,
+    unsigned int iLastDepth) {
+    const unsigned int levelsBelow = _depth - iIterator.depth;
+    if (levelsBelow == 1) return DrawInLeafGroup(iIterator.offset, iCentre, iHalfSize, ioTriangle);
+
+    const unsigned int full = FullChildren(iIterator.offset, levelsBelow);
+    const ChildCells cells = ioTriangle.Children(iCentre, iHalfSize, full);
+    bool drawn = (cells.reached & full) != 0;
+    for (unsigned int rest = cells.touched | cells.open; rest != 0; rest &= rest - 1) {
+        const auto c = static_cast<unsigned int>(std::countr_zero(rest));
+        bool touched = (cells.touched >> c & 1u) != 0;
+        if (!touched && !ioTriangle.DecideExactly(cells, c, touched)) return IDX_E_FAIL;
+        if (!touched) continue;
+        IDX_Base_Octree_Iterator child = iIterator;
+        if (IDX_Failed(_octree.MoveCreate(child, c))) return IDX_E_FAIL;
+        if (child.depth == iLastDepth) {
+            drawn = true;
+            continue;
+        }
+        const __m128 high = _mm_castsi128_ps(kHighHalves[c]);
+        const __m128 centre =
+            _mm_or_ps(_mm_and_ps(high, cells.centres[1]), _mm_andnot_ps(high, cells.centres[0]));
+        const long int status = DrawBelow(child, centre, cells.halfSize, ioTriangle, iLastDepth);
+        if (IDX_Failed(status)) return IDX_E_FAIL;
+        drawn = drawn || status == IDX_S_OK;
+    }
+    return drawn ? IDX_S_OK : IDX_S_NOTHING_DONE;
+}
+
+long int OctreeTriangleDrawer::DrawInLeafGroup(
+    unsigned int iOffset, __m128 iCentre, __m128 iHalfSize, TriangleCells& ioTriangle) {
+    unsigned short& word = WordAt(_arena, iOffset);
+    const unsigned int full = FullOf(word);
+    const ChildCells cells = ioTriangle.Children(iCentre, iHalfSize, full);
+    unsigned int marked = cells.touched;
+    bool decided = true;
+    for (unsigned int rest = cells.open; rest != 0 && decided; rest &= rest - 1) {
+        const auto c = static_cast<unsigned int>(std::countr_zero(rest));
+        bool touched = false;
+        decided = ioTriangle.DecideExactly(cells, c, touched);
+        if (touched) marked |= 1u << c;
+        if (!decided) marked &= (1u << c) - 1;  // what lies behind isn't drawn
+    }
+    const unsigned int fields = kSurfaceFields[marked];
+    const unsigned int fresh = fields & 0x5555u & ~(word | word >> 1);
+    _nCellsByDepth[_depth] += std::popcount(fresh);
+    word = static_cast<unsigned short>(word | fields);
+    if (!decided) return IDX_E_FAIL;
+    return (marked | (cells.reached & full)) != 0 ? IDX_S_OK : IDX_S_NOTHING_DONE;
+}
