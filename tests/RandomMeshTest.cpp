@@ -1,0 +1,227 @@
+// The library beside the flat reference: status, trace, depth, counts and image bytes.
+// GRIDLOOM_RANDOM_MESHES: how many meshes, shared out evenly; GRIDLOOM_RANDOM_SEED: the first seed;
+// GRIDLOOM_MESHES: a folder of mesh files to compare as well, at depth 7.
+
+#include "AdjustableConstants.h"
+#include "Images.h"
+#include "ReferenceBuilder.h"
+#include "TraceRecorder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#ifdef GRIDLOOM_HAS_ASSIMP
+#include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include <filesystem>
+#endif
+
+namespace {
+
+unsigned long FromEnvironment(const char* name, unsigned long otherwise) {
+    const char* text = std::getenv(name);
+    return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
+}
+
+/// The two builders with the same parameters, fed with the same calls.
+struct Pair {
+    TraceRecorder trace;
+    PLMIdxOctreeBuilder library;
+    reference::Builder plain{arenaSize, boxMargin};
+
+    void SetParameters(int maxDepth, float voxelSize, IDX_Bool useVoxelSize) {
+        library.SetParameters(maxDepth, voxelSize, useVoxelSize);
+        plain.SetParameters(maxDepth, voxelSize, useVoxelSize);
+    }
+
+    void SetCuboid(IDX_Point a, IDX_Point b) {
+        IDX_Base_4x4Matrix matrix;
+        matrix.coefficients[1][2] = a.x;
+        library.SetCuboid(matrix, a, b);
+        plain.SetCuboid(matrix, a, b);
+    }
+
+    void ExpectSameStatus(long int ofLibrary, long int ofPlain) {
+        ASSERT_EQ(ofLibrary, ofPlain);
+        ASSERT_EQ(trace.Take(), std::exchange(plain.trace, {}));
+    }
+
+    void ExpectSameTree() {
+        ASSERT_EQ(library.GetDepth(), static_cast<int>(plain.tree.depth));
+        for (std::size_t level = 0; level < plain.tree.counts.size(); ++level)
+            ASSERT_EQ(library.GetNCellsByDepth()[level], plain.tree.counts[level]) << level;
+    }
+
+    void ExpectSameImage() {
+        const Bytes image = ImageOf(library);
+        const auto [a, b] = std::mismatch(
+            image.begin(), image.end(), plain.image.begin(), plain.image.end());
+        ASSERT_EQ(image.size(), plain.image.size()) << "first difference at " << a - image.begin();
+        ASSERT_TRUE(a == image.end()) << "bytes differ at " << a - image.begin();
+    }
+
+    void DrawGeometry(const Mesh& mesh) {
+        ASSERT_NO_FATAL_FAILURE(ExpectSameStatus(Draw(library, mesh), plain.DrawGeometry(mesh)));
+        ASSERT_NO_FATAL_FAILURE(ExpectSameTree());
+        ASSERT_NO_FATAL_FAILURE(ExpectSameImage());
+    }
+
+    void DrawTriangle(const Mesh& mesh, const IDX_Triangle& triangle) {
+        const IDX_Point& a = mesh.points[triangle.vertices[0]];
+        const IDX_Point& b = mesh.points[triangle.vertices[1]];
+        const IDX_Point& c = mesh.points[triangle.vertices[2]];
+        ExpectSameStatus(library.DrawTriangle(a, b, c), plain.DrawTriangle(a, b, c));
+    }
+
+    void ReduceDepth() {
+        ASSERT_NO_FATAL_FAILURE(ExpectSameStatus(library.ReduceDepth(), plain.ReduceDepth()));
+        ASSERT_NO_FATAL_FAILURE(ExpectSameTree());
+    }
+
+    void End() {
+        ASSERT_NO_FATAL_FAILURE(ExpectSameStatus(library.End(), plain.End()));
+        ASSERT_NO_FATAL_FAILURE(ExpectSameTree());
+        ASSERT_NO_FATAL_FAILURE(ExpectSameImage());
+    }
+};
+
+/// Fewer triangles at great depth, where each draws many cells.
+Mesh MeshForDepth(Random& random, int maxDepth, bool hostile) {
+    static constexpr unsigned int kTriangles[] = {1, 1, 200, 200, 120, 60, 30, 16};
+    return RandomMesh(random, 1 + random.Below(kTriangles[maxDepth]), hostile);
+}
+
+/// From one byte too small for a root up to room for a few hundred records.
+unsigned int SmallArena(Random& random, unsigned int least) {
+    return least + random.Below(1u << (6 + random.Below(11)));
+}
+
+void CompareWholeMeshes(unsigned long seed, bool smallArena) {
+    Random random(seed);
+    const ArenaSize arena(smallArena ? SmallArena(random, 51) : arenaSize);
+    Pair pair;
+    for (unsigned int use = 1 + random.Below(2); use > 0; --use) {
+        const int maxDepth = 2 + static_cast<int>(random.Below(6));
+        const float side = random.OneIn(3) ? random.Between(0, 0.5) : 0.0f;
+        pair.SetParameters(maxDepth, side, random.OneIn(2) ? IDX_True : IDX_False);
+        if (random.OneIn(8)) pair.SetCuboid(random.PointIn(0, 1), random.PointIn(0, 1));
+        const bool hostile = random.OneIn(6);
+        const Mesh mesh = MeshForDepth(random, maxDepth, hostile);
+        ASSERT_NO_FATAL_FAILURE(pair.DrawGeometry(mesh));
+    }
+}
+
+/// Where a stream's box lies: most meshes are within -1 to 1.
+void RandomBox(Random& random, IDX_Point& low, IDX_Point& high) {
+    low = {-1, -1, -1};
+    high = {1, 1, 1};
+    if (random.OneIn(3)) low = random.PointIn(-2, 0);
+    if (random.OneIn(3)) high = random.PointIn(0, 2);
+    if (random.OneIn(12)) low.x = high.x = random.Between(-2, 2);
+}
+
+void CompareStreams(unsigned long seed, bool smallArena) {
+    Random random(seed);
+    const ArenaSize arena(smallArena ? SmallArena(random, 212) : arenaSize);
+    boxMargin = random.OneIn(2) ? 0.001f : 0.0f;  // without a margin vertices lie on cell borders
+    Pair pair;
+    for (unsigned int use = 1 + random.Below(2); use > 0; --use) {
+        const int maxDepth = 2 + static_cast<int>(random.Below(6));
+        const float side = random.OneIn(3) ? random.Between(0, 0.5) : 0.0f;
+        pair.SetParameters(maxDepth, side, random.OneIn(2) ? IDX_True : IDX_False);
+        IDX_Point low;
+        IDX_Point high;
+        RandomBox(random, low, high);
+        ASSERT_NO_FATAL_FAILURE(
+            pair.ExpectSameStatus(pair.library.Init(low, high), pair.plain.Init(low, high)));
+        if (random.OneIn(4)) pair.SetCuboid(low, high);
+        // Several parts: draw, cut now and then, end; a cut readies the tree for the next part.
+        for (bool more = true; more; more = random.OneIn(3) && pair.plain.tree.depth > 2) {
+            const bool filled = !pair.plain.tree.tags.empty();
+            if (filled) {
+                ASSERT_NO_FATAL_FAILURE(pair.ReduceDepth());
+            }
+            const Mesh mesh = MeshForDepth(random, maxDepth, !filled && random.OneIn(6));
+            for (const IDX_Triangle& triangle : mesh.triangles) {
+                ASSERT_NO_FATAL_FAILURE(pair.DrawTriangle(mesh, triangle));
+                if (!random.OneIn(100)) continue;
+                ASSERT_NO_FATAL_FAILURE(pair.ReduceDepth());
+            }
+            ASSERT_NO_FATAL_FAILURE(pair.End());
+        }
+    }
+}
+
+struct Mode {
+    const char* name;
+    void (*compare)(unsigned long seed, bool smallArena);
+    bool smallArena;
+};
+
+class RandomMeshes : public testing::TestWithParam<Mode> {};
+
+TEST_P(RandomMeshes, AgreeWithTheReference) {
+    const unsigned long first = FromEnvironment("GRIDLOOM_RANDOM_SEED", 1);
+    const unsigned long count = FromEnvironment("GRIDLOOM_RANDOM_MESHES", 1600) / 4;
+    for (unsigned long seed = first; seed < first + count; ++seed) {
+        SCOPED_TRACE("GRIDLOOM_RANDOM_SEED=" + std::to_string(seed));
+        GetParam().compare(seed, GetParam().smallArena);
+        if (HasFatalFailure()) return;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Modes,
+    RandomMeshes,
+    testing::Values(
+        Mode{"WholeMesh", CompareWholeMeshes, false},
+        Mode{"WholeMeshSmallArena", CompareWholeMeshes, true},
+        Mode{"Stream", CompareStreams, false},
+        Mode{"StreamSmallArena", CompareStreams, true}),
+    [](const auto& mode) { return std::string(mode.param.name); });
+
+#ifdef GRIDLOOM_HAS_ASSIMP
+Mesh Import(const std::filesystem::path& path) {
+    Assimp::Importer importer;
+    const aiScene* scene = importer.ReadFile(
+        path.string(), aiProcess_Triangulate | aiProcess_PreTransformVertices);
+    Mesh mesh;
+    for (unsigned int m = 0; scene != nullptr && m < scene->mNumMeshes; ++m) {
+        const aiMesh& part = *scene->mMeshes[m];
+        Mesh piece;
+        for (unsigned int v = 0; v < part.mNumVertices; ++v)
+            piece.points.push_back({part.mVertices[v].x, part.mVertices[v].y, part.mVertices[v].z});
+        for (unsigned int f = 0; f < part.mNumFaces; ++f) {
+            const unsigned int* v = part.mFaces[f].mIndices;
+            if (part.mFaces[f].mNumIndices == 3) piece.triangles.push_back({{v[0], v[1], v[2]}});
+        }
+        mesh.Add(piece);
+    }
+    return mesh;
+}
+
+TEST(RealMeshes, AgreeWithTheReferenceAtDepthSeven) {
+    const char* folder = std::getenv("GRIDLOOM_MESHES");
+    if (folder == nullptr) GTEST_SKIP() << "GRIDLOOM_MESHES isn't set";
+    const ArenaSize arena(1u << 29);
+    int compared = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+        if (!entry.is_regular_file()) continue;
+        SCOPED_TRACE(entry.path());
+        const Mesh mesh = Import(entry.path());
+        if (mesh.triangles.empty()) continue;
+        Pair pair;
+        pair.SetParameters(7, 0, IDX_False);
+        pair.DrawGeometry(mesh);
+        std::printf("%s: %zu triangles\n", entry.path().c_str(), mesh.triangles.size());
+        ++compared;
+    }
+    EXPECT_GT(compared, 0) << "no mesh in " << folder;
+}
+#endif
+
+}  // namespace

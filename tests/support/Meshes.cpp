@@ -1,0 +1,189 @@
+#include "Meshes.h"
+
+#include <cmath>
+#include <limits>
+
+void Mesh::AddTriangle(IDX_Point a, IDX_Point b, IDX_Point c) {
+    const auto first = static_cast<unsigned int>(points.size());
+    points.insert(points.end(), {a, b, c});
+    triangles.push_back({{first, first + 1, first + 2}});
+}
+
+void Mesh::Add(const Mesh& other) {
+    const auto first = static_cast<unsigned int>(points.size());
+    points.insert(points.end(), other.points.begin(), other.points.end());
+    for (const auto& [v] : other.triangles)
+        triangles.push_back({{first + v[0], first + v[1], first + v[2]}});
+}
+
+unsigned int Random::Below(unsigned int limit) {
+    return static_cast<unsigned int>(_engine() % limit);
+}
+
+float Random::Between(double low, double high) {
+    const double fraction = static_cast<double>(_engine() >> 11) * 0x1p-53;
+    return static_cast<float>(low + (high - low) * fraction);
+}
+
+IDX_Point Random::PointIn(double low, double high) {
+    const float x = Between(low, high);
+    const float y = Between(low, high);
+    return {x, y, Between(low, high)};
+}
+
+Mesh BoxMesh(IDX_Point low, IDX_Point high, unsigned int openFaces) {
+    static constexpr unsigned int kCorners[6][4] = {
+        {0, 2, 6, 4}, {1, 3, 7, 5}, {0, 1, 5, 4}, {2, 3, 7, 6}, {0, 1, 3, 2}, {4, 5, 7, 6}};
+    Mesh mesh;
+    for (unsigned int c = 0; c < 8; ++c)
+        mesh.points.push_back(
+            {c & 1 ? high.x : low.x, c & 2 ? high.y : low.y, c & 4 ? high.z : low.z});
+    for (unsigned int face = 0; face < 6; ++face) {
+        if (openFaces >> face & 1) continue;
+        const unsigned int* c = kCorners[face];
+        mesh.triangles.push_back({{c[0], c[1], c[2]}});
+        mesh.triangles.push_back({{c[0], c[2], c[3]}});
+    }
+    return mesh;
+}
+
+Mesh SphereMesh(IDX_Point centre, float radius, unsigned int rings) {
+    Mesh mesh;
+    const unsigned int columns = 2 * rings;
+    for (unsigned int i = 0; i <= rings; ++i) {
+        const double up = M_PI * i / rings;
+        for (unsigned int j = 0; j < columns; ++j) {
+            const double round = 2 * M_PI * j / columns;
+            mesh.points.push_back(
+                {static_cast<float>(centre.x + radius * std::sin(up) * std::cos(round)),
+                 static_cast<float>(centre.y + radius * std::sin(up) * std::sin(round)),
+                 static_cast<float>(centre.z + radius * std::cos(up))});
+        }
+    }
+    for (unsigned int i = 0; i < rings; ++i) {
+        for (unsigned int j = 0; j < columns; ++j) {
+            const unsigned int right = (j + 1) % columns;
+            const unsigned int a = i * columns;
+            const unsigned int b = a + columns;
+            mesh.triangles.push_back({{a + j, b + j, b + right}});
+            mesh.triangles.push_back({{a + j, b + right, a + right}});
+        }
+    }
+    return mesh;
+}
+
+Mesh CellMesh(int side, const Cells& isWall) {
+    Mesh mesh;
+    for (int i = 0; i < side * side * side; ++i) {
+        const int x = i % side;
+        const int y = i / side % side;
+        const int z = i / side / side;
+        if (!isWall(x, y, z)) continue;
+        const auto index = static_cast<unsigned int>(mesh.points.size());
+        mesh.points.push_back(
+            {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)});
+        mesh.triangles.push_back({{index, index, index}});
+    }
+    return mesh;
+}
+
+namespace {
+
+IDX_Point Moved(IDX_Point p, IDX_Point by) {
+    return {p.x + by.x, p.y + by.y, p.z + by.z};
+}
+
+/// Triangles that reach up to `reach` from their first vertex.
+Mesh Soup(Random& random, unsigned int size, double reach, double thickness) {
+    Mesh mesh;
+    for (unsigned int i = 0; i < size; ++i) {
+        const IDX_Point a = random.PointIn(-1, 1);
+        const IDX_Point b = Moved(a, random.PointIn(-reach, reach));
+        mesh.AddTriangle(a, b, Moved(b, random.PointIn(-thickness, thickness)));
+    }
+    return mesh;
+}
+
+/// A height field over the square from -1 to 1.
+Mesh Sheet(Random& random, unsigned int size, double height) {
+    const auto n = static_cast<unsigned int>(std::sqrt(size / 2.0)) + 1;
+    Mesh mesh;
+    for (unsigned int i = 0; i <= n; ++i)
+        for (unsigned int j = 0; j <= n; ++j)
+            mesh.points.push_back(
+                {2.0f * static_cast<float>(i) / static_cast<float>(n) - 1.0f,
+                 2.0f * static_cast<float>(j) / static_cast<float>(n) - 1.0f,
+                 random.Between(-height, height)});
+    for (unsigned int i = 0; i < n; ++i) {
+        for (unsigned int j = 0; j < n; ++j) {
+            const unsigned int a = i * (n + 1) + j;
+            mesh.triangles.push_back({{a, a + 1, a + n + 2}});
+            mesh.triangles.push_back({{a, a + n + 2, a + n + 1}});
+        }
+    }
+    return mesh;
+}
+
+/// Vertices on a coarse lattice: many lie on the borders of cells, many triangles are degenerate.
+Mesh Lattice(Random& random, unsigned int size) {
+    const float steps = static_cast<float>(2u << random.Below(5));
+    Mesh mesh = Soup(random, size, 0.7, 0.7);
+    for (IDX_Point& p : mesh.points)
+        for (float* c : {&p.x, &p.y, &p.z}) *c = std::nearbyint(*c * steps) / steps;
+    return mesh;
+}
+
+Mesh PlainMesh(Random& random, unsigned int size) {
+    const auto rings = static_cast<unsigned int>(std::sqrt(size / 4.0)) + 2;
+    switch (random.Below(7)) {
+    case 0: return Soup(random, size, random.Between(0, 1), random.Between(0, 1));
+    case 1: return Soup(random, size, random.Between(0, 2), 1e-6);
+    case 2: return Sheet(random, size, random.OneIn(3) ? 0.0 : 0.3);
+    case 3: return BoxMesh(random.PointIn(-1, 0), random.PointIn(0, 1), random.Below(64));
+    case 4: return SphereMesh({0, 0, 0}, 1, rings);
+    case 5: return Lattice(random, size);
+    default: {
+        Mesh nested = BoxMesh(random.PointIn(-1, -0.6), random.PointIn(0.6, 1));
+        nested.Add(SphereMesh(random.PointIn(-0.1, 0.1), random.Between(0.2, 0.5), rings));
+        return nested;
+    }
+    }
+}
+
+float HostileNumber(Random& random) {
+    using Limits = std::numeric_limits<float>;
+    const float numbers[] = {
+        Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity(), Limits::max(), 1e9f, -3e9f,
+        Limits::denorm_min(), -0.0f, 1e30f};
+    return numbers[random.Below(9)];
+}
+
+}  // namespace
+
+Mesh RandomMesh(Random& random, unsigned int size, bool hostile) {
+    Mesh mesh = PlainMesh(random, size);
+    if (random.OneIn(2)) {
+        const float scale = std::pow(10.0f, random.Between(-3, 5));
+        const float tiny = random.OneIn(8) ? 1e-38f : 1.0f;
+        const IDX_Point stretch = random.PointIn(random.OneIn(4) ? 0 : 0.3, 1);
+        const float far = random.OneIn(2) ? std::pow(10.0f, random.Between(0, 6)) : 0.0f;
+        const IDX_Point offset = random.PointIn(-far, far);
+        for (IDX_Point& p : mesh.points) {
+            p = {p.x * stretch.x, p.y * stretch.y, p.z * stretch.z};
+            for (float* c : {&p.x, &p.y, &p.z}) *c = *c * scale * tiny;
+            p = Moved(p, offset);
+        }
+    }
+    const auto nPoints = static_cast<unsigned int>(mesh.points.size());
+    for (unsigned int i = random.Below(4); i > 0 && !mesh.triangles.empty(); --i) {
+        const auto t = random.Below(static_cast<unsigned int>(mesh.triangles.size()));
+        mesh.triangles.push_back(mesh.triangles[t]);
+        mesh.triangles.push_back({{random.Below(nPoints), 0, 0}});
+    }
+    for (unsigned int i = hostile ? 1 + random.Below(3) : 0; i > 0; --i) {
+        IDX_Point& p = mesh.points[random.Below(nPoints)];
+        float* const coordinates[3] = {&p.x, &p.y, &p.z};
+        *coordinates[random.Below(3)] = HostileNumber(random);
+    }
+    return mesh;
+}
