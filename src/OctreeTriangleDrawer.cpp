@@ -32,7 +32,7 @@ const __m128i kHighHalves[kChildren] = {
     _mm_setr_epi32(0, -1, -1, 0), _mm_setr_epi32(-1, -1, -1, 0),
 };
 
-__m128 Vector(const IDX_Point& iPoint) {
+FourFloats Vector(const IDX_Point& iPoint) {
     return _mm_setr_ps(iPoint.x, iPoint.y, iPoint.z, 0.0f);
 }
 
@@ -81,6 +81,8 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
     _lows[0] = _origin;
 }
 
+/// Works in floats, in this order: less the origin, divided by the extent, times 2^32; then cut to a 64-bit
+/// integer, of which the low 32 bits stay. A float that has no such integer gives 0.
 OctreeTriangleDrawer::VertexCode OctreeTriangleDrawer::CodeOf(const IDX_Point& iPoint) const {
     alignas(16) float fractions[4];
     _mm_store_ps(fractions, (Vector(iPoint) - _origin) / _size * _mm_set1_ps(0x1p32f));
@@ -89,10 +91,11 @@ OctreeTriangleDrawer::VertexCode OctreeTriangleDrawer::CodeOf(const IDX_Point& i
     };
 }
 
-long int OctreeTriangleDrawer::Draw(
-    const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn) {
+long int OctreeTriangleDrawer::Draw(const IDX_Point* const (&iVertices)[3], int& ioNDrawn) {
+    const VertexCode codes[3] = {
+        CodeOf(*iVertices[0]), CodeOf(*iVertices[1]), CodeOf(*iVertices[2])};
     unsigned int level = 0;
-    switch (WalkCommonPath(iCodes, level)) {
+    switch (WalkCommonPath(codes, level)) {
         case Walk::Done:
             return IDX_S_OK;
         case Walk::Failed:
@@ -106,9 +109,9 @@ long int OctreeTriangleDrawer::Draw(
         {iVertices[1]->x, iVertices[1]->y, iVertices[1]->z},
         {iVertices[2]->x, iVertices[2]->y, iVertices[2]->z},
     };
-    const __m128 halfSize = _extents[level] * _mm_set1_ps(0.5f);
-    const __m128 centre = _lows[level] + halfSize;
-    TriangleCells triangle(vertices, kFirstFactor);
+    const FourFloats halfSize = _extents[level] * _mm_set1_ps(0.5f);
+    const FourFloats centre = _lows[level] + halfSize;
+    TriangleCells triangle(vertices, centre, halfSize, kFirstFactor);
     long int status = DrawBelow(_path[level], centre, halfSize, triangle, _depth);
     if (IDX_Failed(status)) {
         return TraceStatus(
@@ -159,10 +162,23 @@ OctreeTriangleDrawer::Walk OctreeTriangleDrawer::StepInto(
     unsigned int iChild, unsigned int iLevel) {
     _path[iLevel + 1] = _path[iLevel];
     if (_octree.PLMIdxWorkingOctree::Test(_path[iLevel], iChild) == OCTREE_FULL) return Walk::Done;
-    if (IDX_Failed(_octree.MoveCreate(_path[iLevel + 1], iChild))) return Walk::Failed;
-    const __m128 step = _mm_and_ps(_mm_castsi128_ps(kHighHalves[iChild]), _extents[iLevel + 1]);
+    if (!Enter(_path[iLevel + 1], iChild)) return Walk::Failed;
+    const FourFloats step = _mm_and_ps(_mm_castsi128_ps(kHighHalves[iChild]), _extents[iLevel + 1]);
     _lows[iLevel + 1] = _lows[iLevel] + step;
     return Walk::Parted;
+}
+
+/// MoveCreate, without a call where the child is there.
+bool OctreeTriangleDrawer::Enter(IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild) {
+    const unsigned int levelsBelow = _depth - ioIterator.depth;
+    if (levelsBelow >= 3) {
+        const Node& node = NodeAt(_arena, ioIterator.offset);
+        if (StateOf(node.states, iChild) == OCTREE_PARTIAL) {
+            ioIterator = {node.children[iChild], ioIterator.depth + 1};
+            return true;
+        }
+    }
+    return !IDX_Failed(_octree.MoveCreate(ioIterator, iChild));
 }
 
 /// Children that are OCTREE_FULL: they need no drawing, and a triangle that reaches one is drawn.
@@ -179,15 +195,15 @@ unsigned int OctreeTriangleDrawer::FullChildren(
 
 long int OctreeTriangleDrawer::DrawBelow(
     const IDX_Base_Octree_Iterator& iIterator,
-    __m128 iCentre,
-    __m128 iHalfSize,
+    FourFloats iCentre,
+    FourFloats iHalfSize,
     TriangleCells& ioTriangle,
     unsigned int iLastDepth) {
     const unsigned int levelsBelow = _depth - iIterator.depth;
     if (levelsBelow == 1) return DrawInLeafGroup(iIterator.offset, iCentre, iHalfSize, ioTriangle);
 
     const unsigned int full = FullChildren(iIterator.offset, levelsBelow);
-    const ChildCells cells = ioTriangle.Children(iCentre, iHalfSize, full);
+    const ChildCells cells = ioTriangle.Children(iCentre, iHalfSize, iIterator.depth, full);
     bool drawn = (cells.reached & full) != 0;
     for (unsigned int rest = cells.touched | cells.open; rest != 0; rest &= rest - 1) {
         const auto c = static_cast<unsigned int>(std::countr_zero(rest));
@@ -195,13 +211,13 @@ long int OctreeTriangleDrawer::DrawBelow(
         if (!touched && !ioTriangle.DecideExactly(cells, c, touched)) return IDX_E_FAIL;
         if (!touched) continue;
         IDX_Base_Octree_Iterator child = iIterator;
-        if (IDX_Failed(_octree.MoveCreate(child, c))) return IDX_E_FAIL;
+        if (!Enter(child, c)) return IDX_E_FAIL;
         if (child.depth == iLastDepth) {
             drawn = true;
             continue;
         }
-        const __m128 high = _mm_castsi128_ps(kHighHalves[c]);
-        const __m128 centre =
+        const FourFloats high = _mm_castsi128_ps(kHighHalves[c]);
+        const FourFloats centre =
             _mm_or_ps(_mm_and_ps(high, cells.centres[1]), _mm_andnot_ps(high, cells.centres[0]));
         const long int status = DrawBelow(child, centre, cells.halfSize, ioTriangle, iLastDepth);
         if (IDX_Failed(status)) return IDX_E_FAIL;
@@ -211,10 +227,10 @@ long int OctreeTriangleDrawer::DrawBelow(
 }
 
 long int OctreeTriangleDrawer::DrawInLeafGroup(
-    unsigned int iOffset, __m128 iCentre, __m128 iHalfSize, TriangleCells& ioTriangle) {
+    unsigned int iOffset, FourFloats iCentre, FourFloats iHalfSize, TriangleCells& ioTriangle) {
     unsigned short& word = WordAt(_arena, iOffset);
     const unsigned int full = FullOf(word);
-    const ChildCells cells = ioTriangle.Children(iCentre, iHalfSize, full);
+    const ChildCells cells = ioTriangle.Children(iCentre, iHalfSize, _depth - 1, full);
     unsigned int marked = cells.touched;
     bool decided = true;
     for (unsigned int rest = cells.open; rest != 0 && decided; rest &= rest - 1) {

@@ -1,11 +1,10 @@
 #ifndef OctreeTriangleDrawer_h
 #define OctreeTriangleDrawer_h
 
+#include "FourFloats.h"
 #include "TriangleCells.h"
 
 #include "PLMIdxWTWorkingOctree.h"
-
-#include <emmintrin.h>
 
 /// Draws triangles into a working octree: every cell of the last level that a triangle touches becomes
 /// OCTREE_SURFACE, and the path to it is made.
@@ -20,21 +19,10 @@ class OctreeTriangleDrawer {
 public:
     explicit OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree);
 
-    /// Position of a vertex as 32-bit fractions of the box, the top bit telling the half.
-    struct VertexCode {
-        unsigned int axes[3];
-    };
-
-    /// Works in floats, in this order: less the origin, divided by the extent, times 2^32; then cut to a
-    /// 64-bit integer, of which the low 32 bits stay. A float that has no such integer gives 0.
-    VertexCode CodeOf(const IDX_Point& iPoint) const;
-
     /// Draws one triangle.
-    /// @param iCodes         codes of the vertices
-    /// @param ioNDrawn       grows by 1 when the second stage has drawn the triangle
+    /// @param ioNDrawn  grows by 1 when the second stage has drawn the triangle
     /// @return IDX_S_OK, IDX_S_NOTHING_DONE when it touches no cell, or IDX_E_FAIL with its trace
-    [[nodiscard]] long int Draw(
-        const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn);
+    [[nodiscard]] long int Draw(const IDX_Point* const (&iVertices)[3], int& ioNDrawn);
 
     /// The second stage below one cell.
     /// @param ioTriangle  carries the factor of the boxes
@@ -42,34 +30,41 @@ public:
     /// @return IDX_S_OK, IDX_S_NOTHING_DONE or IDX_E_FAIL, without a trace of its own
     [[nodiscard]] long int DrawBelow(
         const IDX_Base_Octree_Iterator& iIterator,
-        __m128 iCentre,
-        __m128 iHalfSize,
+        FourFloats iCentre,
+        FourFloats iHalfSize,
         TriangleCells& ioTriangle,
         unsigned int iLastDepth);
 
 private:
+    /// Position of a vertex as 32-bit fractions of the box, the top bit telling the half.
+    struct VertexCode {
+        unsigned int axes[3];
+    };
+
     /// Outcome of the first stage.
     enum class Walk { Parted, Done, Failed };
 
+    VertexCode CodeOf(const IDX_Point& iPoint) const;
     Walk WalkCommonPath(const VertexCode (&iCodes)[3], unsigned int& oLevel);
     Walk StepInto(unsigned int iChild, unsigned int iLevel);
     void Remember(const VertexCode& iCode, unsigned int iLevel);
     [[nodiscard]] long int DrawInLeafGroup(
-        unsigned int iOffset, __m128 iCentre, __m128 iHalfSize, TriangleCells& ioTriangle);
+        unsigned int iOffset, FourFloats iCentre, FourFloats iHalfSize, TriangleCells& ioTriangle);
+    [[nodiscard]] bool Enter(IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild);
     unsigned int FullChildren(unsigned int iOffset, unsigned int iLevelsBelow) const;
 
     PLMIdxWTWorkingOctree& _octree;
     unsigned int _depth;
     unsigned char* _arena;
     int* _nCellsByDepth;
-    __m128 _origin;
-    __m128 _size;
-    __m128 _extents[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< of a cell of each level
+    FourFloats _origin;
+    FourFloats _size;
+    FourFloats _extents[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< of a cell of each level
 
     // The path that the triangle at hand shares with itself, and how much of it the next one may take
     // over: down to a node set, since a leaf group that is still empty is counted at each visit.
     IDX_Base_Octree_Iterator _path[PLMIdxWTWorkingOctree::MAXDEPTH];
-    __m128 _lows[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< low corner of the cell of each level
+    FourFloats _lows[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< low corner of the cell of each level
     VertexCode _lastCode;
     unsigned int _known;  ///< levels of the path that stand
 };

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <optional>
 #include <typeinfo>
 
 namespace {
@@ -237,9 +238,7 @@ long int PLMIdxOctreeBuilder::DrawTriangle(
     }
     if (!WorkingOctreeAccess::HasRoot(_workingOctree)) return IDX_E_FAIL;
     OctreeTriangleDrawer drawer(_workingOctree);
-    return drawer.Draw(
-        {&iP1, &iP2, &iP3}, {drawer.CodeOf(iP1), drawer.CodeOf(iP2), drawer.CodeOf(iP3)},
-        _nDrawnTriangles);
+    return drawer.Draw({&iP1, &iP2, &iP3}, _nDrawnTriangles);
 }
 
 unsigned char const* PLMIdxOctreeBuilder::GetOctreeStream(unsigned int& oSize) {
@@ -264,10 +263,18 @@ long int PLMIdxOctreeBuilder::DrawTriangles(
     if (IDX_Failed(status)) {
         return TraceStatus("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset", status);
     }
+    // One drawer for the whole mesh keeps the path from triangle to triangle; it stands for DrawTriangle
+    // as long as nobody overrides that.
+    std::optional<OctreeTriangleDrawer> drawer;
+    if (typeid(*this) == typeid(PLMIdxOctreeBuilder) && !_smallAndFar) {
+        drawer.emplace(_workingOctree);
+    }
     unsigned int outside = 0;
     for (unsigned int i = 0; i < iNTriangles; ++i) {
         const unsigned int(&v)[3] = iTriangles[i].vertices;
-        const long int result = DrawTriangle(iPoints[v[0]], iPoints[v[1]], iPoints[v[2]]);
+        const IDX_Point* const corners[3] = {&iPoints[v[0]], &iPoints[v[1]], &iPoints[v[2]]};
+        const long int result = drawer ? drawer->Draw(corners, _nDrawnTriangles)
+                                       : DrawTriangle(*corners[0], *corners[1], *corners[2]);
         if (IDX_Failed(result)) {
             return TraceStatus("PLMIdxOctreeBuilder.DrawTriangles.DrawTriangle", IDX_E_FAIL);
         }
@@ -289,15 +296,14 @@ long int PLMIdxOctreeBuilder::DrawTriangle2(
     float (*const iBounds)[3],
     int iDepth,
     float iFactor) {
-    const auto vector = [](const float* iAxes) {
-        return _mm_setr_ps(iAxes[0], iAxes[1], iAxes[2], 0.0f);
-    };
     if (!WorkingOctreeAccess::HasRoot(_workingOctree)) return IDX_E_FAIL;
-    TriangleCells triangle(iTriangle, iFactor);
-    triangle.SetBounds(vector(iBounds[0]), vector(iBounds[1]));
+    const FourFloats centre = AxesFrom(iCentre);
+    const FourFloats halfSize = AxesFrom(iHalfSize);
+    TriangleCells triangle(iTriangle, centre, halfSize, iFactor);
+    triangle.SetReach(AxesFrom(iBounds[0]), AxesFrom(iBounds[1]));
     OctreeTriangleDrawer drawer(_workingOctree);
     return drawer.DrawBelow(
-        iIterator, vector(iCentre), vector(iHalfSize), triangle, static_cast<unsigned int>(iDepth));
+        iIterator, centre, halfSize, triangle, static_cast<unsigned int>(iDepth));
 }
 
 void PLMIdxOctreeBuilder::InitOctreeParams(IDX_Point iLow, IDX_Point iHigh) {

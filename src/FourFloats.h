@@ -1,0 +1,56 @@
+#ifndef FourFloats_h
+#define FourFloats_h
+
+#include <emmintrin.h>
+
+// Four floats side by side, as the SSE2 of every x86-64 processor has them: mostly x, y, z of a point or an
+// extent, with a fourth lane that holds 0. They take the arithmetic operators.
+
+using FourFloats = __m128;
+
+/// The sign bits of the four lanes, lane 0 lowest: of a comparison, the lanes where it holds.
+inline unsigned int LanesOf(FourFloats iMask) {
+    return static_cast<unsigned int>(_mm_movemask_ps(iMask));
+}
+
+/// The same for the lanes x, y and z alone.
+inline unsigned int AxesOf(FourFloats iMask) {
+    return LanesOf(iMask) & 7u;
+}
+
+inline FourFloats Absolute(FourFloats iValue) {
+    return _mm_andnot_ps(_mm_set1_ps(-0.0f), iValue);
+}
+
+inline FourFloats Negative(FourFloats iValue) {
+    return _mm_xor_ps(_mm_set1_ps(-0.0f), iValue);
+}
+
+/// One lane in all four.
+template <int kLane>
+FourFloats Broadcast(FourFloats iValue) {
+    return _mm_shuffle_ps(iValue, iValue, _MM_SHUFFLE(kLane, kLane, kLane, kLane));
+}
+
+/// From x, y, z, w to y, z, x, w.
+inline FourFloats Rotate(FourFloats iValue) {
+    return _mm_shuffle_ps(iValue, iValue, _MM_SHUFFLE(3, 0, 2, 1));
+}
+
+/// x + y + z, in this order.
+inline float SumOfAxes(FourFloats iValue) {
+    alignas(16) float lanes[4];
+    _mm_store_ps(lanes, iValue);
+    return lanes[0] + lanes[1] + lanes[2];
+}
+
+/// Lane by lane the second or the third argument.
+inline FourFloats Select(FourFloats iMask, FourFloats iWhenSet, FourFloats iElse) {
+    return _mm_or_ps(_mm_and_ps(iMask, iWhenSet), _mm_andnot_ps(iMask, iElse));
+}
+
+inline FourFloats AxesFrom(const float* iCoordinates) {
+    return _mm_setr_ps(iCoordinates[0], iCoordinates[1], iCoordinates[2], 0.0f);
+}
+
+#endif
