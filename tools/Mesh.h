@@ -1,0 +1,26 @@
+#ifndef Mesh_h
+#define Mesh_h
+
+#include "IDX_Point.h"
+#include "IDX_Triangle.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// One placed part: a node of a mesh file that carries triangles, in the coordinates of its scene.
+struct MeshPart {
+    std::string nodeName;                 ///< as the file gives it; may be empty or repeated
+    std::vector<IDX_Point> points;        ///< every coordinate is finite
+    std::vector<IDX_Triangle> triangles;  ///< indices below points.size()
+    std::uint64_t nSkipped = 0;           ///< faces and triangles that can't be drawn
+};
+
+/// What became of one mesh file.
+struct ImportedFile {
+    std::vector<MeshPart> parts;     ///< in the order of the scene's nodes; empty after a failure
+    std::vector<std::string> notes;  ///< what the importer found odd about the geometry
+    std::string failure;             ///< why the file can't be used; empty when it can
+};
+
+#endif

@@ -1,0 +1,278 @@
+#include "MeshImport.h"
+
+#include "MeshBytes.h"
+#include "VertexJoiner.h"
+
+#include <algorithm>
+#include <array>
+#include <assimp/DefaultLogger.hpp>
+#include <assimp/Importer.hpp>
+#include <assimp/LogStream.hpp>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <string_view>
+
+namespace {
+
+using WorldTransform = aiMatrix4x4t<double>;
+
+constexpr std::array<std::string_view, 7> kMeshEndings = {".stl", ".obj", ".ply", ".gltf",
+                                                          ".glb", ".off", ".3mf"};
+constexpr std::string_view kPackedEnding = ".gz";
+constexpr std::size_t kLongestMessage = 160;
+
+/// Warnings by which the importer tells that what it read isn't what the file says.
+constexpr std::array<std::string_view, 3> kRepairs = {
+    "out of range", "out-of-range", "resulted in overflow"};
+
+/// Words that tell a message about geometry from one about materials, textures and the like.
+constexpr std::array<std::string_view, 5> kGeometryWords = {
+    "face", "vert", "triang", "polygon", "indices"};
+constexpr std::array<std::string_view, 2> kOtherWords = {"material", "texture"};
+
+std::string LowerCase(std::string_view iText) {
+    std::string lower(iText);
+    std::transform(lower.begin(), lower.end(), lower.begin(), [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    });
+    return lower;
+}
+
+template <std::size_t N>
+bool ContainsAny(const std::string& iText, const std::array<std::string_view, N>& iWords) {
+    return std::any_of(iWords.begin(), iWords.end(), [&](std::string_view word) {
+        return iText.find(word) != std::string::npos;
+    });
+}
+
+/// The path without a packed ending, in lower case.
+std::string UnpackedName(const std::string& iPath) {
+    std::string name = LowerCase(iPath);
+    if (name.ends_with(kPackedEnding)) name.resize(name.size() - kPackedEnding.size());
+    return name;
+}
+
+/// One readable line out of an importer's message, which may quote the file.
+std::string OneLine(std::string_view iMessage) {
+    std::string line;
+    for (const char c : iMessage) {
+        const bool printable = c > ' ' && c <= '~';
+        if (printable) {
+            line += c;
+        } else if (!line.empty() && line.back() != ' ') {
+            line += ' ';
+        }
+        if (line.size() == kLongestMessage) return line + "...";
+    }
+    while (!line.empty() && line.back() == ' ') line.pop_back();
+    return line;
+}
+
+/// Collects what the importer says about the geometry.
+class GeometryLog : public Assimp::LogStream {
+public:
+    explicit GeometryLog(ImportedFile& ioFile) : _file(ioFile) {}
+
+    /// @param iMessage  "Error, T0: text" or "Warn,  T0: text"
+    void write(const char* iMessage) override {
+        const char* text = std::strstr(iMessage, ": ");
+        const std::string line = OneLine(text != nullptr ? text + 2 : iMessage);
+        if (ContainsAny(line, kRepairs)) {
+            _file.failure = line;
+        } else if (ContainsAny(line, kGeometryWords) && !ContainsAny(line, kOtherWords)) {
+            _file.notes.push_back(line);
+        }
+    }
+
+private:
+    ImportedFile& _file;
+};
+
+/// Routes the importer's messages to a GeometryLog while it lives.
+class LogCapture {
+public:
+    explicit LogCapture(ImportedFile& ioFile) {
+        Assimp::DefaultLogger::create(nullptr, Assimp::Logger::NORMAL, 0);
+        // The logger takes the stream over.
+        Assimp::DefaultLogger::get()->attachStream(
+            new GeometryLog(ioFile), Assimp::Logger::Err | Assimp::Logger::Warn);
+    }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+    ~LogCapture() { Assimp::DefaultLogger::kill(); }
+};
+
+/// Reads the scene as the file gives it, without any step that would hide a defect. The importer
+/// gets a packed or unaligned file from memory; any other by its path, as it may name more files.
+const aiScene* ReadScene(
+    Assimp::Importer& ioImporter, const std::string& iPath, std::string& oFailure) {
+    const std::string name = UnpackedName(iPath);
+    const std::string format = name.substr(name.rfind('.') + 1);
+    const bool packed = name.size() < iPath.size();
+    const aiScene* scene = nullptr;
+    if (packed || (format == "glb" && HasUnalignedChunk(iPath))) {
+        std::string bytes;
+        if (!ReadBytes(iPath, bytes, oFailure)) return nullptr;
+        bytes = AlignChunks(bytes);
+        scene = ioImporter.ReadFileFromMemory(bytes.data(), bytes.size(), 0, format.c_str());
+    } else {
+        scene = ioImporter.ReadFile(iPath, 0);
+    }
+    if (scene == nullptr) oFailure = OneLine(ioImporter.GetErrorString());
+    if (oFailure == "std::bad_alloc") throw std::bad_alloc();
+    return scene;
+}
+
+/// The first index out of range in the scene, as a reason; empty when there is none.
+std::string FindBadIndex(const aiScene& iScene) {
+    for (unsigned int m = 0; m < iScene.mNumMeshes; ++m) {
+        const aiMesh& mesh = *iScene.mMeshes[m];
+        for (unsigned int f = 0; f < mesh.mNumFaces; ++f) {
+            const aiFace& face = mesh.mFaces[f];
+            for (unsigned int c = 0; c < face.mNumIndices; ++c) {
+                if (face.mIndices[c] < mesh.mNumVertices) continue;
+                return "index out of range: face " + std::to_string(f) + " names vertex " +
+                       std::to_string(face.mIndices[c]) + " of " +
+                       std::to_string(mesh.mNumVertices);
+            }
+        }
+    }
+    return {};
+}
+
+/// Triangles that the faces of a mesh amount to, and faces with fewer than 3 corners.
+struct FaceCount {
+    std::uint64_t nTriangles = 0;
+    std::uint64_t nTooSmall = 0;
+};
+
+FaceCount CountFaces(const aiMesh& iMesh) {
+    FaceCount count;
+    for (unsigned int f = 0; f < iMesh.mNumFaces; ++f) {
+        const unsigned int nCorners = iMesh.mFaces[f].mNumIndices;
+        if (nCorners < 3) {
+            ++count.nTooSmall;
+        } else {
+            count.nTriangles += nCorners - 2;
+        }
+    }
+    return count;
+}
+
+std::vector<FaceCount> CountFaces(const aiScene& iScene) {
+    std::vector<FaceCount> counts(iScene.mNumMeshes);
+    for (unsigned int m = 0; m < iScene.mNumMeshes; ++m) counts[m] = CountFaces(*iScene.mMeshes[m]);
+    return counts;
+}
+
+/// Transformed in double, rounded to float once: exact for the identity. Overflow becomes an infinity.
+IDX_Point Place(const WorldTransform& iWorld, const aiVector3D& iVertex) {
+    const aiVector3t<double> placed = iWorld * aiVector3t<double>(iVertex.x, iVertex.y, iVertex.z);
+    return {
+        static_cast<float>(placed.x), static_cast<float>(placed.y), static_cast<float>(placed.z)};
+}
+
+bool IsFinite(const IDX_Point& iPoint) {
+    return std::isfinite(iPoint.x) && std::isfinite(iPoint.y) && std::isfinite(iPoint.z);
+}
+
+/// Turns the nodes of a triangulated scene into parts.
+class PartCollector {
+public:
+    /// @param iFaces  the faces of each mesh before they were triangulated
+    PartCollector(const aiScene& iScene, const std::vector<FaceCount>& iFaces)
+        : _scene(iScene), _faces(iFaces) {}
+
+    /// Adds the parts of a node and of all below it.
+    void AddNode(
+        const aiNode& iNode, const WorldTransform& iParent, std::vector<MeshPart>& ioParts) const {
+        const WorldTransform world = iParent * WorldTransform(iNode.mTransformation);
+        MeshPart part;
+        part.nodeName = iNode.mName.C_Str();
+        std::uint64_t nFaces = 0;
+        for (unsigned int m = 0; m < iNode.mNumMeshes; ++m) {
+            nFaces += _faces[iNode.mMeshes[m]].nTriangles;
+            AddMesh(iNode.mMeshes[m], world, part);
+        }
+        if (nFaces > 0) ioParts.push_back(std::move(part));
+        for (unsigned int c = 0; c < iNode.mNumChildren; ++c) {
+            AddNode(*iNode.mChildren[c], world, ioParts);
+        }
+    }
+
+private:
+    void AddMesh(unsigned int iMesh, const WorldTransform& iWorld, MeshPart& ioPart) const {
+        const aiMesh& mesh = *_scene.mMeshes[iMesh];
+        const std::uint64_t before = ioPart.triangles.size();
+        VertexJoiner joiner(ioPart.points, mesh.mNumVertices);
+        for (unsigned int f = 0; f < mesh.mNumFaces; ++f) {
+            const aiFace& face = mesh.mFaces[f];
+            if (face.mNumIndices != 3) continue;
+            IDX_Point corners[3];
+            for (unsigned int c = 0; c < 3; ++c) {
+                corners[c] = Place(iWorld, mesh.mVertices[face.mIndices[c]]);
+            }
+            if (!std::all_of(corners, corners + 3, IsFinite)) continue;
+            ioPart.triangles.push_back({
+                {joiner.Add(corners[0]), joiner.Add(corners[1]), joiner.Add(corners[2])}
+            });
+        }
+        const std::uint64_t nDrawn = ioPart.triangles.size() - before;
+        ioPart.nSkipped += _faces[iMesh].nTooSmall + _faces[iMesh].nTriangles - nDrawn;
+    }
+
+    const aiScene& _scene;
+    const std::vector<FaceCount>& _faces;
+};
+
+void ImportScene(Assimp::Importer& ioImporter, const std::string& iPath, ImportedFile& ioFile) {
+    std::string failure;
+    const aiScene* scene = ReadScene(ioImporter, iPath, failure);
+    if (scene != nullptr && ioFile.failure.empty()) failure = FindBadIndex(*scene);
+    if (!failure.empty()) ioFile.failure = failure;
+    if (!ioFile.failure.empty() || scene->mRootNode == nullptr) return;
+
+    const std::vector<FaceCount> faces = CountFaces(*scene);
+    scene = ioImporter.ApplyPostProcessing(aiProcess_Triangulate);
+    if (scene == nullptr) {
+        ioFile.failure = OneLine(ioImporter.GetErrorString());
+        return;
+    }
+    PartCollector(*scene, faces).AddNode(*scene->mRootNode, WorldTransform(), ioFile.parts);
+}
+
+}  // namespace
+
+bool IsMeshFileName(const std::string& iPath) {
+    const std::string name = UnpackedName(iPath);
+    return std::any_of(kMeshEndings.begin(), kMeshEndings.end(), [&](std::string_view ending) {
+        return name.ends_with(ending);
+    });
+}
+
+bool IsZUpFileName(const std::string& iPath) {
+    const std::string name = UnpackedName(iPath);
+    return name.ends_with(".stl") || name.ends_with(".3mf");
+}
+
+ImportedFile ImportMeshFile(const std::string& iPath) {
+    ImportedFile file;
+    try {
+        const LogCapture log(file);
+        Assimp::Importer importer;
+        ImportScene(importer, iPath, file);
+        if (file.failure.empty() && file.parts.empty()) file.failure = "holds no triangle";
+    } catch (const std::bad_alloc&) {
+        file.failure = "the import needs more memory than it may use";
+    } catch (const std::exception& error) {
+        file.failure = OneLine(error.what());
+    }
+    if (!file.failure.empty()) {
+        file.parts.clear();
+        file.notes.clear();
+    }
+    return file;
+}

@@ -1,0 +1,45 @@
+#include "OutputFile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+bool WriteAll(int iFile, const char* iBytes, std::size_t iSize) {
+    while (iSize > 0) {
+        const ssize_t nWritten = write(iFile, iBytes, iSize);
+        if (nWritten < 0 && errno == EINTR) continue;
+        if (nWritten < 0) return false;
+        iBytes += nWritten;
+        iSize -= static_cast<std::size_t>(nWritten);
+    }
+    return true;
+}
+
+/// A full disk may only show when the bytes are forced out or the file is closed.
+bool WriteNewFile(const std::string& iPath, const void* iBytes, std::size_t iSize) {
+    constexpr mode_t kReadableByAll = 0666;  // less what the user's mask takes away
+    const int file = open(iPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kReadableByAll);
+    if (file < 0) return false;
+    const bool written =
+        WriteAll(file, static_cast<const char*>(iBytes), iSize) && fsync(file) == 0;
+    const int error = errno;
+    const bool closed = close(file) == 0;
+    if (!written) errno = error;
+    return written && closed;
+}
+
+}  // namespace
+
+std::string WriteWholeFile(const std::string& iPath, const void* iBytes, std::size_t iSize) {
+    const std::string temporary = iPath + ".tmp";
+    if (WriteNewFile(temporary, iBytes, iSize) && rename(temporary.c_str(), iPath.c_str()) == 0) {
+        return {};
+    }
+    const std::string reason = std::strerror(errno);
+    (void)unlink(temporary.c_str());  // it may not be there
+    return reason;
+}

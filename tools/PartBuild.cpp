@@ -1,0 +1,125 @@
+#include "PartBuild.h"
+
+#include "IDX_Base_Trace.h"
+#include "PLMIdxOctreeBuilder.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+
+namespace {
+
+/// A box of coordinates up to this one, made a cube with its margin, stays within a float.
+constexpr float kLargestCoordinate = 1e38f;
+
+/// Listens to the library's trace while it lives.
+class TraceListener {
+public:
+    TraceListener() { IDX_Base_Trace::SetSink(&TraceListener::Take, this); }
+    TraceListener(const TraceListener&) = delete;
+    TraceListener& operator=(const TraceListener&) = delete;
+    ~TraceListener() { IDX_Base_Trace::SetSink(nullptr, nullptr); }
+
+    /// Triangles of the last drawing that touched no cell.
+    unsigned int nOutside = 0;
+    bool fillFailed = false;
+    bool arenaFull = false;
+    std::string lastTag;  ///< the outermost failure
+
+private:
+    static void Take(IDX_Base_Trace::Level, const char* iLine, void* iListener) {
+        static_cast<TraceListener*>(iListener)->TakeLine(iLine);
+    }
+
+    void TakeLine(const char* iLine) {
+        constexpr const char* kOutside =
+            "PLMIdxOctreeBuilder.DrawTriangles - %u / %*u triangles outside";
+        if (std::sscanf(iLine, kOutside, &nOutside) == 1) return;
+        lastTag = iLine;
+        if (lastTag.ends_with("PLMIdxOctreeFiller.Fill")) fillFailed = true;
+        if (lastTag.find("_Alloc.") != std::string::npos) arenaFull = true;
+    }
+};
+
+/// Why the library can't take these coordinates; empty when it can.
+std::string FindBadCoordinate(const MeshPart& iPart) {
+    float largest = 0.0f;
+    for (const IDX_Point& point : iPart.points) {
+        for (const float coordinate : {point.x, point.y, point.z}) {
+            largest = std::max(largest, std::fabs(coordinate));
+        }
+    }
+    if (largest <= kLargestCoordinate) return {};
+    char text[96];
+    std::snprintf(
+        text, sizeof text, "coordinates reach %.3g: the extents would overflow a 32-bit float",
+        static_cast<double>(largest));
+    return text;
+}
+
+/// Occupied cells of the last level below a position.
+std::uint64_t CountSolid(
+    const PLMIdxIBaseOctree& iOctree, const IDX_Base_Octree_Iterator& iPosition) {
+    std::uint64_t count = 0;
+    const unsigned int levelsBelowChild = iOctree._depth - iPosition.depth - 1;
+    for (unsigned int child = 0; child < 8; ++child) {
+        const IDX_Base_Octree_TestResult state = iOctree.Test(iPosition, child);
+        if (state == OCTREE_FULL) {
+            count += std::uint64_t{1} << (3 * levelsBelowChild);
+        } else if (state == OCTREE_PARTIAL) {
+            IDX_Base_Octree_Iterator below = iPosition;
+            if (!IDX_Failed(iOctree.Move(below, child))) count += CountSolid(iOctree, below);
+        }
+    }
+    return count;
+}
+
+/// Takes the image and the figures out of a builder that has built.
+void TakeResult(PLMIdxOctreeBuilder& ioBuilder, BuiltPart& oBuilt) {
+    const PLMIdxIBaseOctree& octree = ioBuilder.GetOctree();
+    oBuilt.depth = octree._depth;
+    const int* cells = ioBuilder.GetNCellsByDepth();
+    oBuilt.cellsByLevel.assign(cells, cells + oBuilt.depth + 1);
+    if (oBuilt.depth == 0) return;
+    oBuilt.nSolid = CountSolid(octree, IDX_Base_Octree_Iterator());
+    oBuilt.nInside = oBuilt.nSolid - static_cast<std::uint64_t>(oBuilt.cellsByLevel.back());
+}
+
+std::string DescribeShortfall(const TraceListener& iTrace) {
+    std::string note;
+    if (iTrace.arenaFull) note = "less deep than asked for: its cells don't fit into the memory";
+    if (iTrace.fillFailed) {
+        note += note.empty() ? "" : "; ";
+        note += "the surface alone: the cells are too many to tell inside from outside";
+    }
+    return note;
+}
+
+}  // namespace
+
+BuiltPart BuildPart(const MeshPart& iPart, const BuildParameters& iParameters) {
+    BuiltPart built;
+    built.failure =
+        iPart.triangles.empty() ? "has no triangle that can be drawn" : FindBadCoordinate(iPart);
+    if (!built.failure.empty()) return built;
+
+    TraceListener trace;
+    const auto start = std::chrono::steady_clock::now();
+    PLMIdxOctreeBuilder builder;
+    builder.SetParameters(iParameters.depth, iParameters.cellSize, IDX_False);
+    const long int status = builder.DrawGeometry(
+        iPart.points.data(), static_cast<unsigned int>(iPart.points.size()), iPart.triangles.data(),
+        static_cast<unsigned int>(iPart.triangles.size()));
+    if (IDX_Failed(status)) {
+        built.failure = "no octree could be built (" + trace.lastTag + ")";
+        return built;
+    }
+    built.image.reset(builder.GetOctreeStream(built.imageSize));
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
+    built.milliseconds = time.count();
+    built.nSkipped = trace.nOutside;
+    built.note = DescribeShortfall(trace);
+    TakeResult(builder, built);
+    return built;
+}

@@ -1,0 +1,51 @@
+#ifndef VertexJoiner_h
+#define VertexJoiner_h
+
+#include "IDX_Point.h"
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+/// Adds points to an array and gives points with the same bits the same index. A hash table with
+/// linear probing over indices into the array; amortised constant time for each point.
+class VertexJoiner {
+public:
+    /// @param ioPoints     receives the points; those already there are left alone and never joined
+    /// @param iMostPoints  no more different points than this are added
+    VertexJoiner(std::vector<IDX_Point>& ioPoints, std::size_t iMostPoints) : _points(ioPoints) {
+        std::size_t nSlots = 16;
+        while (nSlots < 2 * iMostPoints) nSlots *= 2;
+        _slots.assign(nSlots, kFree);
+    }
+
+    /// The index of a point in the array.
+    unsigned int Add(const IDX_Point& iPoint) {
+        std::size_t slot = Hash(iPoint) & (_slots.size() - 1);
+        while (_slots[slot] != kFree) {
+            if (std::memcmp(&_points[_slots[slot]], &iPoint, sizeof iPoint) == 0) {
+                return _slots[slot];
+            }
+            slot = (slot + 1) & (_slots.size() - 1);
+        }
+        _slots[slot] = static_cast<unsigned int>(_points.size());
+        _points.push_back(iPoint);
+        return _slots[slot];
+    }
+
+private:
+    static constexpr unsigned int kFree = 0xFFFFFFFF;
+
+    static std::size_t Hash(const IDX_Point& iPoint) {
+        std::uint32_t words[3];
+        std::memcpy(words, &iPoint, sizeof words);
+        std::uint64_t hash = 0;
+        for (const std::uint32_t word : words) hash = (hash ^ word) * 0x9E3779B97F4A7C15U;
+        return static_cast<std::size_t>(hash >> 32U);
+    }
+
+    std::vector<IDX_Point>& _points;
+    std::vector<unsigned int> _slots;  ///< a power of two, at least half of them free
+};
+
+#endif

@@ -1,0 +1,122 @@
+#include "VoxelGrid.h"
+
+#include <algorithm>
+
+namespace {
+
+using Position = VoxelGrid::Position;
+
+/// Low corner of a child, in cells of the child's level.
+Position ChildPosition(const Position& iParent, unsigned int iChild) {
+    return {
+        2 * iParent[0] + static_cast<int>(iChild & 1U),
+        2 * iParent[1] + static_cast<int>(iChild >> 1U & 1U),
+        2 * iParent[2] + static_cast<int>(iChild >> 2U & 1U)};
+}
+
+Position Scaled(const Position& iPosition, int iFactor) {
+    return {iPosition[0] * iFactor, iPosition[1] * iFactor, iPosition[2] * iFactor};
+}
+
+/// True when anything is occupied below a position: a subdivided cell may be empty all the way down.
+bool HoldsCell(const PLMIdxIBaseOctree& iOctree, const IDX_Base_Octree_Iterator& iPosition) {
+    for (unsigned int child = 0; child < 8; ++child) {
+        const IDX_Base_Octree_TestResult state = iOctree.Test(iPosition, child);
+        if (state == OCTREE_FULL || state == OCTREE_SURFACE) return true;
+        if (state == OCTREE_EMPTY) continue;
+        IDX_Base_Octree_Iterator below = iPosition;
+        if (!IDX_Failed(iOctree.Move(below, child)) && HoldsCell(iOctree, below)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+VoxelGrid::VoxelGrid(const PLMIdxIBaseOctree& iOctree, bool iHasInside)
+    : _level(std::min(iOctree._depth, kDeepest)),
+      _side(1 << _level),
+      _cells(std::size_t{1} << (3 * _level), Empty),
+      _low{0, 0, 0},
+      _high{-1, -1, -1} {
+    if (_level == 0) return;
+    Walk(iOctree, IDX_Base_Octree_Iterator(), {0, 0, 0});
+    FindBounds();
+    // Until here Inside means occupied and not subdivided.
+    if (iHasInside) {
+        FindInside();
+    } else {
+        std::replace(_cells.begin(), _cells.end(), Inside, Surface);
+    }
+}
+
+void VoxelGrid::Walk(
+    const PLMIdxIBaseOctree& iOctree,
+    const IDX_Base_Octree_Iterator& iIterator,
+    const Position& iPosition) {
+    const unsigned int levelsBelow = _level - iIterator.depth - 1;
+    for (unsigned int child = 0; child < 8; ++child) {
+        const IDX_Base_Octree_TestResult state = iOctree.Test(iIterator, child);
+        if (state == OCTREE_EMPTY) continue;
+        const Position position = ChildPosition(iPosition, child);
+        if (state != OCTREE_PARTIAL) {
+            FillCube(Scaled(position, 1 << levelsBelow), 1 << levelsBelow, Inside);
+            continue;
+        }
+        IDX_Base_Octree_Iterator below = iIterator;
+        if (IDX_Failed(iOctree.Move(below, child))) continue;
+        if (levelsBelow > 0) {
+            Walk(iOctree, below, position);
+        } else if (HoldsCell(iOctree, below)) {
+            FillCube(position, 1, Surface);
+        }
+    }
+}
+
+void VoxelGrid::FillCube(const Position& iLow, int iSide, Cell iCell) {
+    for (int z = iLow[2]; z < iLow[2] + iSide; ++z) {
+        for (int y = iLow[1]; y < iLow[1] + iSide; ++y) {
+            std::fill_n(&_cells[Index({iLow[0], y, z})], iSide, iCell);
+        }
+    }
+}
+
+void VoxelGrid::FindBounds() {
+    _low = {_side, _side, _side};
+    for (int z = 0; z < _side; ++z) {
+        for (int y = 0; y < _side; ++y) {
+            for (int x = 0; x < _side; ++x) {
+                const Position position = {x, y, z};
+                if (_cells[Index(position)] == Empty) continue;
+                for (std::size_t axis = 0; axis < 3; ++axis) {
+                    _low[axis] = std::min(_low[axis], position[axis]);
+                    _high[axis] = std::max(_high[axis], position[axis]);
+                }
+            }
+        }
+    }
+    if (_high[0] >= 0) return;
+    _low = {0, 0, 0};
+    _high = {_side - 1, _side - 1, _side - 1};
+}
+
+void VoxelGrid::FindInside() {
+    for (int z = _low[2]; z <= _high[2]; ++z) {
+        for (int y = _low[1]; y <= _high[1]; ++y) {
+            for (int x = _low[0]; x <= _high[0]; ++x) {
+                Cell& cell = _cells[Index({x, y, z})];
+                if (cell == Inside && !IsEnclosed({x, y, z})) cell = Surface;
+            }
+        }
+    }
+}
+
+bool VoxelGrid::IsEnclosed(const Position& iPosition) const {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        for (const int step : {-1, 1}) {
+            Position neighbour = iPosition;
+            neighbour[axis] += step;
+            if (At(neighbour) == Empty) return false;
+        }
+    }
+    return true;
+}

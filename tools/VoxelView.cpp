@@ -1,0 +1,324 @@
+#include "VoxelView.h"
+
+#include <algorithm>
+#include <cmath>
+
+// The visible faces of the cells are drawn one by one into a depth buffer. In a parallel projection all
+// faces that look the same way are the same parallelogram, which makes a face cheap. The light comes
+// from how full the neighbourhood of a cell is: its gradient gives a smooth normal, its amount darkens
+// hollows (ambient occlusion).
+
+namespace {
+
+using Vector = Projection::Vector;
+using Position = VoxelGrid::Position;
+
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kAzimuth = 35.0 * kPi / 180.0;    // of the viewer, from the front to the right
+constexpr double kElevation = 28.0 * kPi / 180.0;  // of the viewer above the horizon
+constexpr int kSamples = 2;                        // for each pixel, along either axis
+constexpr int kReach = 3;                          // cells that a neighbourhood reaches out
+
+double Dot(const Vector& a, const Vector& b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+
+Vector Cross(const Vector& a, const Vector& b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+
+Vector Combine(double iA, const Vector& a, double iB, const Vector& b) {
+    return {iA * a[0] + iB * b[0], iA * a[1] + iB * b[1], iA * a[2] + iB * b[2]};
+}
+
+Vector Unit(const Vector& a) {
+    const double length = std::sqrt(Dot(a, a));
+    return length > 0.0 ? Combine(1.0 / length, a, 0.0, a) : a;
+}
+
+/// What surrounds a cell within kReach.
+struct Neighbourhood {
+    Vector outwards;  ///< away from the fuller side; its length is 1 above a flat face of a solid
+    double fullness;  ///< occupied share, from 0 to 1
+};
+
+Neighbourhood LookAround(const VoxelGrid& iGrid, const Position& iCell) {
+    // Over a flat face of a solid, this is the sum of the offsets of occupied cells along its normal.
+    constexpr double kFlatSum = (2 * kReach + 1) * (2 * kReach + 1) * (kReach * (kReach + 1)) / 2.0;
+    constexpr double kCells = (2 * kReach + 1) * (2 * kReach + 1) * (2 * kReach + 1);
+    std::array<int, 3> sum = {0, 0, 0};
+    int count = 0;
+    for (int z = -kReach; z <= kReach; ++z) {
+        for (int y = -kReach; y <= kReach; ++y) {
+            for (int x = -kReach; x <= kReach; ++x) {
+                if (iGrid.At({iCell[0] + x, iCell[1] + y, iCell[2] + z}) == VoxelGrid::Empty) {
+                    continue;
+                }
+                sum = {sum[0] + x, sum[1] + y, sum[2] + z};
+                ++count;
+            }
+        }
+    }
+    return {
+        {-sum[0] / kFlatSum, -sum[1] / kFlatSum, -sum[2] / kFlatSum},
+        count / kCells
+    };
+}
+
+/// Light on a face, from 0 to a little over 1.
+class Lamps {
+public:
+    explicit Lamps(const Projection& iProjection)
+        : _key(Unit(Combine(
+              1.0,
+              Combine(-0.45, iProjection.Right(), 0.80, iProjection.Up()),
+              0.95,
+              iProjection.Viewer()))),
+          _fill(Unit(Combine(0.9, iProjection.Right(), 0.45, iProjection.Viewer()))) {}
+
+    double Shade(const Neighbourhood& iAround, const Vector& iFaceNormal) const {
+        constexpr double kFlatFullness = (kReach + 1.0) / (2.0 * kReach + 1.0);
+        const Vector normal = Unit(Combine(1.6, iAround.outwards, 0.5, iFaceNormal));
+        const double hollow = std::max(0.0, iAround.fullness - kFlatFullness);
+        const double light = 0.38 + 0.80 * std::max(0.0, Dot(normal, _key)) +
+                             0.22 * std::max(0.0, Dot(normal, _fill));
+        return light * std::max(0.45, 1.0 - 1.7 * hollow);
+    }
+
+private:
+    Vector _key;   ///< towards the main lamp
+    Vector _fill;  ///< towards the lamp that brightens the shadows
+};
+
+/// Samples with their distance, nearest first wins.
+class Canvas {
+public:
+    Canvas(int iWidth, int iHeight)
+        : _width(iWidth * kSamples),
+          _height(iHeight * kSamples),
+          _depths(Size(), -1e30F),
+          _shades(Size(), 0.0F) {}
+
+    int Width() const { return _width; }
+    int Height() const { return _height; }
+
+    void Put(int iX, int iY, double iDepth, double iShade) {
+        const std::size_t at = Index(iX, iY);
+        const auto depth = static_cast<float>(iDepth);
+        if (depth <= _depths[at]) return;
+        _depths[at] = depth;
+        _shades[at] = static_cast<float>(iShade);
+    }
+
+    /// Averages the samples of each pixel.
+    Pixels Resolve(const Colour& iColour) const {
+        Pixels pixels = {_width / kSamples, _height / kSamples, {}};
+        pixels.values.reserve(Size() / (kSamples * kSamples));
+        for (int y = 0; y < pixels.height; ++y) {
+            for (int x = 0; x < pixels.width; ++x) pixels.values.push_back(Pixel(x, y, iColour));
+        }
+        return pixels;
+    }
+
+private:
+    std::size_t Size() const {
+        return static_cast<std::size_t>(_width) * static_cast<std::size_t>(_height);
+    }
+    std::size_t Index(int iX, int iY) const {
+        return static_cast<std::size_t>(iY) * static_cast<std::size_t>(_width) +
+               static_cast<std::size_t>(iX);
+    }
+
+    std::uint32_t Pixel(int iX, int iY, const Colour& iColour) const {
+        constexpr double kAll = kSamples * kSamples;
+        double light = 0.0;
+        int nHit = 0;
+        for (int sample = 0; sample < kSamples * kSamples; ++sample) {
+            const float shade = _shades[Index(
+                iX * kSamples + sample % kSamples, iY * kSamples + sample / kSamples)];
+            light += static_cast<double>(shade);
+            nHit += shade > 0.0F ? 1 : 0;
+        }
+        const auto channel = [&](double iValue) {
+            return static_cast<std::uint32_t>(std::lround(255.0 * std::clamp(iValue, 0.0, 1.0)));
+        };
+        const double coverage = nHit / kAll;
+        const auto lit = [&](double iValue) {
+            return channel(std::min(coverage, iValue * light / kAll));
+        };
+        return channel(coverage) << 24U | lit(iColour.red) << 16U | lit(iColour.green) << 8U |
+               lit(iColour.blue);
+    }
+
+    int _width;
+    int _height;
+    std::vector<float> _depths;  ///< towards the viewer
+    std::vector<float> _shades;  ///< 0 where nothing is drawn
+};
+
+/// Maps cell coordinates to samples of the canvas, scaled so that a box of cells just fits.
+class Screen {
+public:
+    Screen(const VoxelGrid& iGrid, const Projection& iProjection, int iWidth, int iHeight)
+        : _projection(iProjection) {
+        double low[2] = {1e30, 1e30};
+        double high[2] = {-1e30, -1e30};
+        for (unsigned int corner = 0; corner < 8; ++corner) {
+            Vector point;
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                point[axis] =
+                    (corner >> axis & 1U) != 0 ? iGrid.High()[axis] + 1 : iGrid.Low()[axis];
+            }
+            const double at[2] = {Dot(point, iProjection.Right()), -Dot(point, iProjection.Up())};
+            for (int i = 0; i < 2; ++i) {
+                low[i] = std::min(low[i], at[i]);
+                high[i] = std::max(high[i], at[i]);
+            }
+        }
+        scale = std::min(iWidth / (high[0] - low[0]), iHeight / (high[1] - low[1]));
+        _shift[0] = 0.5 * (iWidth - scale * (low[0] + high[0]));
+        _shift[1] = 0.5 * (iHeight - scale * (low[1] + high[1]));
+    }
+
+    /// Column, row and depth of a direction, or of a point with `iShifted`.
+    Vector Map(const Vector& iPoint, bool iShifted) const {
+        return {
+            scale * Dot(iPoint, _projection.Right()) + (iShifted ? _shift[0] : 0.0),
+            -scale * Dot(iPoint, _projection.Up()) + (iShifted ? _shift[1] : 0.0),
+            Dot(iPoint, _projection.Viewer())};
+    }
+
+    double scale;  ///< samples a cell
+
+private:
+    const Projection& _projection;
+    double _shift[2];
+};
+
+/// Draws all faces that look along one axis.
+class FaceBrush {
+public:
+    /// @param iAxis  the faces' normal, on the viewer's side
+    FaceBrush(const Screen& iScreen, const Projection& iProjection, std::size_t iAxis)
+        : _screen(iScreen), _axis(iAxis), _positive(iProjection.Viewer()[iAxis] > 0.0) {
+        Vector edge = {0.0, 0.0, 0.0};
+        edge[(iAxis + 1) % 3] = 1.0;
+        _edgeU = iScreen.Map(edge, false);
+        edge = {0.0, 0.0, 0.0};
+        edge[(iAxis + 2) % 3] = 1.0;
+        _edgeV = iScreen.Map(edge, false);
+        _area = _edgeU[0] * _edgeV[1] - _edgeU[1] * _edgeV[0];
+    }
+
+    Vector Normal() const {
+        Vector normal = {0.0, 0.0, 0.0};
+        normal[_axis] = _positive ? 1.0 : -1.0;
+        return normal;
+    }
+
+    bool IsOpen(const VoxelGrid& iGrid, Position iCell) const {
+        iCell[_axis] += _positive ? 1 : -1;
+        return iGrid.At(iCell) == VoxelGrid::Empty;
+    }
+
+    void Draw(const Position& iCell, double iShade, Canvas& ioCanvas) const {
+        Vector corner = {double(iCell[0]), double(iCell[1]), double(iCell[2])};
+        corner[_axis] += _positive ? 1.0 : 0.0;
+        const Vector start = _screen.Map(corner, true);
+        const int left = First(start[0], _edgeU[0], _edgeV[0]);
+        const int right = std::min(Last(start[0], _edgeU[0], _edgeV[0]), ioCanvas.Width() - 1);
+        const int bottom = std::min(Last(start[1], _edgeU[1], _edgeV[1]), ioCanvas.Height() - 1);
+        for (int y = First(start[1], _edgeU[1], _edgeV[1]); y <= bottom; ++y) {
+            for (int x = left; x <= right; ++x) DrawSample(start, x, y, iShade, ioCanvas);
+        }
+    }
+
+private:
+    static int First(double iStart, double iU, double iV) {
+        return std::max(0, static_cast<int>(iStart + std::min(0.0, iU) + std::min(0.0, iV)));
+    }
+    static int Last(double iStart, double iU, double iV) {
+        return static_cast<int>(iStart + std::max(0.0, iU) + std::max(0.0, iV));
+    }
+
+    void DrawSample(const Vector& iStart, int iX, int iY, double iShade, Canvas& ioCanvas) const {
+        constexpr double kSlack = 1e-6;  // so that no crack shows between two faces
+        const double x = iX + 0.5 - iStart[0];
+        const double y = iY + 0.5 - iStart[1];
+        const double u = (x * _edgeV[1] - y * _edgeV[0]) / _area;
+        const double v = (y * _edgeU[0] - x * _edgeU[1]) / _area;
+        if (std::min(u, v) < -kSlack || std::max(u, v) > 1.0 + kSlack) return;
+        const double depth = iStart[2] + u * _edgeU[2] + v * _edgeV[2];
+        ioCanvas.Put(iX, iY, depth, iShade * EdgeLine(u, v));
+    }
+
+    /// Draws the outline of a cell a little darker where cells are large enough for it.
+    double EdgeLine(double iU, double iV) const {
+        constexpr double kSmallestCell = 6.0;
+        if (_screen.scale < kSmallestCell * kSamples) return 1.0;
+        const double toEdge = std::min({iU, iV, 1.0 - iU, 1.0 - iV});
+        return toEdge * _screen.scale < 0.6 * kSamples ? 0.88 : 1.0;
+    }
+
+    const Screen& _screen;
+    std::size_t _axis;
+    bool _positive;
+    Vector _edgeU;  ///< the edges of a face, mapped
+    Vector _edgeV;
+    double _area;  ///< of the mapped face, signed
+};
+
+void DrawCell(
+    const VoxelGrid& iGrid,
+    const Position& iCell,
+    const std::array<FaceBrush, 3>& iBrushes,
+    const Lamps& iLamps,
+    Canvas& ioCanvas) {
+    if (iGrid.At(iCell) == VoxelGrid::Empty) return;
+    const bool seen = std::any_of(iBrushes.begin(), iBrushes.end(), [&](const FaceBrush& brush) {
+        return brush.IsOpen(iGrid, iCell);
+    });
+    if (!seen) return;
+    const Neighbourhood around = LookAround(iGrid, iCell);
+    for (const FaceBrush& brush : iBrushes) {
+        if (!brush.IsOpen(iGrid, iCell)) continue;
+        brush.Draw(iCell, iLamps.Shade(around, brush.Normal()), ioCanvas);
+    }
+}
+
+}  // namespace
+
+Projection::Projection(UpAxis iUp) {
+    const double front = std::cos(kAzimuth) * std::cos(kElevation);
+    const double side = std::sin(kAzimuth) * std::cos(kElevation);
+    const double above = std::sin(kElevation);
+    const bool yUp = iUp == UpAxis::Y;
+    const Vector vertical = yUp ? Vector{0.0, 1.0, 0.0} : Vector{0.0, 0.0, 1.0};
+    _viewer = yUp ? Vector{side, above, front} : Vector{side, -front, above};
+    _right = Unit(Cross(vertical, _viewer));
+    _up = Cross(_viewer, _right);
+}
+
+Pixels DrawView(
+    const VoxelGrid& iGrid,
+    const Projection& iProjection,
+    const Colour& iColour,
+    int iWidth,
+    int iHeight,
+    double& oPixelsPerCell) {
+    Canvas canvas(iWidth, iHeight);
+    const Screen screen(iGrid, iProjection, canvas.Width(), canvas.Height());
+    oPixelsPerCell = screen.scale / kSamples;
+    const Lamps lamps(iProjection);
+    const std::array<FaceBrush, 3> brushes = {
+        FaceBrush(screen, iProjection, 0), FaceBrush(screen, iProjection, 1),
+        FaceBrush(screen, iProjection, 2)};
+    for (int z = iGrid.Low()[2]; z <= iGrid.High()[2]; ++z) {
+        for (int y = iGrid.Low()[1]; y <= iGrid.High()[1]; ++y) {
+            for (int x = iGrid.Low()[0]; x <= iGrid.High()[0]; ++x) {
+                DrawCell(iGrid, {x, y, z}, brushes, lamps, canvas);
+            }
+        }
+    }
+    return canvas.Resolve(iColour);
+}
