@@ -7,6 +7,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 
 namespace {
 
@@ -52,6 +53,13 @@ unsigned int ChildAt(const unsigned int (&iCode)[3], unsigned int iLevel) {
 unsigned int CommonLevels(const unsigned int (&iA)[3], const unsigned int (&iB)[3]) {
     const unsigned int differences = (iA[0] ^ iB[0]) | (iA[1] ^ iB[1]) | (iA[2] ^ iB[2]);
     return static_cast<unsigned int>(std::countl_zero(differences));
+}
+
+bool HoldsFullCell(const NodeSet& iNodeSet) {
+    std::uint64_t words[2];
+    std::memcpy(words, iNodeSet.words, sizeof(words));
+    const std::uint64_t full = (words[0] >> 1 & ~words[0]) | (words[1] >> 1 & ~words[1]);
+    return (full & 0x5555555555555555u) != 0;
 }
 
 /// Of eight two-bit states, a mask of the children that are OCTREE_FULL.
@@ -202,6 +210,14 @@ long int OctreeTriangleDrawer::DrawBelow(
     const unsigned int levelsBelow = _depth - iIterator.depth;
     if (levelsBelow == 1) return DrawInLeafGroup(iIterator.offset, iCentre, iHalfSize, ioTriangle);
 
+    if (levelsBelow == 2 && iLastDepth == _depth) {
+        NodeSet& nodeSet = NodeSetAt(_arena, iIterator.offset);
+        const NodeSetCells marked = ioTriangle.CellsOfNodeSet(iCentre, iHalfSize);
+        if (marked.decided && !HoldsFullCell(nodeSet)) {
+            MarkCells(nodeSet, marked.touched);
+            return marked.touched != 0 ? IDX_S_OK : IDX_S_NOTHING_DONE;
+        }
+    }
     const unsigned int full = FullChildren(iIterator.offset, levelsBelow);
     const ChildCells cells = ioTriangle.Children(iCentre, iHalfSize, iIterator.depth, full);
     bool drawn = (cells.reached & full) != 0;
@@ -226,6 +242,26 @@ long int OctreeTriangleDrawer::DrawBelow(
     return drawn ? IDX_S_OK : IDX_S_NOTHING_DONE;
 }
 
+/// Makes cells of a leaf group OCTREE_SURFACE and counts those that were empty.
+void OctreeTriangleDrawer::MarkCellsOfGroup(unsigned short& ioWord, unsigned int iCells) {
+    const unsigned int fields = kSurfaceFields[iCells];
+    const unsigned int fresh = fields & 0x5555u & ~(ioWord | ioWord >> 1);
+    _nCellsByDepth[_depth] += std::popcount(fresh);
+    ioWord = static_cast<unsigned short>(ioWord | fields);
+}
+
+/// The same for all cells of a node set; a leaf group that was empty is counted with its first cells.
+void OctreeTriangleDrawer::MarkCells(NodeSet& ioNodeSet, std::uint64_t iCells) {
+    for (std::uint64_t rest = iCells; rest != 0;) {
+        const auto group = static_cast<unsigned int>(std::countr_zero(rest)) / kChildren;
+        const unsigned int shift = kChildren * group;
+        unsigned short& word = ioNodeSet.words[group];
+        if (word == kEmptyGroup) ++_nCellsByDepth[_depth - 1];
+        MarkCellsOfGroup(word, iCells >> shift & 0xFFu);
+        rest &= ~(std::uint64_t{0xFF} << shift);
+    }
+}
+
 long int OctreeTriangleDrawer::DrawInLeafGroup(
     unsigned int iOffset, FourFloats iCentre, FourFloats iHalfSize, TriangleCells& ioTriangle) {
     unsigned short& word = WordAt(_arena, iOffset);
@@ -240,10 +276,7 @@ long int OctreeTriangleDrawer::DrawInLeafGroup(
         if (touched) marked |= 1u << c;
         if (!decided) marked &= (1u << c) - 1;  // what lies behind isn't drawn
     }
-    const unsigned int fields = kSurfaceFields[marked];
-    const unsigned int fresh = fields & 0x5555u & ~(word | word >> 1);
-    _nCellsByDepth[_depth] += std::popcount(fresh);
-    word = static_cast<unsigned short>(word | fields);
+    MarkCellsOfGroup(word, marked);
     if (!decided) return IDX_E_FAIL;
     return (marked | (cells.reached & full)) != 0 ? IDX_S_OK : IDX_S_NOTHING_DONE;
 }

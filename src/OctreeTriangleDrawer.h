@@ -3,6 +3,7 @@
 
 #include "FourFloats.h"
 #include "TriangleCells.h"
+#include "WorkingOctreeRecords.h"
 
 #include "PLMIdxWTWorkingOctree.h"
 
@@ -50,6 +51,8 @@ private:
     void Remember(const VertexCode& iCode, unsigned int iLevel);
     [[nodiscard]] long int DrawInLeafGroup(
         unsigned int iOffset, FourFloats iCentre, FourFloats iHalfSize, TriangleCells& ioTriangle);
+    void MarkCells(NodeSet& ioNodeSet, std::uint64_t iCells);
+    void MarkCellsOfGroup(unsigned short& ioWord, unsigned int iCells);
     [[nodiscard]] bool Enter(IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild);
     unsigned int FullChildren(unsigned int iOffset, unsigned int iLevelsBelow) const;
 

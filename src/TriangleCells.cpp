@@ -2,6 +2,7 @@
 
 #include "IDX_Base_GeometryServices.h"
 
+#include <bit>
 #include <limits>
 
 namespace {
@@ -9,6 +10,15 @@ namespace {
 constexpr float kUnit = 0x1p-24f;
 constexpr float kEdgeBound = 16 * kUnit;
 constexpr float kNormalBound = 64 * kUnit;
+/// How far the faces of a cell's box can be off their ideal place, as part of the largest coordinate: the
+/// centre of a cell is rounded twice on the way from its node set. Twice as much is taken.
+constexpr float kCellSlack = 4 * kUnit;
+
+/// For positions in a node set relative to vertex 0, as part of the extents that they are made of.
+constexpr float kLatticeBound = 8 * kUnit;
+
+/// A component of the normal is at most this many products of two extents.
+constexpr float kNormalTerms = 2.5f;
 constexpr float kUnderflow = 0x1p-100f;
 
 /// The largest coordinate and the largest half-size for which the bounds hold.
@@ -20,6 +30,41 @@ bool InRange(FourFloats iValue) {
 
 FourFloats Infinite() {
     return _mm_set1_ps(std::numeric_limits<float>::infinity());
+}
+
+/// The cells x + 4 y + 16 z of a node set that a mask of columns, of rows or of layers holds.
+struct CellsOfSlabs {
+    std::uint64_t cells[3][16];
+    constexpr CellsOfSlabs() : cells() {
+        for (unsigned int mask = 0; mask < 16; ++mask) {
+            for (unsigned int cell = 0; cell < 64; ++cell) {
+                for (unsigned int axis = 0; axis < 3; ++axis) {
+                    const unsigned int slab = cell >> (2 * axis) & 3u;
+                    cells[axis][mask] |= static_cast<std::uint64_t>(mask >> slab & 1u) << cell;
+                }
+            }
+        }
+    }
+};
+constexpr CellsOfSlabs kCellsOfSlabs;
+
+std::uint64_t CellsIn(unsigned int iColumns, unsigned int iRows, unsigned int iLayers) {
+    return kCellsOfSlabs.cells[0][iColumns] & kCellsOfSlabs.cells[1][iRows] &
+           kCellsOfSlabs.cells[2][iLayers];
+}
+
+/// Exchanges the bits of a mask with those that lie higher by a shift.
+std::uint64_t SwapBits(std::uint64_t iBits, std::uint64_t iMask, unsigned int iShift) {
+    const std::uint64_t change = (iBits ^ iBits >> iShift) & iMask;
+    return iBits ^ change ^ change << iShift;
+}
+
+/// From cell x + 4 y + 16 z to cell j of leaf group g at 8 g + j: the bits of the place, highest first, go
+///   z1 z0 y1 y0 x1 x0  ->  z1 z0 y1 x1 y0 x0  ->  z1 x1 y1 z0 y0 x0  ->  z1 y1 x1 z0 y0 x0
+std::uint64_t ByLeafGroup(std::uint64_t iCells) {
+    iCells = SwapBits(iCells, 0x0C0C0C0C0C0C0C0Cu, 2);
+    iCells = SwapBits(iCells, 0x0000F0F00000F0F0u, 12);
+    return SwapBits(iCells, 0x0000FF000000FF00u, 8);
 }
 
 /// One lane of a vector, in all lanes.
@@ -38,12 +83,14 @@ FourFloats Lane(FourFloats iValue, unsigned int iLane) {
 
 TriangleCells::TriangleCells(
     const float (*iVertices)[3], FourFloats iCentre, FourFloats iHalfSize, float iFactor)
-    : _vertices(iVertices), _factor(_mm_set1_ps(iFactor)), _axesReady(false), _readyLevels(0) {
+    : _vertices(iVertices), _axesReady(false) {
+    SetFactor(iFactor);
     for (unsigned int i = 0; i < 3; ++i) _points[i] = AxesFrom(iVertices[i]);
     _low = _mm_min_ps(_mm_min_ps(_points[0], _points[1]), _points[2]);
     _high = _mm_max_ps(_mm_max_ps(_points[0], _points[1]), _points[2]);
     _reachLow = _low;
     _reachHigh = _high;
+    _slack = (Absolute(iCentre) + iHalfSize) * _mm_set1_ps(kCellSlack);
     // A coordinate that isn't a number is in no range.
     _usable = InRange(_points[0]) && InRange(_points[1]) && InRange(_points[2]) &&
               InRange(iCentre) && InRange(iHalfSize) &&
@@ -86,7 +133,7 @@ void TriangleCells::PreparePlane(
     _radii[iPlane] = Select(redundant, Infinite(), Absolute(half));
 }
 
-void TriangleCells::PrepareLevel(Level& oLevel, FourFloats iBoxSize) const {
+void TriangleCells::PrepareLevel(Level& oLevel, FourFloats iBoxSize, FourFloats iSlack) const {
     const FourFloats sizes[3] = {
         Broadcast<0>(iBoxSize), Broadcast<1>(iBoxSize), Broadcast<2>(iBoxSize)};
     for (unsigned int plane = 0; plane < 3; ++plane) {
@@ -102,15 +149,112 @@ void TriangleCells::PrepareLevel(Level& oLevel, FourFloats iBoxSize) const {
     const FourFloats reach = extents * _mm_set1_ps(2.0f) + iBoxSize * _mm_set1_ps(3.0f);
     const FourFloats extentB = Rotate(extents);
     const FourFloats extentC = Rotate(extentB);
-    const FourFloats edgeTerms = extentB * Rotate(Rotate(reach)) + extentC * Rotate(reach);
-    const FourFloats underflow = _mm_set1_ps(kUnderflow);
-    const FourFloats edgeErrors = edgeTerms * _mm_set1_ps(kEdgeBound) + underflow;
+    // A box that is off by the slack moves both sides by no more than it moves the radius.
+    const FourFloats edgeReach = reach * _mm_set1_ps(kEdgeBound) + iSlack;
+    const FourFloats normalReach =
+        reach * _mm_set1_ps(kNormalBound) + iSlack * _mm_set1_ps(kNormalTerms);
+    const FourFloats edgeErrors =
+        extentB * Rotate(Rotate(edgeReach)) + extentC * Rotate(edgeReach) + _mm_set1_ps(kUnderflow);
     for (unsigned int plane = 0; plane < 3; ++plane) {
         oLevel.edgeErrors[plane] = Lane(edgeErrors, plane);
     }
     oLevel.normalLimit = _mm_set1_ps(SumOfAxes(_absNormal * iBoxSize));
-    oLevel.normalError =
-        _mm_set1_ps(SumOfAxes(extentB * extentC * reach) * kNormalBound + kUnderflow);
+    oLevel.normalError = _mm_set1_ps(SumOfAxes(extentB * extentC * normalReach) + kUnderflow);
+}
+
+TriangleCells::Lanes TriangleCells::LanesBelow(FourFloats iGaps, FourFloats iError) {
+    return {LanesOf(_mm_cmpngt_ps(iGaps, iError)), LanesOf(_mm_cmplt_ps(iGaps, Negative(iError)))};
+}
+
+TriangleCells::Lattice TriangleCells::LatticeOf(FourFloats iCentre, FourFloats iHalfSize) const {
+    const FourFloats quarters = _mm_setr_ps(-0.75f, -0.25f, 0.25f, 0.75f);
+    const FourFloats centre = iCentre - _points[0];
+    Lattice lattice;
+    lattice.along[0] = Broadcast<0>(centre) + Broadcast<0>(iHalfSize) * quarters;
+    lattice.along[1] = Broadcast<1>(centre) + Broadcast<1>(iHalfSize) * quarters;
+    lattice.along[2] = Broadcast<2>(centre) + Broadcast<2>(iHalfSize) * quarters;
+    lattice.cellSize = iHalfSize * _mm_set1_ps(0.25f);
+    const FourFloats extents = (_high - _low) + iHalfSize * _mm_set1_ps(2.0f);
+    lattice.slack = _slack + extents * _mm_set1_ps(kLatticeBound);
+    return lattice;
+}
+
+NodeSetCells TriangleCells::CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfSize) {
+    if (!_usable || !_plain) return {0, false};
+    const Lattice lattice = LatticeOf(iCentre, iHalfSize);
+    const FourFloats low = _low - _points[0];
+    const FourFloats high = _high - _points[0];
+    Lanes axes[3];
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const FourFloats& along = lattice.along[axis];
+        const FourFloats gaps = _mm_max_ps(Lane(low, axis) - along, along - Lane(high, axis));
+        axes[axis] = LanesBelow(gaps - Lane(lattice.cellSize, axis), Lane(lattice.slack, axis));
+    }
+    const std::uint64_t near = CellsIn(axes[0].near, axes[1].near, axes[2].near);
+    if (std::popcount(near) <= 3) {
+        const std::uint64_t holding = CellsHoldingVertex(lattice);
+        if ((near & ~holding) == 0) return {ByLeafGroup(near), true};
+    }
+    return RowsOfNodeSet(lattice, axes);
+}
+
+/// Cells x + 4 y + 16 z of a node set that certainly hold a vertex.
+std::uint64_t TriangleCells::CellsHoldingVertex(const Lattice& iLattice) const {
+    const FourFloats size = iLattice.cellSize - iLattice.slack;
+    std::uint64_t cells = 0;
+    for (const FourFloats vertex : _points) {
+        const FourFloats place = vertex - _points[0];
+        unsigned int slabs[3];
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const FourFloats distance = Absolute(iLattice.along[axis] - Lane(place, axis));
+            slabs[axis] = LanesOf(_mm_cmplt_ps(distance, Lane(size, axis)));
+        }
+        cells |= CellsIn(slabs[0], slabs[1], slabs[2]);
+    }
+    return cells;
+}
+
+NodeSetCells TriangleCells::RowsOfNodeSet(const Lattice& iLattice, const Lanes (&iAxes)[3]) {
+    const Level& level = LevelFor(kLatticeLevel, iLattice.cellSize, iLattice.slack);
+    const FourFloats& columns = iLattice.along[0];
+    alignas(16) float rows[4];
+    alignas(16) float layers[4];
+    _mm_store_ps(rows, iLattice.along[1]);
+    _mm_store_ps(layers, iLattice.along[2]);
+
+    Lanes inRow[4];  // columns, by row: the plane (x, y)
+    for (unsigned int y = 0; y < 4; ++y) {
+        if ((iAxes[1].near >> y & 1u) == 0) continue;
+        const FourFloats gaps = GapOnEdges(2, columns, _mm_set1_ps(rows[y]), level);
+        inRow[y] = LanesBelow(gaps, level.edgeErrors[2]);
+    }
+    const FourFloats alongX = Broadcast<0>(_normal) * columns;
+    std::uint64_t touched = 0;
+    for (unsigned int z = 0; z < 4; ++z) {
+        if ((iAxes[2].near >> z & 1u) == 0) continue;
+        const FourFloats layer = _mm_set1_ps(layers[z]);
+        const Lanes inLayer =  // columns: the plane (z, x)
+            LanesBelow(GapOnEdges(1, layer, columns, level), level.edgeErrors[1]);
+        const Lanes rowsOfLayer =  // rows: the plane (y, z)
+            LanesBelow(GapOnEdges(0, iLattice.along[1], layer, level), level.edgeErrors[0]);
+        const FourFloats alongXZ = alongX + Broadcast<2>(_normal) * layer;
+        for (unsigned int y = 0; y < 4; ++y) {
+            if ((iAxes[1].near & rowsOfLayer.near & 1u << y) == 0) continue;
+            unsigned int near = iAxes[0].near & inLayer.near & inRow[y].near;
+            if (near == 0) continue;
+            const FourFloats distance =
+                Absolute(alongXZ + Broadcast<1>(_normal) * _mm_set1_ps(rows[y]));
+            const Lanes onNormal = LanesBelow(distance - level.normalLimit, level.normalError);
+            near &= onNormal.near;
+            if (near == 0) continue;
+            const bool rowIsSure =
+                (iAxes[1].sure & rowsOfLayer.sure & 1u << y) != 0 && (iAxes[2].sure >> z & 1u) != 0;
+            const unsigned int sure = iAxes[0].sure & inLayer.sure & inRow[y].sure & onNormal.sure;
+            if (!rowIsSure || (near & ~sure) != 0) return {0, false};
+            touched |= static_cast<std::uint64_t>(near) << (4 * y + 16 * z);
+        }
+    }
+    return {ByLeafGroup(touched), true};
 }
 
 bool TriangleCells::DecideExactly(

@@ -6,6 +6,7 @@
 #include "PLMIdxWTWorkingOctree.h"
 
 #include <cfloat>
+#include <cstdint>
 
 /// The eight children of one cell against one triangle. A bit of a mask is a child number.
 struct ChildCells {
@@ -14,6 +15,12 @@ struct ChildCells {
     unsigned int reached;  ///< children whose half is reached by the triangle's bounds on each axis
     unsigned int touched;  ///< of these, certainly touched
     unsigned int open;     ///< of these, to be decided exactly
+};
+
+/// The 64 cells of the last level below one node set against one triangle.
+struct NodeSetCells {
+    std::uint64_t touched;  ///< bit 8 g + j for cell j of leaf group g
+    bool decided;  ///< false when rounding leaves a cell open; `touched` means nothing then
 };
 
 /// A triangle made ready to be held against the cells of an octree: decides for all eight children of
@@ -60,6 +67,7 @@ public:
 
     void SetFactor(float iFactor) {
         _factor = _mm_set1_ps(iFactor);
+        _plain = iFactor == 1.0f;
         _readyLevels = 0;
     }
 
@@ -70,6 +78,13 @@ public:
     /// @param iPassed    children that need no test; they are neither in `touched` nor in `open`
     ChildCells Children(
         FourFloats iCentre, FourFloats iHalfSize, unsigned int iLevel, unsigned int iPassed);
+
+    /// Decides for all cells of a node set, and thereby for its leaf groups, at once: a group is touched
+    /// when one of its cells is. That is so for certain as long as no cell is touched or missed by less than
+    /// what the rounded boxes of cells and groups can stick out from each other.
+    /// @param iCentre    centre of the node set
+    /// @param iHalfSize  distance from there to its faces
+    NodeSetCells CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfSize);
 
     /// The exact test for one child.
     /// @param oTouched  whether triangle and box have a point in common
@@ -83,6 +98,9 @@ private:
         FourFloats b;       ///< and along b
         FourFloats middle;  ///< middle of the triangle's projection
     };
+
+    /// In place of a level: the cells of a node set, with the slack of their boxes.
+    static constexpr unsigned int kLatticeLevel = PLMIdxWTWorkingOctree::MAXDEPTH;
 
     /// What depends on the size of the boxes alone.
     struct Level {
@@ -98,10 +116,28 @@ private:
         unsigned int meeting;
     };
 
+    /// The positions of the four columns, rows and layers of cells of a node set, relative to vertex 0.
+    struct Lattice {
+        FourFloats along[3];  ///< for each axis the four centres
+        FourFloats cellSize;  ///< half-size of a cell
+        FourFloats slack;     ///< by how much the faces of its box may be off
+    };
+
+    /// Of four lanes, those that aren't certainly apart from the triangle and those that certainly meet it.
+    struct Lanes {
+        unsigned int near;
+        unsigned int sure;
+    };
+    static Lanes LanesBelow(FourFloats iGaps, FourFloats iError);
+
+    Lattice LatticeOf(FourFloats iCentre, FourFloats iHalfSize) const;
+    std::uint64_t CellsHoldingVertex(const Lattice& iLattice) const;
+    NodeSetCells RowsOfNodeSet(const Lattice& iLattice, const Lanes (&iAxes)[3]);
+
     void PrepareAxes();
     void PreparePlane(unsigned int iPlane, FourFloats iA, FourFloats iB, FourFloats iNormal);
-    const Level& LevelFor(unsigned int iLevel, FourFloats iBoxSize);
-    void PrepareLevel(Level& oLevel, FourFloats iBoxSize) const;
+    const Level& LevelFor(unsigned int iLevel, FourFloats iBoxSize, FourFloats iSlack);
+    void PrepareLevel(Level& oLevel, FourFloats iBoxSize, FourFloats iSlack) const;
 
     unsigned int HoldingVertex(const ChildCells& iCells, FourFloats iBoxSize) const;
     Verdict OnBounds(const ChildCells& iCells, FourFloats iBoxSize) const;
@@ -115,8 +151,10 @@ private:
     FourFloats _high;
     FourFloats _reachLow;  ///< what the reach test looks at
     FourFloats _reachHigh;
+    FourFloats _slack;          ///< by how much the box of a cell may be off
     FourFloats _factor;         ///< box size of a child / its half-size
     bool _usable;               ///< all numbers are in the range of the bounds above
+    bool _plain;                ///< the factor is 1
     bool _axesReady;            ///< the fields below are worked out
     unsigned int _readyLevels;  ///< bits of the levels whose limits are worked out
 
@@ -126,7 +164,7 @@ private:
     FourFloats _extentB[3];
     FourFloats _normal;     ///< of the triangle
     FourFloats _absNormal;  ///< infinite where the plane repeats a box normal
-    Level _levels[PLMIdxWTWorkingOctree::MAXDEPTH];
+    Level _levels[kLatticeLevel + 1];
 };
 
 /// Children on the low and on the high side along X, Y and Z.
@@ -251,11 +289,11 @@ inline TriangleCells::Verdict TriangleCells::OnAxes(
 }
 
 inline const TriangleCells::Level& TriangleCells::LevelFor(
-    unsigned int iLevel, FourFloats iBoxSize) {
+    unsigned int iLevel, FourFloats iBoxSize, FourFloats iSlack) {
     Level& level = _levels[iLevel];
     if ((_readyLevels >> iLevel & 1u) == 0) {
         if (!_axesReady) PrepareAxes();
-        PrepareLevel(level, iBoxSize);
+        PrepareLevel(level, iBoxSize, iSlack);
         _readyLevels |= 1u << iLevel;
     }
     return level;
@@ -282,7 +320,7 @@ inline ChildCells TriangleCells::Children(
     cells.open &= ~bounds.apart;
     if (cells.open == 0) return cells;
 
-    const Verdict axes = OnAxes(cells, LevelFor(iLevel, boxSize));
+    const Verdict axes = OnAxes(cells, LevelFor(iLevel, boxSize, _mm_setzero_ps()));
     cells.touched |= cells.open & bounds.meeting & axes.meeting;
     cells.open &= ~(axes.apart | cells.touched);
     return cells;
