@@ -49,8 +49,15 @@ inline FourFloats Select(FourFloats iMask, FourFloats iWhenSet, FourFloats iElse
     return _mm_or_ps(_mm_and_ps(iMask, iWhenSet), _mm_andnot_ps(iMask, iElse));
 }
 
+/// Three coordinates, and 0.
 inline FourFloats AxesFrom(const float* iCoordinates) {
     return _mm_setr_ps(iCoordinates[0], iCoordinates[1], iCoordinates[2], 0.0f);
+}
+
+inline void StoreAxes(FourFloats iValue, float* oCoordinates) {
+    alignas(16) float lanes[4];
+    _mm_store_ps(lanes, iValue);
+    for (unsigned int axis = 0; axis < 3; ++axis) oCoordinates[axis] = lanes[axis];
 }
 
 #endif

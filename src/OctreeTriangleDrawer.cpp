@@ -7,6 +7,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -80,6 +81,8 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
       _nCellsByDepth(WorkingOctreeAccess::Counts(ioOctree)),
       _origin(Vector(ioOctree._bbOrigin)),
       _size(Vector(ioOctree._bbSize)),
+      _points(nullptr),
+      _codes(nullptr),
       _lastCode{},
       _known(0) {
     _extents[0] = _size;
@@ -99,11 +102,34 @@ OctreeTriangleDrawer::VertexCode OctreeTriangleDrawer::CodeOf(const IDX_Point& i
     };
 }
 
+OctreeTriangleDrawer::~OctreeTriangleDrawer() {
+    std::free(_codes);
+}
+
+void OctreeTriangleDrawer::SetMesh(const IDX_Point* iPoints, unsigned int iNPoints) {
+    _points = iPoints;
+    std::free(_codes);
+    _codes = static_cast<VertexCode*>(std::malloc(iNPoints * sizeof(VertexCode)));
+    if (_codes == nullptr) return;
+    for (unsigned int i = 0; i < iNPoints; ++i) _codes[i] = CodeOf(iPoints[i]);
+}
+
+long int OctreeTriangleDrawer::DrawOfMesh(const IDX_Triangle& iTriangle, int& ioNDrawn) {
+    const auto& v = iTriangle.vertices;
+    const IDX_Point* const vertices[3] = {_points + v[0], _points + v[1], _points + v[2]};
+    if (_codes == nullptr) return Draw(vertices, ioNDrawn);
+    return Draw(vertices, {_codes[v[0]], _codes[v[1]], _codes[v[2]]}, ioNDrawn);
+}
+
 long int OctreeTriangleDrawer::Draw(const IDX_Point* const (&iVertices)[3], int& ioNDrawn) {
-    const VertexCode codes[3] = {
-        CodeOf(*iVertices[0]), CodeOf(*iVertices[1]), CodeOf(*iVertices[2])};
+    return Draw(
+        iVertices, {CodeOf(*iVertices[0]), CodeOf(*iVertices[1]), CodeOf(*iVertices[2])}, ioNDrawn);
+}
+
+long int OctreeTriangleDrawer::Draw(
+    const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn) {
     unsigned int level = 0;
-    switch (WalkCommonPath(codes, level)) {
+    switch (WalkCommonPath(iCodes, level)) {
         case Walk::Done:
             return IDX_S_OK;
         case Walk::Failed:
@@ -168,12 +194,19 @@ void OctreeTriangleDrawer::Remember(const VertexCode& iCode, unsigned int iLevel
 /// One step of the first stage, from the cell of a level into a child.
 OctreeTriangleDrawer::Walk OctreeTriangleDrawer::StepInto(
     unsigned int iChild, unsigned int iLevel) {
-    _path[iLevel + 1] = _path[iLevel];
-    if (_octree.PLMIdxWorkingOctree::Test(_path[iLevel], iChild) == OCTREE_FULL) return Walk::Done;
-    if (!Enter(_path[iLevel + 1], iChild)) return Walk::Failed;
+    IDX_Base_Octree_Iterator& child = _path[iLevel + 1];
+    child = _path[iLevel];
+    if (StateOfChild(child, iChild) == OCTREE_FULL) return Walk::Done;
+    if (!Enter(child, iChild)) return Walk::Failed;
     const FourFloats step = _mm_and_ps(_mm_castsi128_ps(kHighHalves[iChild]), _extents[iLevel + 1]);
     _lows[iLevel + 1] = _lows[iLevel] + step;
     return Walk::Parted;
+}
+
+unsigned int OctreeTriangleDrawer::StateOfChild(
+    const IDX_Base_Octree_Iterator& iIterator, unsigned int iChild) const {
+    if (_depth - iIterator.depth != 2) return StateOf(WordAt(_arena, iIterator.offset), iChild);
+    return StateOfGroup(NodeSetAt(_arena, iIterator.offset).words[iChild]);
 }
 
 /// MoveCreate, without a call where the child is there.

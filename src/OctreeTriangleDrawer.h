@@ -5,6 +5,7 @@
 #include "TriangleCells.h"
 #include "WorkingOctreeRecords.h"
 
+#include "IDX_Triangle.h"
 #include "PLMIdxWTWorkingOctree.h"
 
 /// Draws triangles into a working octree: every cell of the last level that a triangle touches becomes
@@ -19,6 +20,18 @@
 class OctreeTriangleDrawer {
 public:
     explicit OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree);
+    OctreeTriangleDrawer(const OctreeTriangleDrawer&) = delete;
+    OctreeTriangleDrawer& operator=(const OctreeTriangleDrawer&) = delete;
+    ~OctreeTriangleDrawer();
+
+    /// Works the codes of all points of a mesh out once, for DrawOfMesh. Without the memory for them, 12 bytes
+    /// a point, they are worked out for each triangle.
+    /// @param iPoints  `iNPoints` points; must stay in place
+    void SetMesh(const IDX_Point* iPoints, unsigned int iNPoints);
+
+    /// Draws one triangle of the mesh, whose indices are below the number of its points.
+    /// @return as Draw
+    [[nodiscard]] long int DrawOfMesh(const IDX_Triangle& iTriangle, int& ioNDrawn);
 
     /// Draws one triangle.
     /// @param ioNDrawn  grows by 1 when the second stage has drawn the triangle
@@ -46,6 +59,8 @@ private:
     enum class Walk { Parted, Done, Failed };
 
     VertexCode CodeOf(const IDX_Point& iPoint) const;
+    [[nodiscard]] long int Draw(
+        const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn);
     Walk WalkCommonPath(const VertexCode (&iCodes)[3], unsigned int& oLevel);
     Walk StepInto(unsigned int iChild, unsigned int iLevel);
     void Remember(const VertexCode& iCode, unsigned int iLevel);
@@ -54,6 +69,7 @@ private:
     void MarkCells(NodeSet& ioNodeSet, std::uint64_t iCells);
     void MarkCellsOfGroup(unsigned short& ioWord, unsigned int iCells);
     [[nodiscard]] bool Enter(IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild);
+    unsigned int StateOfChild(const IDX_Base_Octree_Iterator& iIterator, unsigned int iChild) const;
     unsigned int FullChildren(unsigned int iOffset, unsigned int iLevelsBelow) const;
 
     PLMIdxWTWorkingOctree& _octree;
@@ -63,6 +79,9 @@ private:
     FourFloats _origin;
     FourFloats _size;
     FourFloats _extents[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< of a cell of each level
+
+    const IDX_Point* _points;  ///< of the mesh
+    VertexCode* _codes;        ///< of the points, null when they aren't kept
 
     // The path that the triangle at hand shares with itself, and how much of it the next one may take
     // over: down to a node set, since a leaf group that is still empty is counted at each visit.

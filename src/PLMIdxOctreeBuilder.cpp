@@ -1,5 +1,6 @@
 #include "PLMIdxOctreeBuilder.h"
 
+#include "FourFloats.h"
 #include "OctreeTriangleDrawer.h"
 #include "TraceFailure.h"
 #include "WorkingOctreeRecords.h"
@@ -72,14 +73,6 @@ struct Bounds {
     float high[3];
 };
 
-void Widen(Bounds& ioBounds, const IDX_Point& iPoint) {
-    const float point[3] = {iPoint.x, iPoint.y, iPoint.z};
-    for (unsigned int axis = 0; axis < 3; ++axis) {
-        if (point[axis] < ioBounds.low[axis]) ioBounds.low[axis] = point[axis];
-        if (point[axis] > ioBounds.high[axis]) ioBounds.high[axis] = point[axis];
-    }
-}
-
 /// @return false when a triangle has an index that isn't below `iNPoints`
 bool BoundsOfMesh(
     IDX_Point const* iPoints,
@@ -87,16 +80,18 @@ bool BoundsOfMesh(
     IDX_Triangle const* iTriangles,
     unsigned int iNTriangles,
     Bounds& oBounds) {
-    oBounds = {
-        {kBoundsLimit,  kBoundsLimit,  kBoundsLimit },
-        {-kBoundsLimit, -kBoundsLimit, -kBoundsLimit}
-    };
+    FourFloats low = _mm_set1_ps(kBoundsLimit);
+    FourFloats high = _mm_set1_ps(-kBoundsLimit);
     for (unsigned int i = 0; i < iNTriangles; ++i) {
         for (const unsigned int vertex : iTriangles[i].vertices) {
             if (vertex >= iNPoints) return false;
-            Widen(oBounds, iPoints[vertex]);
+            const FourFloats point = AxesFrom(&iPoints[vertex].x);
+            low = _mm_min_ps(point, low);  // the second one where a coordinate is no number
+            high = _mm_max_ps(point, high);
         }
     }
+    StoreAxes(low, oBounds.low);
+    StoreAxes(high, oBounds.high);
     for (unsigned int axis = 0; axis < 3; ++axis) {
         if (oBounds.low[axis] > oBounds.high[axis]) oBounds.low[axis] = oBounds.high[axis] = 0.0f;
     }
@@ -256,7 +251,7 @@ int* PLMIdxOctreeBuilder::GetNCellsByDepth() {
 
 long int PLMIdxOctreeBuilder::DrawTriangles(
     IDX_Point const* iPoints,
-    unsigned int,
+    unsigned int iNPoints,
     IDX_Triangle const* iTriangles,
     unsigned int iNTriangles) {
     const long int status = _workingOctree.Reset();
@@ -268,13 +263,13 @@ long int PLMIdxOctreeBuilder::DrawTriangles(
     std::optional<OctreeTriangleDrawer> drawer;
     if (typeid(*this) == typeid(PLMIdxOctreeBuilder) && !_smallAndFar) {
         drawer.emplace(_workingOctree);
+        drawer->SetMesh(iPoints, iNPoints);
     }
     unsigned int outside = 0;
     for (unsigned int i = 0; i < iNTriangles; ++i) {
         const unsigned int(&v)[3] = iTriangles[i].vertices;
-        const IDX_Point* const corners[3] = {&iPoints[v[0]], &iPoints[v[1]], &iPoints[v[2]]};
-        const long int result = drawer ? drawer->Draw(corners, _nDrawnTriangles)
-                                       : DrawTriangle(*corners[0], *corners[1], *corners[2]);
+        const long int result = drawer ? drawer->DrawOfMesh(iTriangles[i], _nDrawnTriangles)
+                                       : DrawTriangle(iPoints[v[0]], iPoints[v[1]], iPoints[v[2]]);
         if (IDX_Failed(result)) {
             return TraceStatus("PLMIdxOctreeBuilder.DrawTriangles.DrawTriangle", IDX_E_FAIL);
         }

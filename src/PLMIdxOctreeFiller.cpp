@@ -36,6 +36,44 @@ Node& NodeOf(unsigned char* iRecord) {
     return NodeAt(iRecord, 0);
 }
 
+/// The tags of the eight cells of a leaf group, or of the one unit that takes its place.
+class GroupTags {
+public:
+    GroupTags(unsigned char* iRecord, unsigned short* iUnitTag)
+        : _tags(iUnitTag), _walls(iUnitTag != nullptr ? 0 : 0xFFFF), _cellMask(0) {
+        if (iRecord == nullptr) return;
+        unsigned short* word = WordOf(iRecord);
+        _tags = TagsOfGroup(word);
+        _walls = *word & *word >> 1;
+        _cellMask = 7;
+    }
+
+    /// Null for a wall.
+    unsigned short* TagOf(unsigned int iCell) const {
+        return (_walls >> (2 * iCell) & 1) != 0 ? nullptr : _tags + (iCell & _cellMask);
+    }
+
+private:
+    unsigned short* _tags;
+    int _walls;              ///< bit 2 j for cell j
+    unsigned int _cellMask;  ///< leads every cell of a unit to its one tag
+};
+
+/// The tags beyond the three faces of one cell of the last level.
+class FaceTags {
+public:
+    void Append(unsigned short* iTag) {
+        _tags[_count] = iTag;
+        _count += iTag != nullptr ? 1 : 0;
+    }
+    int Size() const { return _count; }
+    unsigned short* operator[](int iPosition) const { return _tags[iPosition - 1]; }
+
+private:
+    unsigned short* _tags[3];
+    int _count = 0;
+};
+
 /// Makes one unit full: a cell, a whole leaf group or a child of a node.
 template <unsigned int kLevels>
 void MakeFull(unsigned char* iRecord, unsigned int iChild) {
@@ -116,16 +154,13 @@ bool PLMIdxOctreeFiller::_TagConnectedComponents(
                     "PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents.Recursive");
             }
         } else if (child.tag != nullptr) {
-            if (*child.tag == 0) {
-                PLMIdxOctreeCode code = iCell.code;
-                code.AddChild(c);
-                if (code.IsOnBorder()) *child.tag = kOutside;
-            }
+            TagOnBorder(*child.tag, iCell, c);
             AddNeighbourCellsTags<kLevels>(iCell, c, iLevels);
-            if (!_Propagate(*child.tag, ioTagTable)) {
+            if (!_Propagate(*child.tag, _tagPointers, ioTagTable)) {
                 return TraceFalse(
                     "PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents._Propagate");
             }
+            _tagPointers.RemoveAll(VEXCollec::KeepMemory);
         }
     }
     return true;
@@ -146,8 +181,39 @@ bool PLMIdxOctreeFiller::_TagBelow(
     if constexpr (kLevels == 3) {
         if (iLevels > 3) return _TagConnectedComponents<3>(child, iLevels - 1, ioTagTable);
     }
-    if constexpr (kLevels >= 2) {
-        return _TagConnectedComponents<kLevels - 1>(child, iLevels - 1, ioTagTable);
+    if constexpr (kLevels == 3) {
+        return _TagConnectedComponents<2>(child, iLevels - 1, ioTagTable);
+    } else {
+        return _TagLeafGroup(child, ioTagTable);
+    }
+}
+
+void PLMIdxOctreeFiller::TagOnBorder(
+    unsigned short& ioTag, const Cell& iCell, unsigned int iChild) {
+    if (ioTag != 0) return;
+    PLMIdxOctreeCode code = iCell.code;
+    code.AddChild(iChild);
+    if (code.IsOnBorder()) ioTag = kOutside;
+}
+
+bool PLMIdxOctreeFiller::_TagLeafGroup(const Cell& iCell, VEXRawCollint& ioTagTable) {
+    const GroupTags own(iCell.record, nullptr);
+    const GroupTags beyond[3] = {
+        GroupTags(iCell.beyond[0].record, iCell.beyond[0].tag),
+        GroupTags(iCell.beyond[1].record, iCell.beyond[1].tag),
+        GroupTags(iCell.beyond[2].record, iCell.beyond[2].tag)};
+    for (unsigned int c = 0; c < kChildren; ++c) {
+        unsigned short* tag = own.TagOf(c);
+        if (tag == nullptr) continue;
+        FaceTags neighbours;
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const unsigned int opposite = c ^ 1u << axis;
+            neighbours.Append((opposite > c ? own : beyond[axis]).TagOf(opposite));
+        }
+        TagOnBorder(*tag, iCell, c);
+        if (!_Propagate(*tag, neighbours, ioTagTable)) {
+            return TraceFalse("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents._Propagate");
+        }
     }
     return true;
 }
@@ -182,11 +248,13 @@ void PLMIdxOctreeFiller::_ExpandOverFace(
     }
 }
 
-bool PLMIdxOctreeFiller::_Propagate(unsigned short& ioTag, VEXRawCollint& ioTagTable) {
+template <class Tags>
+bool PLMIdxOctreeFiller::_Propagate(
+    unsigned short& ioTag, const Tags& iTags, VEXRawCollint& ioTagTable) {
     int common = ioTag;
-    const int neighbours = _tagPointers.Size();
+    const int neighbours = iTags.Size();
     for (int i = 1; i <= neighbours; ++i) {
-        const int tag = *static_cast<unsigned short*>(_tagPointers[i]);
+        const int tag = *static_cast<unsigned short*>(iTags[i]);
         if (tag == 0 || tag == common) continue;
         if (common == 0) {
             common = tag;
@@ -206,9 +274,8 @@ bool PLMIdxOctreeFiller::_Propagate(unsigned short& ioTag, VEXRawCollint& ioTagT
     }
     ioTag = static_cast<unsigned short>(common);
     for (int i = 1; i <= neighbours; ++i) {
-        *static_cast<unsigned short*>(_tagPointers[i]) = static_cast<unsigned short>(common);
+        *static_cast<unsigned short*>(iTags[i]) = static_cast<unsigned short>(common);
     }
-    _tagPointers.RemoveAll(VEXCollec::KeepMemory);
     return true;
 }
 

@@ -72,8 +72,16 @@ private:
     template <unsigned int kLevels>
     void _ExpandOverFace(unsigned int iAxis, const Place& iPlace, unsigned int iLevels);
 
-    /// Joins a unit with the gathered neighbours: all of them get one tag.
-    bool _Propagate(unsigned short& ioTag, VEXRawCollint& ioTagTable);
+    /// The same for a leaf group, whose cells have at most three neighbours.
+    bool _TagLeafGroup(const Cell& iCell, VEXRawCollint& ioTagTable);
+
+    /// A unit that hasn't been reached and touches the border of the box gets the tag of the outside.
+    static void TagOnBorder(unsigned short& ioTag, const Cell& iCell, unsigned int iChild);
+
+    /// Joins a unit with its neighbours: all of them get one tag.
+    /// @param iTags  positions from 1 to Size() hold pointers to the neighbours' tags
+    template <class Tags>
+    bool _Propagate(unsigned short& ioTag, const Tags& iTags, VEXRawCollint& ioTagTable);
 
     /// Makes every unit below a record full whose tag isn't linked to the outside.
     template <unsigned int kLevels>
