@@ -5,11 +5,10 @@
 
 #include "IDX_Base_GeometryServices.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <gtest/gtest.h>
 #include <limits>
 
 namespace {
@@ -136,8 +135,7 @@ Question RandomQuestion(Random& random) {
         q.centre[a] = static_cast<float>(random.Below(9)) * 0.25f * scale;
         q.half[a] = static_cast<float>(random.Below(4)) * 0.5f * scale;
         if (random.OneIn(5)) q.half[a] = random.Between(0, 1) * scale;
-        for (auto& vertex : q.triangle)
-            vertex[a] = NearBox(random, q.centre[a], q.half[a], scale);
+        for (auto& vertex : q.triangle) vertex[a] = NearBox(random, q.centre[a], q.half[a], scale);
         if (random.OneIn(10)) q.triangle[2][a] = q.triangle[1][a];
     }
     return q;
@@ -158,7 +156,11 @@ TEST(TriangleToBox, AgreesWithClipping) {
 }
 
 TEST(TriangleToBox, LeavesTheAnswerAloneWhenThereIsNoOverlap) {
-    const Question q = {{0, 0, 0}, {1, 1, 1}, {{5, 5, 5}, {6, 5, 5}, {5, 6, 5}}};
+    const Question q = {
+        {0,         0,         0        },
+        {1,         1,         1        },
+        {{5, 5, 5}, {6, 5, 5}, {5, 6, 5}}
+    };
     IDX_Bool overlap = IDX_True;
     IDX_Base_GeometryServices::TriangleToBox(q.centre, q.half, q.triangle, overlap);
     EXPECT_EQ(overlap, IDX_True);

@@ -1,12 +1,11 @@
 #include "ExactOverlap.h"
 
-#include <gmpxx.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <gmpxx.h>
 #include <vector>
 
 namespace {
@@ -43,8 +42,7 @@ std::vector<Rational> Clip(
 }
 
 Vector Cross(const Vector& a, const Vector& b) {
-    return {
-        a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
 }
 
 enum Verdict { kApart, kMeet, kUnsure };
@@ -77,7 +75,11 @@ Verdict Filter(const float centre[3], const float half[3], const float triangle[
         }
     }
     const double margin = 1e-12 * size;
-    const Vector units[3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    const Vector units[3] = {
+        {1, 0, 0},
+        {0, 1, 0},
+        {0, 0, 1}
+    };
     Vector edges[3];
     for (std::size_t v = 0; v < 3; ++v)
         for (std::size_t a = 0; a < 3; ++a)

@@ -25,9 +25,7 @@ inline Bytes RecordsOf(const Bytes& image) {
 
 inline long int Draw(PLMIdxOctreeBuilder& builder, const Mesh& mesh) {
     return builder.DrawGeometry(
-        mesh.points.data(),
-        static_cast<unsigned int>(mesh.points.size()),
-        mesh.triangles.data(),
+        mesh.points.data(), static_cast<unsigned int>(mesh.points.size()), mesh.triangles.data(),
         static_cast<unsigned int>(mesh.triangles.size()));
 }
 

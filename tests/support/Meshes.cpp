@@ -6,14 +6,18 @@
 void Mesh::AddTriangle(IDX_Point a, IDX_Point b, IDX_Point c) {
     const auto first = static_cast<unsigned int>(points.size());
     points.insert(points.end(), {a, b, c});
-    triangles.push_back({{first, first + 1, first + 2}});
+    triangles.push_back({
+        {first, first + 1, first + 2}
+    });
 }
 
 void Mesh::Add(const Mesh& other) {
     const auto first = static_cast<unsigned int>(points.size());
     points.insert(points.end(), other.points.begin(), other.points.end());
     for (const auto& [v] : other.triangles)
-        triangles.push_back({{first + v[0], first + v[1], first + v[2]}});
+        triangles.push_back({
+            {first + v[0], first + v[1], first + v[2]}
+        });
 }
 
 unsigned int Random::Below(unsigned int limit) {
@@ -33,7 +37,13 @@ IDX_Point Random::PointIn(double low, double high) {
 
 Mesh BoxMesh(IDX_Point low, IDX_Point high, unsigned int openFaces) {
     static constexpr unsigned int kCorners[6][4] = {
-        {0, 2, 6, 4}, {1, 3, 7, 5}, {0, 1, 5, 4}, {2, 3, 7, 6}, {0, 1, 3, 2}, {4, 5, 7, 6}};
+        {0, 2, 6, 4},
+        {1, 3, 7, 5},
+        {0, 1, 5, 4},
+        {2, 3, 7, 6},
+        {0, 1, 3, 2},
+        {4, 5, 7, 6}
+    };
     Mesh mesh;
     for (unsigned int c = 0; c < 8; ++c)
         mesh.points.push_back(
@@ -41,8 +51,12 @@ Mesh BoxMesh(IDX_Point low, IDX_Point high, unsigned int openFaces) {
     for (unsigned int face = 0; face < 6; ++face) {
         if (openFaces >> face & 1) continue;
         const unsigned int* c = kCorners[face];
-        mesh.triangles.push_back({{c[0], c[1], c[2]}});
-        mesh.triangles.push_back({{c[0], c[2], c[3]}});
+        mesh.triangles.push_back({
+            {c[0], c[1], c[2]}
+        });
+        mesh.triangles.push_back({
+            {c[0], c[2], c[3]}
+        });
     }
     return mesh;
 }
@@ -65,8 +79,12 @@ Mesh SphereMesh(IDX_Point centre, float radius, unsigned int rings) {
             const unsigned int right = (j + 1) % columns;
             const unsigned int a = i * columns;
             const unsigned int b = a + columns;
-            mesh.triangles.push_back({{a + j, b + j, b + right}});
-            mesh.triangles.push_back({{a + j, b + right, a + right}});
+            mesh.triangles.push_back({
+                {a + j, b + j, b + right}
+            });
+            mesh.triangles.push_back({
+                {a + j, b + right, a + right}
+            });
         }
     }
     return mesh;
@@ -82,7 +100,9 @@ Mesh CellMesh(int side, const Cells& isWall) {
         const auto index = static_cast<unsigned int>(mesh.points.size());
         mesh.points.push_back(
             {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)});
-        mesh.triangles.push_back({{index, index, index}});
+        mesh.triangles.push_back({
+            {index, index, index}
+        });
     }
     return mesh;
 }
@@ -117,8 +137,12 @@ Mesh Sheet(Random& random, unsigned int size, double height) {
     for (unsigned int i = 0; i < n; ++i) {
         for (unsigned int j = 0; j < n; ++j) {
             const unsigned int a = i * (n + 1) + j;
-            mesh.triangles.push_back({{a, a + 1, a + n + 2}});
-            mesh.triangles.push_back({{a, a + n + 2, a + n + 1}});
+            mesh.triangles.push_back({
+                {a, a + 1, a + n + 2}
+            });
+            mesh.triangles.push_back({
+                {a, a + n + 2, a + n + 1}
+            });
         }
     }
     return mesh;
@@ -133,28 +157,50 @@ Mesh Lattice(Random& random, unsigned int size) {
     return mesh;
 }
 
+/// Walls strewn over a grid: many components of empty cells, some of them joined late.
+Mesh Sponge(Random& random, unsigned int size) {
+    const float density = random.Between(0.3, 0.8);
+    const int side = size > 100 ? 8 : 16;
+    return CellMesh(side, [&](int, int, int) { return random.Between(0, 1) < density; });
+}
+
 Mesh PlainMesh(Random& random, unsigned int size) {
     const auto rings = static_cast<unsigned int>(std::sqrt(size / 4.0)) + 2;
-    switch (random.Below(7)) {
-    case 0: return Soup(random, size, random.Between(0, 1), random.Between(0, 1));
-    case 1: return Soup(random, size, random.Between(0, 2), 1e-6);
-    case 2: return Sheet(random, size, random.OneIn(3) ? 0.0 : 0.3);
-    case 3: return BoxMesh(random.PointIn(-1, 0), random.PointIn(0, 1), random.Below(64));
-    case 4: return SphereMesh({0, 0, 0}, 1, rings);
-    case 5: return Lattice(random, size);
-    default: {
-        Mesh nested = BoxMesh(random.PointIn(-1, -0.6), random.PointIn(0.6, 1));
-        nested.Add(SphereMesh(random.PointIn(-0.1, 0.1), random.Between(0.2, 0.5), rings));
-        return nested;
-    }
+    switch (random.Below(8)) {
+        case 0:
+            return Soup(random, size, random.Between(0, 1), random.Between(0, 1));
+        case 1:
+            return Soup(random, size, random.Between(0, 2), 1e-6);
+        case 2:
+            return Sheet(random, size, random.OneIn(3) ? 0.0 : 0.3);
+        case 3:
+            return BoxMesh(random.PointIn(-1, 0), random.PointIn(0, 1), random.Below(64));
+        case 4:
+            return SphereMesh({0, 0, 0}, 1, rings);
+        case 5:
+            return Lattice(random, size);
+        case 6:
+            return Sponge(random, size);
+        default: {
+            Mesh nested = BoxMesh(random.PointIn(-1, -0.6), random.PointIn(0.6, 1));
+            nested.Add(SphereMesh(random.PointIn(-0.1, 0.1), random.Between(0.2, 0.5), rings));
+            return nested;
+        }
     }
 }
 
 float HostileNumber(Random& random) {
     using Limits = std::numeric_limits<float>;
     const float numbers[] = {
-        Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity(), Limits::max(), 1e9f, -3e9f,
-        Limits::denorm_min(), -0.0f, 1e30f};
+        Limits::quiet_NaN(),
+        Limits::infinity(),
+        -Limits::infinity(),
+        Limits::max(),
+        1e9f,
+        -3e9f,
+        Limits::denorm_min(),
+        -0.0f,
+        1e30f};
     return numbers[random.Below(9)];
 }
 
@@ -178,7 +224,9 @@ Mesh RandomMesh(Random& random, unsigned int size, bool hostile) {
     for (unsigned int i = random.Below(4); i > 0 && !mesh.triangles.empty(); --i) {
         const auto t = random.Below(static_cast<unsigned int>(mesh.triangles.size()));
         mesh.triangles.push_back(mesh.triangles[t]);
-        mesh.triangles.push_back({{random.Below(nPoints), 0, 0}});
+        mesh.triangles.push_back({
+            {random.Below(nPoints), 0, 0}
+        });
     }
     for (unsigned int i = hostile ? 1 + random.Below(3) : 0; i > 0; --i) {
         IDX_Point& p = mesh.points[random.Below(nPoints)];

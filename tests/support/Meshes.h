@@ -43,7 +43,7 @@ Mesh SphereMesh(IDX_Point centre, float radius, unsigned int rings);
 using Cells = std::function<bool(int x, int y, int z)>;
 Mesh CellMesh(int side, const Cells& isWall);
 
-/// A mesh of a random kind: soup, box, sphere, sheet, slivers, or points on a lattice; placed near or
+/// A mesh of a random kind: soup, slivers, sheet, box, sphere, lattice, sponge, nested shells; placed near or
 /// far, large or tiny, with doubled and degenerate triangles now and then, and with `hostile` also
 /// with coordinates that are huge or aren't finite. About `size` triangles.
 Mesh RandomMesh(Random& random, unsigned int size, bool hostile);

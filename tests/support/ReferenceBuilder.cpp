@@ -45,12 +45,16 @@ float Scaled(float v, double by) {
 
 Place Place::Child(unsigned int child) const {
     return {
-        level + 1, {2 * at[0] + (child & 1), 2 * at[1] + (child >> 1 & 1), 2 * at[2] + (child >> 2)}};
+        level + 1,
+        {2 * at[0] + (child & 1), 2 * at[1] + (child >> 1 & 1), 2 * at[2] + (child >> 2)}
+    };
 }
 
 Place Place::Ancestor(unsigned int ofLevel) const {
     const unsigned int up = level - ofLevel;
-    return {ofLevel, {at[0] >> up, at[1] >> up, at[2] >> up}};
+    return {
+        ofLevel, {at[0] >> up, at[1] >> up, at[2] >> up}
+    };
 }
 
 unsigned int Place::LastStep() const {
@@ -153,7 +157,9 @@ void Builder::SetParameters(int maxDepth, float voxelSize, IDX_Bool useVoxelSize
 }
 
 void Builder::SetCuboid(const IDX_Base_4x4Matrix& matrix, IDX_Point point1, IDX_Point point2) {
-    _cuboid = {1, matrix, {point1, point2}};
+    _cuboid = {
+        1, matrix, {point1, point2}
+    };
 }
 
 long int Builder::Fail(const char* tag) {
@@ -202,6 +208,7 @@ long int Builder::Init(IDX_Point low, IDX_Point high) {
     }
     const Triple extent = {h[0] - l[0], h[1] - l[1], h[2] - l[2]};
     if (_smallAndFar) {
+        output += "small and far object\n";
         tree.origin = ToPoint(l);
         tree.size = ToPoint(extent);
         (void)tree.Reset();
@@ -214,15 +221,13 @@ long int Builder::Init(IDX_Point low, IDX_Point high) {
     const float m = extent[0] * _epsilon;
     const float m2 = 2 * m;
     SetDepthAndBox(
-        StreamDepth(extent[0]),
-        {l[0] - m, l[1] - m, l[2] - m},
+        StreamDepth(extent[0]), {l[0] - m, l[1] - m, l[2] - m},
         {extent[0] + m2, extent[1] + m2, extent[2] + m2});
     _cuboid = {};
     return IDX_S_OK;
 }
 
-long int Builder::DrawTriangle(
-    const IDX_Point& p1, const IDX_Point& p2, const IDX_Point& p3) {
+long int Builder::DrawTriangle(const IDX_Point& p1, const IDX_Point& p2, const IDX_Point& p3) {
     if (_smallAndFar) {
         ++_drawn;
         return IDX_S_OK;
@@ -439,9 +444,8 @@ bool Builder::TagComponents(const Place& cell) {
             return false;
         }
         const std::uint32_t last = (1u << child.level) - 1;
-        const bool onBorder = std::any_of(child.at.begin(), child.at.end(), [last](auto x) {
-            return x == 0 || x == last;
-        });
+        const bool onBorder = std::any_of(
+            child.at.begin(), child.at.end(), [last](auto x) { return x == 0 || x == last; });
         if (tree.Tag(child) == 0 && onBorder) tree.Tag(child) = 1;
         if (Propagate(child)) continue;
         (void)Fail("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents._Propagate");
@@ -484,8 +488,7 @@ bool Builder::Propagate(const Place& cell) {
     return true;
 }
 
-void Builder::GatherFace(
-    unsigned int axis, const Place& cell, std::vector<std::uint16_t*>& slots) {
+void Builder::GatherFace(unsigned int axis, const Place& cell, std::vector<std::uint16_t*>& slots) {
     const State state = tree.Test(cell);
     if (state == kEmpty || state == kFull) slots.push_back(&tree.Tag(cell));
     if (state != kPartial) return;
@@ -544,18 +547,20 @@ void Builder::PackBelow(const Place& cell, std::size_t record) {
 }
 
 void Builder::PutHeader(unsigned int depth) {
-    image.clear();
-    const auto put = [this](const auto& value) {
-        const auto* bytes = reinterpret_cast<const unsigned char*>(&value);
-        image.insert(image.end(), bytes, bytes + sizeof value);
+    constexpr std::size_t kHeaderSize = 132;
+    image.assign(kHeaderSize, 0);
+    const auto put = [this](std::size_t offset, const auto& value) {
+        std::memcpy(&image[offset], &value, sizeof value);
     };
-    for (const std::uint32_t word : {2u, 1u, depth}) put(word);  // kind, version, depth
-    put(_storedOrigin);
-    put(_storedSize);
-    put(_storedCuboid.set);
-    put(_storedCuboid.matrix);
-    put(_storedCuboid.points);
-    put(static_cast<std::uint32_t>(_records.size()));
+    put(0, 2u);  // kind
+    put(4, 1u);  // version
+    put(8, depth);
+    put(12, _storedOrigin);
+    put(24, _storedSize);
+    put(36, _storedCuboid.set);
+    put(40, _storedCuboid.matrix);
+    put(104, _storedCuboid.points);
+    put(128, static_cast<std::uint32_t>(_records.size()));
     image.insert(image.end(), _records.begin(), _records.end());
 }
 

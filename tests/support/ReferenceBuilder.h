@@ -26,7 +26,7 @@ struct Place {
 
     Place Child(unsigned int child) const;
     Place Ancestor(unsigned int ofLevel) const;
-    unsigned int LastStep() const;   ///< its child number in its parent
+    unsigned int LastStep() const;  ///< its child number in its parent
     std::uint64_t Key() const;
 };
 
@@ -70,12 +70,16 @@ public:
     Tree tree;
     std::vector<unsigned char> image;
     std::vector<std::string> trace;
+    std::string output;  ///< what goes to the standard output
 
 private:
     struct Cuboid {
         int set = 0;
         IDX_Base_4x4Matrix matrix;
-        IDX_Point points[2] = {{0, 0, 0}, {0, 0, 0}};
+        IDX_Point points[2] = {
+            {0, 0, 0},
+            {0, 0, 0}
+        };
     };
 
     long int Fail(const char* tag);

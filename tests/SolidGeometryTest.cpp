@@ -1,0 +1,236 @@
+// Shapes whose solid cells follow from geometry alone.
+
+#include "ExactOverlap.h"
+#include "Images.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+namespace {
+
+using SolidSet = std::vector<bool>;
+
+SolidSet Build(const Mesh& mesh, int depth) {
+    PLMIdxOctreeBuilder builder;
+    builder.SetParameters(depth, 0, IDX_False);
+    EXPECT_EQ(Draw(builder, mesh), IDX_S_OK);
+    EXPECT_EQ(builder.GetDepth(), depth);
+    return SolidCells(builder.GetOctree());
+}
+
+std::size_t Count(const SolidSet& solid) {
+    return static_cast<std::size_t>(std::count(solid.begin(), solid.end(), true));
+}
+
+// Walls that are drawn cell by cell
+
+constexpr int kDepth = 4;
+constexpr int kSide = 1 << kDepth;
+
+/// How far a cell lies inside the cube of cells from `low` to `high`; negative outside.
+int Inside(int low, int high, int x, int y, int z) {
+    return std::min({x - low, y - low, z - low, high - x, high - y, high - z});
+}
+
+Cells Shell(int low, int high) {
+    return [=](int x, int y, int z) { return Inside(low, high, x, y, z) == 0; };
+}
+
+Cells Block(int low, int high) {
+    return [=](int x, int y, int z) { return Inside(low, high, x, y, z) >= 0; };
+}
+
+Cells Cell(int atX, int atY, int atZ) {
+    return [=](int x, int y, int z) { return x == atX && y == atY && z == atZ; };
+}
+
+/// The part of the cube from 3 to 12 between two columns.
+Cells Slab(int lowX, int highX) {
+    return
+        [=](int x, int y, int z) { return Inside(3, 12, x, y, z) >= 0 && x >= lowX && x <= highX; };
+}
+
+Cells Both(const Cells& a, const Cells& b) {
+    return [=](int x, int y, int z) { return a(x, y, z) || b(x, y, z); };
+}
+
+Cells Without(const Cells& a, const Cells& b) {
+    return [=](int x, int y, int z) { return a(x, y, z) && !b(x, y, z); };
+}
+
+struct CellCase {
+    const char* name;
+    Cells wall;
+    Cells solid;  ///< null when nothing but the wall is
+};
+
+/// A shell without one cell of its wall.
+Cells Holed(int low, int high, int x, int y, int z) {
+    return Without(Shell(low, high), Cell(x, y, z));
+}
+
+// clang-format off
+const CellCase kCellCases[] = {
+    {"closed shell",             Shell(4, 11), Block(4, 11)},
+    {"one cell inside",          Shell(6, 8),  Block(6, 8)},
+    {"hole towards -X",          Holed(4, 11, 4, 7, 7),   nullptr},
+    {"hole towards +X",          Holed(4, 11, 11, 8, 8),  nullptr},
+    {"hole towards -Y",          Holed(4, 11, 8, 4, 7),   nullptr},
+    {"hole towards +Y",          Holed(4, 11, 5, 11, 5),  nullptr},
+    {"hole towards -Z",          Holed(4, 11, 10, 10, 4), nullptr},
+    {"hole towards +Z",          Holed(4, 11, 5, 10, 11), nullptr},
+    {"gap of an edge",           Holed(4, 11, 11, 11, 7), Without(Block(4, 11), Cell(11, 11, 7))},
+    {"gap of a corner",          Holed(4, 11, 4, 4, 4),   Without(Block(4, 11), Cell(4, 4, 4))},
+    {"nested shells",            Both(Shell(2, 13), Shell(5, 10)), Block(2, 13)},
+    {"nested, outer has a hole", Both(Holed(2, 13, 13, 8, 8), Shell(5, 10)), Both(Holed(2, 13, 13, 8, 8), Block(5, 10))},
+    {"two rooms, one open",      Both(Holed(2, 13, 2, 8, 8), Slab(7, 7)), Both(Holed(2, 13, 2, 8, 8), Slab(7, 12))},
+    {"no free border cell",      Shell(0, 15), Block(0, 15)},
+    {"border hole towards -X",   Holed(0, 15, 0, 7, 7),  nullptr},
+    {"border hole towards -Y",   Holed(0, 15, 9, 0, 4),  nullptr},
+    {"border hole towards -Z",   Holed(0, 15, 9, 4, 0),  nullptr},
+    {"border hole towards +X",   Holed(0, 15, 15, 7, 7), Block(0, 15)},
+    {"border hole towards +Y",   Holed(0, 15, 9, 15, 4), Block(0, 15)},
+    {"border hole towards +Z",   Holed(0, 15, 9, 4, 15), Block(0, 15)},
+    {"hole through the box",     Without(Holed(0, 15, 15, 7, 7), Cell(0, 7, 7)), nullptr},
+};
+// clang-format on
+
+TEST(SolidGeometry, CellsBehindWalls) {
+    for (const CellCase& row : kCellCases) {
+        SCOPED_TRACE(row.name);
+        const Cells corners = Both(Cell(0, 0, 0), Cell(15, 15, 15));
+        const Cells expected = Both(corners, row.solid ? row.solid : row.wall);
+        const SolidSet solid = Build(CellMesh(kSide, Both(corners, row.wall)), kDepth);
+        for (int i = 0; i < kSide * kSide * kSide; ++i) {
+            const int x = i % kSide;
+            const int y = i / kSide % kSide;
+            const int z = i / kSide / kSide;
+            const bool isSolid = solid[static_cast<std::size_t>(i)];
+            ASSERT_EQ(isSolid, expected(x, y, z)) << x << " " << y << " " << z;
+        }
+    }
+}
+
+// Boxes: their faces lie in the border cells
+
+struct BoxCase {
+    const char* name;
+    unsigned int openFaces;
+    std::size_t (*solid)(std::size_t side);
+};
+
+std::size_t Whole(std::size_t n) {
+    return n * n * n;
+}
+
+std::size_t Cup(std::size_t n) {
+    return Whole(n) - (n - 2) * (n - 2) * (n - 1);
+}
+
+std::size_t Tube(std::size_t n) {
+    return Whole(n) - (n - 2) * (n - 2) * n;
+}
+
+std::size_t TwoLayers(std::size_t n) {
+    return 2 * n * n;
+}
+
+const BoxCase kBoxCases[] = {
+    {"closed",                        0,              Whole    },
+    {"cup open to -X",                kLowX,          Cup      },
+    {"cup open to -Y",                kLowY,          Cup      },
+    {"cup open to -Z",                kLowZ,          Cup      },
+    {"cup open to +X is taken solid", kHighX,         Whole    },
+    {"cup open to +Y is taken solid", kHighY,         Whole    },
+    {"cup open to +Z is taken solid", kHighZ,         Whole    },
+    {"tube along Y",                  kLowY | kHighY, Tube     },
+    {"sheet on the mid-plane",        0x3F & ~kLowZ,  TwoLayers},
+    {"sheet across X",                0x3F & ~kLowX,  TwoLayers},
+};
+
+TEST(SolidGeometry, BoxesAndCups) {
+    for (const BoxCase& row : kBoxCases) {
+        SCOPED_TRACE(row.name);
+        for (int depth = 2; depth <= 5; ++depth) {
+            const std::size_t expected = row.solid(std::size_t{1} << depth);
+            const Mesh near = BoxMesh({0, 0, 0}, {1, 1, 1}, row.openFaces);
+            EXPECT_EQ(Count(Build(near, depth)), expected) << depth;
+            if (row.solid == TwoLayers) continue;  // there no cell border is exactly in the middle
+            const Mesh far = BoxMesh({1e5f, -1e5f, 0}, {1e5f + 64, -1e5f + 64, 64}, row.openFaces);
+            EXPECT_EQ(Count(Build(far, depth)), expected) << depth << ", far";
+        }
+    }
+}
+
+// Closed meshes: every cell against every triangle, then a flood from the border
+
+/// The cells that any triangle meets, among `side` cells along each axis of the octree's box.
+SolidSet TouchedCells(const PLMIdxIBaseOctree& octree, const Mesh& mesh) {
+    const std::size_t side = std::size_t{1} << octree._depth;
+    const auto cells = static_cast<float>(side);
+    const IDX_Point s = octree._bbSize;
+    const float half[3] = {s.x / cells / 2, s.y / cells / 2, s.z / cells / 2};
+    SolidSet touched(side * side * side);
+    for (std::size_t i = 0; i < touched.size(); ++i) {
+        const std::size_t at[3] = {i % side, i / side % side, i / side / side};
+        const float low[3] = {octree._bbOrigin.x, octree._bbOrigin.y, octree._bbOrigin.z};
+        float centre[3];
+        for (std::size_t a = 0; a < 3; ++a)
+            centre[a] = low[a] + static_cast<float>(2 * at[a] + 1) * half[a];
+        touched[i] =
+            std::any_of(mesh.triangles.begin(), mesh.triangles.end(), [&](const IDX_Triangle& t) {
+                float triangle[3][3];
+                for (std::size_t v = 0; v < 3; ++v) {
+                    const IDX_Point& p = mesh.points[t.vertices[v]];
+                    triangle[v][0] = p.x;
+                    triangle[v][1] = p.y;
+                    triangle[v][2] = p.z;
+                }
+                return Overlap(centre, half, triangle);
+            });
+    }
+    return touched;
+}
+
+/// All cells that a walk through faces from the border, round the touched cells, doesn't reach.
+SolidSet Unreached(const SolidSet& touched, std::size_t side) {
+    const std::size_t steps[3] = {1, side, side * side};
+    SolidSet solid(touched.size(), true);
+    std::vector<std::size_t> front;
+    const auto reach = [&](std::size_t i) {
+        if (touched[i] || !solid[i]) return;
+        solid[i] = false;
+        front.push_back(i);
+    };
+    for (std::size_t i = 0; i < touched.size(); ++i)
+        for (const std::size_t step : steps)
+            if (i / step % side == 0 || i / step % side == side - 1) reach(i);
+    while (!front.empty()) {
+        const std::size_t i = front.back();
+        front.pop_back();
+        for (const std::size_t step : steps) {
+            if (i / step % side > 0) reach(i - step);
+            if (i / step % side < side - 1) reach(i + step);
+        }
+    }
+    return solid;
+}
+
+TEST(SolidGeometry, ClosedMeshesByBruteForce) {
+    Mesh meshes[] = {
+        SphereMesh({0, 0, 0}, 1, 8),         SphereMesh({4000, -70, 900}, 3, 6),
+        SphereMesh({0, 0, 0}, 1, 10),        BoxMesh({0, 0, 0}, {10, 0.3f, 4}),
+        SphereMesh({0, 0, 1e-6f}, 1e-4f, 5),
+    };
+    meshes[2].Add(SphereMesh({0.1f, 0.1f, 0}, 0.6f, 6));
+    for (const Mesh& mesh : meshes) {
+        SCOPED_TRACE(&mesh - meshes);
+        PLMIdxOctreeBuilder builder;
+        builder.SetParameters(4, 0, IDX_False);
+        ASSERT_EQ(Draw(builder, mesh), IDX_S_OK);
+        const SolidSet touched = TouchedCells(builder.GetOctree(), mesh);
+        EXPECT_EQ(SolidCells(builder.GetOctree()), Unreached(touched, 16));
+    }
+}
+
+}  // namespace
