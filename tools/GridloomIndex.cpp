@@ -9,8 +9,6 @@
 #include "OutputFile.h"
 #include "PartBuild.h"
 
-#include "PLMIdxOptimOctree_0.h"
-
 #include <cstdio>
 #include <filesystem>
 #include <new>
@@ -53,9 +51,10 @@ private:
         if (!imported.failure.empty()) return Fail(iFile.name, imported.failure);
         for (const std::string& note : imported.notes) _console.Note(iFile.name, note);
         for (std::size_t p = 0; p < imported.parts.size(); ++p) {
-            const std::string name = _names.Make(iFile.name, NodeName(imported, p));
-            _console.StartPart(name, p, imported.parts.size());
-            DoPart(iFile, imported.parts[p], name);
+            const std::string node = NodeName(imported, p);
+            const std::string source = node.empty() ? iFile.name : iFile.name + ", node " + node;
+            _console.StartPart(source, p, imported.parts.size());
+            DoPart(iFile, imported.parts[p], source, _names.Make(iFile.name, node));
         }
     }
 
@@ -66,12 +65,19 @@ private:
         return name.empty() ? "part" + std::to_string(iPart + 1) : name;
     }
 
-    void DoPart(const InputFile& iFile, const MeshPart& iPart, const std::string& iName) {
+    /// @param iSource  where the part comes from, for people
+    /// @param iName    what its files are called
+    void DoPart(
+        const InputFile& iFile,
+        const MeshPart& iPart,
+        const std::string& iSource,
+        const std::string& iName) {
         const BuiltPart built = BuildPart(iPart, _options.build);
-        if (!built.failure.empty()) return Fail(iName, WithSkipped(built.failure, iPart.nSkipped));
-        if (!built.note.empty()) _console.Note(iName, built.note);
+        if (!built.failure.empty())
+            return Fail(iSource, WithSkipped(built.failure, iPart.nSkipped));
+        if (!built.note.empty()) _console.Note(iSource, built.note);
         if (!Write(iName + ".octree", built.image.get(), built.imageSize)) return;
-        if (_options.pictures && !DrawPicture(iFile, iPart, built, iName)) return;
+        if (_options.pictures && !DrawPicture(iFile, iPart, built, iSource, iName)) return;
         AddToTable(iPart, built, iName);
     }
 
@@ -85,23 +91,21 @@ private:
         const InputFile& iFile,
         const MeshPart& iPart,
         const BuiltPart& iBuilt,
+        const std::string& iSource,
         const std::string& iName) {
-        // The view reads the image only; it isn't const because a view may lie on any memory.
-        PLMIdxOptimOctree_0 octree;
-        if (IDX_Failed(octree.Load(const_cast<unsigned char*>(iBuilt.image.get())))) {
-            return Fail(iName, "its octree image can't be read back"), false;
-        }
         SheetFacts facts;
         facts.name = iName;
-        facts.source = iFile.name;
-        if (!iPart.nodeName.empty()) facts.source += ", node " + iPart.nodeName;
+        facts.source = iSource;
         facts.nTriangles = iPart.triangles.size();
         facts.nSolid = iBuilt.nSolid;
         facts.nInside = iBuilt.nInside;
         facts.up = _options.up.value_or(IsZUpFileName(iFile.path) ? UpAxis::Z : UpAxis::Y);
         std::string png;
-        const std::string failure = DrawSheet(octree, facts, png);
-        if (!failure.empty()) return Fail(iName, "its picture: " + failure), false;
+        const std::string failure = DrawSheet(*iBuilt.octree, facts, png);
+        if (!failure.empty()) {
+            Fail(iSource, "its picture: " + failure);
+            return false;
+        }
         return Write(iName + ".png", png.data(), png.size());
     }
 
@@ -123,7 +127,8 @@ private:
         _table.AddRow(
             {iName, std::to_string(iPart.triangles.size()),
              std::to_string(iPart.nSkipped + iBuilt.nSkipped), std::to_string(iBuilt.depth), levels,
-             std::to_string(iBuilt.nSolid), iBuilt.nInside > 0 ? "yes" : "no",
+             std::to_string(iBuilt.nSolid),
+             iBuilt.nInside > 0 ? std::to_string(iBuilt.nInside) : "no",
              std::to_string(iBuilt.imageSize), time});
         ++_nDone;
     }

@@ -24,9 +24,16 @@ constexpr std::array<std::string_view, 7> kMeshEndings = {".stl", ".obj", ".ply"
 constexpr std::string_view kPackedEnding = ".gz";
 constexpr std::size_t kLongestMessage = 160;
 
-/// Warnings by which the importer tells that what it read isn't what the file says.
-constexpr std::array<std::string_view, 3> kRepairs = {
-    "out of range", "out-of-range", "resulted in overflow"};
+/// A warning by which the importer tells that it has changed what the file says.
+struct Repair {
+    std::string_view words;   ///< what the warning holds
+    std::string_view reason;  ///< why the file is refused
+};
+constexpr Repair kRepairs[] = {
+    {"out of range",         "index out of range: "                           },
+    {"out-of-range",         "index out of range: "                           },
+    {"resulted in overflow", "a number is too large, or has too many digits: "},
+};
 
 /// Words that tell a message about geometry from one about materials, textures and the like.
 constexpr std::array<std::string_view, 5> kGeometryWords = {
@@ -80,9 +87,12 @@ public:
     void write(const char* iMessage) override {
         const char* text = std::strstr(iMessage, ": ");
         const std::string line = OneLine(text != nullptr ? text + 2 : iMessage);
-        if (ContainsAny(line, kRepairs)) {
-            _file.failure = line;
-        } else if (ContainsAny(line, kGeometryWords) && !ContainsAny(line, kOtherWords)) {
+        for (const Repair& repair : kRepairs) {
+            if (line.find(repair.words) == std::string::npos) continue;
+            _file.failure = std::string(repair.reason) + line;
+            return;
+        }
+        if (ContainsAny(line, kGeometryWords) && !ContainsAny(line, kOtherWords)) {
             _file.notes.push_back(line);
         }
     }

@@ -51,10 +51,21 @@ std::string Number(double iValue, int iDigits) {
     return text;
 }
 
+/// A coordinate, to about a tenth of a cell.
+std::string Coordinate(double iValue, double iCellSide) {
+    constexpr double kLargest = 1e9;
+    constexpr double kFinestCell = 1e-7;
+    if (!(std::fabs(iValue) < kLargest) || !(iCellSide > kFinestCell)) return Number(iValue, 6);
+    char text[32];
+    const int decimals = std::max(0, 1 - static_cast<int>(std::floor(std::log10(iCellSide))));
+    std::snprintf(text, sizeof text, "%.*f", decimals, iValue);
+    return text;
+}
+
 /// 1234567 as "1,234,567".
 std::string Grouped(std::uint64_t iValue) {
     std::string text = std::to_string(iValue);
-    for (std::size_t at = text.size(); at > 3; at -= 3) text.insert(at - 3, ",");
+    for (std::size_t at = text.size(); at > 3; at -= 3) text.insert(at - 3, 1, ',');
     return text;
 }
 
@@ -189,17 +200,25 @@ std::uint32_t Opaque(const Colour& iColour) {
 class Slice {
 public:
     /// @param iNormal  axis that stands on the slice
-    Slice(const VoxelGrid& iGrid, std::size_t iNormal)
+    /// @param iUp      axis that points upwards in the slices that hold it
+    Slice(const VoxelGrid& iGrid, std::size_t iNormal, std::size_t iUp)
         : normal(iNormal),
-          across(iNormal == 0 ? 1 : 0),
-          upwards(iNormal == 2 ? 1 : 2),
+          across(iNormal == 0 ? 3 - iUp : 0),
+          upwards(3 - normal - across),
           layer((iGrid.Low()[iNormal] + iGrid.High()[iNormal]) / 2),
           _grid(iGrid) {}
 
     int Width() const { return _grid.High()[across] - _grid.Low()[across] + 1; }
     int Height() const { return _grid.High()[upwards] - _grid.Low()[upwards] + 1; }
 
-    /// Each cell as a square of iEnlarged pixels.
+    bool IsEmpty() const {
+        const Pixels pixels = Draw(1);
+        return std::all_of(pixels.values.begin(), pixels.values.end(), [](std::uint32_t value) {
+            return value == 0;
+        });
+    }
+
+    /// Each cell as a square of iEnlarged pixels; what isn't occupied is clear, 0.
     Pixels Draw(int iEnlarged) const {
         Pixels pixels = {iEnlarged * Width(), iEnlarged * Height(), {}};
         for (int y = 0; y < pixels.height; ++y) {
@@ -241,7 +260,7 @@ public:
         : _pen(ioContext),
           _octree(iOctree),
           _facts(iFacts),
-          _grid(iOctree, iFacts.nInside > 0),
+          _grid(iOctree),
           _origin{iOctree._bbOrigin.x, iOctree._bbOrigin.y, iOctree._bbOrigin.z},
           _cellSide(static_cast<double>(iOctree._bbSize.x) / _grid.Side()) {}
 
@@ -306,7 +325,9 @@ private:
     }
 
     void DrawSlices() {
-        const std::array<Slice, 3> slices = {Slice(_grid, 2), Slice(_grid, 1), Slice(_grid, 0)};
+        const std::size_t up = _facts.up == UpAxis::Z ? 2 : 1;
+        const std::array<Slice, 3> slices = {
+            Slice(_grid, 2, up), Slice(_grid, 1, up), Slice(_grid, 0, up)};
         int width = 0;
         int height = 0;
         for (const Slice& slice : slices) {
@@ -329,13 +350,18 @@ private:
         _pen.Use(kInk);
         _pen.Text(
             kSlicesLeft, iTop + 22.0,
-            std::string("slice at ") + kAxisNames[iSlice.normal] + " = " + Number(at, 4));
+            std::string("slice at ") + kAxisNames[iSlice.normal] + " = " +
+                Coordinate(at, _cellSide));
         _pen.Use(kFaint);
         _pen.Text(
             kSlicesLeft + kSliceWidth, iTop + 22.0,
             std::string(kAxisNames[iSlice.across]) + " right, " + kAxisNames[iSlice.upwards] +
                 " up",
             Align::Right);
+        if (iSlice.IsEmpty()) {
+            _pen.Text(kSlicesLeft, iTop + kCaptionHeight + 22.0, "(no cells here)");
+            return;
+        }
         const int enlarged = std::max(1, static_cast<int>(std::ceil(iScale)));
         _pen.Paint(iSlice.Draw(enlarged), kSlicesLeft, iTop + kCaptionHeight, iScale / enlarged);
     }

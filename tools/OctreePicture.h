@@ -14,13 +14,14 @@ struct SheetFacts {
     std::string source;            ///< where the mesh comes from
     std::uint64_t nTriangles = 0;  ///< triangles drawn
     std::uint64_t nSolid = 0;      ///< occupied cells of the last level
-    std::uint64_t nInside = 0;     ///< those that no triangle touches; 0: no inside is known
+    std::uint64_t nInside = 0;     ///< those that no triangle touches
     UpAxis up = UpAxis::Z;
 };
 
 /// Draws an octree on one sheet: a shaded view of its cells, and the three slices through the middle
 /// of what is occupied, with surface and inside told apart by colour, scale bars, axes and facts.
 /// The time and memory it takes are bounded, whatever the depth (see VoxelGrid).
+/// @param iOctree  a working octree that is filled
 /// @param oPng  the sheet as the bytes of a PNG file
 /// @return empty, or the reason why there is no sheet
 std::string DrawSheet(

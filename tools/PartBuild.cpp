@@ -13,6 +13,13 @@ namespace {
 /// A box of coordinates up to this one, made a cube with its margin, stays within a float.
 constexpr float kLargestCoordinate = 1e38f;
 
+/// A builder that lets its octree be looked at: unlike the packed one, it tells the cells that triangles
+/// touch from those that the fill made full.
+class OpenBuilder : public PLMIdxOctreeBuilder {
+public:
+    const PLMIdxIBaseOctree& Drawn() const { return _workingOctree; }
+};
+
 /// Listens to the library's trace while it lives.
 class TraceListener {
 public:
@@ -75,11 +82,12 @@ std::uint64_t CountSolid(
     return count;
 }
 
-/// Takes the image and the figures out of a builder that has built.
-void TakeResult(PLMIdxOctreeBuilder& ioBuilder, BuiltPart& oBuilt) {
-    const PLMIdxIBaseOctree& octree = ioBuilder.GetOctree();
+/// Takes the octree and the figures out of a builder that has built.
+void TakeResult(const std::shared_ptr<OpenBuilder>& ioBuilder, BuiltPart& oBuilt) {
+    const PLMIdxIBaseOctree& octree = ioBuilder->GetOctree();
+    oBuilt.octree = {ioBuilder, &ioBuilder->Drawn()};  // keeps the whole builder
     oBuilt.depth = octree._depth;
-    const int* cells = ioBuilder.GetNCellsByDepth();
+    const int* cells = ioBuilder->GetNCellsByDepth();
     oBuilt.cellsByLevel.assign(cells, cells + oBuilt.depth + 1);
     if (oBuilt.depth == 0) return;
     oBuilt.nSolid = CountSolid(octree, IDX_Base_Octree_Iterator());
@@ -106,16 +114,16 @@ BuiltPart BuildPart(const MeshPart& iPart, const BuildParameters& iParameters) {
 
     TraceListener trace;
     const auto start = std::chrono::steady_clock::now();
-    PLMIdxOctreeBuilder builder;
-    builder.SetParameters(iParameters.depth, iParameters.cellSize, IDX_False);
-    const long int status = builder.DrawGeometry(
+    const auto builder = std::make_shared<OpenBuilder>();
+    builder->SetParameters(iParameters.depth, iParameters.cellSize, IDX_False);
+    const long int status = builder->DrawGeometry(
         iPart.points.data(), static_cast<unsigned int>(iPart.points.size()), iPart.triangles.data(),
         static_cast<unsigned int>(iPart.triangles.size()));
     if (IDX_Failed(status)) {
         built.failure = "no octree could be built (" + trace.lastTag + ")";
         return built;
     }
-    built.image.reset(builder.GetOctreeStream(built.imageSize));
+    built.image.reset(builder->GetOctreeStream(built.imageSize));
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
     built.milliseconds = time.count();
     built.nSkipped = trace.nOutside;

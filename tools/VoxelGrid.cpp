@@ -32,7 +32,7 @@ bool HoldsCell(const PLMIdxIBaseOctree& iOctree, const IDX_Base_Octree_Iterator&
 
 }  // namespace
 
-VoxelGrid::VoxelGrid(const PLMIdxIBaseOctree& iOctree, bool iHasInside)
+VoxelGrid::VoxelGrid(const PLMIdxIBaseOctree& iOctree)
     : _level(std::min(iOctree._depth, kDeepest)),
       _side(1 << _level),
       _cells(std::size_t{1} << (3 * _level), Empty),
@@ -41,12 +41,6 @@ VoxelGrid::VoxelGrid(const PLMIdxIBaseOctree& iOctree, bool iHasInside)
     if (_level == 0) return;
     Walk(iOctree, IDX_Base_Octree_Iterator(), {0, 0, 0});
     FindBounds();
-    // Until here Inside means occupied and not subdivided.
-    if (iHasInside) {
-        FindInside();
-    } else {
-        std::replace(_cells.begin(), _cells.end(), Inside, Surface);
-    }
 }
 
 void VoxelGrid::Walk(
@@ -59,7 +53,8 @@ void VoxelGrid::Walk(
         if (state == OCTREE_EMPTY) continue;
         const Position position = ChildPosition(iPosition, child);
         if (state != OCTREE_PARTIAL) {
-            FillCube(Scaled(position, 1 << levelsBelow), 1 << levelsBelow, Inside);
+            const Cell cell = state == OCTREE_FULL ? Inside : Surface;
+            FillCube(Scaled(position, 1 << levelsBelow), 1 << levelsBelow, cell);
             continue;
         }
         IDX_Base_Octree_Iterator below = iIterator;
@@ -97,26 +92,4 @@ void VoxelGrid::FindBounds() {
     if (_high[0] >= 0) return;
     _low = {0, 0, 0};
     _high = {_side - 1, _side - 1, _side - 1};
-}
-
-void VoxelGrid::FindInside() {
-    for (int z = _low[2]; z <= _high[2]; ++z) {
-        for (int y = _low[1]; y <= _high[1]; ++y) {
-            for (int x = _low[0]; x <= _high[0]; ++x) {
-                Cell& cell = _cells[Index({x, y, z})];
-                if (cell == Inside && !IsEnclosed({x, y, z})) cell = Surface;
-            }
-        }
-    }
-}
-
-bool VoxelGrid::IsEnclosed(const Position& iPosition) const {
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        for (const int step : {-1, 1}) {
-            Position neighbour = iPosition;
-            neighbour[axis] += step;
-            if (At(neighbour) == Empty) return false;
-        }
-    }
-    return true;
 }

@@ -16,10 +16,10 @@ public:
 
     static constexpr unsigned int kDeepest = 8;
 
-    /// A stored octree holds surface and inside cells alike. A cell is shown as Surface when one of its
-    /// six neighbours is empty, or when it is subdivided below the level of the grid, else as Inside.
-    /// @param iHasInside  false: no inside is known, and every occupied cell is Surface
-    VoxelGrid(const PLMIdxIBaseOctree& iOctree, bool iHasInside);
+    /// @param iOctree  a working octree, which tells the cells that triangles touch (Surface) from those
+    ///                 that the fill made full (Inside). A cell that is subdivided below the level of
+    ///                 the grid is Surface when anything in it is occupied.
+    explicit VoxelGrid(const PLMIdxIBaseOctree& iOctree);
 
     int Side() const { return _side; }             ///< cells along an axis
     unsigned int Level() const { return _level; }  ///< level of the octree whose cells these are
@@ -51,8 +51,6 @@ private:
         const Position& iPosition);
     void FillCube(const Position& iLow, int iSide, Cell iCell);
     void FindBounds();
-    void FindInside();
-    bool IsEnclosed(const Position& iPosition) const;
 
     unsigned int _level;
     int _side;

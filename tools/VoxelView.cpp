@@ -36,6 +36,18 @@ Vector Unit(const Vector& a) {
     return length > 0.0 ? Combine(1.0 / length, a, 0.0, a) : a;
 }
 
+/// Calls a function with the position of each occupied cell.
+template <typename Function>
+void ForEachCell(const VoxelGrid& iGrid, Function iFunction) {
+    for (int z = iGrid.Low()[2]; z <= iGrid.High()[2]; ++z) {
+        for (int y = iGrid.Low()[1]; y <= iGrid.High()[1]; ++y) {
+            for (int x = iGrid.Low()[0]; x <= iGrid.High()[0]; ++x) {
+                if (iGrid.At({x, y, z}) != VoxelGrid::Empty) iFunction(Position{x, y, z});
+            }
+        }
+    }
+}
+
 /// What surrounds a cell within kReach.
 struct Neighbourhood {
     Vector outwards;  ///< away from the fuller side; its length is 1 above a flat face of a solid
@@ -156,29 +168,48 @@ private:
     std::vector<float> _shades;  ///< 0 where nothing is drawn
 };
 
-/// Maps cell coordinates to samples of the canvas, scaled so that a box of cells just fits.
+/// Lowest and highest projected coordinate, to the right and downwards, of what is drawn. In cells.
+struct Frame {
+    double low[2] = {1e30, 1e30};
+    double high[2] = {-1e30, -1e30};
+
+    void Add(double iX, double iY) {
+        const double at[2] = {iX, iY};
+        for (int i = 0; i < 2; ++i) {
+            low[i] = std::min(low[i], at[i]);
+            high[i] = std::max(high[i], at[i]);
+        }
+    }
+};
+
+/// The frame around the cells: around their centres, and wider by half of what one cell takes.
+Frame FindFrame(const VoxelGrid& iGrid, const Projection& iProjection) {
+    Frame frame;
+    ForEachCell(iGrid, [&](const Position& cell) {
+        const Vector centre = {cell[0] + 0.5, cell[1] + 0.5, cell[2] + 0.5};
+        frame.Add(Dot(centre, iProjection.Right()), -Dot(centre, iProjection.Up()));
+    });
+    const Vector* const axes[2] = {&iProjection.Right(), &iProjection.Up()};
+    for (int i = 0; i < 2; ++i) {
+        const Vector& axis = *axes[i];
+        const double half = 0.5 * (std::fabs(axis[0]) + std::fabs(axis[1]) + std::fabs(axis[2]));
+        frame.low[i] -= half;
+        frame.high[i] += half;
+    }
+    return frame;
+}
+
+/// Maps cell coordinates to samples of the canvas, scaled so that a frame just fits.
 class Screen {
 public:
-    Screen(const VoxelGrid& iGrid, const Projection& iProjection, int iWidth, int iHeight)
-        : _projection(iProjection) {
-        double low[2] = {1e30, 1e30};
-        double high[2] = {-1e30, -1e30};
-        for (unsigned int corner = 0; corner < 8; ++corner) {
-            Vector point;
-            for (std::size_t axis = 0; axis < 3; ++axis) {
-                point[axis] =
-                    (corner >> axis & 1U) != 0 ? iGrid.High()[axis] + 1 : iGrid.Low()[axis];
-            }
-            const double at[2] = {Dot(point, iProjection.Right()), -Dot(point, iProjection.Up())};
-            for (int i = 0; i < 2; ++i) {
-                low[i] = std::min(low[i], at[i]);
-                high[i] = std::max(high[i], at[i]);
-            }
-        }
-        scale = std::min(iWidth / (high[0] - low[0]), iHeight / (high[1] - low[1]));
-        _shift[0] = 0.5 * (iWidth - scale * (low[0] + high[0]));
-        _shift[1] = 0.5 * (iHeight - scale * (low[1] + high[1]));
-    }
+    Screen(const Frame& iFrame, const Projection& iProjection, int iWidth, int iHeight)
+        : scale(std::min(
+              iWidth / (iFrame.high[0] - iFrame.low[0]),
+              iHeight / (iFrame.high[1] - iFrame.low[1]))),
+          _projection(iProjection),
+          _shift{
+              0.5 * (iWidth - scale * (iFrame.low[0] + iFrame.high[0])),
+              0.5 * (iHeight - scale * (iFrame.low[1] + iFrame.high[1]))} {}
 
     /// Column, row and depth of a direction, or of a point with `iShifted`.
     Vector Map(const Vector& iPoint, bool iShifted) const {
@@ -274,7 +305,6 @@ void DrawCell(
     const std::array<FaceBrush, 3>& iBrushes,
     const Lamps& iLamps,
     Canvas& ioCanvas) {
-    if (iGrid.At(iCell) == VoxelGrid::Empty) return;
     const bool seen = std::any_of(iBrushes.begin(), iBrushes.end(), [&](const FaceBrush& brush) {
         return brush.IsOpen(iGrid, iCell);
     });
@@ -307,18 +337,14 @@ Pixels DrawView(
     int iHeight,
     double& oPixelsPerCell) {
     Canvas canvas(iWidth, iHeight);
-    const Screen screen(iGrid, iProjection, canvas.Width(), canvas.Height());
+    const Screen screen(
+        FindFrame(iGrid, iProjection), iProjection, canvas.Width(), canvas.Height());
     oPixelsPerCell = screen.scale / kSamples;
     const Lamps lamps(iProjection);
     const std::array<FaceBrush, 3> brushes = {
         FaceBrush(screen, iProjection, 0), FaceBrush(screen, iProjection, 1),
         FaceBrush(screen, iProjection, 2)};
-    for (int z = iGrid.Low()[2]; z <= iGrid.High()[2]; ++z) {
-        for (int y = iGrid.Low()[1]; y <= iGrid.High()[1]; ++y) {
-            for (int x = iGrid.Low()[0]; x <= iGrid.High()[0]; ++x) {
-                DrawCell(iGrid, {x, y, z}, brushes, lamps, canvas);
-            }
-        }
-    }
+    ForEachCell(
+        iGrid, [&](const Position& cell) { DrawCell(iGrid, cell, brushes, lamps, canvas); });
     return canvas.Resolve(iColour);
 }
