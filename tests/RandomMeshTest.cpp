@@ -33,14 +33,18 @@ struct Pair {
 
     void SetParameters(int maxDepth, float voxelSize, IDX_Bool useVoxelSize) {
         library.SetParameters(maxDepth, voxelSize, useVoxelSize);
-        plain.SetParameters(maxDepth, voxelSize, useVoxelSize);
+        plain.maxDepth = maxDepth;
+        plain.voxelSize = voxelSize;
+        plain.useVoxelSize = useVoxelSize;
     }
 
     void SetCuboid(IDX_Point a, IDX_Point b) {
         IDX_Base_4x4Matrix matrix;
         matrix.coefficients[1][2] = a.x;
         library.SetCuboid(matrix, a, b);
-        plain.SetCuboid(matrix, a, b);
+        plain.cuboid = {
+            1, matrix, {a, b}
+        };
     }
 
     void ExpectSameStatus(long int ofLibrary, long int ofPlain) {
@@ -206,10 +210,7 @@ Mesh Import(const std::filesystem::path& path) {
             piece.points.push_back({part.mVertices[v].x, part.mVertices[v].y, part.mVertices[v].z});
         for (unsigned int f = 0; f < part.mNumFaces; ++f) {
             const unsigned int* v = part.mFaces[f].mIndices;
-            if (part.mFaces[f].mNumIndices == 3)
-                piece.triangles.push_back({
-                    {v[0], v[1], v[2]}
-                });
+            if (part.mFaces[f].mNumIndices == 3) piece.AddFace(v[0], v[1], v[2]);
         }
         mesh.Add(piece);
     }

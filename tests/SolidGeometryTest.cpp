@@ -4,6 +4,7 @@
 #include "Images.h"
 
 #include <algorithm>
+#include <cstring>
 #include <gtest/gtest.h>
 
 namespace {
@@ -162,74 +163,32 @@ TEST(SolidGeometry, BoxesAndCups) {
     }
 }
 
-// Closed meshes: every cell against every triangle, then a flood from the border
+// Single triangles against every cell
 
-/// The cells that any triangle meets, among `side` cells along each axis of the octree's box.
-SolidSet TouchedCells(const PLMIdxIBaseOctree& octree, const Mesh& mesh) {
-    const std::size_t side = std::size_t{1} << octree._depth;
-    const auto cells = static_cast<float>(side);
-    const IDX_Point s = octree._bbSize;
-    const float half[3] = {s.x / cells / 2, s.y / cells / 2, s.z / cells / 2};
-    SolidSet touched(side * side * side);
-    for (std::size_t i = 0; i < touched.size(); ++i) {
-        const std::size_t at[3] = {i % side, i / side % side, i / side / side};
-        const float low[3] = {octree._bbOrigin.x, octree._bbOrigin.y, octree._bbOrigin.z};
-        float centre[3];
-        for (std::size_t a = 0; a < 3; ++a)
-            centre[a] = low[a] + static_cast<float>(2 * at[a] + 1) * half[a];
-        touched[i] =
-            std::any_of(mesh.triangles.begin(), mesh.triangles.end(), [&](const IDX_Triangle& t) {
-                float triangle[3][3];
-                for (std::size_t v = 0; v < 3; ++v) {
-                    const IDX_Point& p = mesh.points[t.vertices[v]];
-                    triangle[v][0] = p.x;
-                    triangle[v][1] = p.y;
-                    triangle[v][2] = p.z;
-                }
-                return Overlap(centre, half, triangle);
-            });
-    }
-    return touched;
-}
-
-/// All cells that a walk through faces from the border, round the touched cells, doesn't reach.
-SolidSet Unreached(const SolidSet& touched, std::size_t side) {
-    const std::size_t steps[3] = {1, side, side * side};
-    SolidSet solid(touched.size(), true);
-    std::vector<std::size_t> front;
-    const auto reach = [&](std::size_t i) {
-        if (touched[i] || !solid[i]) return;
-        solid[i] = false;
-        front.push_back(i);
-    };
-    for (std::size_t i = 0; i < touched.size(); ++i)
-        for (const std::size_t step : steps)
-            if (i / step % side == 0 || i / step % side == side - 1) reach(i);
-    while (!front.empty()) {
-        const std::size_t i = front.back();
-        front.pop_back();
-        for (const std::size_t step : steps) {
-            if (i / step % side > 0) reach(i - step);
-            if (i / step % side < side - 1) reach(i + step);
+TEST(SolidGeometry, TrianglesMarkTheCellsThatTheyMeet) {
+    Random random(3);
+    for (int i = 0; i < 40; ++i) {
+        const IDX_Point points[3] = {
+            random.PointIn(-1, 1), random.PointIn(-1, 1), random.PointIn(-1, 1)};
+        OpenBuilder builder;
+        builder.SetParameters(kDepth, 0, IDX_False);
+        ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+        ASSERT_EQ(builder.DrawTriangle(points[0], points[1], points[2]), IDX_S_OK);
+        const SolidSet solid = SolidCells(builder._workingOctree);
+        const IDX_Point low = builder._workingOctree._bbOrigin;
+        const float h = builder._workingOctree._bbSize.x / kSide / 2;
+        const float half[3] = {h, h, h};
+        float triangle[3][3];
+        std::memcpy(triangle, points, sizeof triangle);
+        for (std::size_t cell = 0; cell < solid.size(); ++cell) {
+            const auto column = [&](std::size_t at) {
+                return static_cast<float>(2 * (at % kSide) + 1) * h;
+            };
+            const float centre[3] = {
+                low.x + column(cell), low.y + column(cell / kSide),
+                low.z + column(cell / kSide / kSide)};
+            ASSERT_EQ(solid[cell], Overlap(centre, half, triangle)) << i << ", cell " << cell;
         }
-    }
-    return solid;
-}
-
-TEST(SolidGeometry, ClosedMeshesByBruteForce) {
-    Mesh meshes[] = {
-        SphereMesh({0, 0, 0}, 1, 8),         SphereMesh({4000, -70, 900}, 3, 6),
-        SphereMesh({0, 0, 0}, 1, 10),        BoxMesh({0, 0, 0}, {10, 0.3f, 4}),
-        SphereMesh({0, 0, 1e-6f}, 1e-4f, 5),
-    };
-    meshes[2].Add(SphereMesh({0.1f, 0.1f, 0}, 0.6f, 6));
-    for (const Mesh& mesh : meshes) {
-        SCOPED_TRACE(&mesh - meshes);
-        PLMIdxOctreeBuilder builder;
-        builder.SetParameters(4, 0, IDX_False);
-        ASSERT_EQ(Draw(builder, mesh), IDX_S_OK);
-        const SolidSet touched = TouchedCells(builder.GetOctree(), mesh);
-        EXPECT_EQ(SolidCells(builder.GetOctree()), Unreached(touched, 16));
     }
 }
 

@@ -6,9 +6,8 @@
 /// a coordinate that isn't finite.
 bool OverlapByClipping(const float centre[3], const float half[3], const float triangle[3][3]);
 
-/// The same answer, sooner: separating axes in double precision with a margin a thousand times the
-/// rounding error settle the clear cases, clipping the others and each 4096th call. A call on which
-/// the two disagree ends the process.
+/// The same answer, sooner: clipping in double precision settles it when the triangle misses even a
+/// box that is larger by far more than the rounding error, or meets one that is smaller by as much.
 bool Overlap(const float centre[3], const float half[3], const float triangle[3][3]);
 
 #endif

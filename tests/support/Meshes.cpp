@@ -3,21 +3,23 @@
 #include <cmath>
 #include <limits>
 
-void Mesh::AddTriangle(IDX_Point a, IDX_Point b, IDX_Point c) {
-    const auto first = static_cast<unsigned int>(points.size());
-    points.insert(points.end(), {a, b, c});
-    triangles.push_back({
-        {first, first + 1, first + 2}
-    });
+void Mesh::AddFace(unsigned int a, unsigned int b, unsigned int c) {
+    IDX_Triangle face;
+    face.vertices[0] = a;
+    face.vertices[1] = b;
+    face.vertices[2] = c;
+    triangles.push_back(face);
+}
+
+void Mesh::AddQuad(unsigned int a, unsigned int b, unsigned int c, unsigned int d) {
+    AddFace(a, b, c);
+    AddFace(a, c, d);
 }
 
 void Mesh::Add(const Mesh& other) {
     const auto first = static_cast<unsigned int>(points.size());
     points.insert(points.end(), other.points.begin(), other.points.end());
-    for (const auto& [v] : other.triangles)
-        triangles.push_back({
-            {first + v[0], first + v[1], first + v[2]}
-        });
+    for (const auto& [v] : other.triangles) AddFace(first + v[0], first + v[1], first + v[2]);
 }
 
 unsigned int Random::Below(unsigned int limit) {
@@ -36,27 +38,17 @@ IDX_Point Random::PointIn(double low, double high) {
 }
 
 Mesh BoxMesh(IDX_Point low, IDX_Point high, unsigned int openFaces) {
-    static constexpr unsigned int kCorners[6][4] = {
-        {0, 2, 6, 4},
-        {1, 3, 7, 5},
-        {0, 1, 5, 4},
-        {2, 3, 7, 6},
-        {0, 1, 3, 2},
-        {4, 5, 7, 6}
-    };
+    // Corners as bits of X, Y and Z; round a face along its axis.
+    static const char* const kFaces[] = {"0264", "1375", "0154", "2376", "0132", "4576"};
     Mesh mesh;
     for (unsigned int c = 0; c < 8; ++c)
         mesh.points.push_back(
             {c & 1 ? high.x : low.x, c & 2 ? high.y : low.y, c & 4 ? high.z : low.z});
     for (unsigned int face = 0; face < 6; ++face) {
         if (openFaces >> face & 1) continue;
-        const unsigned int* c = kCorners[face];
-        mesh.triangles.push_back({
-            {c[0], c[1], c[2]}
-        });
-        mesh.triangles.push_back({
-            {c[0], c[2], c[3]}
-        });
+        unsigned int c[4];
+        for (int i = 0; i < 4; ++i) c[i] = static_cast<unsigned int>(kFaces[face][i] - '0');
+        mesh.AddQuad(c[0], c[1], c[2], c[3]);
     }
     return mesh;
 }
@@ -79,12 +71,7 @@ Mesh SphereMesh(IDX_Point centre, float radius, unsigned int rings) {
             const unsigned int right = (j + 1) % columns;
             const unsigned int a = i * columns;
             const unsigned int b = a + columns;
-            mesh.triangles.push_back({
-                {a + j, b + j, b + right}
-            });
-            mesh.triangles.push_back({
-                {a + j, b + right, a + right}
-            });
+            mesh.AddQuad(a + j, b + j, b + right, a + right);
         }
     }
     return mesh;
@@ -100,9 +87,7 @@ Mesh CellMesh(int side, const Cells& isWall) {
         const auto index = static_cast<unsigned int>(mesh.points.size());
         mesh.points.push_back(
             {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)});
-        mesh.triangles.push_back({
-            {index, index, index}
-        });
+        mesh.AddFace(index, index, index);
     }
     return mesh;
 }
@@ -119,7 +104,9 @@ Mesh Soup(Random& random, unsigned int size, double reach, double thickness) {
     for (unsigned int i = 0; i < size; ++i) {
         const IDX_Point a = random.PointIn(-1, 1);
         const IDX_Point b = Moved(a, random.PointIn(-reach, reach));
-        mesh.AddTriangle(a, b, Moved(b, random.PointIn(-thickness, thickness)));
+        mesh.points.insert(
+            mesh.points.end(), {a, b, Moved(b, random.PointIn(-thickness, thickness))});
+        mesh.AddFace(3 * i, 3 * i + 1, 3 * i + 2);
     }
     return mesh;
 }
@@ -137,12 +124,7 @@ Mesh Sheet(Random& random, unsigned int size, double height) {
     for (unsigned int i = 0; i < n; ++i) {
         for (unsigned int j = 0; j < n; ++j) {
             const unsigned int a = i * (n + 1) + j;
-            mesh.triangles.push_back({
-                {a, a + 1, a + n + 2}
-            });
-            mesh.triangles.push_back({
-                {a, a + n + 2, a + n + 1}
-            });
+            mesh.AddQuad(a, a + 1, a + n + 2, a + n + 1);
         }
     }
     return mesh;
@@ -224,9 +206,7 @@ Mesh RandomMesh(Random& random, unsigned int size, bool hostile) {
     for (unsigned int i = random.Below(4); i > 0 && !mesh.triangles.empty(); --i) {
         const auto t = random.Below(static_cast<unsigned int>(mesh.triangles.size()));
         mesh.triangles.push_back(mesh.triangles[t]);
-        mesh.triangles.push_back({
-            {random.Below(nPoints), 0, 0}
-        });
+        mesh.AddFace(random.Below(nPoints), 0, 0);
     }
     for (unsigned int i = hostile ? 1 + random.Below(3) : 0; i > 0; --i) {
         IDX_Point& p = mesh.points[random.Below(nPoints)];

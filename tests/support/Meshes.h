@@ -13,7 +13,8 @@ struct Mesh {
     std::vector<IDX_Triangle> triangles;
 
     void Add(const Mesh& other);
-    void AddTriangle(IDX_Point a, IDX_Point b, IDX_Point c);
+    void AddFace(unsigned int a, unsigned int b, unsigned int c);
+    void AddQuad(unsigned int a, unsigned int b, unsigned int c, unsigned int d);
 };
 
 /// A repeatable source of random numbers.

@@ -34,27 +34,20 @@ std::uint32_t Code(float p, float origin, float size) {
     return static_cast<std::uint32_t>(static_cast<std::int64_t>(scaled));
 }
 
-/// One halving or doubling, in double and rounded once.
-float Scaled(float v, double by) {
-    return static_cast<float>(double{v} * by);
-}
-
 }  // namespace
 
 // Places
 
 Place Place::Child(unsigned int child) const {
-    return {
-        level + 1,
-        {2 * at[0] + (child & 1), 2 * at[1] + (child >> 1 & 1), 2 * at[2] + (child >> 2)}
-    };
+    Place place{level + 1, at};
+    for (unsigned int a = 0; a < 3; ++a) place.at[a] = at[a] << 1 | (child >> a & 1);
+    return place;
 }
 
 Place Place::Ancestor(unsigned int ofLevel) const {
-    const unsigned int up = level - ofLevel;
-    return {
-        ofLevel, {at[0] >> up, at[1] >> up, at[2] >> up}
-    };
+    Place place{ofLevel, at};
+    for (std::uint32_t& coordinate : place.at) coordinate >>= level - ofLevel;
+    return place;
 }
 
 unsigned int Place::LastStep() const {
@@ -150,18 +143,6 @@ Builder::Builder(std::uint64_t arena, float epsilon) : _epsilon(epsilon) {
     PutHeader(0);
 }
 
-void Builder::SetParameters(int maxDepth, float voxelSize, IDX_Bool useVoxelSize) {
-    _maxDepth = maxDepth;
-    _voxelSize = voxelSize;
-    _useVoxelSize = useVoxelSize;
-}
-
-void Builder::SetCuboid(const IDX_Base_4x4Matrix& matrix, IDX_Point point1, IDX_Point point2) {
-    _cuboid = {
-        1, matrix, {point1, point2}
-    };
-}
-
 long int Builder::Fail(const char* tag) {
     trace.emplace_back(tag);
     return IDX_E_FAIL;
@@ -177,12 +158,12 @@ void Builder::SetDepthAndBox(int depth, IDX_Point origin, IDX_Point size) {
 
 int Builder::StreamDepth(float extent) const {
     int d = 2;
-    if (_useVoxelSize == IDX_True) {
+    if (useVoxelSize == IDX_True) {
         float v = extent * 0.25f;
-        for (; d < _maxDepth && v > _voxelSize; ++d) v = Scaled(v, 0.5);
-        return _voxelSize > v && d != 2 ? d - 1 : d;
+        for (; d < maxDepth && v > voxelSize; ++d) v *= 0.5f;
+        return voxelSize > v && d != 2 ? d - 1 : d;
     }
-    for (d = _maxDepth; d >= 1; --d)
+    for (d = maxDepth; d >= 1; --d)
         if (!(extent / std::ldexp(1.0f, d) < kMinVoxelSize)) break;
     return std::max(d, 2);
 }
@@ -223,15 +204,13 @@ long int Builder::Init(IDX_Point low, IDX_Point high) {
     SetDepthAndBox(
         StreamDepth(extent[0]), {l[0] - m, l[1] - m, l[2] - m},
         {extent[0] + m2, extent[1] + m2, extent[2] + m2});
-    _cuboid = {};
+    cuboid = {};
     return IDX_S_OK;
 }
 
 long int Builder::DrawTriangle(const IDX_Point& p1, const IDX_Point& p2, const IDX_Point& p3) {
-    if (_smallAndFar) {
-        ++_drawn;
-        return IDX_S_OK;
-    }
+    _drawn += _smallAndFar;
+    if (_smallAndFar) return IDX_S_OK;
     float triangle[3][3];
     std::uint32_t codes[3][3];
     Triple low = ToTriple(tree.origin);
@@ -370,7 +349,7 @@ long int Builder::DrawGeometry(const Mesh& mesh) {
     const float longest = std::max({extent[0], extent[1], extent[2]});
     float v = longest * 0.25f;
     int d = 2;
-    for (; d < _maxDepth && v > _voxelSize; ++d) v = Scaled(v, 0.5);
+    for (; d < maxDepth && v > voxelSize; ++d) v *= 0.5f;
     const float m = v * 0.05f;
     for (std::size_t a = 0; a < 3; ++a) {
         const float grow = (longest - extent[a]) * 0.5f;
@@ -512,7 +491,7 @@ void Builder::SetAsEmptyOrFull(const Place& cell) {
 void Builder::Pack() {
     _storedOrigin = tree.origin;
     _storedSize = tree.size;
-    _storedCuboid = _cuboid;
+    _storedCuboid = cuboid;
     _records.assign(tree.depth == 0 ? 0 : 8, 0);
     if (tree.depth != 0) PackBelow(Place{}, 0);
     PutHeader(tree.depth);

@@ -56,11 +56,20 @@ private:
     long int Alloc(unsigned int wanted);
 };
 
+struct Cuboid {
+    int set = 0;
+    IDX_Base_4x4Matrix matrix;
+    std::array<IDX_Point, 2> points = {};
+};
+
 class Builder {
 public:
+    int maxDepth = 6;
+    float voxelSize = 0;
+    IDX_Bool useVoxelSize = IDX_False;
+    Cuboid cuboid;
+
     Builder(std::uint64_t arena, float epsilon);
-    void SetParameters(int maxDepth, float voxelSize, IDX_Bool useVoxelSize);
-    void SetCuboid(const IDX_Base_4x4Matrix& matrix, IDX_Point point1, IDX_Point point2);
     long int Init(IDX_Point low, IDX_Point high);
     long int DrawTriangle(const IDX_Point& p1, const IDX_Point& p2, const IDX_Point& p3);
     long int ReduceDepth();
@@ -73,15 +82,6 @@ public:
     std::string output;  ///< what goes to the standard output
 
 private:
-    struct Cuboid {
-        int set = 0;
-        IDX_Base_4x4Matrix matrix;
-        IDX_Point points[2] = {
-            {0, 0, 0},
-            {0, 0, 0}
-        };
-    };
-
     long int Fail(const char* tag);
     void SetDepthAndBox(int depth, IDX_Point origin, IDX_Point size);
     int StreamDepth(float extent) const;
@@ -103,12 +103,8 @@ private:
     void PutHeader(unsigned int depth);
 
     float _epsilon;
-    int _maxDepth = 6;
-    float _voxelSize = 0;
-    IDX_Bool _useVoxelSize = IDX_False;
     bool _smallAndFar = false;
     int _drawn = 0;
-    Cuboid _cuboid;        ///< of the working tree
     Cuboid _storedCuboid;  ///< of the packed tree
     IDX_Point _storedOrigin = {0, 0, 0};
     IDX_Point _storedSize = {0, 0, 0};

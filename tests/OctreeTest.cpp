@@ -1,0 +1,506 @@
+// The working octree, the compact octree and its writer, each on its own.
+
+#include "AdjustableConstants.h"
+#include "Images.h"
+#include "TraceRecorder.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <map>
+#include <thread>
+
+namespace {
+
+using Path = std::vector<unsigned int>;
+using Iterator = IDX_Base_Octree_Iterator;
+
+struct OpenWorking : PLMIdxWTWorkingOctree {
+    using PLMIdxWTWorkingOctree::_Alloc;
+    using PLMIdxWTWorkingOctree::_buffer;
+    using PLMIdxWTWorkingOctree::_nCellsByDepth;
+    using PLMIdxWTWorkingOctree::_size;
+    using PLMIdxWTWorkingOctree::ConstructFrom;
+
+    explicit OpenWorking(int depth = 0) { SetDepth(depth); }
+
+    void Make(const Path& path) {
+        Iterator iterator;
+        for (const unsigned int child : path) ASSERT_EQ(MoveCreate(iterator, child), IDX_S_OK);
+    }
+};
+
+struct OpenWriter : PLMIdxWTOptimOctree_0 {
+    using PLMIdxWTOptimOctree_0::_buffer;
+    using PLMIdxWTOptimOctree_0::_FillCell;
+    using PLMIdxWTOptimOctree_0::_size;
+
+    Bytes Records() const { return Bytes(_buffer, _buffer + _size); }
+};
+
+/// An octree of another form: the states of its cells, by path. Cells not in the map are empty.
+struct MapOctree : PLMIdxIBaseOctree {
+    std::map<Path, IDX_Base_Octree_TestResult> cells;
+    mutable std::vector<Path> paths = {{}};  ///< an iterator's offset is an index into these
+
+    explicit MapOctree(unsigned int depth) : PLMIdxIBaseOctree(IDX_WORKING_OCTREE) {
+        _depth = depth;
+    }
+
+    IDX_Base_Octree_TestResult Test(const Iterator& iterator, unsigned int child) const override {
+        Path path = paths[iterator.offset];
+        path.push_back(child);
+        const auto found = cells.find(path);
+        return found == cells.end() ? OCTREE_EMPTY : found->second;
+    }
+
+    long int Move(Iterator& iterator, unsigned int child) const override {
+        paths.push_back(paths[iterator.offset]);
+        paths.back().push_back(child);
+        iterator.offset = static_cast<unsigned int>(paths.size() - 1);
+        ++iterator.depth;
+        return IDX_S_OK;
+    }
+
+    int GetSizeInFiles() const override { return 0; }
+    long int Save(IDX_WT_SplittedFile&, unsigned int&, unsigned int&) const override { return 0; }
+    long int Load(void*) override { return 0; }
+};
+
+Iterator At(const PLMIdxIBaseOctree& octree, const Path& path) {
+    Iterator iterator;
+    for (const unsigned int child : path) EXPECT_EQ(octree.Move(iterator, child), IDX_S_OK);
+    return iterator;
+}
+
+/// State of the cell at the end of the path.
+IDX_Base_Octree_TestResult StateOf(const PLMIdxIBaseOctree& octree, Path path) {
+    const unsigned int child = path.back();
+    path.pop_back();
+    return octree.Test(At(octree, path), child);
+}
+
+IDX_WT_SplittedFile& NoFile() {
+    static char nothing[64];
+    return reinterpret_cast<IDX_WT_SplittedFile&>(nothing);
+}
+
+TEST(Octrees, NewOnesAreEmpty) {
+    const PLMIdxWorkingOctree working;
+    const PLMIdxWTWorkingOctree writableWorking;
+    const PLMIdxOptimOctree_0 compact;
+    const PLMIdxWTOptimOctree_0 writer;
+    for (const PLMIdxIBaseOctree* octree : std::initializer_list<const PLMIdxIBaseOctree*>{
+             &working, &writableWorking, &compact, &writer}) {
+        for (unsigned int child = 0; child < 8; ++child)
+            EXPECT_EQ(octree->Test({}, child), OCTREE_EMPTY);
+        Iterator iterator;
+        EXPECT_EQ(octree->Move(iterator, 3), IDX_E_FAIL);
+        EXPECT_EQ(iterator.depth, 1u);
+        EXPECT_EQ(iterator.offset, 0u);
+        EXPECT_EQ(octree->GetSizeInFiles(), 132);
+        EXPECT_EQ(octree->_version, 1u);
+    }
+}
+
+TEST(WorkingOctree, RefusesToBeStored) {
+    TraceRecorder trace;
+    PLMIdxWorkingOctree working;
+    PLMIdxWTWorkingOctree writable;
+    unsigned int part = 0;
+    unsigned int offset = 0;
+    EXPECT_EQ(working.Save(NoFile(), part, offset), IDX_E_NOT_IMPLEMENTED);
+    EXPECT_EQ(working.Load(nullptr), IDX_E_NOT_IMPLEMENTED);
+    EXPECT_EQ(static_cast<PLMIdxIBaseOctree&>(writable).Load(nullptr), IDX_E_NOT_IMPLEMENTED);
+    EXPECT_EQ(writable.Load(NoFile(), 0, 0), IDX_E_NOT_IMPLEMENTED);
+    EXPECT_EQ(
+        trace.Take(), (Lines{
+                          "PLMIdxWorkingOctree.Save - Not Implemented",
+                          "PLMIdxWorkingOctree.Load - Not Implemented",
+                          "PLMIdxWTWorkingOctree.Load - Not Implemented"}));
+}
+
+struct ResetCase {
+    int depth;
+    unsigned int arena;
+    long int status;
+    unsigned int size;
+    int rootCount;
+};
+
+// clang-format off
+const ResetCase kResetCases[] = {
+    {0,  1024, IDX_S_OK,   0,   0},
+    {1,  1024, IDX_E_FAIL, 0,   0},
+    {2,  160,  IDX_S_OK,   160, 1},
+    {2,  159,  IDX_E_FAIL, 0,   1},
+    {3,  52,   IDX_S_OK,   52,  1},
+    {3,  51,   IDX_E_FAIL, 0,   1},
+    {19, 1024, IDX_S_OK,   52,  1},
+};
+// clang-format on
+
+TEST(WorkingOctree, ResetMakesTheRoot) {
+    for (const ResetCase& row : kResetCases) {
+        SCOPED_TRACE(testing::Message() << row.depth << " in " << row.arena);
+        const ArenaSize arena(row.arena);
+        OpenWorking octree(row.depth);
+        EXPECT_EQ(octree.Reset(), row.status);
+        EXPECT_EQ(octree._size, row.size);
+        EXPECT_EQ(octree._nCellsByDepth[0], row.rootCount);
+    }
+    OpenWorking tooDeep(PLMIdxWTWorkingOctree::MAXDEPTH);
+    EXPECT_EQ(tooDeep.Reset(), IDX_E_FAIL);
+}
+
+TEST(WorkingOctree, MoveCreateMakesAPathOnce) {
+    const ArenaSize arena(212);
+    OpenWorking octree(3);
+    for (int time = 0; time < 2; ++time) {
+        octree.Make({6, 3, 5});
+        EXPECT_EQ(octree._size, 212u);
+        EXPECT_EQ(Lines(4, "1"), [&] {
+            Lines counts;
+            for (int level = 0; level < 4; ++level)
+                counts.push_back(std::to_string(octree._nCellsByDepth[level]));
+            return counts;
+        }());
+    }
+    EXPECT_EQ(StateOf(octree, {6}), OCTREE_PARTIAL);
+    EXPECT_EQ(StateOf(octree, {6, 3}), OCTREE_PARTIAL);
+    EXPECT_EQ(StateOf(octree, {6, 3, 5}), OCTREE_SURFACE);
+    EXPECT_EQ(At(octree, {6}).offset, 52u);
+    EXPECT_EQ(At(octree, {6, 3}).offset, 58u);
+    EXPECT_EQ(At(octree, {6, 3, 5}).offset, 0u);
+    EXPECT_EQ(At(octree, {2}).offset, 0u) << "a child that isn't there keeps the parent's";
+
+    TraceRecorder trace;
+    Iterator iterator;
+    EXPECT_EQ(octree.MoveCreate(iterator, 0), IDX_E_OUT_OF_MEMORY);
+    EXPECT_EQ(trace.Take(), Lines{"PLMIdxWTWorkingOctree._Alloc.MaxSize"});
+    EXPECT_EQ(iterator.depth, 0u);
+    EXPECT_EQ(StateOf(octree, {0}), OCTREE_EMPTY);
+    EXPECT_EQ(octree._nCellsByDepth[1], 1);
+}
+
+TEST(WorkingOctree, LeafGroups) {
+    OpenWorking octree(2);
+    for (unsigned int cell = 0; cell < 8; ++cell) {
+        octree.Make({0, cell});
+        octree.Fill(At(octree, {1}), cell, OCTREE_FULL);
+        octree.Fill(At(octree, {2}), cell, cell < 4 ? OCTREE_FULL : OCTREE_SURFACE);
+    }
+    octree.Make({3, 7});
+    octree.Fill({}, 3, OCTREE_SURFACE);
+    octree.Fill({}, 4, OCTREE_FULL);
+    EXPECT_EQ(octree.Test({}, 0), OCTREE_PARTIAL) << "eight surface cells";
+    EXPECT_EQ(octree.Test({}, 1), OCTREE_FULL) << "eight full cells";
+    EXPECT_EQ(octree.Test({}, 2), OCTREE_PARTIAL) << "full and surface cells";
+    EXPECT_EQ(octree.Test({}, 3), OCTREE_EMPTY) << "filled as a group with another state";
+    EXPECT_EQ(StateOf(octree, {4, 6}), OCTREE_FULL) << "filled as a group";
+    EXPECT_EQ(octree._nCellsByDepth[1], 2) << "groups 0 and 3";
+    octree.Make({5});
+    octree.Make({5});
+    EXPECT_EQ(octree._nCellsByDepth[1], 4) << "a group without cells counts each time";
+}
+
+TEST(WorkingOctree, EveryCellHasItsTag) {
+    OpenWorking octree(3);
+    octree.Make({2, 0, 0});
+    const unsigned char* const nodeSet = octree._buffer + 52;
+    for (unsigned int i = 0; i < 8; ++i) {
+        unsigned short* tag = nullptr;
+        octree.GetTagPtr({}, i, tag);
+        EXPECT_EQ(reinterpret_cast<unsigned char*>(tag), octree._buffer + 36 + 2 * i);
+        unsigned short tagIndex = 0;
+        std::memcpy(&tagIndex, nodeSet + 16 + 2 * i, 2);
+        EXPECT_EQ(tagIndex, 7 * i + 8);
+        for (unsigned int j = 0; j < 8; ++j) {
+            const Iterator group = At(octree, {2, i});
+            octree.GetTagPtr(group, j, tag);
+            EXPECT_EQ(reinterpret_cast<unsigned char*>(tag), nodeSet + 32 + 16 * i + 2 * j);
+            EXPECT_EQ(*tag, 0);
+            octree.SetTag(group, j, static_cast<unsigned short>(60000 + 8 * i + j));
+        }
+        unsigned short ofGroup = 0;
+        octree.GetTag(At(octree, {2}), i, ofGroup);
+        EXPECT_EQ(ofGroup, 60000 + 8 * i) << "the tag of its cell 0";
+    }
+}
+
+TEST(WorkingOctree, BoxAndCuboid) {
+    OpenWorking octree(2);
+    octree.Make({1, 1});
+    octree.SetBBWithoutReset({1, 2, 3}, {4, 5, 6});
+    EXPECT_EQ(octree.Test({}, 1), OCTREE_PARTIAL);
+    IDX_Base_4x4Matrix matrix;
+    matrix.coefficients[3][0] = 7;
+    octree.SetCuboid(matrix, {1, 1, 1}, {2, 2, 2});
+    EXPECT_EQ(octree._hasCuboid, 1);
+    EXPECT_EQ(octree.Test({}, 1), OCTREE_PARTIAL);
+    octree.UnsetCuboid();
+    IDX_Point a;
+    IDX_Point b;
+    octree.GetCuboid(matrix, a, b);
+    EXPECT_EQ(octree._hasCuboid, 0);
+    EXPECT_EQ(matrix.coefficients[3][0], 0);
+    EXPECT_EQ(a.x + b.z, 0);
+    octree.SetBB({0, 0, 0}, {1, 1, 1});
+    EXPECT_EQ(octree.Test({}, 1), OCTREE_EMPTY);
+}
+
+TEST(WorkingOctree, ReduceDepth) {
+    OpenWorking octree(4);
+    octree.SetBB({1, 2, 3}, {4, 5, 6});
+    octree.SetCuboid({}, {1, 1, 1}, {2, 2, 2});
+    octree.Make({0, 1, 2, 3});
+    octree.Make({0, 2});  // a path that ends without a cell
+    octree.Make({5, 0, 0});
+    octree.Fill(At(octree, {5, 0}), 6, OCTREE_FULL);
+    octree.Fill({}, 7, OCTREE_FULL);
+    octree.SetTag({}, 1, 9);
+    for (const int depth : {4, 5, -1})
+        EXPECT_EQ(octree.ReduceDepth(depth), IDX_E_INVALID_ARGUMENT) << depth;
+    ASSERT_EQ(octree.ReduceDepth(3), IDX_S_OK);
+    EXPECT_EQ(StateOf(octree, {0, 1, 2}), OCTREE_SURFACE);
+    EXPECT_EQ(StateOf(octree, {5, 0, 6}), OCTREE_FULL);
+    EXPECT_EQ(StateOf(octree, {5, 0, 0}), OCTREE_EMPTY) << "a leaf group without cells";
+    unsigned short tag = 1;
+    octree.GetTag({}, 1, tag);
+    EXPECT_EQ(tag, 0);
+    ASSERT_EQ(octree.ReduceDepth(2), IDX_S_OK);
+    EXPECT_EQ(StateOf(octree, {0, 1}), OCTREE_SURFACE);
+    EXPECT_EQ(StateOf(octree, {0, 2}), OCTREE_EMPTY) << "dropped by the first cut";
+    EXPECT_EQ(StateOf(octree, {5, 0}), OCTREE_SURFACE);
+    EXPECT_EQ(octree.Test({}, 7), OCTREE_FULL);
+    EXPECT_EQ(octree._nCellsByDepth[2], 2);
+    ASSERT_EQ(octree.ReduceDepth(0), IDX_S_OK);
+    EXPECT_EQ(octree._depth, 0u);
+    EXPECT_EQ(octree._bbSize.z, 6);
+    EXPECT_EQ(octree._hasCuboid, 1);
+
+    OpenWorking twoLevels(4);
+    twoLevels.Make({3, 2});
+    ASSERT_EQ(twoLevels.ReduceDepth(2), IDX_S_OK);
+    EXPECT_EQ(StateOf(twoLevels, {3, 2}), OCTREE_SURFACE) << "a node set without cells";
+    EXPECT_EQ(StateOf(twoLevels, {3, 3}), OCTREE_EMPTY);
+}
+
+TEST(WorkingOctree, ConstructFromAnyForm) {
+    MapOctree source(3);
+    OpenWorking octree;
+    source._depth = 2;
+    ASSERT_EQ(octree.ConstructFrom(source), IDX_S_OK);
+    EXPECT_EQ(octree._size, 160u);
+    source._depth = 3;
+    source.cells = {
+        {{4},       OCTREE_PARTIAL},
+        {{4, 1},    OCTREE_PARTIAL},
+        {{4, 1, 0}, OCTREE_FULL   },
+        {{4, 2},    OCTREE_FULL   },
+        {{6},       OCTREE_FULL   },
+    };
+    ASSERT_EQ(octree.ConstructFrom(source), IDX_S_OK);
+    EXPECT_EQ(octree._size, 212u);
+    for (const auto& [path, state] : source.cells) EXPECT_EQ(StateOf(octree, path), state);
+    ASSERT_EQ(octree.ConstructFrom(source, 2), IDX_S_OK);
+    EXPECT_EQ(StateOf(octree, {4, 1}), OCTREE_SURFACE);
+    const ArenaSize arena(52);
+    OpenWorking small;
+    EXPECT_EQ(small.ConstructFrom(source), IDX_E_FAIL);
+}
+
+// The compact form
+
+/// Child 7 of the root is full; in child 0, group 3 holds its cells 0 and 7.
+void MakeExample(OpenWorking& octree) {
+    octree.SetDepth(3);
+    octree.SetBBWithoutReset({1, 2, 3}, {4, 5, 6});
+    octree.Make({0, 3, 0});
+    octree.Make({0, 3, 7});
+    octree.Fill({}, 7, OCTREE_FULL);
+}
+
+const Bytes kExample = {1, 0x80, 0, 0, 8, 0, 0, 0, 0, 0, 0, 0x81, 0, 0, 0, 0};
+
+Bytes ImageOf(const PLMIdxWTOptimOctree_0& octree) {
+    unsigned int size = 0;
+    const std::unique_ptr<unsigned char[]> block(octree.GetOctreeBuffer(size));
+    EXPECT_EQ(static_cast<int>(size), octree.GetSizeInFiles());
+    return Bytes(block.get(), block.get() + size);
+}
+
+/// Fields of four bytes, one after the other.
+template <class... Fields>
+Bytes Words(Fields... fields) {
+    Bytes bytes(4 * sizeof...(fields));
+    std::size_t at = 0;
+    ((std::memcpy(&bytes[at], &fields, 4), at += 4), ...);
+    return bytes;
+}
+
+TEST(CompactOctree, TheExampleByteForByte) {
+    OpenWorking working;
+    MakeExample(working);
+    working.SetCuboid({}, {7, 8, 9}, {10, 11, 12});
+    OpenWriter writer;
+    ASSERT_EQ(writer.ConstructFrom(working), IDX_S_OK);
+    Bytes expected = Words(2, 1, 3, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 1);
+    for (int i = 0; i < 16; ++i) {
+        const Bytes coefficient = Words(i % 5 == 0 ? 1.0f : 0.0f);
+        expected.insert(expected.end(), coefficient.begin(), coefficient.end());
+    }
+    const Bytes tail = Words(7.0f, 8.0f, 9.0f, 10.0f, 11.0f, 12.0f, 16);
+    expected.insert(expected.end(), tail.begin(), tail.end());
+    expected.insert(expected.end(), kExample.begin(), kExample.end());
+    EXPECT_EQ(ImageOf(writer), expected);
+}
+
+TEST(CompactOctree, IsReadWhereItLies) {
+    OpenWorking working;
+    MakeExample(working);
+    PLMIdxWTOptimOctree_0 writer;
+    ASSERT_EQ(writer.ConstructFrom(working), IDX_S_OK);
+    Bytes image = ImageOf(writer);
+    image.insert(image.begin(), 1, 0);  // an odd address
+    PLMIdxOptimOctree_0 octree;
+    ASSERT_EQ(octree.Load(&image[1]), IDX_S_OK);
+    EXPECT_EQ(octree.GetSizeInFiles(), 148);
+    EXPECT_EQ(octree._bbSize.y, 5);
+    for (unsigned int child = 1; child < 7; ++child)
+        EXPECT_EQ(octree.Test({}, child), OCTREE_EMPTY);
+    EXPECT_EQ(StateOf(octree, {7}), OCTREE_FULL);
+    EXPECT_EQ(StateOf(octree, {0, 3}), OCTREE_PARTIAL);
+    EXPECT_EQ(StateOf(octree, {0, 3, 7}), OCTREE_FULL);
+    EXPECT_EQ(StateOf(octree, {0, 3, 6}), OCTREE_EMPTY);
+    EXPECT_EQ(At(octree, {0}).offset, 8u);
+    EXPECT_EQ(At(octree, {0, 3}).offset, 11u);
+    EXPECT_EQ(At(octree, {0, 3, 7}).offset, 0u);
+    for (const unsigned int child : {1u, 7u}) {
+        Iterator iterator;
+        EXPECT_EQ(octree.Move(iterator, child), IDX_E_FAIL);
+        EXPECT_EQ(iterator.depth, 1u);
+        EXPECT_EQ(iterator.offset, 0u);
+    }
+
+    for (const std::size_t changed : {0, 4}) {  // kind, version
+        Bytes other = ImageOf(writer);
+        ++other[changed];
+        other[8] = 2;
+        EXPECT_EQ(octree.Load(other.data()), IDX_E_FAIL);
+    }
+    EXPECT_EQ(octree.Load(nullptr), IDX_E_FAIL);
+    EXPECT_EQ(octree._depth, 3u) << "a failed load changes nothing";
+    EXPECT_EQ(StateOf(octree, {0, 3, 7}), OCTREE_FULL);
+    EXPECT_EQ(writer.Load(&image[1]), IDX_E_FAIL) << "a writer is never a view";
+}
+
+/// A root with the partial children 1 and 6, of which the first has two node sets and the other one.
+MapOctree TwoBranches() {
+    MapOctree source(4);
+    source.cells = {
+        {{1},    OCTREE_PARTIAL},
+        {{1, 0}, OCTREE_PARTIAL},
+        {{1, 3}, OCTREE_PARTIAL},
+        {{2},    OCTREE_SURFACE},
+        {{6},    OCTREE_PARTIAL},
+        {{6, 5}, OCTREE_PARTIAL},
+        {{6, 7}, OCTREE_FULL   },
+    };
+    return source;
+}
+
+TEST(CompactOctree, RecordsStandInTheOrderOfTheWalk) {
+    OpenWriter writer;
+    ASSERT_EQ(writer.ConstructFrom(TwoBranches()), IDX_S_OK);
+    Bytes expected = Words(0x1034, 8, 0x0041, 24, 0x8400, 40);
+    expected.resize(48);  // three node sets without a cell
+    EXPECT_EQ(writer.Records(), expected);
+    EXPECT_EQ(At(writer, {6}).offset, 16u);
+    EXPECT_EQ(At(writer, {6, 5}).offset, 40u);
+}
+
+TEST(CompactOctree, SmallSources) {
+    OpenWriter writer;
+    ASSERT_EQ(writer.ConstructFrom(OpenWorking(0)), IDX_S_OK);
+    EXPECT_EQ(writer._buffer, nullptr) << "an empty octree takes no block";
+    EXPECT_EQ(writer.ConstructFrom(MapOctree(1)), IDX_E_FAIL);
+    ASSERT_EQ(writer.ConstructFrom(OpenWorking(2)), IDX_S_OK);
+    EXPECT_EQ(writer.Records(), Bytes(8));
+    OpenWorking twoFull(3);
+    twoFull.Fill({}, 0, OCTREE_FULL);
+    twoFull.Fill({}, 5, OCTREE_FULL);
+    ASSERT_EQ(writer.ConstructFrom(twoFull), IDX_S_OK);
+    EXPECT_EQ(writer.Records(), Words(0x0802, 0));
+    OpenWorking surface(2);
+    for (unsigned int cell = 0; cell < 8; ++cell) surface.Make({4, cell});
+    ASSERT_EQ(writer.ConstructFrom(surface), IDX_S_OK);
+    EXPECT_EQ(writer.Records(), (Bytes{0, 0, 0, 0, 255, 0, 0, 0}));
+    EXPECT_EQ(writer._FillCell({}, 1), 1);
+    EXPECT_EQ(writer._FillCell(At(writer, {2}), 6), 1);
+    EXPECT_EQ(writer._FillCell(At(writer, {2, 6}), 0), IDX_E_FAIL);
+    EXPECT_EQ(writer.Records(), (Bytes{0, 255, 64, 0, 255, 0, 0, 0}));
+}
+
+TEST(CompactOctree, AFullBlockAndTheFullOctree) {
+    struct {
+        unsigned int block;
+        const char* tag;
+    } const kCases[] = {
+        {48, nullptr                                                            },
+        {47, "PLMIdxWTOptimOctree_0._SubConstructFrom._AllocOptim(NodeSetOptim)"},
+        {23, "PLMIdxWTOptimOctree_0._SubConstructFrom._AllocOptim(NodeOptim)"   },
+    };
+    for (const auto& row : kCases) {
+        SCOPED_TRACE(row.block);
+        const ArenaSize arena(row.block);
+        TraceRecorder trace;
+        OpenWriter writer;
+        EXPECT_EQ(writer.ConstructFrom(TwoBranches()), row.tag ? IDX_E_FAIL : IDX_S_OK);
+        const Lines full = {"PLMIdxWTOptimOctree_0._Alloc.MaxSize", row.tag ? row.tag : ""};
+        EXPECT_EQ(trace.Take(), row.tag ? full : Lines());
+    }
+    OpenWriter writer;
+    ASSERT_EQ(writer.ConstructFullOctree({1, 2, 3}, {4, 5, 6}), IDX_S_OK);
+    EXPECT_EQ(writer.Records(), Bytes(8, 255));
+    EXPECT_EQ(writer._depth, 2u);
+    EXPECT_EQ(writer._bbOrigin.z, 3);
+    ASSERT_EQ(writer.ConstructFrom(TwoBranches()), IDX_S_OK) << "takes a whole block again";
+    EXPECT_EQ(writer._size, 48u);
+}
+
+TEST(CompactOctree, EqualityLooksAtTheCellsAlone) {
+    OpenWriter a;
+    OpenWriter b;
+    EXPECT_TRUE(a == b);
+    MapOctree source = TwoBranches();
+    ASSERT_EQ(a.ConstructFrom(source), IDX_S_OK);
+    EXPECT_FALSE(a == b);
+    source._bbSize = {9, 9, 9};
+    source._hasCuboid = 1;
+    ASSERT_EQ(b.ConstructFrom(source), IDX_S_OK);
+    EXPECT_TRUE(a == b);
+    source.cells[{6, 5, 7}] = OCTREE_PARTIAL;
+    source.cells[{6, 5, 7, 7}] = OCTREE_SURFACE;
+    ASSERT_EQ(b.ConstructFrom(source), IDX_S_OK);
+    EXPECT_FALSE(a == b);
+    ASSERT_EQ(a.ConstructFrom(OpenWorking(2)), IDX_S_OK);
+    ASSERT_EQ(b.ConstructFrom(OpenWorking(3)), IDX_S_OK);
+    EXPECT_FALSE(a == b) << "empty both, but of other depths";
+}
+
+TEST(CompactOctree, SeveralThreadsWalkOne) {
+    PLMIdxOctreeBuilder builder;
+    builder.SetParameters(5, 0, IDX_False);
+    ASSERT_EQ(Draw(builder, SphereMesh({0, 0, 0}, 1, 8)), IDX_S_OK);
+    Bytes image = ::ImageOf(builder);
+    PLMIdxOptimOctree_0 octree;
+    ASSERT_EQ(octree.Load(image.data()), IDX_S_OK);
+    const std::vector<bool> expected = SolidCells(octree);
+    std::vector<bool> found[4];
+    std::vector<std::thread> threads;
+    for (auto& cells : found) threads.emplace_back([&] { cells = SolidCells(octree); });
+    for (std::thread& thread : threads) thread.join();
+    for (const auto& cells : found) EXPECT_EQ(cells, expected);
+}
+
+}  // namespace
