@@ -58,18 +58,18 @@ private:
 }  // namespace
 
 std::vector<std::string> ContestantNames() {
-    std::vector<std::string> names = {"gridloom", "plain"};
+    std::vector<std::string> names = {"Gridloom", "plain"};
 #ifdef BENCH_OPENVDB
-    names.emplace_back("openvdb");
+    names.emplace_back("OpenVDB");
 #endif
     return names;
 }
 
 std::unique_ptr<Contestant> MakeContestant(const std::string& iName) {
-    if (iName == "gridloom") return std::make_unique<Gridloom>();
+    if (iName == "Gridloom") return std::make_unique<Gridloom>();
     if (iName == "plain") return std::make_unique<Plain>();
 #ifdef BENCH_OPENVDB
-    if (iName == "openvdb") return MakeOpenVdbPeer();
+    if (iName == "OpenVDB") return MakeOpenVdbPeer();
 #endif
     throw std::runtime_error("no such contestant: " + iName);
 }

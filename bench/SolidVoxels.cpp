@@ -29,7 +29,7 @@ const char* const kUsage =
     "  --meshes DIR         folder of the mesh files (default: $GRIDLOOM_MESHES)\n"
     "  --workloads A,B      only these (knot, sphere, gear, panel, armadillo)\n"
     "  --depths A,B         grids of 2^A, 2^B cells a side, 6 to 10 (default 6,8,10)\n"
-    "  --contestants A,B    only these (gridloom, plain, openvdb)\n"
+    "  --contestants A,B    only these (Gridloom, plain, OpenVDB)\n"
     "  --rounds N           (default 5)\n"
     "  --csv FILE           writes all figures, one line for each workload, grid and contestant\n";
 
@@ -250,31 +250,82 @@ void WriteCsv(const std::vector<Task>& iTasks, const Options& iOptions) {
             csv << task.workload << ',' << task.triangles << ',' << task.depth << ',' << name << ','
                 << iOptions.rounds << ',' << m.totalMs << ',' << m.kernelMs << ',' << m.peakMiB
                 << ',' << m.imageBytes << ',' << m.cells << ',' << m.hash << ','
-                << Ratio(task, m, "openvdb", &Measurement::totalMs, true) << ','
+                << Ratio(task, m, "OpenVDB", &Measurement::totalMs, true) << ','
                 << Ratio(task, m, "plain", &Measurement::totalMs, false) << '\n';
         }
     }
     if (!csv.flush()) throw std::runtime_error(iOptions.csv.string() + ": can't be written");
 }
 
-void PrintTable(const std::vector<Task>& iTasks, const Options& iOptions) {
-    std::cout
-        << "| mesh, triangles | grid | contestant | ms | of which kernel | x faster than OpenVDB "
-           "| of plain's time | peak MiB | of OpenVDB's peak | image bytes | cells | image hash |\n"
-           "|---|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---|\n";
+/// A row of a Markdown table.
+void PrintRow(const std::vector<std::string>& iCells) {
+    std::cout << '|';
+    for (const std::string& cell : iCells) std::cout << ' ' << cell << " |";
+    std::cout << '\n';
+}
+
+/// A line for each workload and grid. The first two columns name them, the others are made by `iCells`.
+template <class CellsOf>
+void PrintTable(
+    const std::vector<Task>& iTasks, std::vector<std::string> iTitles, const CellsOf& iCells) {
+    iTitles.insert(iTitles.begin(), {"mesh, triangles", "grid"});
+    PrintRow(iTitles);
+    PrintRow(std::vector<std::string>(iTitles.size(), "---"));
     for (const Task& task : iTasks) {
-        for (const std::string& name : iOptions.contestants) {
-            const Measurement m = Combine(task.runs.at(name));
-            std::cout << "| " << task.workload << ", " << task.triangles << " | 2^" << task.depth
-                      << " | " << name << " | " << Digits(m.totalMs) << " | " << Digits(m.kernelMs)
-                      << " | " << Ratio(task, m, "openvdb", &Measurement::totalMs, true) << " | "
-                      << Ratio(task, m, "plain", &Measurement::totalMs, false) << " | "
-                      << Digits(m.peakMiB) << " | "
-                      << Ratio(task, m, "openvdb", &Measurement::peakMiB, false) << " | "
-                      << m.imageBytes << " | " << m.cells << " | "
-                      << (m.hash == "-" ? "-" : "`" + m.hash + "`") << " |\n";
-        }
+        std::vector<std::string> row = {
+            task.workload + ", " + std::to_string(task.triangles),
+            "2^" + std::to_string(task.depth)};
+        for (std::string& cell : iCells(task)) row.push_back(std::move(cell));
+        PrintRow(row);
     }
+    std::cout << '\n';
+}
+
+std::vector<std::string> TitlesFor(const Options& iOptions, const std::string& iWhat) {
+    std::vector<std::string> titles;
+    for (const std::string& name : iOptions.contestants) titles.push_back(name + ", " + iWhat);
+    return titles;
+}
+
+/// Speed and memory: what the contestants need, and the ratios of the first one to its peers.
+void PrintEffort(const std::vector<Task>& iTasks, const Options& iOptions) {
+    const std::string& first = iOptions.contestants.front();
+    std::vector<std::string> titles = TitlesFor(iOptions, "ms");
+    for (std::string& title : TitlesFor(iOptions, "MiB")) titles.push_back(std::move(title));
+    for (const char* ratio :
+         {"times faster than OpenVDB", "of plain's time", "of OpenVDB's memory"}) {
+        titles.push_back(first + ", " + ratio);
+    }
+    PrintTable(iTasks, titles, [&](const Task& iTask) {
+        std::vector<std::string> cells;
+        for (double Measurement::*field : {&Measurement::totalMs, &Measurement::peakMiB}) {
+            for (const std::string& name : iOptions.contestants) {
+                cells.push_back(Digits(Combine(iTask.runs.at(name)).*field));
+            }
+        }
+        const Measurement own = Combine(iTask.runs.at(first));
+        cells.push_back(Ratio(iTask, own, "OpenVDB", &Measurement::totalMs, true));
+        cells.push_back(Ratio(iTask, own, "plain", &Measurement::totalMs, false));
+        cells.push_back(Ratio(iTask, own, "OpenVDB", &Measurement::peakMiB, false));
+        return cells;
+    });
+}
+
+/// The results: occupied cells, bytes of the stored form, and the hash of the first one's image.
+void PrintResults(const std::vector<Task>& iTasks, const Options& iOptions) {
+    std::vector<std::string> titles = TitlesFor(iOptions, "cells");
+    for (std::string& title : TitlesFor(iOptions, "bytes")) titles.push_back(std::move(title));
+    titles.push_back(iOptions.contestants.front() + ", FNV-1a of the image");
+    PrintTable(iTasks, titles, [&](const Task& iTask) {
+        std::vector<std::string> cells;
+        for (uint64_t Measurement::*field : {&Measurement::cells, &Measurement::imageBytes}) {
+            for (const std::string& name : iOptions.contestants) {
+                cells.push_back(std::to_string(iTask.runs.at(name).front().*field));
+            }
+        }
+        cells.push_back(iTask.runs.at(iOptions.contestants.front()).front().hash);
+        return cells;
+    });
 }
 
 std::vector<std::string> Split(const std::string& iText) {
@@ -323,7 +374,8 @@ void Main(const std::vector<std::string>& iArguments) {
     std::vector<Task> tasks = Prepare(options, folder.path);
     RunAll(options, tasks);
     WriteCsv(tasks, options);
-    PrintTable(tasks, options);
+    PrintEffort(tasks, options);
+    PrintResults(tasks, options);
 }
 
 }  // namespace
