@@ -34,24 +34,14 @@ const __m128i kHighHalves[kChildren] = {
     _mm_setr_epi32(0, -1, -1, 0), _mm_setr_epi32(-1, -1, -1, 0),
 };
 
-FourFloats Vector(const IDX_Point& iPoint) {
-    return _mm_setr_ps(iPoint.x, iPoint.y, iPoint.z, 0.0f);
-}
-
-/// The low 32 bits of a float cut to a 64-bit integer; 0 for a float that has none.
-unsigned int LowBitsOf(float iValue) {
-    if (!(iValue >= -0x1p63f && iValue < 0x1p63f)) return 0;
-    return static_cast<unsigned int>(static_cast<std::int64_t>(iValue));
-}
-
 /// The child in which a code lies, `iLevel` steps down from the root.
-unsigned int ChildAt(const unsigned int (&iCode)[3], unsigned int iLevel) {
+unsigned int ChildAt(const unsigned int (&iCode)[4], unsigned int iLevel) {
     const unsigned int bit = kCodeBits - 1 - iLevel;
     return (iCode[0] >> bit & 1u) | (iCode[1] >> bit & 1u) << 1 | (iCode[2] >> bit & 1u) << 2;
 }
 
 /// The number of leading bits in which two codes agree on all three axes.
-unsigned int CommonLevels(const unsigned int (&iA)[3], const unsigned int (&iB)[3]) {
+unsigned int CommonLevels(const unsigned int (&iA)[4], const unsigned int (&iB)[4]) {
     const unsigned int differences = (iA[0] ^ iB[0]) | (iA[1] ^ iB[1]) | (iA[2] ^ iB[2]);
     return static_cast<unsigned int>(std::countl_zero(differences));
 }
@@ -79,27 +69,16 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
       _depth(ioOctree._depth),
       _arena(WorkingOctreeAccess::Arena(ioOctree)),
       _nCellsByDepth(WorkingOctreeAccess::Counts(ioOctree)),
-      _origin(Vector(ioOctree._bbOrigin)),
-      _size(Vector(ioOctree._bbSize)),
+      _lattice(ioOctree),
       _points(nullptr),
       _codes(nullptr),
       _lastCode{},
       _known(0) {
-    _extents[0] = _size;
+    _extents[0] = AxesFrom(&ioOctree._bbSize.x);
     for (unsigned int level = 1; level <= _depth; ++level) {
         _extents[level] = _extents[level - 1] * _mm_set1_ps(0.5f);
     }
-    _lows[0] = _origin;
-}
-
-/// Works in floats, in this order: less the origin, divided by the extent, times 2^32; then cut to a 64-bit
-/// integer, of which the low 32 bits stay. A float that has no such integer gives 0.
-OctreeTriangleDrawer::VertexCode OctreeTriangleDrawer::CodeOf(const IDX_Point& iPoint) const {
-    alignas(16) float fractions[4];
-    _mm_store_ps(fractions, (Vector(iPoint) - _origin) / _size * _mm_set1_ps(0x1p32f));
-    return {
-        {LowBitsOf(fractions[0]), LowBitsOf(fractions[1]), LowBitsOf(fractions[2])}
-    };
+    _lows[0] = AxesFrom(&ioOctree._bbOrigin.x);
 }
 
 OctreeTriangleDrawer::~OctreeTriangleDrawer() {
@@ -111,19 +90,65 @@ void OctreeTriangleDrawer::SetMesh(const IDX_Point* iPoints, unsigned int iNPoin
     std::free(_codes);
     _codes = static_cast<VertexCode*>(std::malloc(iNPoints * sizeof(VertexCode)));
     if (_codes == nullptr) return;
-    for (unsigned int i = 0; i < iNPoints; ++i) _codes[i] = CodeOf(iPoints[i]);
+    for (unsigned int i = 0; i < iNPoints; ++i) _codes[i] = _lattice.CodeOf(iPoints[i]);
 }
 
 long int OctreeTriangleDrawer::DrawOfMesh(const IDX_Triangle& iTriangle, int& ioNDrawn) {
     const auto& v = iTriangle.vertices;
     const IDX_Point* const vertices[3] = {_points + v[0], _points + v[1], _points + v[2]};
     if (_codes == nullptr) return Draw(vertices, ioNDrawn);
-    return Draw(vertices, {_codes[v[0]], _codes[v[1]], _codes[v[2]]}, ioNDrawn);
+    const VertexCode codes[3] = {_codes[v[0]], _codes[v[1]], _codes[v[2]]};
+    const LatticeCells cells = _lattice.CellsOf(vertices, codes);
+    return cells.decided ? DrawCells(cells, codes, ioNDrawn) : Draw(vertices, codes, ioNDrawn);
+}
+
+/// Marks the cells of a small triangle. What fails does so in the stage that would have made the record.
+long int OctreeTriangleDrawer::DrawCells(
+    const LatticeCells& iCells, const VertexCode (&iCodes)[3], int& ioNDrawn) {
+    for (std::uint64_t rest = iCells.touched; rest != 0; rest &= rest - 1) {
+        const auto bit = static_cast<unsigned int>(std::countr_zero(rest));
+        const unsigned int x = iCells.low[0] + (bit & 3u);
+        const unsigned int y = iCells.low[1] + (bit >> 2 & 3u);
+        const unsigned int z = iCells.low[2] + (bit >> 4);
+        if (DrawCell(x, y, z)) continue;
+        const unsigned int common = std::min(
+            CommonLevels(iCodes[0].axes, iCodes[1].axes),
+            CommonLevels(iCodes[0].axes, iCodes[2].axes));
+        return TraceStatus(
+            _known < common ? "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.MoveCreate"
+                            : "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2",
+            IDX_E_FAIL);
+    }
+    if ((iCells.touched & (iCells.touched - 1)) != 0) ++ioNDrawn;
+    return IDX_S_OK;
+}
+
+/// Marks one cell of the last level, given by its column, row and layer.
+/// @return false when the arena is full; the path is then known as far as it was made
+bool OctreeTriangleDrawer::DrawCell(unsigned int iX, unsigned int iY, unsigned int iZ) {
+    const unsigned int shift = kCodeBits - _depth;
+    const VertexCode code = {
+        {iX << shift, iY << shift, iZ << shift, 0}
+    };
+    const unsigned int end = _depth - 2;
+    unsigned int level = std::min(CommonLevels(code.axes, _lastCode.axes), _known);
+    for (; level < end; ++level) {
+        if (StepInto(ChildAt(code.axes, level), level) == Walk::Failed) break;
+    }
+    Remember(code, level);
+    if (level < end) return false;
+    NodeSet& nodeSet = NodeSetAt(_arena, _path[end].offset);
+    const unsigned int group = ChildAt(code.axes, end);
+    MarkCells(nodeSet, std::uint64_t{1} << (kChildren * group + ChildAt(code.axes, end + 1)));
+    return true;
 }
 
 long int OctreeTriangleDrawer::Draw(const IDX_Point* const (&iVertices)[3], int& ioNDrawn) {
     return Draw(
-        iVertices, {CodeOf(*iVertices[0]), CodeOf(*iVertices[1]), CodeOf(*iVertices[2])}, ioNDrawn);
+        iVertices,
+        {_lattice.CodeOf(*iVertices[0]), _lattice.CodeOf(*iVertices[1]),
+         _lattice.CodeOf(*iVertices[2])},
+        ioNDrawn);
 }
 
 long int OctreeTriangleDrawer::Draw(
@@ -245,10 +270,10 @@ long int OctreeTriangleDrawer::DrawBelow(
 
     if (levelsBelow == 2 && iLastDepth == _depth) {
         NodeSet& nodeSet = NodeSetAt(_arena, iIterator.offset);
-        const NodeSetCells marked = ioTriangle.CellsOfNodeSet(iCentre, iHalfSize);
+        const CellMask marked = ioTriangle.CellsOfNodeSet(iCentre, iHalfSize);
         if (marked.decided && !HoldsFullCell(nodeSet)) {
-            MarkCells(nodeSet, marked.touched);
-            return marked.touched != 0 ? IDX_S_OK : IDX_S_NOTHING_DONE;
+            MarkCells(nodeSet, marked.cells);
+            return marked.cells != 0 ? IDX_S_OK : IDX_S_NOTHING_DONE;
         }
     }
     const unsigned int full = FullChildren(iIterator.offset, levelsBelow);

@@ -2,6 +2,7 @@
 #define OctreeTriangleDrawer_h
 
 #include "FourFloats.h"
+#include "OctreeLattice.h"
 #include "TriangleCells.h"
 #include "WorkingOctreeRecords.h"
 
@@ -24,12 +25,13 @@ public:
     OctreeTriangleDrawer& operator=(const OctreeTriangleDrawer&) = delete;
     ~OctreeTriangleDrawer();
 
-    /// Works the codes of all points of a mesh out once, for DrawOfMesh. Without the memory for them, 12 bytes
+    /// Works the codes of all points of a mesh out once, for DrawOfMesh. Without the memory for them, 16 bytes
     /// a point, they are worked out for each triangle.
-    /// @param iPoints  `iNPoints` points; must stay in place
+    /// @param iPoints  `iNPoints` points; must stay in place. Those that a triangle uses lie in the box.
     void SetMesh(const IDX_Point* iPoints, unsigned int iNPoints);
 
-    /// Draws one triangle of the mesh, whose indices are below the number of its points.
+    /// Draws one triangle of the mesh, whose indices are below the number of its points. The octree holds no
+    /// full cell.
     /// @return as Draw
     [[nodiscard]] long int DrawOfMesh(const IDX_Triangle& iTriangle, int& ioNDrawn);
 
@@ -50,17 +52,14 @@ public:
         unsigned int iLastDepth);
 
 private:
-    /// Position of a vertex as 32-bit fractions of the box, the top bit telling the half.
-    struct VertexCode {
-        unsigned int axes[3];
-    };
-
     /// Outcome of the first stage.
     enum class Walk { Parted, Done, Failed };
 
-    VertexCode CodeOf(const IDX_Point& iPoint) const;
     [[nodiscard]] long int Draw(
         const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn);
+    [[nodiscard]] long int DrawCells(
+        const LatticeCells& iCells, const VertexCode (&iCodes)[3], int& ioNDrawn);
+    [[nodiscard]] bool DrawCell(unsigned int iX, unsigned int iY, unsigned int iZ);
     Walk WalkCommonPath(const VertexCode (&iCodes)[3], unsigned int& oLevel);
     Walk StepInto(unsigned int iChild, unsigned int iLevel);
     void Remember(const VertexCode& iCode, unsigned int iLevel);
@@ -76,8 +75,7 @@ private:
     unsigned int _depth;
     unsigned char* _arena;
     int* _nCellsByDepth;
-    FourFloats _origin;
-    FourFloats _size;
+    OctreeLattice _lattice;
     FourFloats _extents[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< of a cell of each level
 
     const IDX_Point* _points;  ///< of the mesh

@@ -81,15 +81,19 @@ FourFloats Lane(FourFloats iValue, unsigned int iLane) {
 
 }  // namespace
 
-TriangleCells::TriangleCells(
-    const float (*iVertices)[3], FourFloats iCentre, FourFloats iHalfSize, float iFactor)
-    : _vertices(iVertices), _axesReady(false) {
-    SetFactor(iFactor);
+TriangleCells::TriangleCells(const float (*iVertices)[3])
+    : _vertices(iVertices), _usable(true), _axesReady(false) {
+    SetFactor(1.0f);
     for (unsigned int i = 0; i < 3; ++i) _points[i] = AxesFrom(iVertices[i]);
     _low = _mm_min_ps(_mm_min_ps(_points[0], _points[1]), _points[2]);
     _high = _mm_max_ps(_mm_max_ps(_points[0], _points[1]), _points[2]);
-    _reachLow = _low;
-    _reachHigh = _high;
+}
+
+TriangleCells::TriangleCells(
+    const float (*iVertices)[3], FourFloats iCentre, FourFloats iHalfSize, float iFactor)
+    : TriangleCells(iVertices) {
+    SetFactor(iFactor);
+    SetReach(_low, _high);
     _slack = (Absolute(iCentre) + iHalfSize) * _mm_set1_ps(kCellSlack);
     // A coordinate that isn't a number is in no range.
     _usable = InRange(_points[0]) && InRange(_points[1]) && InRange(_points[2]) &&
@@ -179,7 +183,7 @@ TriangleCells::Lattice TriangleCells::LatticeOf(FourFloats iCentre, FourFloats i
     return lattice;
 }
 
-NodeSetCells TriangleCells::CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfSize) {
+CellMask TriangleCells::CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfSize) {
     if (!_usable || !_plain) return {0, false};
     const Lattice lattice = LatticeOf(iCentre, iHalfSize);
     const FourFloats low = _low - _points[0];
@@ -195,7 +199,26 @@ NodeSetCells TriangleCells::CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfS
         const std::uint64_t holding = CellsHoldingVertex(lattice);
         if ((near & ~holding) == 0) return {ByLeafGroup(near), true};
     }
-    return RowsOfNodeSet(lattice, axes);
+    const CellMask mask = RowsOfBlock(lattice, axes);
+    return {ByLeafGroup(mask.cells), mask.decided};
+}
+
+CellMask TriangleCells::CellsOfBlock(
+    FourFloats iCorner, FourFloats iCell, const unsigned int* iSpans, FourFloats iSlack) {
+    const FourFloats places = _mm_setr_ps(0.5f, 1.5f, 2.5f, 3.5f);
+    const FourFloats corner = iCorner - _points[0];
+    Lattice lattice;
+    lattice.along[0] = Broadcast<0>(corner) + Broadcast<0>(iCell) * places;
+    lattice.along[1] = Broadcast<1>(corner) + Broadcast<1>(iCell) * places;
+    lattice.along[2] = Broadcast<2>(corner) + Broadcast<2>(iCell) * places;
+    lattice.cellSize = iCell * _mm_set1_ps(0.5f);
+    lattice.slack = iSlack;
+    Lanes axes[3];
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const unsigned int filled = (2u << iSpans[axis]) - 1;
+        axes[axis] = {filled, filled};
+    }
+    return RowsOfBlock(lattice, axes);
 }
 
 /// Cells x + 4 y + 16 z of a node set that certainly hold a vertex.
@@ -214,7 +237,7 @@ std::uint64_t TriangleCells::CellsHoldingVertex(const Lattice& iLattice) const {
     return cells;
 }
 
-NodeSetCells TriangleCells::RowsOfNodeSet(const Lattice& iLattice, const Lanes (&iAxes)[3]) {
+CellMask TriangleCells::RowsOfBlock(const Lattice& iLattice, const Lanes (&iAxes)[3]) {
     const Level& level = LevelFor(kLatticeLevel, iLattice.cellSize, iLattice.slack);
     const FourFloats& columns = iLattice.along[0];
     alignas(16) float rows[4];
@@ -254,7 +277,7 @@ NodeSetCells TriangleCells::RowsOfNodeSet(const Lattice& iLattice, const Lanes (
             touched |= static_cast<std::uint64_t>(near) << (4 * y + 16 * z);
         }
     }
-    return {ByLeafGroup(touched), true};
+    return {touched, true};
 }
 
 bool TriangleCells::DecideExactly(

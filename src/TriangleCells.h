@@ -17,10 +17,10 @@ struct ChildCells {
     unsigned int open;     ///< of these, to be decided exactly
 };
 
-/// The 64 cells of the last level below one node set against one triangle.
-struct NodeSetCells {
-    std::uint64_t touched;  ///< bit 8 g + j for cell j of leaf group g
-    bool decided;  ///< false when rounding leaves a cell open; `touched` means nothing then
+/// The cells of a block of 4 x 4 x 4 cells that a triangle touches.
+struct CellMask {
+    std::uint64_t cells;
+    bool decided;  ///< false when rounding leaves a cell open; `cells` means nothing then
 };
 
 /// A triangle made ready to be held against the cells of an octree: decides for all eight children of
@@ -59,6 +59,9 @@ public:
     TriangleCells(
         const float (*iVertices)[3], FourFloats iCentre, FourFloats iHalfSize, float iFactor);
 
+    /// A triangle for CellsOfBlock alone, whose coordinates are known to be in the range above.
+    explicit TriangleCells(const float (*iVertices)[3]);
+
     /// Replaces the bounds of the triangle that the reach test looks at.
     void SetReach(FourFloats iLow, FourFloats iHigh) {
         _reachLow = iLow;
@@ -84,7 +87,18 @@ public:
     /// what the rounded boxes of cells and groups can stick out from each other.
     /// @param iCentre    centre of the node set
     /// @param iHalfSize  distance from there to its faces
-    NodeSetCells CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfSize);
+    /// @return bit 8 g + j for cell j of leaf group g
+    CellMask CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfSize);
+
+    /// Decides for a block of cells that the bounds of the triangle fill, each of them touched or missed by
+    /// more than a slack. The factor is 1.
+    /// @param iCorner  low corner of the block
+    /// @param iCell    extents of a cell
+    /// @param iSpans   number of further columns, rows and layers behind the first, at most 3
+    /// @param iSlack   by how much the faces of a cell may be off, on each axis
+    /// @return bit x + 4 y + 16 z for the cell in column x, row y and layer z
+    CellMask CellsOfBlock(
+        FourFloats iCorner, FourFloats iCell, const unsigned int* iSpans, FourFloats iSlack);
 
     /// The exact test for one child.
     /// @param oTouched  whether triangle and box have a point in common
@@ -132,7 +146,7 @@ private:
 
     Lattice LatticeOf(FourFloats iCentre, FourFloats iHalfSize) const;
     std::uint64_t CellsHoldingVertex(const Lattice& iLattice) const;
-    NodeSetCells RowsOfNodeSet(const Lattice& iLattice, const Lanes (&iAxes)[3]);
+    CellMask RowsOfBlock(const Lattice& iLattice, const Lanes (&iAxes)[3]);
 
     void PrepareAxes();
     void PreparePlane(unsigned int iPlane, FourFloats iA, FourFloats iB, FourFloats iNormal);
