@@ -1,5 +1,6 @@
 #include "OctreeTriangleDrawer.h"
 
+#include "BlockOfCells.h"
 #include "TraceFailure.h"
 #include "WorkingOctreeRecords.h"
 
@@ -33,6 +34,13 @@ const __m128i kHighHalves[kChildren] = {
     _mm_setr_epi32(-1, -1, 0, 0), _mm_setr_epi32(0, 0, -1, 0),   _mm_setr_epi32(-1, 0, -1, 0),
     _mm_setr_epi32(0, -1, -1, 0), _mm_setr_epi32(-1, -1, -1, 0),
 };
+
+/// The slabs of a block that lie in the same node set as one of them, along one axis: a node set ends where
+/// the number of a slab is a multiple of 4.
+unsigned int SlabsOfOneNodeSet(unsigned int iLow, unsigned int iSlab) {
+    const unsigned int first = 0xFu >> (iLow & 3u);
+    return (first >> iSlab & 1u) != 0 ? first : 0xFu & ~first;
+}
 
 /// The child in which a code lies, `iLevel` steps down from the root.
 unsigned int ChildAt(const unsigned int (&iCode)[4], unsigned int iLevel) {
@@ -78,6 +86,7 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
     for (unsigned int level = 1; level <= _depth; ++level) {
         _extents[level] = _extents[level - 1] * _mm_set1_ps(0.5f);
     }
+    std::fill(std::begin(_visited), std::end(_visited), VisitedNodeSet{~0u, ~0u, ~0u, 0});
     _lows[0] = AxesFrom(&ioOctree._bbOrigin.x);
 }
 
@@ -105,12 +114,16 @@ long int OctreeTriangleDrawer::DrawOfMesh(const IDX_Triangle& iTriangle, int& io
 /// Marks the cells of a small triangle. What fails does so in the stage that would have made the record.
 long int OctreeTriangleDrawer::DrawCells(
     const LatticeCells& iCells, const VertexCode (&iCodes)[3], int& ioNDrawn) {
-    for (std::uint64_t rest = iCells.touched; rest != 0; rest &= rest - 1) {
+    const unsigned int(&low)[3] = iCells.low;
+    for (std::uint64_t rest = iCells.touched; rest != 0;) {
         const auto bit = static_cast<unsigned int>(std::countr_zero(rest));
-        const unsigned int x = iCells.low[0] + (bit & 3u);
-        const unsigned int y = iCells.low[1] + (bit >> 2 & 3u);
-        const unsigned int z = iCells.low[2] + (bit >> 4);
-        if (DrawCell(x, y, z)) continue;
+        const unsigned int place[3] = {bit & 3u, bit >> 2 & 3u, bit >> 4};
+        const std::uint64_t cells =
+            rest & CellsOfSlabs(
+                       SlabsOfOneNodeSet(low[0], place[0]), SlabsOfOneNodeSet(low[1], place[1]),
+                       SlabsOfOneNodeSet(low[2], place[2]));
+        rest &= ~cells;
+        if (DrawInNodeSet(low, place, cells)) continue;
         const unsigned int common = std::min(
             CommonLevels(iCodes[0].axes, iCodes[1].axes),
             CommonLevels(iCodes[0].axes, iCodes[2].axes));
@@ -123,12 +136,39 @@ long int OctreeTriangleDrawer::DrawCells(
     return IDX_S_OK;
 }
 
-/// Marks one cell of the last level, given by its column, row and layer.
+/// Marks cells of a block that lie in one node set.
+/// @param iLow    low corner of the block
+/// @param iPlace  column, row and layer of one of the cells in the block
+/// @param iCells  bit x + 4 y + 16 z of the block
 /// @return false when the arena is full; the path is then known as far as it was made
-bool OctreeTriangleDrawer::DrawCell(unsigned int iX, unsigned int iY, unsigned int iZ) {
+bool OctreeTriangleDrawer::DrawInNodeSet(
+    const unsigned int (&iLow)[3], const unsigned int (&iPlace)[3], std::uint64_t iCells) {
+    const unsigned int cell[3] = {iLow[0] + iPlace[0], iLow[1] + iPlace[1], iLow[2] + iPlace[2]};
+    NodeSet* nodeSet = NodeSetOfCell(cell);
+    if (nodeSet == nullptr) return false;
+    int offset = 0;  // from the bits of the block to those of the node set
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const int step = static_cast<int>(cell[axis] & 3u) - static_cast<int>(iPlace[axis]);
+        offset += step * (1 << (2 * axis));
+    }
+    const std::uint64_t moved = offset >= 0 ? iCells << offset : iCells >> -offset;
+    MarkCells(*nodeSet, CellsByLeafGroup(moved));
+    return true;
+}
+
+/// The node set that holds a cell of the last level, made where it is missing.
+/// @return null when the arena is full
+NodeSet* OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
+    const unsigned int x = iCell[0] >> 2;
+    const unsigned int y = iCell[1] >> 2;
+    const unsigned int z = iCell[2] >> 2;
+    VisitedNodeSet& visited = _visited[(x & 3u) | (y & 3u) << 2 | (z & 3u) << 4];
+    if (visited.x == x && visited.y == y && visited.z == z) {
+        return &NodeSetAt(_arena, visited.offset);
+    }
     const unsigned int shift = kCodeBits - _depth;
     const VertexCode code = {
-        {iX << shift, iY << shift, iZ << shift, 0}
+        {iCell[0] << shift, iCell[1] << shift, iCell[2] << shift, 0}
     };
     const unsigned int end = _depth - 2;
     unsigned int level = std::min(CommonLevels(code.axes, _lastCode.axes), _known);
@@ -136,11 +176,9 @@ bool OctreeTriangleDrawer::DrawCell(unsigned int iX, unsigned int iY, unsigned i
         if (StepInto(ChildAt(code.axes, level), level) == Walk::Failed) break;
     }
     Remember(code, level);
-    if (level < end) return false;
-    NodeSet& nodeSet = NodeSetAt(_arena, _path[end].offset);
-    const unsigned int group = ChildAt(code.axes, end);
-    MarkCells(nodeSet, std::uint64_t{1} << (kChildren * group + ChildAt(code.axes, end + 1)));
-    return true;
+    if (level < end) return nullptr;
+    visited = {x, y, z, _path[end].offset};
+    return &NodeSetAt(_arena, visited.offset);
 }
 
 long int OctreeTriangleDrawer::Draw(const IDX_Point* const (&iVertices)[3], int& ioNDrawn) {

@@ -52,6 +52,14 @@ public:
         unsigned int iLastDepth);
 
 private:
+    /// Where the node set stands that is the x-th, y-th, z-th of its level along the axes.
+    struct VisitedNodeSet {
+        unsigned int x;
+        unsigned int y;
+        unsigned int z;
+        unsigned int offset;
+    };
+
     /// Outcome of the first stage.
     enum class Walk { Parted, Done, Failed };
 
@@ -59,7 +67,9 @@ private:
         const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn);
     [[nodiscard]] long int DrawCells(
         const LatticeCells& iCells, const VertexCode (&iCodes)[3], int& ioNDrawn);
-    [[nodiscard]] bool DrawCell(unsigned int iX, unsigned int iY, unsigned int iZ);
+    [[nodiscard]] bool DrawInNodeSet(
+        const unsigned int (&iLow)[3], const unsigned int (&iPlace)[3], std::uint64_t iCells);
+    NodeSet* NodeSetOfCell(const unsigned int (&iCell)[3]);
     Walk WalkCommonPath(const VertexCode (&iCodes)[3], unsigned int& oLevel);
     Walk StepInto(unsigned int iChild, unsigned int iLevel);
     void Remember(const VertexCode& iCode, unsigned int iLevel);
@@ -87,6 +97,9 @@ private:
     FourFloats _lows[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< low corner of the cell of each level
     VertexCode _lastCode;
     unsigned int _known;  ///< levels of the path that stand
+
+    VisitedNodeSet
+        _visited[64];  ///< at the last two bits of x, y and z the last one of those visited
 };
 
 #endif

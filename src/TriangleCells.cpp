@@ -1,5 +1,7 @@
 #include "TriangleCells.h"
 
+#include "BlockOfCells.h"
+
 #include "IDX_Base_GeometryServices.h"
 
 #include <bit>
@@ -30,41 +32,6 @@ bool InRange(FourFloats iValue) {
 
 FourFloats Infinite() {
     return _mm_set1_ps(std::numeric_limits<float>::infinity());
-}
-
-/// The cells x + 4 y + 16 z of a node set that a mask of columns, of rows or of layers holds.
-struct CellsOfSlabs {
-    std::uint64_t cells[3][16];
-    constexpr CellsOfSlabs() : cells() {
-        for (unsigned int mask = 0; mask < 16; ++mask) {
-            for (unsigned int cell = 0; cell < 64; ++cell) {
-                for (unsigned int axis = 0; axis < 3; ++axis) {
-                    const unsigned int slab = cell >> (2 * axis) & 3u;
-                    cells[axis][mask] |= static_cast<std::uint64_t>(mask >> slab & 1u) << cell;
-                }
-            }
-        }
-    }
-};
-constexpr CellsOfSlabs kCellsOfSlabs;
-
-std::uint64_t CellsIn(unsigned int iColumns, unsigned int iRows, unsigned int iLayers) {
-    return kCellsOfSlabs.cells[0][iColumns] & kCellsOfSlabs.cells[1][iRows] &
-           kCellsOfSlabs.cells[2][iLayers];
-}
-
-/// Exchanges the bits of a mask with those that lie higher by a shift.
-std::uint64_t SwapBits(std::uint64_t iBits, std::uint64_t iMask, unsigned int iShift) {
-    const std::uint64_t change = (iBits ^ iBits >> iShift) & iMask;
-    return iBits ^ change ^ change << iShift;
-}
-
-/// From cell x + 4 y + 16 z to cell j of leaf group g at 8 g + j: the bits of the place, highest first, go
-///   z1 z0 y1 y0 x1 x0  ->  z1 z0 y1 x1 y0 x0  ->  z1 x1 y1 z0 y0 x0  ->  z1 y1 x1 z0 y0 x0
-std::uint64_t ByLeafGroup(std::uint64_t iCells) {
-    iCells = SwapBits(iCells, 0x0C0C0C0C0C0C0C0Cu, 2);
-    iCells = SwapBits(iCells, 0x0000F0F00000F0F0u, 12);
-    return SwapBits(iCells, 0x0000FF000000FF00u, 8);
 }
 
 /// One lane of a vector, in all lanes.
@@ -194,13 +161,13 @@ CellMask TriangleCells::CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfSize)
         const FourFloats gaps = _mm_max_ps(Lane(low, axis) - along, along - Lane(high, axis));
         axes[axis] = LanesBelow(gaps - Lane(lattice.cellSize, axis), Lane(lattice.slack, axis));
     }
-    const std::uint64_t near = CellsIn(axes[0].near, axes[1].near, axes[2].near);
+    const std::uint64_t near = CellsOfSlabs(axes[0].near, axes[1].near, axes[2].near);
     if (std::popcount(near) <= 3) {
         const std::uint64_t holding = CellsHoldingVertex(lattice);
-        if ((near & ~holding) == 0) return {ByLeafGroup(near), true};
+        if ((near & ~holding) == 0) return {CellsByLeafGroup(near), true};
     }
     const CellMask mask = RowsOfBlock(lattice, axes);
-    return {ByLeafGroup(mask.cells), mask.decided};
+    return {CellsByLeafGroup(mask.cells), mask.decided};
 }
 
 CellMask TriangleCells::CellsOfBlock(
@@ -232,7 +199,7 @@ std::uint64_t TriangleCells::CellsHoldingVertex(const Lattice& iLattice) const {
             const FourFloats distance = Absolute(iLattice.along[axis] - Lane(place, axis));
             slabs[axis] = LanesOf(_mm_cmplt_ps(distance, Lane(size, axis)));
         }
-        cells |= CellsIn(slabs[0], slabs[1], slabs[2]);
+        cells |= CellsOfSlabs(slabs[0], slabs[1], slabs[2]);
     }
     return cells;
 }

@@ -78,6 +78,23 @@ bool ApartOnBoxNormal(const Query& iQuery) {
     return false;
 }
 
+/// True when some vertex lies in the box. Decided without error too, it settles most contacts of a part whose
+/// vertices lie on the faces of cells.
+bool BoxHoldsVertex(const Query& iQuery) {
+    for (unsigned int vertex = 0; vertex < 3; ++vertex) {
+        bool inside = true;
+        for (unsigned int axis = 0; axis < 3 && inside; ++axis) {
+            const float place = iQuery.vertices[vertex][axis];
+            const float centre = iQuery.centre[axis];
+            const float halfSize = iQuery.halfSize[axis];
+            inside = !DifferenceExceeds(place, centre, halfSize) &&
+                     !DifferenceExceeds(centre, place, halfSize);
+        }
+        if (inside) return true;
+    }
+    return false;
+}
+
 /// Edge `iEdge` (from vertex iEdge to the next) crossed with the axis that is neither a nor b.
 bool IsRedundant(const Query& iQuery, unsigned int iEdge, unsigned int iA, unsigned int iB) {
     const float* from = iQuery.vertices[iEdge];
@@ -212,6 +229,8 @@ bool ApartOnOpenAxis(const Query& iQuery, unsigned int iOpen) {
 }
 
 bool Meet(const Query& iQuery) {
+    if (ApartOnBoxNormal(iQuery)) return false;
+    if (BoxHoldsVertex(iQuery)) return true;
     unsigned int open = 0;
     switch (AxesInDoubles(iQuery, open)) {
         case Verdict::Apart:
@@ -235,7 +254,7 @@ IDX_Bool IDX_Base_GeometryServices::TriangleToBox(
     const float (*const iTriangle)[3],
     IDX_Bool& oOverlap) {
     const Query query = {iCentre, iHalfSize, iTriangle};
-    if (AllFinite(query) && !HoldsNoPoint(iHalfSize) && !ApartOnBoxNormal(query) && Meet(query)) {
+    if (AllFinite(query) && !HoldsNoPoint(iHalfSize) && Meet(query)) {
         oOverlap = IDX_True;
     }
     return IDX_True;
