@@ -39,7 +39,7 @@ std::string WriteWholeFile(const std::string& iPath, const void* iBytes, std::si
     if (WriteNewFile(temporary, iBytes, iSize) && rename(temporary.c_str(), iPath.c_str()) == 0) {
         return {};
     }
-    const std::string reason = std::strerror(errno);
+    std::string reason = std::strerror(errno);
     (void)unlink(temporary.c_str());  // it may not be there
     return reason;
 }

@@ -15,7 +15,7 @@ constexpr float kLargestCoordinate = 1e38f;
 
 /// A builder that lets its octree be looked at: unlike the packed one, it tells the cells that triangles
 /// touch from those that the fill made full.
-class OpenBuilder : public PLMIdxOctreeBuilder {
+class OpenBuilder final : public PLMIdxOctreeBuilder {
 public:
     const PLMIdxIBaseOctree& Drawn() const { return _workingOctree; }
 };

@@ -7,7 +7,8 @@
 #include <cstring>
 #include <vector>
 
-/// Adds points to an array and gives points with the same bits the same index. A hash table with
+/// Adds points to an array and gives equal points the same index; zeros of different
+/// sign may stay apart. A hash table with
 /// linear probing over indices into the array; amortised constant time for each point.
 class VertexJoiner {
 public:
@@ -23,9 +24,7 @@ public:
     unsigned int Add(const IDX_Point& iPoint) {
         std::size_t slot = Hash(iPoint) & (_slots.size() - 1);
         while (_slots[slot] != kFree) {
-            if (std::memcmp(&_points[_slots[slot]], &iPoint, sizeof iPoint) == 0) {
-                return _slots[slot];
-            }
+            if (AreEqual(_points[_slots[slot]], iPoint)) return _slots[slot];
             slot = (slot + 1) & (_slots.size() - 1);
         }
         _slots[slot] = static_cast<unsigned int>(_points.size());
@@ -35,6 +34,10 @@ public:
 
 private:
     static constexpr unsigned int kFree = 0xFFFFFFFF;
+
+    static bool AreEqual(const IDX_Point& a, const IDX_Point& b) {
+        return a.x == b.x && a.y == b.y && a.z == b.z;
+    }
 
     static std::size_t Hash(const IDX_Point& iPoint) {
         std::uint32_t words[3];

@@ -37,7 +37,7 @@ VoxelGrid::VoxelGrid(const PLMIdxIBaseOctree& iOctree)
       _side(1 << _level),
       _cells(std::size_t{1} << (3 * _level), Empty),
       _low{0, 0, 0},
-      _high{-1, -1, -1} {
+      _high{_side - 1, _side - 1, _side - 1} {
     if (_level == 0) return;
     Walk(iOctree, IDX_Base_Octree_Iterator(), {0, 0, 0});
     FindBounds();
@@ -76,20 +76,15 @@ void VoxelGrid::FillCube(const Position& iLow, int iSide, Cell iCell) {
 }
 
 void VoxelGrid::FindBounds() {
-    _low = {_side, _side, _side};
-    for (int z = 0; z < _side; ++z) {
-        for (int y = 0; y < _side; ++y) {
-            for (int x = 0; x < _side; ++x) {
-                const Position position = {x, y, z};
-                if (_cells[Index(position)] == Empty) continue;
-                for (std::size_t axis = 0; axis < 3; ++axis) {
-                    _low[axis] = std::min(_low[axis], position[axis]);
-                    _high[axis] = std::max(_high[axis], position[axis]);
-                }
-            }
+    Position low = _high;
+    Position high = _low;
+    ForEachCell([&](const Position& position) {
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            low[axis] = std::min(low[axis], position[axis]);
+            high[axis] = std::max(high[axis], position[axis]);
         }
-    }
-    if (_high[0] >= 0) return;
-    _low = {0, 0, 0};
-    _high = {_side - 1, _side - 1, _side - 1};
+    });
+    if (low[0] > high[0]) return;
+    _low = low;
+    _high = high;
 }

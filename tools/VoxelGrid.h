@@ -32,6 +32,19 @@ public:
         return _cells[Index(iPosition)];
     }
 
+    /// Calls a function with the position of each occupied cell.
+    template <typename Function>
+    void ForEachCell(Function iFunction) const {
+        for (int z = _low[2]; z <= _high[2]; ++z) {
+            for (int y = _low[1]; y <= _high[1]; ++y) {
+                for (int x = _low[0]; x <= _high[0]; ++x) {
+                    const Position position = {x, y, z};
+                    if (_cells[Index(position)] != Empty) iFunction(position);
+                }
+            }
+        }
+    }
+
     /// The smallest box of cells that holds all occupied ones, both ends included; the whole grid when
     /// none is.
     const Position& Low() const { return _low; }

@@ -36,18 +36,6 @@ Vector Unit(const Vector& a) {
     return length > 0.0 ? Combine(1.0 / length, a, 0.0, a) : a;
 }
 
-/// Calls a function with the position of each occupied cell.
-template <typename Function>
-void ForEachCell(const VoxelGrid& iGrid, Function iFunction) {
-    for (int z = iGrid.Low()[2]; z <= iGrid.High()[2]; ++z) {
-        for (int y = iGrid.Low()[1]; y <= iGrid.High()[1]; ++y) {
-            for (int x = iGrid.Low()[0]; x <= iGrid.High()[0]; ++x) {
-                if (iGrid.At({x, y, z}) != VoxelGrid::Empty) iFunction(Position{x, y, z});
-            }
-        }
-    }
-}
-
 /// What surrounds a cell within kReach.
 struct Neighbourhood {
     Vector outwards;  ///< away from the fuller side; its length is 1 above a flat face of a solid
@@ -63,11 +51,10 @@ Neighbourhood LookAround(const VoxelGrid& iGrid, const Position& iCell) {
     for (int z = -kReach; z <= kReach; ++z) {
         for (int y = -kReach; y <= kReach; ++y) {
             for (int x = -kReach; x <= kReach; ++x) {
-                if (iGrid.At({iCell[0] + x, iCell[1] + y, iCell[2] + z}) == VoxelGrid::Empty) {
-                    continue;
-                }
-                sum = {sum[0] + x, sum[1] + y, sum[2] + z};
-                ++count;
+                const Position position = {iCell[0] + x, iCell[1] + y, iCell[2] + z};
+                const int occupied = iGrid.At(position) != VoxelGrid::Empty ? 1 : 0;
+                sum = {sum[0] + x * occupied, sum[1] + y * occupied, sum[2] + z * occupied};
+                count += occupied;
             }
         }
     }
@@ -125,7 +112,7 @@ public:
     /// Averages the samples of each pixel.
     Pixels Resolve(const Colour& iColour) const {
         Pixels pixels = {_width / kSamples, _height / kSamples, {}};
-        pixels.values.reserve(Size() / (kSamples * kSamples));
+        pixels.values.reserve(Size() / kSamples / kSamples);
         for (int y = 0; y < pixels.height; ++y) {
             for (int x = 0; x < pixels.width; ++x) pixels.values.push_back(Pixel(x, y, iColour));
         }
@@ -185,7 +172,7 @@ struct Frame {
 /// The frame around the cells: around their centres, and wider by half of what one cell takes.
 Frame FindFrame(const VoxelGrid& iGrid, const Projection& iProjection) {
     Frame frame;
-    ForEachCell(iGrid, [&](const Position& cell) {
+    iGrid.ForEachCell([&](const Position& cell) {
         const Vector centre = {cell[0] + 0.5, cell[1] + 0.5, cell[2] + 0.5};
         frame.Add(Dot(centre, iProjection.Right()), -Dot(centre, iProjection.Up()));
     });
@@ -344,7 +331,6 @@ Pixels DrawView(
     const std::array<FaceBrush, 3> brushes = {
         FaceBrush(screen, iProjection, 0), FaceBrush(screen, iProjection, 1),
         FaceBrush(screen, iProjection, 2)};
-    ForEachCell(
-        iGrid, [&](const Position& cell) { DrawCell(iGrid, cell, brushes, lamps, canvas); });
+    iGrid.ForEachCell([&](const Position& cell) { DrawCell(iGrid, cell, brushes, lamps, canvas); });
     return canvas.Resolve(iColour);
 }
