@@ -89,7 +89,7 @@ VertexCode OctreeLattice::CodeOf(const IDX_Point& iPoint) const {
 
 LatticeCells OctreeLattice::CellsOf(
     const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3]) const {
-    LatticeCells cells = {{}, 0, false};
+    LatticeCells cells = {{}, 0, false, false};
     const __m128i margin = Words(_margin);
     const __m128i marginFree = Words(_marginFree);
     const __m128i fraction = _mm_set1_epi32(static_cast<int>(_fraction));
@@ -114,6 +114,9 @@ LatticeCells OctreeLattice::CellsOf(
     _mm_store_si128(reinterpret_cast<__m128i*>(spans), span);
     for (const __m128i& place : places) cells.touched |= BlockBit(_mm_sub_epi32(place, low));
     cells.decided = true;
+    const __m128i three = _mm_set1_epi32(3);
+    const __m128i last = _mm_add_epi32(_mm_and_si128(low, three), span);
+    cells.inOneNodeSet = AxesOf(_mm_castsi128_ps(_mm_cmpgt_epi32(last, three))) == 0;
     // One cell, or two side by side: the vertices are in both.
     if (spans[0] + spans[1] + spans[2] <= 1) return cells;
 

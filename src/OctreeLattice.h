@@ -17,6 +17,7 @@ struct alignas(16) VertexCode {
 struct LatticeCells {
     unsigned int low[3];  ///< column, row and layer of the low corner of a block of 4 x 4 x 4 cells
     std::uint64_t touched;  ///< bit x + 4 y + 16 z of that block
+    bool inOneNodeSet;      ///< all touched cells lie in one node set
     bool decided;  ///< false for a triangle that is too large, or too close to some face to tell
 };
 

@@ -86,7 +86,7 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
     for (unsigned int level = 1; level <= _depth; ++level) {
         _extents[level] = _extents[level - 1] * _mm_set1_ps(0.5f);
     }
-    std::fill(std::begin(_visited), std::end(_visited), VisitedNodeSet{~0u, ~0u, ~0u, 0});
+    std::fill(std::begin(_visited), std::end(_visited), VisitedNodeSet{~std::uint64_t{0}, 0});
     _lows[0] = AxesFrom(&ioOctree._bbOrigin.x);
 }
 
@@ -111,10 +111,19 @@ long int OctreeTriangleDrawer::DrawOfMesh(const IDX_Triangle& iTriangle, int& io
     return cells.decided ? DrawCells(cells, codes, ioNDrawn) : Draw(vertices, codes, ioNDrawn);
 }
 
-/// Marks the cells of a small triangle. What fails does so in the stage that would have made the record.
+/// Marks the cells of a small triangle.
 long int OctreeTriangleDrawer::DrawCells(
     const LatticeCells& iCells, const VertexCode (&iCodes)[3], int& ioNDrawn) {
     const unsigned int(&low)[3] = iCells.low;
+    const bool several = (iCells.touched & (iCells.touched - 1)) != 0;
+    if (iCells.inOneNodeSet) {
+        NodeSet* nodeSet = NodeSetOfCell(low);
+        if (nodeSet == nullptr) return TraceFullArena(iCodes);
+        const unsigned int shift = (low[0] & 3u) + 4 * (low[1] & 3u) + 16 * (low[2] & 3u);
+        MarkCells(*nodeSet, CellsByLeafGroup(iCells.touched << shift));
+        ioNDrawn += several ? 1 : 0;
+        return IDX_S_OK;
+    }
     for (std::uint64_t rest = iCells.touched; rest != 0;) {
         const auto bit = static_cast<unsigned int>(std::countr_zero(rest));
         const unsigned int place[3] = {bit & 3u, bit >> 2 & 3u, bit >> 4};
@@ -123,17 +132,20 @@ long int OctreeTriangleDrawer::DrawCells(
                        SlabsOfOneNodeSet(low[0], place[0]), SlabsOfOneNodeSet(low[1], place[1]),
                        SlabsOfOneNodeSet(low[2], place[2]));
         rest &= ~cells;
-        if (DrawInNodeSet(low, place, cells)) continue;
-        const unsigned int common = std::min(
-            CommonLevels(iCodes[0].axes, iCodes[1].axes),
-            CommonLevels(iCodes[0].axes, iCodes[2].axes));
-        return TraceStatus(
-            _known < common ? "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.MoveCreate"
-                            : "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2",
-            IDX_E_FAIL);
+        if (!DrawInNodeSet(low, place, cells)) return TraceFullArena(iCodes);
     }
-    if ((iCells.touched & (iCells.touched - 1)) != 0) ++ioNDrawn;
+    ioNDrawn += several ? 1 : 0;
     return IDX_S_OK;
+}
+
+/// An arena that is full is told by the stage that would have made the record.
+long int OctreeTriangleDrawer::TraceFullArena(const VertexCode (&iCodes)[3]) const {
+    const unsigned int common = std::min(
+        CommonLevels(iCodes[0].axes, iCodes[1].axes), CommonLevels(iCodes[0].axes, iCodes[2].axes));
+    return TraceStatus(
+        _known < common ? "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.MoveCreate"
+                        : "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2",
+        IDX_E_FAIL);
 }
 
 /// Marks cells of a block that lie in one node set.
@@ -162,10 +174,9 @@ NodeSet* OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
     const unsigned int x = iCell[0] >> 2;
     const unsigned int y = iCell[1] >> 2;
     const unsigned int z = iCell[2] >> 2;
+    const std::uint64_t key = x | std::uint64_t{y} << 20 | std::uint64_t{z} << 40;
     VisitedNodeSet& visited = _visited[(x & 3u) | (y & 3u) << 2 | (z & 3u) << 4];
-    if (visited.x == x && visited.y == y && visited.z == z) {
-        return &NodeSetAt(_arena, visited.offset);
-    }
+    if (visited.key == key) return &NodeSetAt(_arena, visited.offset);
     const unsigned int shift = kCodeBits - _depth;
     const VertexCode code = {
         {iCell[0] << shift, iCell[1] << shift, iCell[2] << shift, 0}
@@ -177,7 +188,7 @@ NodeSet* OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
     }
     Remember(code, level);
     if (level < end) return nullptr;
-    visited = {x, y, z, _path[end].offset};
+    visited = {key, _path[end].offset};
     return &NodeSetAt(_arena, visited.offset);
 }
 

@@ -52,11 +52,9 @@ public:
         unsigned int iLastDepth);
 
 private:
-    /// Where the node set stands that is the x-th, y-th, z-th of its level along the axes.
+    /// Where a node set stands.
     struct VisitedNodeSet {
-        unsigned int x;
-        unsigned int y;
-        unsigned int z;
+        std::uint64_t key;  ///< its number along x, y and z among those of its level, 20 bits each
         unsigned int offset;
     };
 
@@ -69,6 +67,7 @@ private:
         const LatticeCells& iCells, const VertexCode (&iCodes)[3], int& ioNDrawn);
     [[nodiscard]] bool DrawInNodeSet(
         const unsigned int (&iLow)[3], const unsigned int (&iPlace)[3], std::uint64_t iCells);
+    long int TraceFullArena(const VertexCode (&iCodes)[3]) const;
     NodeSet* NodeSetOfCell(const unsigned int (&iCell)[3]);
     Walk WalkCommonPath(const VertexCode (&iCodes)[3], unsigned int& oLevel);
     Walk StepInto(unsigned int iChild, unsigned int iLevel);

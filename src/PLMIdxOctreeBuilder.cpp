@@ -172,7 +172,9 @@ long int PLMIdxOctreeBuilder::Init(IDX_Point iLow, IDX_Point iHigh) {
     InitOctreeParams(low, high);
     _workingOctree.UnsetCuboid();
     if (WorkingOctreeAccess::HasRoot(_workingOctree)) return IDX_S_OK;
-    return WorkingOctreeAccess::HasArena(_workingOctree) ? IDX_E_FAIL : IDX_E_OUT_OF_MEMORY;
+    const bool tooDeep = GetDepth() >= PLMIdxWTWorkingOctree::MAXDEPTH;
+    const bool tooSmall = WorkingOctreeAccess::HasArena(_workingOctree);
+    return tooDeep || tooSmall ? IDX_E_FAIL : IDX_E_OUT_OF_MEMORY;
 }
 
 void PLMIdxOctreeBuilder::SetCuboid(

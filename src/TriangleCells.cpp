@@ -26,6 +26,26 @@ constexpr float kUnderflow = 0x1p-100f;
 /// The largest coordinate and the largest half-size for which the bounds hold.
 constexpr float kMaxCoordinate = 0x1p40f;
 
+/// Of eight cells, two along each axis, those that a span of 0 or 1 along an axis fills.
+constexpr unsigned int kFilledPairs[2][3] = {
+    {0x55, 0x33, 0x0F},
+    {0xFF, 0xFF, 0xFF}
+};
+
+/// From eight cells, two along each axis, to the same cells x + 4 y + 16 z of a block.
+struct BlockOfChildrenTable {
+    std::uint64_t cells[256];
+    constexpr BlockOfChildrenTable() : cells() {
+        for (unsigned int mask = 0; mask < 256; ++mask) {
+            for (unsigned int c = 0; c < 8; ++c) {
+                const unsigned int bit = (c & 1u) + 4 * (c >> 1 & 1u) + 16 * (c >> 2);
+                cells[mask] |= static_cast<std::uint64_t>(mask >> c & 1u) << bit;
+            }
+        }
+    }
+};
+constexpr BlockOfChildrenTable kBlockOfChildren;
+
 bool InRange(FourFloats iValue) {
     return AxesOf(_mm_cmple_ps(Absolute(iValue), _mm_set1_ps(kMaxCoordinate))) == 7;
 }
@@ -172,13 +192,25 @@ CellMask TriangleCells::CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfSize)
 
 CellMask TriangleCells::CellsOfBlock(
     FourFloats iCorner, FourFloats iCell, const unsigned int* iSpans, FourFloats iSlack) {
+    const FourFloats size = iCell * _mm_set1_ps(0.5f);
+    if ((iSpans[0] | iSpans[1] | iSpans[2]) <= 1) {
+        const FourFloats first = iCorner + size;
+        const ChildCells cells = {
+            size, {first, first + iCell},
+             0, 0, 0
+        };
+        const Verdict axes = OnAxes(cells, LevelFor(kLatticeLevel, size, iSlack));
+        const unsigned int near = kFilledPairs[iSpans[0]][0] & kFilledPairs[iSpans[1]][1] &
+                                  kFilledPairs[iSpans[2]][2] & ~axes.apart;
+        return {kBlockOfChildren.cells[near], (near & ~axes.meeting) == 0};
+    }
     const FourFloats places = _mm_setr_ps(0.5f, 1.5f, 2.5f, 3.5f);
     const FourFloats corner = iCorner - _points[0];
     Lattice lattice;
     lattice.along[0] = Broadcast<0>(corner) + Broadcast<0>(iCell) * places;
     lattice.along[1] = Broadcast<1>(corner) + Broadcast<1>(iCell) * places;
     lattice.along[2] = Broadcast<2>(corner) + Broadcast<2>(iCell) * places;
-    lattice.cellSize = iCell * _mm_set1_ps(0.5f);
+    lattice.cellSize = size;
     lattice.slack = iSlack;
     Lanes axes[3];
     for (unsigned int axis = 0; axis < 3; ++axis) {
