@@ -1,0 +1,263 @@
+// gridloom-index as a process: exit codes, reasons, files. The meshes are a cube in several formats.
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kSide = 4;
+constexpr char kQuads[] = "023145760154267304621375";  // corners, four for each face
+constexpr int kTriangleCorners[] = {0, 1, 2, 0, 2, 3};
+
+/// Bit a of a corner's number selects the high side along axis a.
+int Coordinate(int iCorner, int iAxis) {
+    return (iCorner >> iAxis & 1) * kSide;
+}
+
+int QuadCorner(int iQuad, int iCorner) {
+    return kQuads[4 * iQuad + iCorner] - '0';
+}
+
+/// The corners as lines, each behind a prefix, enlarged and moved along x.
+std::string CornerLines(const char* iPrefix, int iScale, int iMove) {
+    std::ostringstream text;
+    for (int c = 0; c < 8; ++c) {
+        text << iPrefix << Coordinate(c, 0) * iScale + iMove << " " << Coordinate(c, 1) * iScale
+             << " " << Coordinate(c, 2) * iScale << "\n";
+    }
+    return text.str();
+}
+
+/// The faces as lines, each behind a prefix, with corners counted from iFirst.
+std::string QuadLines(const char* iPrefix, int iFirst) {
+    std::ostringstream text;
+    for (int q = 0; q < 6; ++q) {
+        text << iPrefix;
+        for (int c = 0; c < 4; ++c) text << " " << QuadCorner(q, c) + iFirst;
+        text << "\n";
+    }
+    return text.str();
+}
+
+std::string ObjCube(int iScale, int iMove) {
+    return CornerLines("v ", iScale, iMove) + QuadLines("f", 1);
+}
+
+std::string PlyCube(int iFirst) {
+    return "ply\nformat ascii 1.0\nelement vertex 8\nproperty float x\nproperty float y\n"
+           "property float z\nelement face 6\nproperty list uchar int "
+           "vertex_indices\nend_header\n" +
+           CornerLines("", 1, 0) + QuadLines("4", iFirst);
+}
+
+std::string StlFacet(const std::string& a, const std::string& b, const std::string& c) {
+    std::ostringstream text;
+    text << "facet normal 0 0 1\nouter loop\nvertex " << a << "\nvertex " << b << "\nvertex " << c
+         << "\nendloop\nendfacet\n";
+    return text.str();
+}
+
+std::string StlCube() {
+    std::istringstream lines(CornerLines("", 1, 0));
+    std::array<std::string, 8> corners;
+    for (std::string& corner : corners) std::getline(lines, corner);
+    std::string text = "solid cube\n";
+    for (int q = 0; q < 6; ++q) {
+        const auto corner = [&](int c) { return corners[std::size_t(QuadCorner(q, c))]; };
+        text += StlFacet(corner(0), corner(1), corner(2));
+        text += StlFacet(corner(0), corner(2), corner(3));
+    }
+    return text.append("endsolid cube\n");
+}
+
+/// What stands in cube.bin: 36 indices of 2 bytes, then the 8 corners.
+std::string GltfBuffer() {
+    std::string bytes;
+    for (int q = 0; q < 6; ++q) {
+        for (const int c : kTriangleCorners) {
+            bytes += static_cast<char>(QuadCorner(q, c));
+            bytes += '\0';
+        }
+    }
+    for (int i = 0; i < 24; ++i) {
+        const auto coordinate = static_cast<float>(Coordinate(i / 3, i % 3));
+        bytes.append(reinterpret_cast<const char*>(&coordinate), sizeof coordinate);
+    }
+    return bytes;
+}
+
+/// Two nodes show one mesh: one enlarged by its parent and moved by itself, one as it is.
+const char kGltf[] = R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0,2]}],
+"nodes":[{"scale":[2,2,2],"children":[1]},{"name":"big","mesh":0,"translation":[8,0,0]},
+{"name":"small","mesh":0}],"meshes":[{"primitives":[{"attributes":{"POSITION":1},"indices":0}]}],
+"accessors":[{"bufferView":0,"componentType":5123,"count":36,"type":"SCALAR"},
+{"bufferView":1,"componentType":5126,"count":8,"type":"VEC3","min":[0,0,0],"max":[4,4,4]}],
+"bufferViews":[{"buffer":0,"byteLength":72},{"buffer":0,"byteOffset":72,"byteLength":96}],
+"buffers":[{"uri":"cube.bin","byteLength":168}]})";
+
+struct Outcome {
+    int exitCode;
+    std::string text;  ///< standard output and error, runs of blanks as one
+};
+
+class GridloomIndexTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "gridloom-index-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        _folder = pattern;
+        fs::create_directories(_folder / "in");
+    }
+    void TearDown() override { fs::remove_all(_folder); }
+
+    void Write(const std::string& iName, const std::string& iBytes) const {
+        fs::create_directories((_folder / "in" / iName).parent_path());
+        std::ofstream(_folder / "in" / iName, std::ios::binary) << iBytes;
+    }
+
+    /// Runs the tool in the test's folder, after some shell commands.
+    Outcome Run(const std::string& iArguments, const std::string& iBefore = "") const {
+        const std::string command = "cd '" + _folder.string() + "' && { " + iBefore + " '" +
+                                    GRIDLOOM_INDEX + "' " + iArguments + "; } 2>&1";
+        Outcome outcome;
+        std::FILE* pipe = popen(command.c_str(), "r");
+        for (int c = 0; (c = std::fgetc(pipe)) != EOF;) {
+            if (c != ' ' || !outcome.text.ends_with(' ')) outcome.text += static_cast<char>(c);
+        }
+        const int status = pclose(pipe);
+        outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return outcome;
+    }
+
+    /// The bytes of a file; empty when it isn't there.
+    std::string Read(const std::string& iName) const {
+        std::ifstream file(_folder / iName, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    std::ptrdiff_t CountFiles(const std::string& iFolder) const {
+        return std::distance(fs::directory_iterator(_folder / iFolder), {});
+    }
+
+    fs::path _folder;
+};
+
+TEST_F(GridloomIndexTest, EveryFormatAndPolygonGivesTheSameImage) {
+    Write("a.obj", ObjCube(1, 0));
+    Write("b.off", "OFF\n8 6 0\n" + CornerLines("", 1, 0) + QuadLines("4", 0));
+    Write("c.PLY", PlyCube(0));
+    Write("d.stl", StlCube());
+    Write("deep/er/f.obj", ObjCube(1, 0));
+    Write("cube.bin", GltfBuffer());
+    Write("g.gltf", kGltf);
+    Write("notes.txt", "not a mesh");
+    const Outcome outcome = Run("--no-pictures -o out in", "gzip in/deep/er/f.obj &&");
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.text;
+    EXPECT_EQ(CountFiles("out"), 7);
+    const std::string cube = Read("out/a.obj.octree");
+    ASSERT_GT(cube.size(), 132U);
+    for (const char* name : {"b.off", "c.PLY", "d.stl", "deep_er_f.obj.gz", "g.gltf-small"}) {
+        EXPECT_EQ(Read(std::string("out/") + name + ".octree"), cube) << name;
+        EXPECT_NE(outcome.text.find(std::string(name) + " "), std::string::npos) << outcome.text;
+    }
+    EXPECT_NE(outcome.text.find(" 12 0 7 1/8/56/"), std::string::npos) << outcome.text;
+
+    Write("placed/big.obj", ObjCube(2, 16));  // (x + 8) * 2
+    ASSERT_EQ(Run("--no-pictures -o out in/placed").exitCode, 0);
+    EXPECT_EQ(Read("out/g.gltf-big.octree"), Read("out/big.obj.octree"));
+}
+
+TEST_F(GridloomIndexTest, NamesBadFilesAndGoesOn) {
+    const std::string cutStl = std::string(80, ' ') + std::string("\x02\0\0\0", 4);
+    const std::string infiniteStl = "solid s\n" + StlFacet("0 0 0", "inf 0 0", "0 1 0");
+    const std::string junk("\x1f\x8b\x08\0junk", 8);
+    const struct {
+        const char* name;
+        std::string bytes;
+        const char* reason;  // part of the line that names the file
+    } badFiles[] = {
+        {"cut.stl",      cutStl,                                             "STL storage"  },
+        {"empty.ply",    "",                                                 "empty"        },
+        {"index.obj",    "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n",             ""             },
+        {"index.off",    "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 3\n",       "out of range" },
+        {"index.ply",    PlyCube(1),                                         "out of range" },
+        {"infinite.stl", infiniteStl,                                        ""             },
+        {"nan.off",      "OFF\n3 1 0\nnan nan nan\n1 0 0\n0 1 0\n3 0 1 2\n", "aren't finite"},
+        {"huge.obj",     "v 0 0 0\nv 3e38 0 0\nv 0 1 0\nf 1 2 3\n",          "overflow"     },
+        {"points.obj",   "v 0 0 0\nv 1 0 0\nv 0 1 0\np 1 2 3\n",             "no triangle"  },
+        {"lies.off",     "OFF\n353535235358 1 0\n0 0 0\n",                   ""             },
+        {"junk.obj.gz",  junk,                                               ""             },
+    };
+    for (const auto& bad : badFiles) Write(bad.name, bad.bytes);
+    Write("good.obj", ObjCube(1, 0));
+    const Outcome outcome = Run("--no-pictures -o out in missing.stl in/../in");
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(CountFiles("out"), 2) << "the good file, which was named twice";
+    EXPECT_FALSE(Read("out/good.obj-2.octree").empty());
+    EXPECT_NE(outcome.text.find("failed: missing.stl: No such file"), std::string::npos);
+    for (const auto& bad : badFiles) {
+        const std::size_t at = outcome.text.find(std::string("failed: ") + bad.name + ": ");
+        ASSERT_NE(at, std::string::npos) << bad.name << "\n" << outcome.text;
+        const std::string line = outcome.text.substr(at, outcome.text.find('\n', at) - at);
+        EXPECT_NE(line.find(bad.reason), std::string::npos) << line;
+    }
+}
+
+TEST_F(GridloomIndexTest, DepthAndCellSize) {
+    Write("cube.obj", ObjCube(1, 0));
+    const std::pair<const char*, const char*> cases[] = {
+        {"-d 2",         " 2 1/8/56 "    },
+        {"--depth=4",    " 4 1/8/56/"    },
+        {"-d 9 -c 0.5",  " 3 1/8/56/296 "},
+        {"-d 9 -c 0.49", " 4 1/8/56/"    },
+    };
+    for (const auto& [options, row] : cases) {
+        const Outcome outcome = Run(std::string("--no-pictures -o out in ") + options);
+        EXPECT_EQ(outcome.exitCode, 0);
+        EXPECT_NE(outcome.text.find(row), std::string::npos) << options << outcome.text;
+    }
+}
+
+TEST_F(GridloomIndexTest, TwoRunsGiveTheSameBytesWhateverCameBefore) {
+    Write("cube.obj", ObjCube(1, 0));
+    Write("other.obj", ObjCube(3, 7));
+    ASSERT_EQ(Run("-d 5 -o first in/cube.obj").exitCode, 0);
+    ASSERT_EQ(Run("-d 5 -o second in/other.obj in/cube.obj").exitCode, 0);
+    for (const std::string name : {"cube.obj.octree", "cube.obj.png"}) {
+        EXPECT_FALSE(Read("first/" + name).empty());
+        EXPECT_EQ(Read("first/" + name), Read("second/" + name)) << name;
+    }
+}
+
+TEST_F(GridloomIndexTest, FullDiskLeavesNoFile) {
+    Write("cube.obj", ObjCube(1, 0));
+    const Outcome outcome = Run("-o out in", "trap '' XFSZ; ulimit -f 1;");
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_NE(
+        outcome.text.find("out/cube.obj.octree: can't be written: File too large"),
+        std::string::npos)
+        << outcome.text;
+    EXPECT_EQ(CountFiles("out"), 0);
+}
+
+TEST_F(GridloomIndexTest, WrongUsage) {
+    for (const char* arguments :
+         {"", "-d 1 in", "-d 20 in", "-d 7x in", "-c 0 in", "-c nan in", "--up x in",
+          "--nonsense in", "-o"}) {
+        EXPECT_EQ(Run(arguments).exitCode, 2) << arguments;
+    }
+    EXPECT_EQ(Run("--help").exitCode, 0);
+    EXPECT_EQ(Run("--version").exitCode, 0);
+}
+
+}  // namespace
