@@ -36,42 +36,61 @@ Node& NodeOf(unsigned char* iRecord) {
     return NodeAt(iRecord, 0);
 }
 
+/// The cells around which a leaf group is tagged: its own eight, then for each axis the four beyond its high
+/// face, in the order of the face table.
+constexpr unsigned int kCellsAround = kChildren + 3 * 4;
+
+/// Where the +X, +Y and +Z neighbour of each cell of a leaf group stands among them.
+struct HighNeighboursTable {
+    unsigned char place[kChildren][3];
+    constexpr HighNeighboursTable() : place() {
+        for (unsigned int c = 0; c < kChildren; ++c) {
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                const unsigned int opposite = c ^ 1u << axis;
+                unsigned int found = opposite;
+                for (unsigned int i = 0; i < 4 && opposite < c; ++i) {
+                    if (kLowFace[axis][i] == opposite) found = kChildren + 4 * axis + i;
+                }
+                place[c][axis] = static_cast<unsigned char>(found);
+            }
+        }
+    }
+};
+constexpr HighNeighboursTable kHighNeighbours;
+
 /// The tags of the eight cells of a leaf group, or of the one unit that takes its place.
 class GroupTags {
 public:
-    GroupTags(unsigned char* iRecord, unsigned short* iUnitTag)
-        : _tags(iUnitTag), _walls(iUnitTag != nullptr ? 0 : 0xFFFF), _cellMask(0) {
+    /// @param iUnitTag   of the unit, null for a wall; where there is a record, it isn't looked at
+    /// @param ioNowhere  stands for the tag of a wall
+    GroupTags(unsigned char* iRecord, unsigned short* iUnitTag, unsigned short& ioNowhere)
+        : _nowhere(&ioNowhere),
+          _tags(iUnitTag != nullptr ? iUnitTag : &ioNowhere),
+          _walls(0),
+          _cellMask(0) {
         if (iRecord == nullptr) return;
         unsigned short* word = WordOf(iRecord);
         _tags = TagsOfGroup(word);
-        _walls = *word & *word >> 1;
-        _cellMask = 7;
+        _walls = static_cast<unsigned int>(*word & *word >> 1);
+        _cellMask = kChildren - 1;
     }
 
-    /// Null for a wall.
     unsigned short* TagOf(unsigned int iCell) const {
-        return (_walls >> (2 * iCell) & 1) != 0 ? nullptr : _tags + (iCell & _cellMask);
+        return (_walls >> (2 * iCell) & 1u) != 0 ? _nowhere : _tags + (iCell & _cellMask);
     }
 
 private:
+    unsigned short* _nowhere;
     unsigned short* _tags;
-    int _walls;              ///< bit 2 j for cell j
+    unsigned int _walls;     ///< bit 2 j for cell j
     unsigned int _cellMask;  ///< leads every cell of a unit to its one tag
 };
 
-/// The tags beyond the three faces of one cell of the last level.
-class FaceTags {
-public:
-    void Append(unsigned short* iTag) {
-        _tags[_count] = iTag;
-        _count += iTag != nullptr ? 1 : 0;
-    }
-    int Size() const { return _count; }
-    unsigned short* operator[](int iPosition) const { return _tags[iPosition - 1]; }
-
-private:
-    unsigned short* _tags[3];
-    int _count = 0;
+/// The tags beyond the three high faces of one cell of the last level.
+struct FaceTags {
+    unsigned short* tags[3];
+    static constexpr int Size() { return 3; }
+    unsigned short* operator[](int iPosition) const { return tags[iPosition - 1]; }
 };
 
 /// Makes one unit full: a cell, a whole leaf group or a child of a node.
@@ -197,23 +216,28 @@ void PLMIdxOctreeFiller::TagOnBorder(
 }
 
 bool PLMIdxOctreeFiller::_TagLeafGroup(const Cell& iCell, VEXRawCollint& ioTagTable) {
-    const GroupTags own(iCell.record, nullptr);
-    const GroupTags beyond[3] = {
-        GroupTags(iCell.beyond[0].record, iCell.beyond[0].tag),
-        GroupTags(iCell.beyond[1].record, iCell.beyond[1].tag),
-        GroupTags(iCell.beyond[2].record, iCell.beyond[2].tag)};
-    for (unsigned int c = 0; c < kChildren; ++c) {
-        unsigned short* tag = own.TagOf(c);
-        if (tag == nullptr) continue;
-        FaceTags neighbours;
-        for (unsigned int axis = 0; axis < 3; ++axis) {
-            const unsigned int opposite = c ^ 1u << axis;
-            neighbours.Append((opposite > c ? own : beyond[axis]).TagOf(opposite));
+    // A wall has a tag that goes nowhere: 0 whenever it is looked at.
+    unsigned short nowhere = 0;
+    unsigned short* tags[kCellsAround];
+    const GroupTags own(iCell.record, nullptr, nowhere);
+    for (unsigned int c = 0; c < kChildren; ++c) tags[c] = own.TagOf(c);
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const GroupTags beyond(iCell.beyond[axis].record, iCell.beyond[axis].tag, nowhere);
+        for (unsigned int i = 0; i < 4; ++i) {
+            tags[kChildren + 4 * axis + i] = beyond.TagOf(kLowFace[axis][i]);
         }
-        TagOnBorder(*tag, iCell, c);
-        if (!_Propagate(*tag, neighbours, ioTagTable)) {
+    }
+    for (unsigned int c = 0; c < kChildren; ++c) {
+        if (tags[c] == &nowhere) continue;
+        TagOnBorder(*tags[c], iCell, c);
+        const auto& place = kHighNeighbours.place[c];
+        const FaceTags neighbours = {
+            {tags[place[0]], tags[place[1]], tags[place[2]]}
+        };
+        if (!_Propagate(*tags[c], neighbours, ioTagTable)) {
             return TraceFalse("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents._Propagate");
         }
+        nowhere = 0;
     }
     return true;
 }
