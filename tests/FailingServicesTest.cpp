@@ -1,0 +1,116 @@
+// Services that fail: no memory for an arena, and an overlap test that can't decide.
+
+#include "AdjustableConstants.h"
+#include "ExactOverlap.h"
+#include "Images.h"
+#include "TraceRecorder.h"
+
+#include "IDX_Base_GeometryServices.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+namespace {
+
+bool canDecide = true;
+
+constexpr unsigned int kTooMuch = 0xFFFFFF00u;  ///< 4095 MiB, more than the process may have
+
+const char* const kNoArena = "PLMIdxWTWorkingOctree._Alloc.AllocationFailed ( 4095 MB )";
+
+/// No block of `kTooMuch` bytes from now on. Under a sanitizer its allocator sees to that.
+void LimitMemory() {
+#ifndef GRIDLOOM_SANITIZED
+    rlimit limit;
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = 2u << 30;
+    setrlimit(RLIMIT_AS, &limit);
+#endif
+}
+
+const Mesh kCube = BoxMesh({0, 0, 0}, {1, 1, 1});
+
+/// A triangle on the mid-planes of the box of a stream: its cells only just touch it.
+long int DrawTouching(PLMIdxOctreeBuilder& builder) {
+    return builder.DrawTriangle({0, -1, -1}, {0, 1, -1}, {0, 0, 1});
+}
+
+}  // namespace
+
+extern "C" {
+__attribute__((visibility("default"))) const char* __asan_default_options();
+__attribute__((visibility("default"))) const char* __tsan_default_options();
+const char* __asan_default_options() {
+    return "allocator_may_return_null=1:max_allocation_size_mb=1024";
+}
+const char* __tsan_default_options() {
+    return __asan_default_options();
+}
+}
+
+/// The program's own overlap test, which the library calls in place of its own.
+__attribute__((visibility("default"))) IDX_Bool IDX_Base_GeometryServices::TriangleToBox(
+    const float* const iCentre,
+    const float* const iHalfSize,
+    const float (*const iTriangle)[3],
+    IDX_Bool& oOverlap) {
+    if (OverlapByClipping(iCentre, iHalfSize, iTriangle)) oOverlap = IDX_True;
+    return canDecide ? IDX_True : IDX_False;
+}
+
+TEST(FailingServices, AnUndecidedOverlapFailsTheTriangle) {
+    TraceRecorder trace;
+    PLMIdxOctreeBuilder builder;
+    builder.SetParameters(3, 0, IDX_False);
+    ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+    canDecide = false;
+    EXPECT_EQ(DrawTouching(builder), IDX_E_FAIL);
+    canDecide = true;
+    EXPECT_EQ(
+        trace.Take(), Lines{"PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2"});
+    EXPECT_EQ(DrawTouching(builder), IDX_S_OK);
+    EXPECT_EQ(builder.End(), IDX_S_OK);
+}
+
+TEST(FailingServices, AMeshWithoutAnArena) {
+    LimitMemory();
+    TraceRecorder trace;
+    PLMIdxOctreeBuilder builder;
+    builder.SetParameters(3, 0, IDX_False);
+    {
+        const ArenaSize arena(kTooMuch);
+        EXPECT_EQ(Draw(builder, kCube), IDX_E_FAIL);
+        Lines expected(2, kNoArena);  // the depth, the box
+        for (int depth = 3; depth >= 2; --depth) {
+            expected.insert(expected.end(), 2, kNoArena);
+            expected.emplace_back("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset");
+        }
+        EXPECT_EQ(trace.Take(), expected);
+        EXPECT_EQ(builder.Init({0, 0, 0}, {1, 1, 1}), IDX_E_OUT_OF_MEMORY);
+        EXPECT_EQ(builder.DrawTriangle({0, 0, 0}, {1, 1, 1}, {0, 1, 0}), IDX_E_FAIL);
+        EXPECT_EQ(builder.DrawTriangle({0, 0, 0}, {0, 0, 0}, {0, 0, 0}), IDX_E_FAIL);
+    }
+    EXPECT_EQ(Draw(builder, kCube), IDX_S_OK) << "the next call tries again";
+    EXPECT_EQ(RecordsOf(ImageOf(builder)).size(), 8u * (1 + 8));
+}
+
+TEST(FailingServices, AStreamThatLosesItsMemory) {
+    LimitMemory();
+    TraceRecorder trace;
+    PLMIdxOctreeBuilder builder;
+    builder.SetParameters(3, 0, IDX_False);
+    ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+    ASSERT_EQ(DrawTouching(builder), IDX_S_OK);
+    const ArenaSize arena(kTooMuch);
+    EXPECT_EQ(builder.End(), IDX_E_FAIL);
+    EXPECT_EQ(trace.Take(), Lines{"PLMIdxWTOptimOctree_0._Alloc.AllocationFailed"});
+    EXPECT_EQ(builder.ReduceDepth(), IDX_E_FAIL);
+    EXPECT_EQ(trace.Take().front(), kNoArena);
+    EXPECT_EQ(builder.ReduceDepth(), IDX_E_FAIL) << "there is no octree any more";
+    EXPECT_EQ(DrawTouching(builder), IDX_E_FAIL);
+    EXPECT_EQ(builder.End(), IDX_E_FAIL);
+    arenaSize = 1u << 20;
+    ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+    EXPECT_EQ(DrawTouching(builder), IDX_S_OK);
+    EXPECT_EQ(builder.End(), IDX_S_OK);
+}

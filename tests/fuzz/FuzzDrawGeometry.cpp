@@ -1,0 +1,25 @@
+// Whole meshes: flags, depth, cell side; a number of points and the points; then triangles, three
+// bytes each, whose indices are seldom out of range.
+
+#include "FuzzSupport.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    FuzzInput input(data, size);
+    FuzzedBuilder builder(input);
+    Mesh mesh;
+    const unsigned int nPoints = input.Byte() % 64;
+    for (unsigned int i = 0; i < nPoints; ++i)
+        mesh.points.push_back(input.Point(builder.anyFloats));
+    while (!input.IsAtEnd() && mesh.triangles.size() < 64) {
+        unsigned int v[3];
+        for (unsigned int& index : v)
+            index = input.Byte() % (nPoints + (input.IsAtEnd() ? 1 : 0) + 1);
+        mesh.AddFace(v[0], v[1], v[2]);
+    }
+    const long int status = builder.library.DrawGeometry(
+        mesh.points.data(), nPoints, mesh.triangles.data(),
+        static_cast<unsigned int>(mesh.triangles.size()));
+    if (builder.compares) builder.ExpectSameStatus(status, builder.plain.DrawGeometry(mesh));
+    builder.ExpectSoundImage();
+    return 0;
+}

@@ -1,0 +1,70 @@
+// Streams: flags, depth, cell side, the corners of the box; then operations, each with its points.
+
+#include "FuzzSupport.h"
+
+#include <cmath>
+#include <cstdio>
+
+namespace {
+
+/// Drives both builders, and keeps to the order of calls: a second End needs a cut before it.
+class Stream {
+public:
+    explicit Stream(FuzzedBuilder& builder) : _builder(builder) {}
+
+    void Draw(FuzzInput& input) {
+        IDX_Point p[3];
+        float sum = 0;
+        for (IDX_Point& point : p) {
+            point = input.Point(_builder.anyFloats);
+            sum += point.x + point.y + point.z;
+        }
+        // On a tree with full cells it is open which of them a triangle without bounds reaches.
+        if (_ended && !std::isfinite(sum)) return;
+        const long int status = _builder.library.DrawTriangle(p[0], p[1], p[2]);
+        if (_builder.compares)
+            _builder.ExpectSameStatus(status, _builder.plain.DrawTriangle(p[0], p[1], p[2]));
+    }
+
+    void Cut() {
+        const int depth = _builder.library.GetDepth();
+        const long int status = _builder.library.ReduceDepth();
+        if (_builder.compares) _builder.ExpectSameStatus(status, _builder.plain.ReduceDepth());
+        _mayEnd |= _builder.library.GetDepth() < depth;
+    }
+
+    void End() {
+        if (!_mayEnd) return;
+        const long int status = _builder.library.End();
+        if (_builder.compares) _builder.ExpectSameStatus(status, _builder.plain.End());
+        _builder.ExpectSoundImage();
+        _mayEnd = false;
+        _ended = true;
+    }
+
+private:
+    FuzzedBuilder& _builder;
+    bool _mayEnd = true;
+    bool _ended = false;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    FuzzInput input(data, size);
+    FuzzedBuilder builder(input);
+    const IDX_Point low = input.Point(builder.anyFloats);
+    const IDX_Point high = input.Point(builder.anyFloats);
+    const long int status = builder.library.Init(low, high);
+    if (IDX_Failed(status)) return 0;
+    if (builder.compares) builder.ExpectSameStatus(status, builder.plain.Init(low, high));
+    Stream stream(builder);
+    for (int operations = 0; operations < 64 && !input.IsAtEnd(); ++operations) {
+        const std::uint8_t operation = input.Byte() % 16;
+        if (operation == 1) stream.Cut();
+        if (operation == 2) stream.End();
+        if (operation != 1 && operation != 2) stream.Draw(input);
+    }
+    stream.End();
+    return 0;
+}

@@ -1,0 +1,78 @@
+#include "FuzzSupport.h"
+
+#include "IDX_Base_Constants.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+// A small arena: it fills up soon, and a run stays short.
+const unsigned int IDX_Base_Constants::MAX_OCTREE_SIZE = 1u << 16;
+
+namespace {
+
+void Expect(bool holds, const char* what) {
+    if (holds) return;
+    std::fprintf(stderr, "doesn't hold: %s\n", what);
+    std::abort();
+}
+
+void Walk(const PLMIdxIBaseOctree& octree, IDX_Base_Octree_Iterator iterator, std::size_t records) {
+    const unsigned int r = octree._depth - iterator.depth;
+    Expect(iterator.offset + (r == 1 ? 1 : 8) <= records, "a record lies within the image");
+    for (unsigned int child = 0; child < 8; ++child) {
+        const IDX_Base_Octree_TestResult state = octree.Test(iterator, child);
+        Expect(state <= OCTREE_FULL, "a stored state");
+        if (state != OCTREE_PARTIAL) continue;
+        IDX_Base_Octree_Iterator below = iterator;
+        Expect(r > 1 && octree.Move(below, child) == IDX_S_OK, "a partial cell can be entered");
+        Walk(octree, below, records);
+    }
+}
+
+}  // namespace
+
+float FuzzInput::Float() {
+    std::uint8_t bytes[4];
+    for (std::uint8_t& byte : bytes) byte = Byte();
+    float number;
+    std::memcpy(&number, bytes, 4);
+    return number;
+}
+
+IDX_Point FuzzInput::Point(bool anyFloats) {
+    float numbers[3];
+    for (float& number : numbers)
+        number = anyFloats ? Float() : static_cast<float>(static_cast<std::int8_t>(Byte()));
+    return {numbers[0], numbers[1], numbers[2]};
+}
+
+FuzzedBuilder::FuzzedBuilder(FuzzInput& input)
+    : plain(IDX_Base_Constants::MAX_OCTREE_SIZE, IDX_Base_Constants::OCTREE_EPSILON) {
+    const std::uint8_t flags = input.Byte();
+    compares = flags & 1;
+    anyFloats = flags & 2;
+    plain.useVoxelSize = flags & 4 ? IDX_True : IDX_False;
+    plain.maxDepth = input.Byte() % (compares ? 12 : 24) - 1;
+    plain.voxelSize = input.Float();
+    library.SetParameters(plain.maxDepth, plain.voxelSize, plain.useVoxelSize);
+}
+
+void FuzzedBuilder::ExpectSameStatus(long int ofLibrary, long int ofReference) const {
+    Expect(!compares || ofLibrary == ofReference, "the reference gives the same status");
+}
+
+void FuzzedBuilder::ExpectSoundImage() {
+    unsigned int size = 0;
+    const std::unique_ptr<unsigned char[]> image(library.GetOctree().GetOctreeBuffer(size));
+    PLMIdxOptimOctree_0 octree;
+    Expect(octree.Load(image.get()) == IDX_S_OK, "the image loads");
+    Expect(octree.GetSizeInFiles() == static_cast<int>(size), "the image knows its size");
+    if (octree._depth > 0) Walk(octree, {}, size - 132);
+    if (!compares) return;
+    Expect(
+        std::equal(image.get(), image.get() + size, plain.image.begin(), plain.image.end()),
+        "the reference gives the same image");
+}
