@@ -20,7 +20,10 @@
 #include "PLMIdxOctreeBuilder.h"
 #include "PLMIdxOptimOctree_0.h"
 
+#include <algorithm>
 #include <functional>
+#include <iostream>
+#include <map>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -140,7 +143,11 @@ size_t Count(const Cells& iCells, const IsOccupiedCell& iIsOccupied) {
 using Counter = std::function<size_t(const Cells&)>;
 
 /// Every contestant must find the same cells occupied as the plain walk.
-void Register(const Subject& iSubject, const std::string& iColumn, const Counter& iCount) {
+void Register(
+    TableReporter& ioReporter,
+    const Subject& iSubject,
+    const std::string& iColumn,
+    const Counter& iCount) {
     const OctreeImage image({iSubject.bytes.get(), iSubject.size});
     for (const char* kind : {"box", "near", "line"}) {
         const Cells& cells = iSubject.cells.at(kind);
@@ -150,42 +157,40 @@ void Register(const Subject& iSubject, const std::string& iColumn, const Counter
             size_t found = 0;
             for (auto _ : ioState) benchmark::DoNotOptimize(found = iCount(cells));
             if (found != expected) ioState.SkipWithError("other cells than the plain walk");
-            const double lookups = static_cast<double>(ioState.iterations() * cells.size());
+            const double lookups =
+                static_cast<double>(ioState.iterations()) * static_cast<double>(cells.size());
             ioState.counters[iColumn] =
                 benchmark::Counter(lookups / 1e6, benchmark::Counter::kIsRate);
         };
         const std::string row = iSubject.name + " " + kind;
+        ioReporter.Announce(row, {iColumn});
         benchmark::RegisterBenchmark((row + "/" + iColumn).c_str(), run)->MinTime(0.2);
     }
 }
 
-void RegisterAll(const Subject& iSubject) {
+void RegisterAll(TableReporter& ioReporter, const Subject& iSubject) {
     const OctreeImage image({iSubject.bytes.get(), iSubject.size});
-    Register(iSubject, "plain walk", [image](const Cells& iCells) {
+    Register(ioReporter, iSubject, "plain walk", [image](const Cells& iCells) {
         return Count(iCells, [&image](const Cell& iCell) { return image.IsOccupied(iCell); });
     });
-    Register(iSubject, "Test and Move", [&iSubject](const Cells& iCells) {
+    Register(ioReporter, iSubject, "Test and Move", [&iSubject](const Cells& iCells) {
         return Count(iCells, [&](const Cell& iCell) { return IsOccupied(iSubject.octree, iCell); });
     });
 #ifdef BENCH_OPENVDB
-    Register(iSubject, "OpenVDB", [&iSubject](const Cells& iCells) {
+    Register(ioReporter, iSubject, "OpenVDB", [&iSubject](const Cells& iCells) {
         return iSubject.mask->CountOccupied(iCells);
     });
 #endif
 #ifdef BENCH_OCTOMAP
-    Register(iSubject, "OctoMap", [&iSubject](const Cells& iCells) {
+    Register(ioReporter, iSubject, "OctoMap", [&iSubject](const Cells& iCells) {
         return iSubject.tree->CountOccupied(iCells);
     });
 #endif
 }
 
-}  // namespace
-
-int main(int iCount, char** iArguments) {
-    benchmark::Initialize(&iCount, iArguments);
+void Main() {
     const Mesh knot = MakeMesh(FindWorkloads({}).front());
     const std::unique_ptr<Subject> subjects[] = {MakeSubject(knot, 8), MakeSubject(knot, 10)};
-    for (const auto& subject : subjects) RegisterAll(*subject);
     TableReporter reporter(
         "million look-ups a second",
         {
@@ -193,6 +198,19 @@ int main(int iCount, char** iArguments) {
             {"Test and Move / OctoMap",    "Test and Move", "OctoMap"   },
             {"plain walk / OpenVDB",       "plain walk",    "OpenVDB"   }
     });
+    for (const auto& subject : subjects) RegisterAll(reporter, *subject);
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    return 0;
+}
+
+}  // namespace
+
+int main(int iCount, char** iArguments) {
+    try {
+        benchmark::Initialize(&iCount, iArguments);
+        Main();
+        return 0;
+    } catch (const std::exception& failure) {
+        std::cerr << "bench_lookups: " << failure.what() << '\n';
+        return 1;
+    }
 }

@@ -9,9 +9,10 @@
 
 #include "PLMIdxOctreeBuilder.h"
 
-#include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <iostream>
+#include <map>
 #include <stdexcept>
 
 namespace {
@@ -96,6 +97,7 @@ PhaseTimes RunPlain(const Mesh& iMesh, unsigned int iDepth) {
 using Runner = PhaseTimes (*)(const Mesh&, unsigned int);
 
 void Register(
+    TableReporter& ioReporter,
     const std::string& iRow,
     const std::string& iName,
     Runner iRunner,
@@ -110,29 +112,39 @@ void Register(
             ioState.counters[iName + " pack"] = 1e3 * times.pack;
         }
     };
+    ioReporter.Announce(iRow, {iName + " draw", iName + " fill", iName + " pack"});
     benchmark::RegisterBenchmark((iRow + "/" + iName).c_str(), run)->UseManualTime()->Iterations(1);
 }
 
-}  // namespace
-
-int main(int iCount, char** iArguments) {
-    benchmark::Initialize(&iCount, iArguments);
-    const char* const folder = std::getenv("GRIDLOOM_MESHES");
-    std::map<std::string, Mesh> meshes;
-    for (const Workload& workload : FindWorkloads(folder ? folder : "")) {
-        const Mesh& mesh = meshes[workload.name] = MakeMesh(workload);
-        for (const unsigned int depth : {6u, 8u, 10u}) {
-            const std::string row = workload.name + " 2^" + std::to_string(depth);
-            Register(row, "Gridloom", RunGridloom, mesh, depth);
-            Register(row, "plain", RunPlain, mesh, depth);
-        }
-    }
+void Main() {
     TableReporter reporter(
         "ms", {
                   {"draw, of plain's", "Gridloom draw", "plain draw"},
                   {"fill, of plain's", "Gridloom fill", "plain fill"},
                   {"pack, of plain's", "Gridloom pack", "plain pack"}
     });
+    const char* const folder = std::getenv("GRIDLOOM_MESHES");
+    std::map<std::string, Mesh> meshes;
+    for (const Workload& workload : FindWorkloads(folder ? folder : "")) {
+        const Mesh& mesh = meshes[workload.name] = MakeMesh(workload);
+        for (const unsigned int depth : {6u, 8u, 10u}) {
+            const std::string row = workload.name + " 2^" + std::to_string(depth);
+            Register(reporter, row, "Gridloom", RunGridloom, mesh, depth);
+            Register(reporter, row, "plain", RunPlain, mesh, depth);
+        }
+    }
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    return 0;
+}
+
+}  // namespace
+
+int main(int iCount, char** iArguments) {
+    try {
+        benchmark::Initialize(&iCount, iArguments);
+        Main();
+        return 0;
+    } catch (const std::exception& failure) {
+        std::cerr << "bench_phases: " << failure.what() << '\n';
+        return 1;
+    }
 }

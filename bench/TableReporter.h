@@ -18,12 +18,19 @@ struct RatioColumn {
 };
 
 /// Prints the counters of all benchmarks as one Markdown table. A benchmark is called "row/anything";
-/// each of its counters is the column of its name. With repetitions the medians are shown.
+/// each of its counters is the column of its name. Rows and columns
+/// have to be announced. With repetitions the medians are shown.
 class TableReporter : public benchmark::BenchmarkReporter {
 public:
     /// @param iRowTitle  heads the first column
     TableReporter(std::string iRowTitle, std::vector<RatioColumn> iRatios)
         : _rowTitle(std::move(iRowTitle)), _ratios(std::move(iRatios)) {}
+
+    /// Fixes the place of a row and a column: benchmarks may run in any order.
+    void Announce(const std::string& iRow, const std::vector<std::string>& iColumns) {
+        AddOnce(_rows, iRow);
+        for (const std::string& column : iColumns) AddOnce(_columns, column);
+    }
 
     bool ReportContext(const Context&) override { return true; }
 
@@ -50,12 +57,8 @@ private:
 
     void AddRun(const Run& iRun) {
         const std::string& name = iRun.run_name.function_name;
-        const std::string row = name.substr(0, name.rfind('/'));
-        AddOnce(_rows, row);
-        for (const auto& [column, counter] : iRun.counters) {
-            AddOnce(_columns, column);
-            _table[row][column] = counter.value;
-        }
+        Cells& cells = _table[name.substr(0, name.rfind('/'))];
+        for (const auto& [column, counter] : iRun.counters) cells[column] = counter.value;
     }
 
     static void AddOnce(std::vector<std::string>& ioNames, const std::string& iName) {
