@@ -49,7 +49,9 @@ public:
         for (const std::string& column : _columns) std::cout << " | " << column;
         for (const RatioColumn& ratio : _ratios) std::cout << " | " << ratio.title;
         std::cout << " |\n|---" << Repeat("|---:", _columns.size() + _ratios.size()) << "|\n";
-        for (const std::string& row : _rows) PrintRow(row);
+        for (const std::string& row : _rows) {
+            if (_table.count(row) != 0) PrintRow(row);
+        }
     }
 
 private:
