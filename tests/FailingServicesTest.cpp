@@ -18,7 +18,7 @@ constexpr unsigned int kTooMuch = 0xFFFFFF00u;  ///< 4095 MiB, more than the pro
 
 const char* const kNoArena = "PLMIdxWTWorkingOctree._Alloc.AllocationFailed ( 4095 MB )";
 
-/// No block of `kTooMuch` bytes from now on. Under a sanitizer its allocator sees to that.
+/// No block of `kTooMuch` bytes from now on. Under a sanitizer its options see to that.
 void LimitMemory() {
 #ifndef GRIDLOOM_SANITIZED
     rlimit limit;
@@ -36,17 +36,6 @@ long int DrawTouching(PLMIdxOctreeBuilder& builder) {
 }
 
 }  // namespace
-
-extern "C" {
-__attribute__((visibility("default"))) const char* __asan_default_options();
-__attribute__((visibility("default"))) const char* __tsan_default_options();
-const char* __asan_default_options() {
-    return "allocator_may_return_null=1:max_allocation_size_mb=1024";
-}
-const char* __tsan_default_options() {
-    return __asan_default_options();
-}
-}
 
 /// The program's own overlap test, which the library calls in place of its own.
 __attribute__((visibility("default"))) IDX_Bool IDX_Base_GeometryServices::TriangleToBox(
