@@ -172,6 +172,17 @@ bool MakeFolder(const std::string& iFolder) {
 
 }  // namespace
 
+#ifdef GRIDLOOM_SANITIZED
+// A sanitizer's own limit stands in for that of the import, and what the font library keeps until the
+// end isn't ours.
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
+    return "max_allocation_size_mb=4096";
+}
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+    return "leak:libfontconfig";
+}
+#endif
+
 int main(int iCount, char** iArguments) {
     Options options;
     switch (ReadCommandLine(iCount, iArguments, options)) {

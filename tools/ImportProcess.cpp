@@ -26,6 +26,7 @@ void Put(std::FILE* iPipe, const T& iValue) {
 template <typename List>
 void PutList(std::FILE* iPipe, const List& iList) {
     Put(iPipe, static_cast<std::uint64_t>(iList.size()));
+    if (iList.empty()) return;  // there may be no data to point at
     (void)std::fwrite(iList.data(), sizeof(typename List::value_type), iList.size(), iPipe);
 }
 
@@ -59,6 +60,7 @@ bool GetList(std::FILE* iPipe, List& oList) {
     std::size_t count = 0;
     if (!GetCount(iPipe, count)) return false;
     oList.resize(count);
+    if (count == 0) return true;
     return std::fread(oList.data(), sizeof(typename List::value_type), count, iPipe) == count;
 }
 
