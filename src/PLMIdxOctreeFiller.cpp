@@ -29,9 +29,11 @@ void Flatten(VEXRawCollint& ioTagTable) {
 unsigned short* WordOf(unsigned char* iRecord) {
     return reinterpret_cast<unsigned short*>(iRecord);
 }
+
 NodeSet& NodeSetOf(unsigned char* iRecord) {
     return NodeSetAt(iRecord, 0);
 }
+
 Node& NodeOf(unsigned char* iRecord) {
     return NodeAt(iRecord, 0);
 }
