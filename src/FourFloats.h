@@ -1,6 +1,8 @@
 #ifndef FourFloats_h
 #define FourFloats_h
 
+#include "IDX_Point.h"
+
 #include <emmintrin.h>
 
 // Four floats side by side, as the SSE2 of every x86-64 processor has them: mostly x, y, z of a point or an
@@ -47,6 +49,10 @@ inline float SumOfAxes(FourFloats iValue) {
 /// Lane by lane the second or the third argument.
 inline FourFloats Select(FourFloats iMask, FourFloats iWhenSet, FourFloats iElse) {
     return _mm_or_ps(_mm_and_ps(iMask, iWhenSet), _mm_andnot_ps(iMask, iElse));
+}
+
+inline FourFloats AxesFrom(const IDX_Point& iPoint) {
+    return _mm_setr_ps(iPoint.x, iPoint.y, iPoint.z, 0.0f);
 }
 
 /// Three coordinates, and 0.

@@ -15,10 +15,6 @@ constexpr double kCodeError = 4 * kUnit * 0x1p32;
 /// The largest coordinate for which TriangleCells decides in single precision.
 constexpr double kMaxCoordinate = 0x1p40;
 
-FourFloats Vector(const IDX_Point& iPoint) {
-    return AxesFrom(&iPoint.x);
-}
-
 __m128i Words(const VertexCode& iCode) {
     return _mm_load_si128(reinterpret_cast<const __m128i*>(iCode.axes));
 }
@@ -50,8 +46,8 @@ std::uint64_t BlockBit(__m128i iPlace) {
 }  // namespace
 
 OctreeLattice::OctreeLattice(const PLMIdxIBaseOctree& iOctree)
-    : _origin(Vector(iOctree._bbOrigin)),
-      _size(Vector(iOctree._bbSize)),
+    : _origin(AxesFrom(iOctree._bbOrigin)),
+      _size(AxesFrom(iOctree._bbSize)),
       _cell(_size),
       _shift(32 - static_cast<int>(iOctree._depth)),
       _fraction((1u << _shift) - 1),
@@ -63,8 +59,10 @@ OctreeLattice::OctreeLattice(const PLMIdxIBaseOctree& iOctree)
     // On the way down from the root a coordinate is rounded once or twice a level, and a few times more in
     // the places of this lattice.
     const double roundings = 2.0 * iOctree._depth + 16.0;
-    const float* origin = &iOctree._bbOrigin.x;
-    const float* size = &iOctree._bbSize.x;
+    float origin[3];
+    float size[3];
+    StoreAxes(_origin, origin);
+    StoreAxes(_size, size);
     float slack[3];
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const double largest = std::fabs(double{origin[axis]}) + std::fabs(double{size[axis]});
@@ -81,7 +79,7 @@ OctreeLattice::OctreeLattice(const PLMIdxIBaseOctree& iOctree)
 
 VertexCode OctreeLattice::CodeOf(const IDX_Point& iPoint) const {
     float fractions[3];
-    StoreAxes((Vector(iPoint) - _origin) / _size * _mm_set1_ps(0x1p32f), fractions);
+    StoreAxes((AxesFrom(iPoint) - _origin) / _size * _mm_set1_ps(0x1p32f), fractions);
     return {
         {LowBitsOf(fractions[0]), LowBitsOf(fractions[1]), LowBitsOf(fractions[2]), 0}
     };
@@ -121,7 +119,7 @@ LatticeCells OctreeLattice::CellsOf(
     if (spans[0] + spans[1] + spans[2] <= 1) return cells;
 
     float vertices[3][3];
-    for (unsigned int i = 0; i < 3; ++i) StoreAxes(Vector(*iVertices[i]), vertices[i]);
+    for (unsigned int i = 0; i < 3; ++i) StoreAxes(AxesFrom(*iVertices[i]), vertices[i]);
     TriangleCells triangle(vertices);
     const FourFloats corner = _origin + _mm_cvtepi32_ps(low) * _cell;
     const CellMask mask = triangle.CellsOfBlock(corner, _cell, spans, _slack);

@@ -82,12 +82,12 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
       _codes(nullptr),
       _lastCode{},
       _known(0) {
-    _extents[0] = AxesFrom(&ioOctree._bbSize.x);
+    _extents[0] = AxesFrom(ioOctree._bbSize);
     for (unsigned int level = 1; level <= _depth; ++level) {
         _extents[level] = _extents[level - 1] * _mm_set1_ps(0.5f);
     }
     std::fill(std::begin(_visited), std::end(_visited), VisitedNodeSet{~std::uint64_t{0}, 0});
-    _lows[0] = AxesFrom(&ioOctree._bbOrigin.x);
+    _lows[0] = AxesFrom(ioOctree._bbOrigin);
 }
 
 OctreeTriangleDrawer::~OctreeTriangleDrawer() {

@@ -85,7 +85,7 @@ bool BoundsOfMesh(
     for (unsigned int i = 0; i < iNTriangles; ++i) {
         for (const unsigned int vertex : iTriangles[i].vertices) {
             if (vertex >= iNPoints) return false;
-            const FourFloats point = AxesFrom(&iPoints[vertex].x);
+            const FourFloats point = AxesFrom(iPoints[vertex]);
             low = _mm_min_ps(point, low);  // the second one where a coordinate is no number
             high = _mm_max_ps(point, high);
         }

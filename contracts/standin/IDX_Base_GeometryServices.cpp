@@ -43,11 +43,15 @@ struct Query {
     const float (*vertices)[3];
 };
 
+bool AllFinite(const float* iCoordinates) {
+    return std::all_of(
+        iCoordinates, iCoordinates + 3, [](float iValue) { return std::isfinite(iValue); });
+}
+
 bool AllFinite(const Query& iQuery) {
-    const auto finite = [](float iValue) { return std::isfinite(iValue); };
-    return std::all_of(iQuery.centre, iQuery.centre + 3, finite) &&
-           std::all_of(iQuery.halfSize, iQuery.halfSize + 3, finite) &&
-           std::all_of(iQuery.vertices[0], iQuery.vertices[0] + 9, finite);
+    return AllFinite(iQuery.centre) && AllFinite(iQuery.halfSize) &&
+           AllFinite(iQuery.vertices[0]) && AllFinite(iQuery.vertices[1]) &&
+           AllFinite(iQuery.vertices[2]);
 }
 
 /// True when iA - iB is above iLimit. Exact: the rounded difference decides unless it equals the
