@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -12,29 +13,27 @@ constexpr int kDeepest = 19;
 constexpr int kMostMemoryMiB = 1 << 20;
 constexpr int kMostSeconds = 24 * 3600;
 
-constexpr char kUsage[] =
-    "usage: gridloom-index [options] FILE_OR_FOLDER...\n"
-    "\n"
-    "Turns every part of the given meshes (STL, OBJ, PLY, glTF, GLB, OFF, 3MF) into a voxel "
-    "octree:\n"
-    "an octree image and a picture of it for each part, and a table of all. A folder stands for "
-    "all\n"
-    "meshes below it.\n"
-    "\n"
-    "  -o, --output FOLDER      where the images and pictures go (default: gridloom-out)\n"
-    "  -d, --depth LEVELS       levels of the octree, 2 to 19 (default: 7)\n"
-    "  -c, --cell-size LENGTH   no finer than needed for cells of this side, in model units\n"
-    "                           (default: only the depth counts)\n"
-    "      --no-pictures        octree images and table only\n"
-    "      --up AXIS            y or z: the axis that points upwards in pictures\n"
-    "                           (default: z for STL and 3MF, else y)\n"
-    "      --import-memory MIB  what the import of one file may use (default: 4096)\n"
-    "      --import-seconds S   processor time for the import of one file (default: 120)\n"
-    "  -h, --help               this text\n"
-    "  -V, --version            the version\n"
-    "\n"
-    "Exit code: 0 all parts are done, 1 some failed (each is named with its reason), 2 wrong "
-    "usage.\n";
+constexpr char kUsage[] = R"(usage: gridloom-index [options] FILE_OR_FOLDER...
+
+Turns every part of the given meshes (STL, OBJ, PLY, glTF, GLB, OFF, 3MF) into a voxel
+octree: an octree image and a picture for each part, and a table of all. A folder stands
+for all meshes below it.
+
+  -o, --output FOLDER      where the images and pictures go (default: gridloom-out)
+  -d, --depth LEVELS       levels of the octree, 2 to 19 (default: 7)
+  -c, --cell-size LENGTH   stop when the cells are no longer than this, in model units
+                           (default: only the depth counts)
+      --no-pictures        octree images and table only
+      --up AXIS            y or z: the axis that points upwards in pictures
+                           (default: z for STL and 3MF, else y)
+      --import-memory MIB  what the import of one file may use (default: 4096)
+      --import-seconds S   processor time for the import of one file (default: 120)
+  -h, --help               this text
+  -V, --version            the version
+
+Exit code: 0 all parts are done, 1 some failed (each is named with its reason),
+2 wrong usage.
+)";
 
 enum LongOption { NoPictures = 256, Up, ImportMemory, ImportSeconds };
 

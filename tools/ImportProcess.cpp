@@ -82,9 +82,10 @@ bool GetFile(std::FILE* iPipe, ImportedFile& oFile) {
     return true;
 }
 
+/// Without the limit the import still works.
 void SetLimit(__rlimit_resource iResource, rlim_t iLimit) {
-    const rlimit limit = {iLimit, iLimit};
-    (void)setrlimit(iResource, &limit);  // without the limit the import still works
+    const rlimit limit = {iLimit, iLimit + 1};  // the lower tells of itself, the higher kills
+    (void)setrlimit(iResource, &limit);
 }
 
 /// The child's whole life. What the C library says about a crash is left out: the parent names it.
@@ -106,7 +107,7 @@ void SetLimit(__rlimit_resource iResource, rlim_t iLimit) {
 std::string ReasonOfDeath(int iStatus, const ImportLimits& iLimits) {
     if (!WIFSIGNALED(iStatus)) return "the import ended early";
     const int signal = WTERMSIG(iStatus);
-    if (signal == SIGXCPU || signal == SIGKILL) {
+    if (signal == SIGXCPU) {
         return "the import was stopped: it may use " + std::to_string(iLimits.seconds) +
                " s of processor time";
     }
