@@ -7,6 +7,7 @@
 
 #include "IDX_Base_GeometryServices.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -43,7 +44,13 @@ __attribute__((visibility("default"))) IDX_Bool IDX_Base_GeometryServices::Trian
     const float* const iHalfSize,
     const float (*const iTriangle)[3],
     IDX_Bool& oOverlap) {
-    if (OverlapByClipping(iCentre, iHalfSize, iTriangle)) oOverlap = IDX_True;
+    Triple centre;
+    Triple half;
+    Corners triangle;
+    std::memcpy(centre.data(), iCentre, sizeof centre);
+    std::memcpy(half.data(), iHalfSize, sizeof half);
+    std::memcpy(triangle.data(), iTriangle, sizeof triangle);
+    if (OverlapByClipping(centre, half, triangle)) oOverlap = IDX_True;
     return canDecide ? IDX_True : IDX_False;
 }
 

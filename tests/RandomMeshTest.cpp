@@ -8,6 +8,7 @@
 #include "TraceRecorder.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <gtest/gtest.h>
 
@@ -28,7 +29,7 @@ unsigned long FromEnvironment(const char* name, unsigned long otherwise) {
     return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
 }
 
-/// The two builders with the same parameters, fed with the same calls.
+/// The two builders, fed with the same calls. After a difference nothing more is looked at.
 struct Pair {
     TraceRecorder trace;
     PLMIdxOctreeBuilder library;
@@ -42,74 +43,58 @@ struct Pair {
     }
 
     void SetCuboid(IDX_Point a, IDX_Point b) {
-        IDX_Base_4x4Matrix matrix;
-        matrix.coefficients[1][2] = a.x;
-        library.SetCuboid(matrix, a, b);
-        plain.cuboid = {
-            1, matrix, {a, b}
-        };
+        plain.cuboid.hasCuboid = 1;
+        plain.cuboid.matrix.coefficients[1][2] = a.x;
+        plain.cuboid.points = {a, b};
+        library.SetCuboid(plain.cuboid.matrix, a, b);
     }
 
-    void ExpectSameStatus(long int ofLibrary, long int ofPlain) {
-        ASSERT_EQ(ofLibrary, ofPlain);
-        ASSERT_EQ(trace.Take(), std::exchange(plain.trace, {}));
-    }
-
-    void ExpectSameTree() {
-        ASSERT_EQ(library.GetDepth(), static_cast<int>(plain.tree.depth));
+    void Compare(long int ofLibrary, long int ofPlain) {
+        if (testing::Test::HasFailure()) return;
+        EXPECT_EQ(ofLibrary, ofPlain);
+        EXPECT_EQ(trace.Take(), std::exchange(plain.tree.trace, {}));
+        EXPECT_EQ(library.GetDepth(), static_cast<int>(plain.tree.depth));
         for (std::size_t level = 0; level < plain.tree.counts.size(); ++level)
-            ASSERT_EQ(library.GetNCellsByDepth()[level], plain.tree.counts[level]) << level;
+            EXPECT_EQ(library.GetNCellsByDepth()[level], plain.tree.counts[level]) << level;
     }
 
-    void ExpectSameImage() {
+    void CompareImages() {
+        if (testing::Test::HasFailure()) return;
         const Bytes image = ImageOf(library);
         const auto [a, b] =
             std::mismatch(image.begin(), image.end(), plain.image.begin(), plain.image.end());
-        ASSERT_EQ(image.size(), plain.image.size()) << "first difference at " << a - image.begin();
-        ASSERT_TRUE(a == image.end()) << "bytes differ at " << a - image.begin();
+        EXPECT_EQ(image.size(), plain.image.size());
+        EXPECT_TRUE(a == image.end()) << "the images differ from byte " << a - image.begin();
     }
 
     void Init(IDX_Point low, IDX_Point high) {
         testing::internal::CaptureStdout();
-        const long int ofLibrary = library.Init(low, high);
-        const std::string output = testing::internal::GetCapturedStdout();
-        ASSERT_NO_FATAL_FAILURE(ExpectSameStatus(ofLibrary, plain.Init(low, high)));
-        ASSERT_EQ(output, std::exchange(plain.output, {}));
+        Compare(library.Init(low, high), plain.Init(low, high));
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), std::exchange(plain.output, {}));
     }
 
     void DrawGeometry(const Mesh& mesh) {
-        ASSERT_NO_FATAL_FAILURE(ExpectSameStatus(Draw(library, mesh), plain.DrawGeometry(mesh)));
-        ASSERT_NO_FATAL_FAILURE(ExpectSameTree());
-        ASSERT_NO_FATAL_FAILURE(ExpectSameImage());
+        Compare(Draw(library, mesh), plain.DrawGeometry(mesh));
+        CompareImages();
     }
 
-    void DrawTriangle(const Mesh& mesh, const IDX_Triangle& triangle) {
-        const IDX_Point& a = mesh.points[triangle.vertices[0]];
-        const IDX_Point& b = mesh.points[triangle.vertices[1]];
-        const IDX_Point& c = mesh.points[triangle.vertices[2]];
-        ExpectSameStatus(library.DrawTriangle(a, b, c), plain.DrawTriangle(a, b, c));
+    void DrawTriangle(const std::array<IDX_Point, 3>& p) {
+        const long int status = library.DrawTriangle(p[0], p[1], p[2]);
+        Compare(status, plain.DrawTriangle(std::bit_cast<Corners>(p)));
     }
 
-    void ReduceDepth() {
-        ASSERT_NO_FATAL_FAILURE(ExpectSameStatus(library.ReduceDepth(), plain.ReduceDepth()));
-        ASSERT_NO_FATAL_FAILURE(ExpectSameTree());
-    }
+    void ReduceDepth() { Compare(library.ReduceDepth(), plain.ReduceDepth()); }
 
     void End() {
-        ASSERT_NO_FATAL_FAILURE(ExpectSameStatus(library.End(), plain.End()));
-        ASSERT_NO_FATAL_FAILURE(ExpectSameTree());
-        ASSERT_NO_FATAL_FAILURE(ExpectSameImage());
+        Compare(library.End(), plain.End());
+        CompareImages();
     }
 };
 
-struct Mode {
-    const char* name;
-    void (*compare)(unsigned long seed, bool smallArena);
-    bool smallArena;
-};
-
-std::ostream& operator<<(std::ostream& stream, const Mode& mode) {
-    return stream << mode.name;
+/// Random parameters; the depth is at most `maxDepth`.
+void SetParameters(Random& random, Pair& pair, int maxDepth) {
+    const float side = random.OneIn(3) ? random.Between(0, 0.5) : 0.0f;
+    pair.SetParameters(maxDepth, side, random.OneIn(2) ? IDX_True : IDX_False);
 }
 
 /// Fewer triangles at great depth, where each draws many cells.
@@ -118,75 +103,54 @@ Mesh MeshForDepth(Random& random, int maxDepth, bool hostile) {
     return RandomMesh(random, 1 + random.Below(kTriangles[maxDepth]), hostile);
 }
 
-/// From one byte too small for a root up to room for a few hundred records.
-unsigned int SmallArena(Random& random, unsigned int least) {
-    return least + random.Below(1u << (6 + random.Below(11)));
+void CompareWholeMesh(Random& random, Pair& pair, int maxDepth) {
+    SetParameters(random, pair, maxDepth);
+    if (random.OneIn(8)) pair.SetCuboid(random.PointIn(0, 1), random.PointIn(0, 1));
+    const bool hostile = random.OneIn(6);
+    pair.DrawGeometry(MeshForDepth(random, maxDepth, hostile));
 }
 
-void CompareWholeMeshes(unsigned long seed, bool smallArena) {
-    Random random(seed);
-    const ArenaSize arena(smallArena ? SmallArena(random, 51) : arenaSize);
-    Pair pair;
-    for (unsigned int use = 1 + random.Below(2); use > 0; --use) {
-        const int maxDepth = 2 + static_cast<int>(random.Below(6));
-        const float side = random.OneIn(3) ? random.Between(0, 0.5) : 0.0f;
-        pair.SetParameters(maxDepth, side, random.OneIn(2) ? IDX_True : IDX_False);
-        if (random.OneIn(8)) pair.SetCuboid(random.PointIn(0, 1), random.PointIn(0, 1));
-        const bool hostile = random.OneIn(6);
-        const Mesh mesh = MeshForDepth(random, maxDepth, hostile);
-        ASSERT_NO_FATAL_FAILURE(pair.DrawGeometry(mesh));
-    }
-}
-
-/// Where a stream's box lies: most meshes are within -1 to 1.
-void RandomBox(Random& random, IDX_Point& low, IDX_Point& high) {
-    low = {-1, -1, -1};
-    high = {1, 1, 1};
-    if (random.OneIn(3)) low = random.PointIn(-2, 0);
-    if (random.OneIn(3)) high = random.PointIn(0, 2);
-    if (random.OneIn(12)) low.x = high.x = random.Between(-2, 2);
-}
-
-void CompareStreams(unsigned long seed, bool smallArena) {
-    Random random(seed);
-    const ArenaSize arena(smallArena ? SmallArena(random, 212) : arenaSize);
-    boxMargin = random.OneIn(2) ? 0.001f : 0.0f;  // without a margin vertices lie on cell borders
-    Pair pair;
-    for (unsigned int use = 1 + random.Below(2); use > 0; --use) {
-        const int maxDepth = 2 + static_cast<int>(random.Below(6));
-        const float side = random.OneIn(3) ? random.Between(0, 0.5) : 0.0f;
-        pair.SetParameters(maxDepth, side, random.OneIn(2) ? IDX_True : IDX_False);
-        IDX_Point low;
-        IDX_Point high;
-        RandomBox(random, low, high);
-        ASSERT_NO_FATAL_FAILURE(pair.Init(low, high));
-        if (random.OneIn(4)) pair.SetCuboid(low, high);
-        // Several parts: draw, cut now and then, end; a cut readies the tree for the next part.
-        for (bool more = true; more; more = random.OneIn(3) && pair.plain.tree.depth > 2) {
-            const bool filled = !pair.plain.tree.tags.empty();
-            if (filled) {
-                ASSERT_NO_FATAL_FAILURE(pair.ReduceDepth());
-            }
-            const Mesh mesh = MeshForDepth(random, maxDepth, !filled && random.OneIn(6));
-            for (const IDX_Triangle& triangle : mesh.triangles) {
-                ASSERT_NO_FATAL_FAILURE(pair.DrawTriangle(mesh, triangle));
-                if (!random.OneIn(100)) continue;
-                ASSERT_NO_FATAL_FAILURE(pair.ReduceDepth());
-            }
-            ASSERT_NO_FATAL_FAILURE(pair.End());
+void CompareStream(Random& random, Pair& pair, int maxDepth) {
+    SetParameters(random, pair, maxDepth);
+    IDX_Point low = random.OneIn(3) ? random.PointIn(-2, 0) : IDX_Point{-1, -1, -1};
+    const IDX_Point high = random.OneIn(3) ? random.PointIn(0, 2) : IDX_Point{1, 1, 1};
+    if (random.OneIn(12)) low.x = high.x;
+    pair.Init(low, high);
+    if (random.OneIn(4)) pair.SetCuboid(low, high);
+    // Several parts: draw, cut now and then, end; a cut readies the tree for the next part.
+    for (bool more = true; more; more = random.OneIn(3) && pair.plain.tree.depth > 2) {
+        const bool filled = !pair.plain.tree.tags.empty();
+        if (filled) pair.ReduceDepth();
+        const Mesh mesh = MeshForDepth(random, maxDepth, !filled && random.OneIn(6));
+        for (const IDX_Triangle& triangle : mesh.triangles) {
+            pair.DrawTriangle(mesh.CornersOf(triangle));
+            if (random.OneIn(100)) pair.ReduceDepth();
         }
+        pair.End();
     }
 }
+
+struct Mode {
+    const char* name;
+    void (*compare)(Random& random, Pair& pair, int maxDepth);
+    unsigned int leastArena;  ///< of small ones, from there to a few hundred records; 0 for large
+};
 
 class RandomMeshes : public testing::TestWithParam<Mode> {};
 
 TEST_P(RandomMeshes, AgreeWithTheReference) {
     const unsigned long first = FromEnvironment("GRIDLOOM_RANDOM_SEED", 1);
     const unsigned long count = FromEnvironment("GRIDLOOM_RANDOM_MESHES", 1200) / 4;
-    for (unsigned long seed = first; seed < first + count; ++seed) {
+    const unsigned int least = GetParam().leastArena;
+    for (unsigned long seed = first; seed < first + count && !HasFailure(); ++seed) {
         SCOPED_TRACE("GRIDLOOM_RANDOM_SEED=" + std::to_string(seed));
-        GetParam().compare(seed, GetParam().smallArena);
-        if (HasFatalFailure()) return;
+        Random random(seed);
+        const unsigned int small = least + random.Below(1u << (6 + random.Below(11)));
+        const ArenaSize arena(least > 0 ? small : arenaSize);
+        boxMargin = random.OneIn(2) ? 0.001f : 0.0f;  // without one, vertices lie on cell borders
+        Pair pair;
+        for (unsigned int use = 1 + random.Below(2); use > 0; --use)
+            GetParam().compare(random, pair, 2 + static_cast<int>(random.Below(6)));
     }
 }
 
@@ -194,10 +158,10 @@ INSTANTIATE_TEST_SUITE_P(
     Modes,
     RandomMeshes,
     testing::Values(
-        Mode{"WholeMesh", CompareWholeMeshes, false},
-        Mode{"WholeMeshSmallArena", CompareWholeMeshes, true},
-        Mode{"Stream", CompareStreams, false},
-        Mode{"StreamSmallArena", CompareStreams, true}),
+        Mode{"WholeMesh", CompareWholeMesh, 0},
+        Mode{"WholeMeshSmallArena", CompareWholeMesh, 51},
+        Mode{"Stream", CompareStream, 0},
+        Mode{"StreamSmallArena", CompareStream, 212}),
     [](const auto& mode) { return std::string(mode.param.name); });
 
 #ifdef GRIDLOOM_HAS_ASSIMP

@@ -4,7 +4,7 @@
 #include "Images.h"
 
 #include <algorithm>
-#include <cstring>
+#include <bit>
 #include <gtest/gtest.h>
 
 namespace {
@@ -168,26 +168,24 @@ TEST(SolidGeometry, BoxesAndCups) {
 TEST(SolidGeometry, TrianglesMarkTheCellsThatTheyMeet) {
     Random random(3);
     for (int i = 0; i < 40; ++i) {
-        const IDX_Point points[3] = {
+        const std::array<IDX_Point, 3> p = {
             random.PointIn(-1, 1), random.PointIn(-1, 1), random.PointIn(-1, 1)};
         OpenBuilder builder;
         builder.SetParameters(kDepth, 0, IDX_False);
         ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
-        ASSERT_EQ(builder.DrawTriangle(points[0], points[1], points[2]), IDX_S_OK);
+        ASSERT_EQ(builder.DrawTriangle(p[0], p[1], p[2]), IDX_S_OK);
         const SolidSet solid = SolidCells(builder._workingOctree);
-        const IDX_Point low = builder._workingOctree._bbOrigin;
-        const float h = builder._workingOctree._bbSize.x / kSide / 2;
-        const float half[3] = {h, h, h};
-        float triangle[3][3];
-        std::memcpy(triangle, points, sizeof triangle);
+        const float low = builder._workingOctree._bbOrigin.x;
+        const float half = builder._workingOctree._bbSize.x / kSide / 2;
         for (std::size_t cell = 0; cell < solid.size(); ++cell) {
-            const auto column = [&](std::size_t at) {
-                return static_cast<float>(2 * (at % kSide) + 1) * h;
-            };
-            const float centre[3] = {
-                low.x + column(cell), low.y + column(cell / kSide),
-                low.z + column(cell / kSide / kSide)};
-            ASSERT_EQ(solid[cell], Overlap(centre, half, triangle)) << i << ", cell " << cell;
+            Triple centre;
+            std::size_t at = cell;
+            for (float& coordinate : centre) {
+                coordinate = low + static_cast<float>(2 * (at % kSide) + 1) * half;
+                at /= kSide;
+            }
+            ASSERT_EQ(solid[cell], Overlap(centre, {half, half, half}, std::bit_cast<Corners>(p)))
+                << i << ", cell " << cell;
         }
     }
 }

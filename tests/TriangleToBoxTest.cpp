@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
@@ -28,6 +29,12 @@ struct Question {
     float half[3];
     float triangle[3][3];
 };
+
+bool Clipped(const Question& q) {
+    return OverlapByClipping(
+        std::bit_cast<Triple>(q.centre), std::bit_cast<Triple>(q.half),
+        std::bit_cast<Corners>(q.triangle));
+}
 
 bool Ask(const Question& q) {
     IDX_Bool overlap = IDX_False;
@@ -111,9 +118,7 @@ const Case kCases[] = {
 TEST(TriangleToBox, IsExactInEveryOrderAndMirrored) {
     for (const Case& row : kCases) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(
-            OverlapByClipping(row.question.centre, row.question.half, row.question.triangle),
-            row.overlap);
+        EXPECT_EQ(Clipped(row.question), row.overlap);
         ForEachSymmetry(row.question, [&](const Question& q) { EXPECT_EQ(Ask(q), row.overlap); });
     }
 }
@@ -146,9 +151,8 @@ TEST(TriangleToBox, AgreesWithClipping) {
     int overlaps = 0;
     for (int i = 0; i < 30000; ++i) {
         const Question q = RandomQuestion(random);
-        const bool expected = OverlapByClipping(q.centre, q.half, q.triangle);
+        const bool expected = Clipped(q);
         ASSERT_EQ(Ask(q), expected) << "question " << i;
-        ASSERT_EQ(Overlap(q.centre, q.half, q.triangle), expected) << "question " << i;
         overlaps += expected;
     }
     EXPECT_GT(overlaps, 6000);

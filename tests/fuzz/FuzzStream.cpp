@@ -2,6 +2,7 @@
 
 #include "FuzzSupport.h"
 
+#include <bit>
 #include <cmath>
 #include <cstdio>
 
@@ -13,7 +14,7 @@ public:
     explicit Stream(FuzzedBuilder& builder) : _builder(builder) {}
 
     void Draw(FuzzInput& input) {
-        IDX_Point p[3];
+        std::array<IDX_Point, 3> p;
         float sum = 0;
         for (IDX_Point& point : p) {
             point = input.Point(_builder.anyFloats);
@@ -23,7 +24,8 @@ public:
         if (_ended && !std::isfinite(sum)) return;
         const long int status = _builder.library.DrawTriangle(p[0], p[1], p[2]);
         if (_builder.compares)
-            _builder.ExpectSameStatus(status, _builder.plain.DrawTriangle(p[0], p[1], p[2]));
+            _builder.ExpectSameStatus(
+                status, _builder.plain.DrawTriangle(std::bit_cast<Corners>(p)));
     }
 
     void Cut() {

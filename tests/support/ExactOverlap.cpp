@@ -1,7 +1,6 @@
 #include "ExactOverlap.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <gmpxx.h>
 
@@ -34,7 +33,7 @@ void Clip(Polygon<Number>& polygon, std::size_t axis, int sign, const Number& li
 
 /// Whether they meet once the box's faces have moved outward by `margin`.
 template <class Number>
-bool Meet(const float centre[3], const float half[3], const float triangle[3][3], double margin) {
+bool Meet(const Triple& centre, const Triple& half, const Corners& triangle, double margin) {
     Polygon<Number> polygon;
     polygon.count = 3;
     for (std::size_t v = 0; v < 3; ++v)
@@ -49,7 +48,7 @@ bool Meet(const float centre[3], const float half[3], const float triangle[3][3]
 }
 
 /// The greatest coordinate as seen from the box's centre; infinite or NaN when any is.
-double Size(const float centre[3], const float half[3], const float triangle[3][3]) {
+double Size(const Triple& centre, const Triple& half, const Corners& triangle) {
     double size = 0;
     for (std::size_t a = 0; a < 3; ++a)
         for (std::size_t v = 0; v < 3; ++v)
@@ -59,12 +58,12 @@ double Size(const float centre[3], const float half[3], const float triangle[3][
 
 }  // namespace
 
-bool OverlapByClipping(const float centre[3], const float half[3], const float triangle[3][3]) {
+bool OverlapByClipping(const Triple& centre, const Triple& half, const Corners& triangle) {
     if (!std::isfinite(Size(centre, half, triangle))) return false;
     return Meet<mpq_class>(centre, half, triangle, 0);
 }
 
-bool Overlap(const float centre[3], const float half[3], const float triangle[3][3]) {
+bool Overlap(const Triple& centre, const Triple& half, const Corners& triangle) {
     const double size = Size(centre, half, triangle);
     if (!std::isfinite(size)) return false;
     const double margin = 1e-12 * size;

@@ -16,6 +16,11 @@ void Mesh::AddQuad(unsigned int a, unsigned int b, unsigned int c, unsigned int 
     AddFace(a, c, d);
 }
 
+std::array<IDX_Point, 3> Mesh::CornersOf(const IDX_Triangle& triangle) const {
+    const unsigned int* v = triangle.vertices;
+    return {points[v[0]], points[v[1]], points[v[2]]};
+}
+
 void Mesh::Add(const Mesh& other) {
     const auto first = static_cast<unsigned int>(points.size());
     points.insert(points.end(), other.points.begin(), other.points.end());

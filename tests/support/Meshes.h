@@ -4,6 +4,7 @@
 #include "IDX_Point.h"
 #include "IDX_Triangle.h"
 
+#include <array>
 #include <functional>
 #include <random>
 #include <vector>
@@ -13,6 +14,7 @@ struct Mesh {
     std::vector<IDX_Triangle> triangles;
 
     void Add(const Mesh& other);
+    std::array<IDX_Point, 3> CornersOf(const IDX_Triangle& triangle) const;
     void AddFace(unsigned int a, unsigned int b, unsigned int c);
     void AddQuad(unsigned int a, unsigned int b, unsigned int c, unsigned int d);
 };

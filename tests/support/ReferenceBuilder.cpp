@@ -1,11 +1,9 @@
 #include "ReferenceBuilder.h"
 
-#include "ExactOverlap.h"
-
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
-#include <limits>
 
 namespace reference {
 
@@ -13,16 +11,33 @@ namespace {
 
 constexpr float kMinVoxelSize = 0.001f;
 constexpr double kSmallAndFar = 1.0 / 1000000;
-const char* const kFillFailed = "PLMIdxOctreeBuilder.DrawGeometry.PLMIdxOctreeFiller.Fill";
 
-using Triple = std::array<float, 3>;
-
-Triple ToTriple(const IDX_Point& p) {
-    return {p.x, p.y, p.z};
+unsigned int Level(Cell cell) {
+    return static_cast<unsigned int>(std::bit_width(cell) - 1) / 3;
 }
 
-IDX_Point ToPoint(const Triple& t) {
-    return {t[0], t[1], t[2]};
+/// The cell of a higher level that holds this one.
+Cell Ancestor(Cell cell, unsigned int level) {
+    return cell >> 3 * (Level(cell) - level);
+}
+
+/// The bits of a cell that tell its place along an axis.
+Cell BitsOf(Cell cell, unsigned int axis) {
+    return (Cell{1} << 3 * Level(cell)) / 7 << axis;
+}
+
+bool IsOnBorder(Cell cell) {
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const Cell bits = BitsOf(cell, axis);
+        if ((cell & bits) == 0 || (cell & bits) == bits) return true;
+    }
+    return false;
+}
+
+/// The next cell along an axis. Behind the last one comes the first.
+Cell Beside(Cell cell, unsigned int axis) {
+    const Cell bits = BitsOf(cell, axis);
+    return (cell & ~bits) | (((cell | ~bits) + 1) & bits);
 }
 
 /// The coordinate as a 32-bit fraction of the box.
@@ -36,78 +51,50 @@ std::uint32_t Code(float p, float origin, float size) {
 
 }  // namespace
 
-// Places
-
-Place Place::Child(unsigned int child) const {
-    Place place{level + 1, at};
-    for (unsigned int a = 0; a < 3; ++a) place.at[a] = at[a] << 1 | (child >> a & 1);
-    return place;
-}
-
-Place Place::Ancestor(unsigned int ofLevel) const {
-    Place place{ofLevel, at};
-    for (std::uint32_t& coordinate : place.at) coordinate >>= level - ofLevel;
-    return place;
-}
-
-unsigned int Place::LastStep() const {
-    return (at[0] & 1) | (at[1] & 1) << 1 | (at[2] & 1) << 2;
-}
-
-std::uint64_t Place::Key() const {
-    std::uint64_t key = level;
-    for (const std::uint32_t coordinate : at) key = key << 19 | coordinate;
-    return key;
-}
-
 // The tree
 
-std::uint16_t Tree::Word(const Place& parent) const {
-    const auto found = states.find(parent.Key());
-    return found == states.end() ? std::uint16_t{0} : found->second;
+State Tree::Test(Cell cell) const {
+    const bool isLeafGroup = Level(cell) + 1 == depth;
+    const auto found = states.find(isLeafGroup ? cell : cell >> 3);
+    const unsigned int word = found == states.end() ? 0 : found->second;
+    if (!isLeafGroup) return static_cast<State>(word >> 2 * (cell & 7) & 3);
+    return word == 0xAAAA ? kFull : word == 0 ? kEmpty : kPartial;
 }
 
-State Tree::Test(const Place& cell) const {
-    if (depth == 0) return kEmpty;
-    if (cell.level == depth - 1) {
-        const std::uint16_t word = Word(cell);
-        return word == 0xAAAA ? kFull : word == 0 ? kEmpty : kPartial;
-    }
-    return static_cast<State>(Word(cell.Ancestor(cell.level - 1)) >> 2 * cell.LastStep() & 3);
-}
-
-void Tree::Fill(const Place& cell, State state) {
-    if (cell.level == depth - 1) {
-        states[cell.Key()] = state == kFull ? 0xAAAA : 0;
+void Tree::Fill(Cell cell, State state) {
+    if (Level(cell) + 1 == depth) {
+        states[cell] = state == kFull ? 0xAAAA : 0;
         return;
     }
-    std::uint16_t& word = states[cell.Ancestor(cell.level - 1).Key()];
-    const unsigned int shift = 2 * cell.LastStep();
+    std::uint16_t& word = states[cell >> 3];
+    const unsigned int shift = 2 * (cell & 7);
     word = static_cast<std::uint16_t>((word & ~(3u << shift)) | state << shift);
 }
 
+long int Tree::Fail(const char* tag) {
+    trace.emplace_back(tag);
+    return IDX_E_FAIL;
+}
+
 long int Tree::Alloc(unsigned int wanted) {
-    if (bytes + wanted > arena) {
-        trace->emplace_back("PLMIdxWTWorkingOctree._Alloc.MaxSize");
-        return IDX_E_FAIL;
-    }
+    if (bytes + wanted > arena) return Fail("PLMIdxWTWorkingOctree._Alloc.MaxSize");
     bytes += wanted;
     return IDX_S_OK;
 }
 
-long int Tree::MoveCreate(const Place& cell) {
+long int Tree::MoveCreate(Cell cell) {
     const State before = Test(cell);
-    const unsigned int r = depth - cell.level + 1;
+    const unsigned int r = depth - Level(cell) + 1;
     if (r >= 3 && before == kPartial) return IDX_S_OK;
     if (r >= 3 && Alloc(r == 3 ? 160 : 52) != IDX_S_OK) return IDX_E_OUT_OF_MEMORY;
-    if (r >= 3 || before == kEmpty) ++counts[cell.level];
+    if (r >= 3 || before == kEmpty) ++counts[Level(cell)];
     if (r == 1) Fill(cell, kSurface);
     if (r >= 3) Fill(cell, static_cast<State>(before | kPartial));
     return IDX_S_OK;
 }
 
-std::uint16_t& Tree::Tag(const Place& cell) {
-    return tags[(cell.level == depth - 1 ? cell.Child(0) : cell).Key()];
+std::uint16_t& Tree::Tag(Cell cell) {
+    return tags[Level(cell) + 1 == depth ? cell << 3 : cell];
 }
 
 long int Tree::Reset() {
@@ -116,15 +103,13 @@ long int Tree::Reset() {
     counts = {};
     bytes = 0;
     if (depth == 0) return IDX_S_OK;
-    if (depth == 1) return IDX_E_FAIL;
     ++counts[0];
     return Alloc(depth == 2 ? 160 : 52);
 }
 
-long int Tree::CopyBelow(const Tree& source, const Place& cell) {
-    if (cell.level == depth) return IDX_S_OK;
-    for (unsigned int c = 0; c < 8; ++c) {
-        const Place child = cell.Child(c);
+long int Tree::CopyBelow(const Tree& source, Cell cell) {
+    if (Level(cell) == depth) return IDX_S_OK;
+    for (Cell child = cell << 3; child < (cell + 1) << 3; ++child) {
         const State state = source.Test(child);
         if (state == kEmpty || state == kFull) {
             Fill(child, state);
@@ -139,16 +124,10 @@ long int Tree::CopyBelow(const Tree& source, const Place& cell) {
 
 Builder::Builder(std::uint64_t arena, float epsilon) : _epsilon(epsilon) {
     tree.arena = arena;
-    tree.trace = &trace;
     PutHeader(0);
 }
 
-long int Builder::Fail(const char* tag) {
-    trace.emplace_back(tag);
-    return IDX_E_FAIL;
-}
-
-void Builder::SetDepthAndBox(int depth, IDX_Point origin, IDX_Point size) {
+void Builder::SetDepthAndBox(int depth, const Triple& origin, const Triple& size) {
     tree.depth = static_cast<unsigned int>(depth);
     (void)tree.Reset();
     tree.origin = origin;
@@ -168,70 +147,68 @@ int Builder::StreamDepth(float extent) const {
     return std::max(d, 2);
 }
 
-long int Builder::Init(IDX_Point low, IDX_Point high) {
+long int Builder::Init(IDX_Point iLow, IDX_Point iHigh) {
     _drawn = 0;
     _smallAndFar = false;
-    Triple l = ToTriple(low);
-    Triple h = ToTriple(high);
+    auto low = std::bit_cast<Triple>(iLow);
+    auto high = std::bit_cast<Triple>(iHigh);
     double pad = 0;
     for (std::size_t a = 0; a < 3; ++a) {
-        const double from = l[a];
-        const double to = h[a];
-        const double s = to + from;
-        if (!(std::fabs(s) > kSmallAndFar && kSmallAndFar > std::fabs((from - to) / s))) continue;
+        const double l = low[a];
+        const double h = high[a];
+        const double s = h + l;
+        if (!(std::fabs(s) > kSmallAndFar && kSmallAndFar > std::fabs((l - h) / s))) continue;
         _smallAndFar = true;
-        const double wanted = std::fabs(to * kSmallAndFar + from * kSmallAndFar);
-        pad = std::max(pad, 0.5 * std::fabs(wanted - (to - from)));
+        const double wanted = std::fabs(h * kSmallAndFar + l * kSmallAndFar);
+        pad = std::max(pad, 0.5 * std::fabs(wanted - (h - l)));
     }
+    Triple extent;
     for (std::size_t a = 0; a < 3; ++a) {
-        l[a] = static_cast<float>(double{l[a]} - pad);
-        h[a] = static_cast<float>(double{h[a]} + pad);
+        low[a] = static_cast<float>(double{low[a]} - pad);
+        high[a] = static_cast<float>(double{high[a]} + pad);
+        extent[a] = high[a] - low[a];
     }
-    const Triple extent = {h[0] - l[0], h[1] - l[1], h[2] - l[2]};
     if (_smallAndFar) {
         output += "small and far object\n";
-        tree.origin = ToPoint(l);
-        tree.size = ToPoint(extent);
+        tree.origin = low;
+        tree.size = extent;
         (void)tree.Reset();
         return IDX_S_OK;
     }
     if (const long int status = tree.Reset(); status < 0) {
-        trace.emplace_back("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset");
+        (void)tree.Fail("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset");
         return status;
     }
     const float m = extent[0] * _epsilon;
-    const float m2 = 2 * m;
-    SetDepthAndBox(
-        StreamDepth(extent[0]), {l[0] - m, l[1] - m, l[2] - m},
-        {extent[0] + m2, extent[1] + m2, extent[2] + m2});
+    const int depth = StreamDepth(extent[0]);
+    for (std::size_t a = 0; a < 3; ++a) {
+        low[a] = low[a] - m;
+        extent[a] = extent[a] + 2 * m;
+    }
+    SetDepthAndBox(depth, low, extent);
     cuboid = {};
     return IDX_S_OK;
 }
 
-long int Builder::DrawTriangle(const IDX_Point& p1, const IDX_Point& p2, const IDX_Point& p3) {
+long int Builder::DrawTriangle(const Corners& triangle) {
     _drawn += _smallAndFar;
     if (_smallAndFar) return IDX_S_OK;
-    float triangle[3][3];
+    if (tree.depth == 0) return IDX_E_FAIL;  // an empty octree has nothing to draw into
+    Triple low = tree.origin;
+    Triple extent = tree.size;
     std::uint32_t codes[3][3];
-    Triple low = ToTriple(tree.origin);
-    Triple extent = ToTriple(tree.size);
-    const Triple vertices[3] = {ToTriple(p1), ToTriple(p2), ToTriple(p3)};
-    for (std::size_t v = 0; v < 3; ++v) {
-        for (std::size_t a = 0; a < 3; ++a) {
-            triangle[v][a] = vertices[v][a];
-            codes[v][a] = Code(triangle[v][a], low[a], extent[a]);
-        }
-    }
-    Place cell;
-    while (cell.level < tree.depth) {
+    for (std::size_t v = 0; v < 3; ++v)
+        for (std::size_t a = 0; a < 3; ++a) codes[v][a] = Code(triangle[v][a], low[a], extent[a]);
+    Cell cell = kRoot;
+    while (Level(cell) < tree.depth) {
         unsigned int numbers[3];
         for (int v = 0; v < 3; ++v)
             numbers[v] = codes[v][0] >> 31 | codes[v][1] >> 31 << 1 | codes[v][2] >> 31 << 2;
         if (numbers[0] != numbers[1] || numbers[1] != numbers[2]) break;
-        cell = cell.Child(numbers[0]);
+        cell = cell << 3 | numbers[0];
         if (tree.Test(cell) == kFull) return IDX_S_OK;
         if (tree.MoveCreate(cell) < 0)
-            return Fail("PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.MoveCreate");
+            return tree.Fail("PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.MoveCreate");
         for (auto& vertex : codes)
             for (std::uint32_t& code : vertex) code <<= 1;
         for (std::size_t a = 0; a < 3; ++a) {
@@ -239,40 +216,33 @@ long int Builder::DrawTriangle(const IDX_Point& p1, const IDX_Point& p2, const I
             if (numbers[0] >> a & 1) low[a] = low[a] + extent[a];
         }
     }
-    if (cell.level == tree.depth) return IDX_S_OK;
-    float half[3];
-    float centre[3];
+    if (Level(cell) == tree.depth) return IDX_S_OK;
+    Triple half;
+    Triple centre;
     for (std::size_t a = 0; a < 3; ++a) {
         half[a] = extent[a] * 0.5f;
         centre[a] = low[a] + half[a];
     }
+    std::string tag = "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2";
     long int result = DrawBelow(cell, centre, half, triangle, 1.0f);
-    if (result < 0)
-        return Fail("PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2");
     if (result == 1) {
+        tag += " - Second attempt";
         result = DrawBelow(cell, centre, half, triangle, 1.0001f);
-        if (result < 0)
-            return Fail(
-                "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2 - Second "
-                "attempt");
     }
-    if (result == 0) ++_drawn;
+    if (result < 0) return tree.Fail(tag.c_str());
+    _drawn += result == 0;
     return result;
 }
 
 long int Builder::DrawBelow(
-    const Place& cell,
-    const float centre[3],
-    const float half[3],
-    const float triangle[3][3],
-    float factor) {
-    float h[3];
-    float t[3];
+    Cell cell, const Triple& centre, const Triple& half, const Corners& t, float factor) {
+    Triple h;
+    Triple tested;
     bool reached[3][2];
     for (std::size_t a = 0; a < 3; ++a) {
         h[a] = half[a] * 0.5f;
-        t[a] = h[a] * factor;
-        const auto [low, high] = std::minmax({triangle[0][a], triangle[1][a], triangle[2][a]});
+        tested[a] = h[a] * factor;
+        const auto [low, high] = std::minmax({t[0][a], t[1][a], t[2][a]});
         reached[a][0] = !(low > centre[a]);
         reached[a][1] = !(centre[a] > high);
     }
@@ -281,18 +251,18 @@ long int Builder::DrawBelow(
     for (unsigned int c = 0; c < 8; ++c) {
         if (!reached[0][c & 1] || !reached[1][c >> 1 & 1] || !reached[2][c >> 2]) continue;
         ++candidates;
-        const Place child = cell.Child(c);
+        const Cell child = cell << 3 | c;
         if (tree.Test(child) == kFull) continue;
-        float childCentre[3];
+        Triple middle;
         for (std::size_t a = 0; a < 3; ++a)
-            childCentre[a] = c >> a & 1 ? centre[a] + h[a] : centre[a] - h[a];
-        if (!Overlap(childCentre, t, triangle)) {
+            middle[a] = c >> a & 1 ? centre[a] + h[a] : centre[a] - h[a];
+        if (!Overlap(middle, tested, t)) {
             ++misses;
             continue;
         }
         if (tree.MoveCreate(child) < 0) return IDX_E_FAIL;
-        if (child.level == tree.depth) continue;
-        const long int below = DrawBelow(child, childCentre, h, triangle, factor);
+        if (Level(child) == tree.depth) continue;
+        const long int below = DrawBelow(child, middle, h, t, factor);
         if (below < 0) return IDX_E_FAIL;
         misses += below == 1;
     }
@@ -302,21 +272,20 @@ long int Builder::DrawBelow(
 long int Builder::ReduceDepth() {
     if (tree.depth < 3) return IDX_E_FAIL;
     const Tree old = tree;
-    tree.depth = old.depth - 1;
+    --tree.depth;
     (void)tree.Reset();
-    return tree.CopyBelow(old, Place{});
+    return tree.CopyBelow(old, kRoot);
 }
 
 long int Builder::End() {
+    if (_drawn > 0 && !_smallAndFar) return FillAndPack();
     if (_drawn == 0) {
-        SetDepthAndBox(0, {0, 0, 0}, {0, 0, 0});
-        Pack();
-        return IDX_S_OK;
+        SetDepthAndBox(0, {}, {});
+        return Pack();
     }
-    if (!_smallAndFar) return FillAndPack();
-    _storedOrigin = tree.origin;
-    _storedSize = tree.size;
-    _storedCuboid.set = 0;
+    _header.origin = tree.origin;
+    _header.size = tree.size;
+    _header.hasCuboid = 0;
     _records.assign(8, 255);
     PutHeader(2);
     return IDX_S_OK;
@@ -324,17 +293,16 @@ long int Builder::End() {
 
 long int Builder::DrawGeometry(const Mesh& mesh) {
     if (mesh.points.empty() || mesh.triangles.empty()) {
-        SetDepthAndBox(0, {0, 0, 0}, {0, 0, 0});
-        Pack();
-        return IDX_S_OK;
+        SetDepthAndBox(0, {}, {});
+        return Pack();
     }
     Triple low = {1e9f, 1e9f, 1e9f};
     Triple high = {-1e9f, -1e9f, -1e9f};
     for (const IDX_Triangle& triangle : mesh.triangles) {
         for (const unsigned int index : triangle.vertices) {
             if (index >= mesh.points.size())
-                return Fail("PLMIdxOctreeBuilder.DrawGeometry.IncorrectPoint");
-            const Triple p = ToTriple(mesh.points[index]);
+                return tree.Fail("PLMIdxOctreeBuilder.DrawGeometry.IncorrectPoint");
+            const auto p = std::bit_cast<Triple>(mesh.points[index]);
             for (std::size_t a = 0; a < 3; ++a) {
                 if (p[a] < low[a]) low[a] = p[a];
                 if (p[a] > high[a]) high[a] = p[a];
@@ -355,31 +323,29 @@ long int Builder::DrawGeometry(const Mesh& mesh) {
         const float grow = (longest - extent[a]) * 0.5f;
         low[a] = (low[a] - grow) - m;
         high[a] = (high[a] + grow) + m;
+        extent[a] = high[a] - low[a];
     }
-    SetDepthAndBox(d, ToPoint(low), {high[0] - low[0], high[1] - low[1], high[2] - low[2]});
-    for (;; --d) {
-        if (d < 2) return IDX_E_FAIL;
+    SetDepthAndBox(d, low, extent);
+    for (; d >= 2; --d) {
         tree.depth = static_cast<unsigned int>(d);
         (void)tree.Reset();
         if (DrawTriangles(mesh) >= 0) return FillAndPack();
     }
+    return IDX_E_FAIL;
 }
 
 long int Builder::DrawTriangles(const Mesh& mesh) {
-    if (const long int status = tree.Reset(); status < 0) {
-        trace.emplace_back("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset");
-        return status;
-    }
+    if (tree.Reset() < 0)
+        return tree.Fail("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset");
     std::size_t outside = 0;
-    for (const IDX_Triangle& t : mesh.triangles) {
-        const auto corner = [&](int v) { return mesh.points[t.vertices[v]]; };
-        const long int result = DrawTriangle(corner(0), corner(1), corner(2));
-        if (result < 0) return Fail("PLMIdxOctreeBuilder.DrawTriangles.DrawTriangle");
+    for (const IDX_Triangle& triangle : mesh.triangles) {
+        const long int result = DrawTriangle(std::bit_cast<Corners>(mesh.CornersOf(triangle)));
+        if (result < 0) return tree.Fail("PLMIdxOctreeBuilder.DrawTriangles.DrawTriangle");
         outside += result == 1;
     }
     const std::string all = std::to_string(mesh.triangles.size());
     if (outside > 0)
-        trace.push_back(
+        tree.trace.push_back(
             "PLMIdxOctreeBuilder.DrawTriangles - " + std::to_string(outside) + " / " + all +
             " triangles outside initial BB!!");
     return outside < mesh.triangles.size() ? 0 : 1;
@@ -387,18 +353,20 @@ long int Builder::DrawTriangles(const Mesh& mesh) {
 
 // Inside and outside
 
+bool Builder::False(const char* tag) {
+    (void)tree.Fail(tag);
+    return false;
+}
+
 long int Builder::FillAndPack() {
-    if (!FillInside()) (void)Fail(kFillFailed);
-    Pack();
-    return IDX_S_OK;
+    if (!FillInside()) (void)tree.Fail("PLMIdxOctreeBuilder.DrawGeometry.PLMIdxOctreeFiller.Fill");
+    return Pack();
 }
 
 bool Builder::FillInside() {
     _links = {0, 1};
-    if (!TagComponents(Place{})) {
-        (void)Fail("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents");
-        return false;
-    }
+    if (!TagComponents(kRoot))
+        return False("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents");
     for (bool changed = true; changed;) {
         changed = false;
         for (std::size_t i = _links.size() - 1; i >= 1; --i) {
@@ -408,42 +376,34 @@ bool Builder::FillInside() {
             changed = true;
         }
     }
-    SetAsEmptyOrFull(Place{});
+    SetAsEmptyOrFull(kRoot);
     return true;
 }
 
-bool Builder::TagComponents(const Place& cell) {
-    for (unsigned int c = 0; c < 8; ++c) {
-        const Place child = cell.Child(c);
+bool Builder::TagComponents(Cell cell) {
+    for (Cell child = cell << 3; child < (cell + 1) << 3; ++child) {
         const State state = tree.Test(child);
         if (state == kSurface) continue;
         if (state == kPartial) {
             if (TagComponents(child)) continue;
-            (void)Fail("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents.Recursive");
-            return false;
+            return False("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents.Recursive");
         }
-        const std::uint32_t last = (1u << child.level) - 1;
-        const bool onBorder = std::any_of(
-            child.at.begin(), child.at.end(), [last](auto x) { return x == 0 || x == last; });
-        if (tree.Tag(child) == 0 && onBorder) tree.Tag(child) = 1;
-        if (Propagate(child)) continue;
-        (void)Fail("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents._Propagate");
-        return false;
+        if (tree.Tag(child) == 0 && IsOnBorder(child)) tree.Tag(child) = 1;
+        if (!Propagate(child))
+            return False("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents._Propagate");
     }
     return true;
 }
 
-bool Builder::Propagate(const Place& cell) {
+bool Builder::Propagate(Cell cell) {
     std::vector<std::uint16_t*> slots;
     for (unsigned int axis = 0; axis < 3; ++axis) {
-        Place beside = cell;  // the high side of the box meets its low side
-        beside.at[axis] = (beside.at[axis] + 1) & ((1u << cell.level) - 1);
+        const Cell beside = Beside(cell, axis);
         unsigned int level = 1;
-        while (level < cell.level && tree.Test(beside.Ancestor(level)) == kPartial) ++level;
-        GatherFace(axis, beside.Ancestor(level), slots);
+        while (level < Level(cell) && tree.Test(Ancestor(beside, level)) == kPartial) ++level;
+        GatherFace(axis, Ancestor(beside, level), slots);
     }
-    std::uint16_t& own = tree.Tag(cell);
-    std::uint16_t w = own;
+    std::uint16_t w = tree.Tag(cell);
     for (const std::uint16_t* slot : slots) {
         const std::uint16_t t = *slot;
         if (t == 0 || t == w) continue;
@@ -455,29 +415,26 @@ bool Builder::Propagate(const Place& cell) {
         }
     }
     if (w == 0) {
-        if (_links.size() - 1 >= 65535) {
-            (void)Fail("PLMIdxOctreeFiller._Propagate. Too Many Tags !");
-            return false;
-        }
+        if (_links.size() - 1 >= 65535)
+            return False("PLMIdxOctreeFiller._Propagate. Too Many Tags !");
         w = static_cast<std::uint16_t>(_links.size());
         _links.push_back(w);
     }
-    own = w;
+    tree.Tag(cell) = w;
     for (std::uint16_t* slot : slots) *slot = w;
     return true;
 }
 
-void Builder::GatherFace(unsigned int axis, const Place& cell, std::vector<std::uint16_t*>& slots) {
+void Builder::GatherFace(unsigned int axis, Cell cell, std::vector<std::uint16_t*>& slots) {
     const State state = tree.Test(cell);
     if (state == kEmpty || state == kFull) slots.push_back(&tree.Tag(cell));
     if (state != kPartial) return;
-    for (unsigned int c = 0; c < 8; ++c)
-        if ((c >> axis & 1) == 0) GatherFace(axis, cell.Child(c), slots);
+    for (Cell c = 0; c < 8; ++c)
+        if ((c >> axis & 1) == 0) GatherFace(axis, cell << 3 | c, slots);
 }
 
-void Builder::SetAsEmptyOrFull(const Place& cell) {
-    for (unsigned int c = 0; c < 8; ++c) {
-        const Place child = cell.Child(c);
+void Builder::SetAsEmptyOrFull(Cell cell) {
+    for (Cell child = cell << 3; child < (cell + 1) << 3; ++child) {
         const State state = tree.Test(child);
         if (state == kPartial) SetAsEmptyOrFull(child);
         if (state == kPartial || state == kSurface) continue;
@@ -488,28 +445,28 @@ void Builder::SetAsEmptyOrFull(const Place& cell) {
 
 // The stored image
 
-void Builder::Pack() {
-    _storedOrigin = tree.origin;
-    _storedSize = tree.size;
-    _storedCuboid = cuboid;
+long int Builder::Pack() {
+    _header = cuboid;
+    _header.origin = tree.origin;
+    _header.size = tree.size;
     _records.assign(tree.depth == 0 ? 0 : 8, 0);
-    if (tree.depth != 0) PackBelow(Place{}, 0);
+    if (tree.depth != 0) PackBelow(kRoot, 0);
     PutHeader(tree.depth);
+    return IDX_S_OK;
 }
 
-void Builder::PackBelow(const Place& cell, std::size_t record) {
-    const unsigned int r = tree.depth - cell.level;
+void Builder::PackBelow(Cell cell, std::size_t record) {
+    const unsigned int r = tree.depth - Level(cell);
     State states[8];
     unsigned int word = 0;
-    std::uint32_t partial = 0;
+    unsigned int partial = 0;
     for (unsigned int k = 0; k < 8; ++k) {
-        states[k] = tree.Test(cell.Child(k));
+        states[k] = tree.Test(cell << 3 | k);
         word |= states[k] << 2 * k;
         partial += states[k] == kPartial;
     }
-    auto next = static_cast<std::uint32_t>(_records.size());
+    auto next = static_cast<std::uint32_t>(partial > 0 ? _records.size() : 0);
     if (r >= 3) {
-        if (partial == 0) next = 0;
         _records[record] = static_cast<unsigned char>(word);
         _records[record + 1] = static_cast<unsigned char>(word >> 8);
         std::memcpy(&_records[record + 4], &next, 4);
@@ -520,25 +477,24 @@ void Builder::PackBelow(const Place& cell, std::size_t record) {
         if (solid && r == 1) _records[record] |= static_cast<unsigned char>(1u << k);
         if (solid && r == 2) _records[record + k] = 255;
         if (states[k] != kPartial) continue;
-        PackBelow(cell.Child(k), r == 2 ? record + k : next);
+        PackBelow(cell << 3 | k, r == 2 ? record + k : next);
         next += 8;
     }
 }
 
 void Builder::PutHeader(unsigned int depth) {
-    constexpr std::size_t kHeaderSize = 132;
-    image.assign(kHeaderSize, 0);
+    image.assign(132, 0);
     const auto put = [this](std::size_t offset, const auto& value) {
         std::memcpy(&image[offset], &value, sizeof value);
     };
     put(0, 2u);  // kind
     put(4, 1u);  // version
     put(8, depth);
-    put(12, _storedOrigin);
-    put(24, _storedSize);
-    put(36, _storedCuboid.set);
-    put(40, _storedCuboid.matrix);
-    put(104, _storedCuboid.points);
+    put(12, _header.origin);
+    put(24, _header.size);
+    put(36, _header.hasCuboid);
+    put(40, _header.matrix);
+    put(104, _header.points);
     put(128, static_cast<std::uint32_t>(_records.size()));
     image.insert(image.end(), _records.begin(), _records.end());
 }

@@ -1,113 +1,98 @@
 #ifndef ReferenceBuilder_h
 #define ReferenceBuilder_h
 
+#include "ExactOverlap.h"
 #include "Meshes.h"
 
 #include "IDX_Base_4x4Matrix.h"
 #include "IDX_Bool.h"
 #include "IDX_Status.h"
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 /// A second opinion on building octrees, written to be obviously right instead of fast. Cells are
-/// entries of hash maps, found by their place in the grid of their level; there are no records, only
-/// a count of the bytes that the records would take. It gives the same status, trace, depth, counts
-/// and image bytes as the library, and shares no code with it.
+/// entries of hash maps; there are no records, only a count of the bytes that they would take. It
+/// gives the same status, trace, depth, counts and image bytes as the library, without its code.
 namespace reference {
 
-/// Column, row and layer of a cell among the 2^level cells of its level along each axis.
-struct Place {
-    unsigned int level = 0;
-    std::array<std::uint32_t, 3> at = {0, 0, 0};
-
-    Place Child(unsigned int child) const;
-    Place Ancestor(unsigned int ofLevel) const;
-    unsigned int LastStep() const;  ///< its child number in its parent
-    std::uint64_t Key() const;
-};
+/// A cell: the child numbers on its way from the root, three bits each, behind a leading 1.
+using Cell = std::uint64_t;
+constexpr Cell kRoot = 1;
 
 enum State : unsigned int { kEmpty, kPartial, kFull, kSurface };
 
-/// The working tree: states, tags and the bytes taken.
+/// The octree under construction.
 struct Tree {
-    std::uint64_t arena = 0;
+    std::uint64_t arena = 0;  ///< bytes for its records
     unsigned int depth = 0;
-    IDX_Point origin = {0, 0, 0};
-    IDX_Point size = {0, 0, 0};
-    std::uint64_t bytes = 0;
+    Triple origin = {};
+    Triple size = {};
+    std::uint64_t bytes = 0;  ///< taken by records
     std::array<int, 20> counts = {};
-    std::unordered_map<std::uint64_t, std::uint16_t> states;  ///< of 8 children, by their parent
-    std::unordered_map<std::uint64_t, std::uint16_t> tags;
-    std::vector<std::string>* trace = nullptr;
+    std::unordered_map<Cell, std::uint16_t> states;  ///< of a cell's children, two bits each
+    std::unordered_map<Cell, std::uint16_t> tags;
+    std::vector<std::string> trace;
 
-    State Test(const Place& cell) const;
-    void Fill(const Place& cell, State state);
-    long int MoveCreate(const Place& cell);
-    std::uint16_t& Tag(const Place& cell);
+    State Test(Cell cell) const;
+    void Fill(Cell cell, State state);
+    long int MoveCreate(Cell cell);
+    std::uint16_t& Tag(Cell cell);
     long int Reset();
-    long int CopyBelow(const Tree& source, const Place& cell);
-
-private:
-    std::uint16_t Word(const Place& parent) const;
+    long int CopyBelow(const Tree& source, Cell cell);
     long int Alloc(unsigned int wanted);
+    long int Fail(const char* tag);
 };
 
-struct Cuboid {
-    int set = 0;
+/// The part of a stored image that isn't cells.
+struct Header {
+    Triple origin = {};
+    Triple size = {};
+    int hasCuboid = 0;
     IDX_Base_4x4Matrix matrix;
     std::array<IDX_Point, 2> points = {};
 };
 
 class Builder {
 public:
-    int maxDepth = 6;
-    float voxelSize = 0;
-    IDX_Bool useVoxelSize = IDX_False;
-    Cuboid cuboid;
-
     Builder(std::uint64_t arena, float epsilon);
     long int Init(IDX_Point low, IDX_Point high);
-    long int DrawTriangle(const IDX_Point& p1, const IDX_Point& p2, const IDX_Point& p3);
+    long int DrawTriangle(const Corners& triangle);
     long int ReduceDepth();
     long int End();
     long int DrawGeometry(const Mesh& mesh);
 
+    int maxDepth = 6;
+    float voxelSize = 0;
+    IDX_Bool useVoxelSize = IDX_False;
+    Header cuboid;  ///< its cuboid is the one of the octree under construction
     Tree tree;
-    std::vector<unsigned char> image;
-    std::vector<std::string> trace;
-    std::string output;  ///< what goes to the standard output
+    std::vector<unsigned char> image;  ///< of the packed octree
+    std::string output;                ///< what goes to the standard output
 
 private:
-    long int Fail(const char* tag);
-    void SetDepthAndBox(int depth, IDX_Point origin, IDX_Point size);
+    void SetDepthAndBox(int depth, const Triple& origin, const Triple& size);
     int StreamDepth(float extent) const;
     long int DrawBelow(
-        const Place& cell,
-        const float centre[3],
-        const float half[3],
-        const float triangle[3][3],
-        float factor);
+        Cell cell, const Triple& centre, const Triple& half, const Corners& t, float factor);
     long int DrawTriangles(const Mesh& mesh);
     long int FillAndPack();
+    bool False(const char* tag);
     bool FillInside();
-    bool TagComponents(const Place& cell);
-    bool Propagate(const Place& cell);
-    void GatherFace(unsigned int axis, const Place& cell, std::vector<std::uint16_t*>& slots);
-    void SetAsEmptyOrFull(const Place& cell);
-    void Pack();
-    void PackBelow(const Place& cell, std::size_t record);
+    bool TagComponents(Cell cell);
+    bool Propagate(Cell cell);
+    void GatherFace(unsigned int axis, Cell cell, std::vector<std::uint16_t*>& slots);
+    void SetAsEmptyOrFull(Cell cell);
+    long int Pack();
+    void PackBelow(Cell cell, std::size_t record);
     void PutHeader(unsigned int depth);
 
     float _epsilon;
     bool _smallAndFar = false;
     int _drawn = 0;
-    Cuboid _storedCuboid;  ///< of the packed tree
-    IDX_Point _storedOrigin = {0, 0, 0};
-    IDX_Point _storedSize = {0, 0, 0};
+    Header _header;
     std::vector<unsigned char> _records;
     std::vector<int> _links;  ///< of the tags, from position 1
 };
