@@ -7,6 +7,8 @@
 #include "PLMIdxWTOptimOctree_0.h"
 #include "PLMIdxWTWorkingOctree.h"
 
+class OctreeTriangleDrawer;
+
 /// Turns a triangle mesh into a stored octree: chooses depth and box, draws the triangles, tells
 /// inside from outside and packs the result.
 ///
@@ -124,8 +126,13 @@ protected:
 private:
     void InitOctreeParams(IDX_Point iLow, IDX_Point iHigh);
     void GetDepthAndVoxelSize(float const& iExtent, int& oDepth, float& oVoxelSize) const;
+    long int DrawEachTriangle(
+        IDX_Point const* iPoints, IDX_Triangle const* iTriangles, unsigned int iNTriangles);
     void ConstructEmpty();
     long int FillAndPack();
+
+    OctreeTriangleDrawer*
+        _drawer;  ///< keeps what the triangles of one mesh share, while it is drawn
 };
 
 #endif

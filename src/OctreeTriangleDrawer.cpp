@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 
 namespace {
 
@@ -79,6 +80,7 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
       _nCellsByDepth(WorkingOctreeAccess::Counts(ioOctree)),
       _lattice(ioOctree),
       _points(nullptr),
+      _nPoints(0),
       _codes(nullptr),
       _lastCode{},
       _known(0) {
@@ -96,19 +98,21 @@ OctreeTriangleDrawer::~OctreeTriangleDrawer() {
 
 void OctreeTriangleDrawer::SetMesh(const IDX_Point* iPoints, unsigned int iNPoints) {
     _points = iPoints;
+    _nPoints = iNPoints;
     std::free(_codes);
     _codes = static_cast<VertexCode*>(std::malloc(iNPoints * sizeof(VertexCode)));
     if (_codes == nullptr) return;
     for (unsigned int i = 0; i < iNPoints; ++i) _codes[i] = _lattice.CodeOf(iPoints[i]);
 }
 
-long int OctreeTriangleDrawer::DrawOfMesh(const IDX_Triangle& iTriangle, int& ioNDrawn) {
-    const auto& v = iTriangle.vertices;
-    const IDX_Point* const vertices[3] = {_points + v[0], _points + v[1], _points + v[2]};
-    if (_codes == nullptr) return Draw(vertices, ioNDrawn);
-    const VertexCode codes[3] = {_codes[v[0]], _codes[v[1]], _codes[v[2]]};
-    const LatticeCells cells = _lattice.CellsOf(vertices, codes);
-    return cells.decided ? DrawCells(cells, codes, ioNDrawn) : Draw(vertices, codes, ioNDrawn);
+bool OctreeTriangleDrawer::Stands() const {
+    return _depth == _octree._depth && _arena == WorkingOctreeAccess::Arena(_octree);
+}
+
+/// True for a point whose code is kept.
+bool OctreeTriangleDrawer::IsOfMesh(const IDX_Point* iPoint) const {
+    const std::less<const IDX_Point*> before;
+    return _codes != nullptr && !before(iPoint, _points) && before(iPoint, _points + _nPoints);
 }
 
 /// Marks the cells of a small triangle.
@@ -193,11 +197,17 @@ NodeSet* OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
 }
 
 long int OctreeTriangleDrawer::Draw(const IDX_Point* const (&iVertices)[3], int& ioNDrawn) {
-    return Draw(
-        iVertices,
-        {_lattice.CodeOf(*iVertices[0]), _lattice.CodeOf(*iVertices[1]),
-         _lattice.CodeOf(*iVertices[2])},
-        ioNDrawn);
+    if (!IsOfMesh(iVertices[0]) || !IsOfMesh(iVertices[1]) || !IsOfMesh(iVertices[2])) {
+        const VertexCode codes[3] = {
+            _lattice.CodeOf(*iVertices[0]), _lattice.CodeOf(*iVertices[1]),
+            _lattice.CodeOf(*iVertices[2])};
+        return Draw(iVertices, codes, ioNDrawn);
+    }
+    const VertexCode codes[3] = {
+        _codes[iVertices[0] - _points], _codes[iVertices[1] - _points],
+        _codes[iVertices[2] - _points]};
+    const LatticeCells cells = _lattice.CellsOf(iVertices, codes);
+    return cells.decided ? DrawCells(cells, codes, ioNDrawn) : Draw(iVertices, codes, ioNDrawn);
 }
 
 long int OctreeTriangleDrawer::Draw(

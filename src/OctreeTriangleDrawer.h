@@ -25,15 +25,13 @@ public:
     OctreeTriangleDrawer& operator=(const OctreeTriangleDrawer&) = delete;
     ~OctreeTriangleDrawer();
 
-    /// Works the codes of all points of a mesh out once, for DrawOfMesh. Without the memory for them, 16 bytes
-    /// a point, they are worked out for each triangle.
+    /// Works the codes of all points of a mesh out once, for the triangles that are made of them. Without the
+    /// memory for that, 16 bytes a point, they are worked out for each triangle. The octree is empty.
     /// @param iPoints  `iNPoints` points; must stay in place. Those that a triangle uses lie in the box.
     void SetMesh(const IDX_Point* iPoints, unsigned int iNPoints);
 
-    /// Draws one triangle of the mesh, whose indices are below the number of its points. The octree holds no
-    /// full cell.
-    /// @return as Draw
-    [[nodiscard]] long int DrawOfMesh(const IDX_Triangle& iTriangle, int& ioNDrawn);
+    /// False when the octree has got another depth or another arena since: the drawer is of no use then.
+    bool Stands() const;
 
     /// Draws one triangle.
     /// @param ioNDrawn  grows by 1 when the second stage has drawn the triangle
@@ -63,6 +61,7 @@ private:
 
     [[nodiscard]] long int Draw(
         const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn);
+    bool IsOfMesh(const IDX_Point* iPoint) const;
     [[nodiscard]] long int DrawCells(
         const LatticeCells& iCells, const VertexCode (&iCodes)[3], int& ioNDrawn);
     [[nodiscard]] bool DrawInNodeSet(
@@ -88,7 +87,8 @@ private:
     FourFloats _extents[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< of a cell of each level
 
     const IDX_Point* _points;  ///< of the mesh
-    VertexCode* _codes;        ///< of the points, null when they aren't kept
+    unsigned int _nPoints;
+    VertexCode* _codes;  ///< of the points, null when they aren't kept
 
     // The path that the triangle at hand shares with itself, and how much of it the next one may take
     // over: down to a node set, since a leaf group that is still empty is counted at each visit.

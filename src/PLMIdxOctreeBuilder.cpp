@@ -14,8 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <optional>
-#include <typeinfo>
 
 namespace {
 
@@ -136,7 +134,8 @@ PLMIdxOctreeBuilder::PLMIdxOctreeBuilder()
       _voxelSize(0.0f),
       _useVoxelSize(IDX_False),
       _smallAndFar(false),
-      _nDrawnTriangles(0) {}
+      _nDrawnTriangles(0),
+      _drawer(nullptr) {}
 
 PLMIdxOctreeBuilder::~PLMIdxOctreeBuilder() = default;
 
@@ -234,8 +233,9 @@ long int PLMIdxOctreeBuilder::DrawTriangle(
         return IDX_S_OK;
     }
     if (!WorkingOctreeAccess::HasRoot(_workingOctree)) return IDX_E_FAIL;
-    OctreeTriangleDrawer drawer(_workingOctree);
-    return drawer.Draw({&iP1, &iP2, &iP3}, _nDrawnTriangles);
+    const IDX_Point* const corners[3] = {&iP1, &iP2, &iP3};
+    if (_drawer != nullptr && _drawer->Stands()) return _drawer->Draw(corners, _nDrawnTriangles);
+    return OctreeTriangleDrawer(_workingOctree).Draw(corners, _nDrawnTriangles);
 }
 
 unsigned char const* PLMIdxOctreeBuilder::GetOctreeStream(unsigned int& oSize) {
@@ -260,18 +260,21 @@ long int PLMIdxOctreeBuilder::DrawTriangles(
     if (IDX_Failed(status)) {
         return TraceStatus("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset", status);
     }
-    // One drawer for the whole mesh keeps the path from triangle to triangle; it stands for DrawTriangle
-    // as long as nobody overrides that.
-    std::optional<OctreeTriangleDrawer> drawer;
-    if (typeid(*this) == typeid(PLMIdxOctreeBuilder) && !_smallAndFar) {
-        drawer.emplace(_workingOctree);
-        drawer->SetMesh(iPoints, iNPoints);
-    }
+    OctreeTriangleDrawer drawer(_workingOctree);
+    drawer.SetMesh(iPoints, iNPoints);
+    _drawer = &drawer;
+    const long int result = DrawEachTriangle(iPoints, iTriangles, iNTriangles);
+    _drawer = nullptr;
+    return result;
+}
+
+/// Draws the triangles of a mesh one by one, through the virtual DrawTriangle.
+long int PLMIdxOctreeBuilder::DrawEachTriangle(
+    IDX_Point const* iPoints, IDX_Triangle const* iTriangles, unsigned int iNTriangles) {
     unsigned int outside = 0;
     for (unsigned int i = 0; i < iNTriangles; ++i) {
         const unsigned int(&v)[3] = iTriangles[i].vertices;
-        const long int result = drawer ? drawer->DrawOfMesh(iTriangles[i], _nDrawnTriangles)
-                                       : DrawTriangle(iPoints[v[0]], iPoints[v[1]], iPoints[v[2]]);
+        const long int result = DrawTriangle(iPoints[v[0]], iPoints[v[1]], iPoints[v[2]]);
         if (IDX_Failed(result)) {
             return TraceStatus("PLMIdxOctreeBuilder.DrawTriangles.DrawTriangle", IDX_E_FAIL);
         }

@@ -23,7 +23,8 @@ void* theContext = nullptr;
 
 /// Formats the whole line, whatever its length, and hands it to the sink. A line that doesn't fit
 /// the stack and finds no memory is cut, since tracing never fails.
-void Trace(IDX_Base_Trace::Level iLevel, const char* iFormat, va_list iArguments) {
+__attribute__((format(printf, 2, 0))) void Trace(
+    IDX_Base_Trace::Level iLevel, const char* iFormat, va_list iArguments) {
     char shortLine[512];
     va_list again;
     va_copy(again, iArguments);
