@@ -9,12 +9,12 @@
 #include <memory>
 
 // A small arena: it fills up soon, and a run stays short.
-const unsigned int IDX_Base_Constants::MAX_OCTREE_SIZE = 1u << 16;
+const unsigned int IDX_Base_Constants::MAX_OCTREE_SIZE = 1u << 14;
 
 // Which makes a second definition of it, on purpose.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {
-    return "detect_odr_violation=0";
+    return "detect_odr_violation=0:malloc_context_size=4:quarantine_size_mb=32";
 }
 
 namespace {
