@@ -58,6 +58,12 @@ TEST(Builder, ChoosesTheDepth) {
     }
 }
 
+TEST(Builder, RefusesADepthThatIsNotCounted) {
+    PLMIdxOctreeBuilder builder;
+    builder.SetParameters(PLMIdxWTWorkingOctree::MAXDEPTH, 0, IDX_False);
+    EXPECT_EQ(builder.Init({0, 0, 0}, {1e6f, 1, 1}), IDX_E_FAIL);
+}
+
 // Small and far objects
 
 const IDX_Point kFarLow = {1000000, 0, 0};

@@ -59,7 +59,7 @@ FuzzedBuilder::FuzzedBuilder(FuzzInput& input)
     : plain(IDX_Base_Constants::MAX_OCTREE_SIZE, IDX_Base_Constants::OCTREE_EPSILON) {
     const std::uint8_t flags = input.Byte();
     // Exact comparison is slow under the sanitizers: for one input in eight, and not too deep.
-    compares = (flags & 0x19) == 1;
+    compares = (flags & 0x19) == 0x19;
     anyFloats = flags & 2;
     plain.useVoxelSize = flags & 4 ? IDX_True : IDX_False;
     plain.maxDepth = input.Byte() % (compares ? 8 : 24) - 1;
