@@ -1,5 +1,5 @@
 // Whole meshes: flags, depth, cell side; a number of points and the points; then triangles, three
-// bytes each, of which 255 stands for an index out of range.
+// bytes each, whose indices are seldom out of range.
 
 #include "FuzzSupport.h"
 
@@ -10,12 +10,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const unsigned int nPoints = input.Byte() % 64;
     for (unsigned int i = 0; i < nPoints; ++i)
         mesh.points.push_back(input.Point(builder.anyFloats));
-    while (!input.IsAtEnd() && mesh.triangles.size() < 32) {
+    while (!input.IsAtEnd() && mesh.triangles.size() < 64) {
         unsigned int v[3];
-        for (unsigned int& index : v) {
-            const unsigned int byte = input.Byte();
-            index = byte == 255 || nPoints == 0 ? nPoints : byte % nPoints;
-        }
+        for (unsigned int& index : v)
+            index = input.Byte() % (nPoints + (input.IsAtEnd() ? 1 : 0) + 1);
         mesh.AddFace(v[0], v[1], v[2]);
     }
     const long int status = builder.library.DrawGeometry(

@@ -61,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (IDX_Failed(status)) return 0;
     if (builder.compares) builder.ExpectSameStatus(status, builder.plain.Init(low, high));
     Stream stream(builder);
-    for (int operations = 0; operations < 32 && !input.IsAtEnd(); ++operations) {
+    for (int operations = 0; operations < 64 && !input.IsAtEnd(); ++operations) {
         const std::uint8_t operation = input.Byte() % 16;
         if (operation == 1) stream.Cut();
         if (operation == 2) stream.End();
