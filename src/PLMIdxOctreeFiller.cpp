@@ -313,15 +313,18 @@ void PLMIdxOctreeFiller::_SetAsEmptyOrFull(
         if (child.tag != nullptr) {
             if (*child.tag != 0 && iTagTable[*child.tag] != kOutside) MakeFull<kLevels>(iRecord, c);
         } else if (child.record != nullptr) {
-            if constexpr (kLevels == 3) {
-                if (iLevels > 3) {
-                    _SetAsEmptyOrFull<3>(child.record, iLevels - 1, iTagTable);
-                    continue;
-                }
-            }
-            if constexpr (kLevels >= 2) {
-                _SetAsEmptyOrFull<kLevels - 1>(child.record, iLevels - 1, iTagTable);
-            }
+            _SetBelow<kLevels>(child.record, iLevels, iTagTable);
         }
+    }
+}
+
+template <unsigned int kLevels>
+void PLMIdxOctreeFiller::_SetBelow(
+    unsigned char* iRecord, unsigned int iLevels, VEXRawCollint& iTagTable) {
+    if constexpr (kLevels == 3) {
+        if (iLevels > 3) return _SetAsEmptyOrFull<3>(iRecord, iLevels - 1, iTagTable);
+    }
+    if constexpr (kLevels >= 2) {
+        _SetAsEmptyOrFull<kLevels - 1>(iRecord, iLevels - 1, iTagTable);
     }
 }

@@ -87,6 +87,10 @@ private:
     template <unsigned int kLevels>
     void _SetAsEmptyOrFull(unsigned char* iRecord, unsigned int iLevels, VEXRawCollint& iTagTable);
 
+    /// The same for the record of one of its children.
+    template <unsigned int kLevels>
+    void _SetBelow(unsigned char* iRecord, unsigned int iLevels, VEXRawCollint& iTagTable);
+
     PLMIdxWTWorkingOctree& _octree;
     unsigned char* _arena;  ///< of the octree, which doesn't move
     VEXRawCollPV

@@ -182,7 +182,8 @@ long int PLMIdxWTOptimOctree_0::ConstructFrom(const PLMIdxIBaseOctree& iSource) 
 
 long int PLMIdxWTOptimOctree_0::ConstructFullOctree(
     const IDX_Point& iOrigin, const IDX_Point& iSize) {
-    auto* block = static_cast<unsigned char*>(std::malloc(sizeof(NodeSetOptim)));
+    constexpr unsigned int kOneNodeSet = sizeof(NodeSetOptim);
+    auto* block = static_cast<unsigned char*>(std::malloc(kOneNodeSet));
     if (block == nullptr) return IDX_E_OUT_OF_MEMORY;
     std::free(_buffer);
     _buffer = block;
@@ -190,9 +191,9 @@ long int PLMIdxWTOptimOctree_0::ConstructFullOctree(
     _bbSize = iSize;
     _depth = 2;
     _hasCuboid = 0;
-    _size = sizeof(NodeSetOptim);
-    _capacity = sizeof(NodeSetOptim);
-    std::memset(_buffer, kFullGroupByte, sizeof(NodeSetOptim));
+    _size = kOneNodeSet;
+    _capacity = kOneNodeSet;
+    std::memset(_buffer, kFullGroupByte, kOneNodeSet);
     return IDX_S_OK;
 }
 

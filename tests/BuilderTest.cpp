@@ -58,13 +58,10 @@ TEST(Builder, ChoosesTheDepth) {
     }
 }
 
-TEST(Builder, DrawsNoDeeperThanCellsAreCounted) {
-    TraceRecorder trace;
+TEST(Builder, RefusesADepthThatIsNotCounted) {
     PLMIdxOctreeBuilder builder;
-    builder.SetParameters(22, 0, IDX_False);
-    EXPECT_TRUE(IDX_Failed(builder.Init({0, 0, 0}, {1e6f, 1, 1})));
-    EXPECT_EQ(Draw(builder, CellMesh(2, [](int, int, int) { return true; })), IDX_S_OK);
-    EXPECT_EQ(builder.GetDepth(), 19);
+    builder.SetParameters(PLMIdxWTWorkingOctree::MAXDEPTH, 0, IDX_False);
+    EXPECT_EQ(builder.Init({0, 0, 0}, {1e6f, 1, 1}), IDX_E_FAIL);
 }
 
 // Small and far objects
@@ -136,20 +133,6 @@ TEST(SmallAndFarDeathTest, FollowsThePrecisionOfTheProcess) {
 }
 
 // Streams
-
-TEST(Stream, ATriangleWithinOneCellIsDrawnButNotCounted) {
-    OpenBuilder builder;
-    builder.SetParameters(3, 0, IDX_False);
-    ASSERT_EQ(builder.Init({0, 0, 0}, {1, 1, 1}), IDX_S_OK);
-    for (int time = 0; time < 2; ++time)
-        EXPECT_EQ(
-            builder.DrawTriangle({.1f, .1f, .1f}, {.1f, .1f, .1f}, {.1f, .1f, .1f}), IDX_S_OK);
-    EXPECT_EQ(builder.GetNCellsByDepth()[3], 1);
-    EXPECT_EQ(builder.DrawTriangle({7.1f, 7, 7}, {7.4f, 8, 7}, {9, 7, 7.3f}), IDX_S_NOTHING_DONE);
-    EXPECT_EQ(builder.End(), IDX_S_OK);
-    EXPECT_EQ(ImageOf(builder).size(), 132u);
-    EXPECT_EQ(builder.GetDepth(), 0);
-}
 
 TEST(Stream, WithoutARootNothingIsTouched) {
     TraceRecorder trace;

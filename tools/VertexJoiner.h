@@ -40,10 +40,12 @@ private:
     }
 
     static std::size_t Hash(const IDX_Point& iPoint) {
-        std::uint32_t words[3];
-        std::memcpy(words, &iPoint, sizeof words);
         std::uint64_t hash = 0;
-        for (const std::uint32_t word : words) hash = (hash ^ word) * 0x9E3779B97F4A7C15U;
+        for (const float coordinate : {iPoint.x, iPoint.y, iPoint.z}) {
+            std::uint32_t word;
+            std::memcpy(&word, &coordinate, sizeof word);
+            hash = (hash ^ word) * 0x9E3779B97F4A7C15U;
+        }
         return static_cast<std::size_t>(hash >> 32U);
     }
 

@@ -22,22 +22,22 @@ public:
         }
         // On a tree with full cells it is open which of them a triangle without bounds reaches.
         if (_ended && !std::isfinite(sum)) return;
-        const long int status = _builder.library.DrawTriangle(p[0], p[1], p[2]);
+        const long int status = _builder.ours.DrawTriangle(p[0], p[1], p[2]);
         if (_builder.compares)
             _builder.ExpectSameStatus(
                 status, _builder.plain.DrawTriangle(std::bit_cast<Corners>(p)));
     }
 
     void Cut() {
-        const int depth = _builder.library.GetDepth();
-        const long int status = _builder.library.ReduceDepth();
+        const int depth = _builder.ours.GetDepth();
+        const long int status = _builder.ours.ReduceDepth();
         if (_builder.compares) _builder.ExpectSameStatus(status, _builder.plain.ReduceDepth());
-        _mayEnd |= _builder.library.GetDepth() < depth;
+        _mayEnd |= _builder.ours.GetDepth() < depth;
     }
 
     void End() {
         if (!_mayEnd) return;
-        const long int status = _builder.library.End();
+        const long int status = _builder.ours.End();
         if (_builder.compares) _builder.ExpectSameStatus(status, _builder.plain.End());
         _builder.ExpectSoundImage();
         _mayEnd = false;
@@ -57,11 +57,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FuzzedBuilder builder(input);
     const IDX_Point low = input.Point(builder.anyFloats);
     const IDX_Point high = input.Point(builder.anyFloats);
-    const long int status = builder.library.Init(low, high);
+    const long int status = builder.ours.Init(low, high);
     if (IDX_Failed(status)) return 0;
     if (builder.compares) builder.ExpectSameStatus(status, builder.plain.Init(low, high));
     Stream stream(builder);
-    for (int operations = 0; operations < 64 && !input.IsAtEnd(); ++operations) {
+    for (int operations = 0; operations < 32 && !input.IsAtEnd(); ++operations) {
         const std::uint8_t operation = input.Byte() % 16;
         if (operation == 1) stream.Cut();
         if (operation == 2) stream.End();

@@ -34,7 +34,7 @@ struct FuzzedBuilder {
     /// Walks the stored image to its last cell, with every position inside it.
     void ExpectSoundImage();
 
-    PLMIdxOctreeBuilder library;
+    PLMIdxOctreeBuilder ours;
     reference::Builder plain;
     bool compares;
     bool anyFloats;

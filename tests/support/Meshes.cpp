@@ -58,28 +58,30 @@ Mesh BoxMesh(IDX_Point low, IDX_Point high, unsigned int openFaces) {
     return mesh;
 }
 
-Mesh SphereMesh(IDX_Point centre, float radius, unsigned int rings) {
+Mesh GridMesh(
+    unsigned int rows,
+    unsigned int columns,
+    const std::function<IDX_Point(double u, double v)>& pointAt) {
     Mesh mesh;
-    const unsigned int columns = 2 * rings;
-    for (unsigned int i = 0; i <= rings; ++i) {
-        const double up = M_PI * i / rings;
-        for (unsigned int j = 0; j < columns; ++j) {
-            const double round = 2 * M_PI * j / columns;
-            mesh.points.push_back(
-                {static_cast<float>(centre.x + radius * std::sin(up) * std::cos(round)),
-                 static_cast<float>(centre.y + radius * std::sin(up) * std::sin(round)),
-                 static_cast<float>(centre.z + radius * std::cos(up))});
-        }
-    }
-    for (unsigned int i = 0; i < rings; ++i) {
-        for (unsigned int j = 0; j < columns; ++j) {
-            const unsigned int right = (j + 1) % columns;
-            const unsigned int a = i * columns;
-            const unsigned int b = a + columns;
-            mesh.AddQuad(a + j, b + j, b + right, a + right);
+    for (unsigned int i = 0; i <= rows; ++i) {
+        for (unsigned int j = 0; j <= columns; ++j) {
+            const unsigned int a = i * (columns + 1) + j;
+            mesh.points.push_back(pointAt(double(i) / rows, double(j) / columns));
+            if (i < rows && j < columns) mesh.AddQuad(a, a + 1, a + columns + 2, a + columns + 1);
         }
     }
     return mesh;
+}
+
+Mesh SphereMesh(IDX_Point centre, float radius, unsigned int rings) {
+    return GridMesh(rings, 2 * rings, [=](double u, double v) {
+        const double out = radius * std::sin(M_PI * u);
+        const double round = v < 1 ? 2 * M_PI * v : 0;  // the last column is the first
+        return IDX_Point{
+            static_cast<float>(centre.x + out * std::cos(round)),
+            static_cast<float>(centre.y + out * std::sin(round)),
+            static_cast<float>(centre.z + radius * std::cos(M_PI * u))};
+    });
 }
 
 Mesh CellMesh(int side, const Cells& isWall) {
@@ -119,20 +121,11 @@ Mesh Soup(Random& random, unsigned int size, double reach, double thickness) {
 /// A height field over the square from -1 to 1.
 Mesh Sheet(Random& random, unsigned int size, double height) {
     const auto n = static_cast<unsigned int>(std::sqrt(size / 2.0)) + 1;
-    Mesh mesh;
-    for (unsigned int i = 0; i <= n; ++i)
-        for (unsigned int j = 0; j <= n; ++j)
-            mesh.points.push_back(
-                {2.0f * static_cast<float>(i) / static_cast<float>(n) - 1.0f,
-                 2.0f * static_cast<float>(j) / static_cast<float>(n) - 1.0f,
-                 random.Between(-height, height)});
-    for (unsigned int i = 0; i < n; ++i) {
-        for (unsigned int j = 0; j < n; ++j) {
-            const unsigned int a = i * (n + 1) + j;
-            mesh.AddQuad(a, a + 1, a + n + 2, a + n + 1);
-        }
-    }
-    return mesh;
+    return GridMesh(n, n, [&](double u, double v) {
+        return IDX_Point{
+            static_cast<float>(2 * u - 1), static_cast<float>(2 * v - 1),
+            random.Between(-height, height)};
+    });
 }
 
 /// Vertices on a coarse lattice: many lie on the borders of cells, many triangles are degenerate.
@@ -153,42 +146,25 @@ Mesh Sponge(Random& random, unsigned int size) {
 
 Mesh PlainMesh(Random& random, unsigned int size) {
     const auto rings = static_cast<unsigned int>(std::sqrt(size / 4.0)) + 2;
-    switch (random.Below(8)) {
-        case 0:
-            return Soup(random, size, random.Between(0, 1), random.Between(0, 1));
-        case 1:
-            return Soup(random, size, random.Between(0, 2), 1e-6);
-        case 2:
-            return Sheet(random, size, random.OneIn(3) ? 0.0 : 0.3);
-        case 3:
-            return BoxMesh(random.PointIn(-1, 0), random.PointIn(0, 1), random.Below(64));
-        case 4:
-            return SphereMesh({0, 0, 0}, 1, rings);
-        case 5:
-            return Lattice(random, size);
-        case 6:
-            return Sponge(random, size);
-        default: {
-            Mesh nested = BoxMesh(random.PointIn(-1, -0.6), random.PointIn(0.6, 1));
-            nested.Add(SphereMesh(random.PointIn(-0.1, 0.1), random.Between(0.2, 0.5), rings));
-            return nested;
-        }
-    }
+    const unsigned int kind = random.Below(8);
+    if (kind == 0) return Soup(random, size, random.Between(0, 1), random.Between(0, 1));
+    if (kind == 1) return Soup(random, size, random.Between(0, 2), 1e-6);
+    if (kind == 2) return Sheet(random, size, random.OneIn(3) ? 0.0 : 0.3);
+    if (kind == 3) return BoxMesh(random.PointIn(-1, 0), random.PointIn(0, 1), random.Below(64));
+    if (kind == 4) return SphereMesh({0, 0, 0}, 1, rings);
+    if (kind == 5) return Lattice(random, size);
+    if (kind == 6) return Sponge(random, size);
+    Mesh nested = BoxMesh(random.PointIn(-1, -0.6), random.PointIn(0.6, 1));
+    nested.Add(SphereMesh(random.PointIn(-0.1, 0.1), random.Between(0.2, 0.5), rings));
+    return nested;
 }
 
 float HostileNumber(Random& random) {
-    using Limits = std::numeric_limits<float>;
-    const float numbers[] = {
-        Limits::quiet_NaN(),
-        Limits::infinity(),
-        -Limits::infinity(),
-        Limits::max(),
-        1e9f,
-        -3e9f,
-        Limits::denorm_min(),
-        -0.0f,
-        1e30f};
-    return numbers[random.Below(9)];
+    static constexpr float kInf = std::numeric_limits<float>::infinity();
+    static constexpr float kNumbers[] = {kInf,    -kInf, std::numeric_limits<float>::quiet_NaN(),
+                                         3.4e38f, 1e9f,  -3e9f,
+                                         1e-45f,  -0.0f, 1e30f};
+    return kNumbers[random.Below(9)];
 }
 
 }  // namespace

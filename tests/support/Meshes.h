@@ -37,6 +37,12 @@ enum Faces : unsigned int { kLowX = 1, kHighX = 2, kLowY = 4, kHighY = 8, kLowZ 
 /// The faces of a box, two triangles each, but for those in `openFaces`.
 Mesh BoxMesh(IDX_Point low, IDX_Point high, unsigned int openFaces = 0);
 
+/// A surface of quads over the unit square, each cut in two.
+Mesh GridMesh(
+    unsigned int rows,
+    unsigned int columns,
+    const std::function<IDX_Point(double u, double v)>& pointAt);
+
 /// A closed sphere of 2 * rings * (rings - 1) * 2 triangles.
 Mesh SphereMesh(IDX_Point centre, float radius, unsigned int rings);
 
