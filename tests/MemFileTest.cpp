@@ -1,0 +1,284 @@
+// Memory files: sizes and bytes by hand, every failure, and a flat model beside random sequences. The
+// program supplies the memory, so that it can run out and never starts as zeros.
+
+#include "FileCase.h"
+
+#include "IDX_Status.h"
+#include "IDX_WT_MemFile.h"
+#include "VEXMemory.h"
+
+#include <algorithm>
+#include <cstring>
+#include <dlfcn.h>
+#include <map>
+#include <random>
+#include <sys/stat.h>
+
+#define VISIBLE __attribute__((visibility("default")))
+
+namespace {
+
+using std::string_literals::operator""s;
+
+bool hasMemory = true;
+bool canRead = true;
+std::size_t lastSize = 0;  ///< of the last block asked for
+int blocks = 0;            ///< not given back
+
+}  // namespace
+
+VISIBLE void* VEXUnsecuredMemAlloc(std::size_t iSize) {
+    lastSize = iSize;
+    if (!hasMemory) return nullptr;
+    ++blocks;
+    return std::memset(std::malloc(iSize), 0xCC, std::min<std::size_t>(iSize, 4096));
+}
+
+VISIBLE void* VEXMemAlloc(std::size_t iSize) {
+    return VEXUnsecuredMemAlloc(iSize);
+}
+
+VISIBLE void VEXMemFree(void* iBlock) {
+    --blocks;
+    std::free(iBlock);
+}
+
+extern "C" VISIBLE std::size_t fread(void* data, std::size_t size, std::size_t count, FILE* file) {
+    static const auto next = reinterpret_cast<decltype(&fread)>(dlsym(RTLD_NEXT, "fread"));
+    return next(data, size, canRead ? count : count / 2, file);
+}
+
+namespace {
+
+class MemFiles : public FileCase {
+protected:
+    ~MemFiles() override { EXPECT_EQ(blocks, 0) << "every block was given back"; }
+
+    const char* PathOf(const std::string& content) {
+        SetContent(_path, content);
+        return _path.c_str();
+    }
+
+    std::string _path = _folder / "file";
+};
+
+}  // namespace
+
+TEST_F(MemFiles, WritesPadAndReachTheDiskAtClose) {
+    IDX_WT_MemFile file;
+    Expect(file.OpenWrite(_path.c_str()));
+    EXPECT_EQ(lastSize, 34603008u);
+    Expect(file.Write("12345", 5));
+    EXPECT_EQ(file.GetSize(), 8u);
+    Expect(file.Write(0x01020304u));
+    Expect(file.WriteAt(1, "ab", 2));
+    EXPECT_EQ(file.GetFileSize(), 12u);
+    Expect(file.WriteAt(17, "c", 1));  // a gap of 5
+    EXPECT_EQ(file.GetSize(), 20u);
+    Expect(file.WriteAt(22, "", 0));  // moves the end even so
+    EXPECT_EQ(file.GetSize(), 24u);
+    Expect(file.Write(nullptr, 7));
+    Expect(file.Write("", 0));
+    file.Flush();
+    EXPECT_EQ(ContentOf(_path), "");
+    EXPECT_EQ(file.IsOpened(), IDX_False);
+    Expect(file.Close());
+    EXPECT_EQ(ContentOf(_path), "1ab45\0\0\0\4\3\2\1\0\0\0\0\0c\0\0\0\0\0\0"s);
+    EXPECT_EQ(file.GetSize(), 0u);
+    Refused(file.Write("x", 1));
+    Refused(file.WriteAt(0, "x", 1));
+    Expect(file.Close());
+}
+
+TEST_F(MemFiles, AFileThatIsThere) {
+    IDX_WT_MemFile file;
+    Expect(file.OpenRead(PathOf("abcd5")));
+    char bytes[8] = {};
+    Expect(file.ReadAt(1, bytes, 4));
+    EXPECT_STREQ(bytes, "bcd5");
+    Expect(file.ReadAt(5, bytes, 0));
+    const std::string tag = "IDX_WT_MemFile.ReadAt.Offset overflow: ";
+    Expect(file.ReadAt(0, bytes, 8), {tag + "iOffset 0, iDataSize 8, m_writtenSize 5"});
+    Expect(file.ReadAt(6, bytes, 0), {tag + "iOffset 6, iDataSize 0, m_writtenSize 5"});
+    Expect(
+        file.ReadAt(0xFFFFFFFC, bytes, 8),
+        {tag + "iOffset 4294967292, iDataSize 8, m_writtenSize 5"});
+    Expect(file.ReadAt(0, nullptr, 1), {"IDX_WT_MemFile.ReadAt.InvalidInputData"});
+    Refused(file.Write("x", 1));
+    Refused(file.WriteAt(0, "x", 1));
+
+    Expect(file.OpenWrite(_path.c_str()));  // closes it first
+    Expect(file.Write("", 0));
+    EXPECT_EQ(file.GetSize(), 5u);
+    Expect(file.Write("6", 1));
+    EXPECT_EQ(lastSize, 12u) << "a loaded file has no spare room";
+    Expect(file.Close());
+    EXPECT_EQ(ContentOf(_path), "abcd56\0\0"s);
+}
+
+TEST_F(MemFiles, BlocksGrowToTwiceTheEndAndAreKept) {
+    const std::string chunk(IDX_WT_MemFile::FILE_MAX_SIZE, 'c');
+    IDX_WT_MemFile file;
+    Expect(file.OpenWrite(_path.c_str()));
+    Expect(file.Write(chunk.data(), IDX_WT_MemFile::FILE_MAX_SIZE));
+    hasMemory = false;
+    Expect(file.Write("x", 1), {"IDX_WT_MemFile.Write.ResizeIfNeeded"});
+    Expect(file.WriteAt(0x40000000, "x", 1), {"IDX_WT_MemFile.WriteAt.ResizeIfNeeded"});
+    Expect(file.WriteAt(0, nullptr, 1), {"IDX_WT_MemFile.WriteAt.InvalidData"});
+    hasMemory = true;
+    lastSize = 0;
+    Expect(file.WriteAt(0x7FFFFFFF, "x", 1), {"IDX_WT_MemFile.WriteAt.ResizeIfNeeded"});
+    Expect(file.WriteAt(0xFFFFFFFF, "xy", 2), {"IDX_WT_MemFile.WriteAt.ResizeIfNeeded"});
+    Expect(file.Write("x", 0xFFFFFFFF), {"IDX_WT_MemFile.Write.ResizeIfNeeded"});
+    EXPECT_EQ(lastSize, 0u) << "not even asked for";
+    EXPECT_EQ(file.GetSize(), chunk.size());
+    Expect(file.Write("x", 1));
+    EXPECT_EQ(lastSize, 2 * (chunk.size() + 1));
+    Expect(file.Close(true));
+    EXPECT_TRUE(ContentOf(_path) == chunk + "x\0\0\0"s);
+
+    lastSize = 0;
+    Expect(file.OpenWrite((_folder / "new").c_str()));
+    Expect(file.Close(true));
+    Expect(file.OpenRead(PathOf("small")));
+    EXPECT_EQ(lastSize, 0u) << "the kept block was used again";
+    Expect(file.Close(true));
+    Expect(file.OpenWrite((_folder / "newer").c_str()));
+    EXPECT_EQ(lastSize, chunk.size()) << "after a loaded file it counts as one of 5 bytes";
+}
+
+TEST_F(MemFiles, OpensThatFail) {
+    IDX_WT_MemFile file;
+    const std::string lost = _folder / "none/file";
+    const char* read = "IDX_WT_MemFile.OpenRead.ReadFile";
+    const char* write = "IDX_WT_MemFile.OpenWrite.ReadFile";
+    const char* noMemory = "IDX_WT_MemFile.ReadFile : Failed to allocate file in memory!";
+    Expect(file.OpenRead(lost.c_str()), {"IDX_WT_MemFile.OpenWrite.fopen", read});
+    Expect(file.OpenWrite(lost.c_str()), {"IDX_WT_MemFile.OpenWrite.fopen"});
+    hasMemory = false;
+    Expect(file.OpenWrite(_path.c_str()), {"IDX_WT_MemFile.OpenWrite.VEXUnsecuredMemAlloc failed"});
+    EXPECT_EQ(file.GetErrorCode(), IDX_S_OK);
+    Expect(file.OpenRead(PathOf("content")), {noMemory, read});
+    EXPECT_EQ(file.GetErrorCode(), IDX_E_OUT_OF_MEMORY);
+    Expect(file.OpenWrite(_path.c_str()), {noMemory, write});
+    Refused(file.Write("x", 1));
+    hasMemory = true;
+    canRead = false;
+    Expect(file.OpenWrite(_path.c_str()), {"IDX_WT_MemFile.ReadFile.fread", write});
+    EXPECT_EQ(file.GetErrorCode(), IDX_S_OK);
+    EXPECT_EQ(file.GetSize(), 7u);
+    Refused(file.Write("x", 1));
+    canRead = true;
+    Expect(file.OpenWrite(_path.c_str()));
+    Expect(file.Close());
+    std::filesystem::resize_file(_path, 0x80000000);
+    lastSize = 0;
+    Expect(file.OpenRead(_path.c_str()), {noMemory, read});
+    EXPECT_EQ(lastSize, 0u);
+    const std::string pipe = _folder / "pipe";  // has no size
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    Expect(file.OpenWrite(pipe.c_str()), {"IDX_WT_MemFile.ReadFile.fread", write});
+}
+
+TEST_F(MemFiles, ACloseThatCantWriteCanBeTriedAgain) {
+    const char* tag = "IDX_WT_MemoryFile.Close.fwrite";
+    IDX_WT_MemFile file;
+    Expect(file.OpenWrite(_path.c_str()));
+    Expect(file.Write("12345678", 8));
+    {
+        const FileSizeLimit limit(6);
+        Expect(file.Close(), {tag});
+        Expect(file.OpenRead(_path.c_str()), {tag});
+    }
+    Expect(file.WriteAt(8, "9", 1));
+    Expect(file.Close());
+    EXPECT_EQ(ContentOf(_path), "123456789\0\0\0"s);
+    IDX_WT_MemFile full;
+    Expect(full.OpenWrite("/dev/full"));
+    Expect(full.Write("1", 1));
+    Expect(full.Close(), {tag});
+}
+
+namespace {
+
+using Disk = std::map<std::string, std::string>;
+
+/// What the random sequences expect of one object.
+struct PlainMemFile {
+    int mode = 0;  ///< 0 closed, 1 for reading, 2 for writing
+    std::string path = "";
+    std::string content = "";
+
+    void Close(Disk& disk) {
+        if (mode == 2) disk[path].replace(0, content.size(), content);  // never shorter
+        mode = 0;
+        content.clear();
+    }
+
+    bool Open(Disk& disk, const std::string& name, int how) {
+        Close(disk);
+        if (how == 1 && disk.count(name) == 0) return false;
+        path = name;
+        content = disk[name];
+        mode = how;
+        return true;
+    }
+
+    bool WriteAt(std::size_t offset, const std::string& data) {
+        if (mode != 2) return false;
+        const std::size_t end = offset + data.size();
+        if (end > content.size()) content.resize((end + 3) / 4 * 4, '\0');
+        content.replace(offset, data.size(), data);
+        return true;
+    }
+};
+
+}  // namespace
+
+TEST_F(MemFiles, AgreeWithAFlatModel) {
+    const std::string paths[] = {_folder / "a", _folder / "b"};
+    for (unsigned int seed = 1; seed <= 300; ++seed) {
+        std::mt19937 random(seed);
+        const auto below = [&](std::size_t n) { return static_cast<unsigned int>(random() % n); };
+        for (const std::string& path : paths) std::filesystem::remove(path);
+        Disk disk;
+        IDX_WT_MemFile files[3];
+        PlainMemFile models[3];
+        for (int step = 0; step < 60; ++step) {
+            SCOPED_TRACE(testing::Message() << "seed " << seed << " step " << step);
+            const unsigned int i = below(3);
+            IDX_WT_MemFile& file = files[i];
+            PlainMemFile& model = models[i];
+            const std::size_t size = model.content.size();
+            const unsigned int offset = below(size + 10);
+            std::string data(below(9), static_cast<char>('a' + below(26)));
+            const auto count = static_cast<unsigned int>(data.size());
+            bool expected = true;
+            IDX_Bool result = IDX_True;
+            const unsigned int choice = below(10);
+            if (choice < 2) {
+                const std::string& path = paths[below(2)];
+                const int mode = below(3) == 0 ? 1 : 2;
+                expected = model.Open(disk, path, mode);
+                result = mode == 1 ? file.OpenRead(path.c_str()) : file.OpenWrite(path.c_str());
+            } else if (choice == 2) {
+                model.Close(disk);
+                result = file.Close(below(2) == 0);
+            } else if (choice < 5) {
+                expected = offset + count <= size;
+                const std::string wanted = expected ? model.content.substr(offset, count) : data;
+                result = file.ReadAt(offset, data.data(), count);
+                EXPECT_EQ(data, wanted);
+            } else if (choice < 7) {
+                expected = model.WriteAt(offset, data);
+                result = file.WriteAt(offset, data.data(), count);
+            } else {
+                expected = model.WriteAt(size, data);
+                result = file.Write(data.data(), count);
+            }
+            ASSERT_EQ(result, expected ? IDX_True : IDX_False);
+            ASSERT_EQ(file.GetSize(), model.content.size());
+            for (const auto& [path, content] : disk) ASSERT_EQ(ContentOf(path), content);
+        }
+    }
+}

@@ -1,0 +1,222 @@
+// Octrees in split files: the bytes on the disk, the way back, the loader, and every failure.
+
+#include "AdjustableConstants.h"
+#include "FileCase.h"
+#include "Images.h"
+
+#include "IDX_WT_SplittedFile.h"
+#include "PLMIdxOctreeLoader.h"
+#include "PLMIdxWTOptimOctree_0.h"
+
+#include <cstring>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+std::string ImageIn(const PLMIdxWTOptimOctree_0& octree) {
+    unsigned int size = 0;
+    const std::unique_ptr<const unsigned char[]> block(octree.GetOctreeBuffer(size));
+    return {block.get(), block.get() + size};
+}
+
+/// No block of 4095 MiB from now on. Under a sanitizer its options see to that.
+void LimitMemory() {
+#ifndef GRIDLOOM_SANITIZED
+    rlimit limit;
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = 2u << 30;
+    setrlimit(RLIMIT_AS, &limit);
+#endif
+}
+
+class StoredOctrees : public FileCase {
+protected:
+    StoredOctrees() {
+        OpenBuilder builder;
+        builder.SetParameters(5, 0, IDX_False);
+        EXPECT_EQ(Draw(builder, BoxMesh({0, 0, 0}, {1, 2, 3})), IDX_S_OK);
+        EXPECT_EQ(_box.ConstructFrom(builder._workingOctree), IDX_S_OK);
+        _image = ImageIn(_box);
+    }
+
+    void Expect(long int result, long int status, const Lines& tags = {}) {
+        EXPECT_EQ(result, status);
+        EXPECT_EQ(_trace.Take(), tags);
+    }
+
+    void ExpectSaved(const PLMIdxOptimOctree_0& octree, unsigned int atPart, unsigned int at) {
+        unsigned int part = 77;
+        unsigned int offset = 77;
+        Expect(octree.Save(_file, part, offset), IDX_S_OK);
+        EXPECT_EQ(part, atPart);
+        EXPECT_EQ(offset, at);
+    }
+
+    /// Stores these bytes as piece 0 and opens it.
+    void Store(const std::string& bytes) {
+        _file.Close();
+        SetContent(_base + "0", bytes);
+        ASSERT_EQ(_file.OpenRead(_base.c_str()), IDX_True);
+    }
+
+    PLMIdxWTOptimOctree_0 _box;
+    std::string _image;  ///< of the box
+    std::string _base = _folder / "B";
+    IDX_WT_SplittedFile _file{100, 2, false};
+};
+
+}  // namespace
+
+TEST_F(StoredOctrees, LieWholeInOnePiece) {
+    _file.OpenWrite(_base.c_str());
+    ASSERT_EQ(_file.Write("ab", 2), IDX_True);
+    PLMIdxWTOptimOctree_0 octree;
+    ASSERT_EQ(octree.ConstructFullOctree({0, 0, 0}, {1, 1, 1}), IDX_S_OK);
+    const std::string full = ImageIn(octree);
+    ExpectSaved(octree, 0, 4);
+    ExpectSaved(_box, 1, 0);
+    ExpectSaved(_box, 2, 0);
+    ExpectSaved(PLMIdxOptimOctree_0(), 3, 0);
+    _file.Close();
+    EXPECT_EQ(ContentOf(_base + "0"), std::string("ab\0\0", 4) + full);
+    EXPECT_EQ(ContentOf(_base + "2"), _image);
+    const std::string empty = ContentOf(_base + "3");
+    EXPECT_EQ(empty.size(), 132u);
+    EXPECT_EQ(empty.substr(0, 12), std::string("\2\0\0\0\1\0\0\0\0\0\0\0", 12));
+    EXPECT_EQ(empty.substr(128), std::string(4, '\0'));
+
+    _file.OpenRead(_base.c_str());
+    Expect(octree.Load(_file, 2, 0), IDX_S_OK);  // into a block that is too small
+    EXPECT_TRUE(octree == _box);
+    EXPECT_EQ(ImageIn(octree), _image);
+    Expect(octree.Load(_file, 0, 4), IDX_S_OK);  // into one that is too large
+    EXPECT_EQ(ImageIn(octree), full);
+    Expect(octree.Load(_file, 3, 0), IDX_S_OK);
+    EXPECT_EQ(ImageIn(octree), empty);
+    EXPECT_EQ(octree.ConstructFrom(_box), IDX_S_OK);
+    EXPECT_EQ(ImageIn(octree), _image);
+
+    const int descriptor = open((_base + "2").c_str(), O_RDONLY);
+    void* map = mmap(nullptr, _image.size(), PROT_READ, MAP_PRIVATE, descriptor, 0);
+    close(descriptor);
+    ASSERT_NE(map, MAP_FAILED);
+    const PLMIdxOctreeLoader loader(map);
+    ASSERT_NE(loader.GetOctree(), nullptr);
+    EXPECT_EQ(SolidCells(*loader.GetOctree()), SolidCells(_box));
+    munmap(map, _image.size());
+}
+
+TEST_F(StoredOctrees, TheLoaderChoosesByTheFirstWord) {
+    const struct {
+        unsigned int type, version;
+        bool loaded;
+        Lines tags;
+    } rows[] = {
+        {2, 1, true,  {}                                            },
+        {2, 2, false, {}                                            },
+        {0, 1, false, {"PLMIdxWorkingOctree.Load - Not Implemented"}},
+        {1, 1, false, {}                                            },
+        {3, 1, false, {}                                            },
+    };
+    for (const auto& row : rows) {
+        unsigned int image[33] = {row.type, row.version};
+        const PLMIdxOctreeLoader loader(image);
+        EXPECT_EQ(loader.GetOctree() != nullptr, row.loaded) << row.type;
+        EXPECT_EQ(_trace.Take(), row.tags);
+    }
+}
+
+TEST_F(StoredOctrees, SavesThatFail) {
+    unsigned int part = 9;
+    unsigned int offset = 9;
+    const std::string tag = "PLMIdxWTOptimOctree_0.Save.IDX_WT_SplittedFile.";
+    Expect(
+        _box.Save(_file, part, offset), IDX_E_FAIL,
+        {"IDX_WT_SplittedFile._TestAndOpen.NotOpened", "IDX_WT_SplittedFile.Write._TestAndOpen (1)",
+         tag + "Write"});
+    EXPECT_EQ(part + offset, 0u);
+    {
+        const FileSizeLimit limit(140);
+        _file.OpenWrite(_base.c_str());
+        ASSERT_EQ(_file.Write(1u), IDX_True);
+        Expect(
+            _box.Save(_file, part, offset), IDX_E_FAIL,
+            {"IDX_WT_File.WriteAt.fwrite", "IDX_WT_SplittedFile.WriteAt.IDX_WT_File.WriteAt",
+             tag + "WriteAt"});
+    }
+    _file.Close();
+    EXPECT_EQ(part, 0u);
+    EXPECT_EQ(offset, 4u) << "the place of the header, which stays";
+    EXPECT_EQ(ContentOf(_base + "0").substr(4, 132), _image.substr(0, 132));
+}
+
+TEST_F(StoredOctrees, Loads) {
+    constexpr std::size_t kType = 0;
+    constexpr std::size_t kVersion = 4;
+    constexpr std::size_t kSize = 128;
+    const auto with = [&](std::size_t at, unsigned int word) {
+        std::string image = _image;
+        std::memcpy(&image[at], &word, sizeof word);
+        return image;
+    };
+    const std::string tag = "PLMIdxWTOptimOctree_0.Load.";
+    const auto behind = [&](std::size_t at, std::size_t end, std::size_t size, const char* what) {
+        return Lines{
+            "IDX_WT_File.ReadAt.InvalidOffset[fOffset=" + std::to_string(at) +
+                ",fSize=" + std::to_string(end) + ",dSize=" + std::to_string(size) + "]",
+            "IDX_WT_SplittedFile.ReadAt.IDX_WT_File.ReadAt", tag + what};
+    };
+    const std::size_t cut = _image.size() - 1;
+    const struct {
+        const char* name;
+        std::string stored;
+        long int status;
+        Lines tags;
+        std::string after;  ///< the image of the box that was loaded into, as far as it is defined
+    } rows[] = {
+        {"any version", with(kVersion, 7),       IDX_S_OK,         {},                     with(kVersion, 7)},
+        {"no records",             with(kSize,               0), IDX_S_OK, {},               with(kSize,                          0).substr(0, 132)},
+        {"a header cut",  _image.substr(0,           131),                   IDX_E_FAIL,
+         behind(0,                            131,  132, "ReadAt(OctreeHeader)"), _image},
+        {"another type",
+         with(kType,                3),
+         IDX_E_FAIL,              {tag + "InvalidType"},
+         _image.substr(0,               132) + std::string(_image.size() - 132, '\0')},
+        {"records cut",    _image.substr(0,cut),                             IDX_E_FAIL,
+         behind(132,                                                                  cut,                           cut - 131, "ReadAt(OctreeBuffer)"), _image.substr(0, 132)},
+        {"no memory",
+         with(kSize,              0xFFFFFF00),
+         IDX_E_OUT_OF_MEMORY,                 {"PLMIdxWTOptimOctree_0._Alloc.AllocationFailed"},
+         _image                                                                                     },
+    };
+    LimitMemory();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Store(row.stored);
+        PLMIdxWTOptimOctree_0 octree;
+        ASSERT_EQ(octree.ConstructFrom(_box), IDX_S_OK);
+        Expect(octree.Load(_file, 0, 0), row.status, row.tags);
+        EXPECT_EQ(ImageIn(octree).substr(0, row.after.size()), row.after);
+        EXPECT_EQ(octree.ConstructFrom(_box), IDX_S_OK);
+        EXPECT_EQ(ImageIn(octree).substr(8), _image.substr(8)) << "usable again";
+    }
+    std::string other = with(kType, 3);
+    Store(other.replace(kSize, 4, 4, '\0'));
+    PLMIdxWTOptimOctree_0 octree;
+    Expect(octree.Load(_file, 0, 0), IDX_S_OK);  // without records any type is taken
+    EXPECT_EQ(ImageIn(octree)[0], 2);
+}
+
+TEST_F(StoredOctrees, ALoadBehindAConstructionWithoutMemory) {
+    std::string other = _image;
+    other[0] = 3;
+    Store(other);
+    LimitMemory();
+    PLMIdxWTOptimOctree_0 octree;
+    const ArenaSize arena(0xFFFFFF00);
+    EXPECT_EQ(octree.ConstructFrom(_box), IDX_E_FAIL);
+    EXPECT_EQ(octree.Load(_file, 0, 0), IDX_E_FAIL) << "leaves a small block";
+    EXPECT_EQ(octree.ConstructFrom(_box), IDX_E_FAIL) << "which isn't taken for a large one";
+}
