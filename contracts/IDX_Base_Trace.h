@@ -3,6 +3,8 @@
 
 #include "GridloomContractsExport.h"
 
+class VEXUnicodeString;
+
 /// The trace of Keelstone: failure tags at debug level, messages for the operator at information
 /// level. Tracing never fails and gives nothing.
 class GRIDLOOM_CONTRACTS_API IDX_Base_Trace {
@@ -20,6 +22,10 @@ public:
     /// A null sink restores the default: Info lines go to the standard error, and so do Debug lines
     /// when the environment variable KEELSTONE_TRACE is "debug".
     static void SetSink(Sink iSink, void* iContext);
+
+    /// Sets `oDirectory` to the path of the report directory of an index base: the directory
+    /// "BBDMonitor" in it. The two may be one string.
+    static void GetBBDMonitorDir(const VEXUnicodeString& iBase, VEXUnicodeString& oDirectory);
 };
 
 #endif

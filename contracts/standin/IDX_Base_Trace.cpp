@@ -1,5 +1,8 @@
 #include "IDX_Base_Trace.h"
 
+#include "IDX_Base_Constants.h"
+#include "VEXUnicodeString.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -60,4 +63,8 @@ void IDX_Base_Trace::Info(const char* iFormat, ...) {
 void IDX_Base_Trace::SetSink(Sink iSink, void* iContext) {
     theSink = iSink != nullptr ? iSink : WriteToStandardError;
     theContext = iSink != nullptr ? iContext : nullptr;
+}
+
+void IDX_Base_Trace::GetBBDMonitorDir(const VEXUnicodeString& iBase, VEXUnicodeString& oDirectory) {
+    oDirectory = iBase + IDX_Base_Constants::PATH_SEPARATOR_STR + "BBDMonitor";
 }

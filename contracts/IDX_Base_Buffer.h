@@ -1,0 +1,24 @@
+#ifndef IDX_Base_Buffer_h
+#define IDX_Base_Buffer_h
+
+#include "VEXAllocator.h"
+
+#include <vector>
+
+/// A resizable block of bytes, copied with its content. None of its operations fails.
+class IDX_Base_Buffer {
+public:
+    /// Sets the size in bytes. What lies below it stays; new bytes are zero. Pointers become invalid.
+    void Resize(unsigned int iSize) { _bytes.resize(iSize); }
+
+    /// The whole content. Valid until the next Resize.
+    unsigned char* GetDataForWriting() { return _bytes.data(); }
+    const unsigned char* GetData() const { return _bytes.data(); }
+
+    unsigned int GetSize() const { return static_cast<unsigned int>(_bytes.size()); }
+
+private:
+    std::vector<unsigned char, VEXAllocator<unsigned char>> _bytes;
+};
+
+#endif

@@ -1,0 +1,31 @@
+#ifndef IDX_Base_Identifier_h
+#define IDX_Base_Identifier_h
+
+#include "GridloomContractsExport.h"
+#include "IDX_Bool.h"
+
+/// Any identifier, seen as its bytes.
+class GRIDLOOM_CONTRACTS_API IDX_Base_Identifier {
+public:
+    IDX_Base_Identifier() = default;
+
+    // The order of the virtual operations is part of the interface.
+
+    virtual ~IDX_Base_Identifier();
+
+    /// The bytes. Valid until the identifier is changed or destroyed.
+    virtual const unsigned char* GetData() const = 0;
+
+    /// The number of bytes.
+    virtual unsigned int GetSize() const = 0;
+
+    /// Compares as IDX_Base_ByteArray does, through the two operations above. Identifiers are stored
+    /// in this order, and readers rely on it.
+    IDX_Bool SortCompare(const IDX_Base_Identifier& iOther, short& oOrder) const;
+
+protected:
+    IDX_Base_Identifier(const IDX_Base_Identifier&) = default;
+    IDX_Base_Identifier& operator=(const IDX_Base_Identifier&) = default;
+};
+
+#endif

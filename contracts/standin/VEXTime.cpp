@@ -1,0 +1,33 @@
+#include "VEXTime.h"
+
+#include "VEXAllocator.h"
+#include "VEXUnicodeString.h"
+
+#include <ctime>
+#include <vector>
+
+VEXTime::VEXTime() : _seconds(std::time(nullptr)) {}
+
+VEXTime::~VEXTime() = default;
+
+std::int64_t VEXTime::Gettime_t() const {
+    return _seconds;
+}
+
+// The format is the caller's.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+VEXUnicodeString VEXTime::ConvertToString(const VEXUnicodeString& iFormat, int) const {
+    const std::time_t seconds = _seconds;
+    std::tm local;
+    if (localtime_r(&seconds, &local) == nullptr) return VEXUnicodeString();
+    // strftime gives 0 both for no text and for too little room: a character more tells them apart.
+    const VEXUnicodeString format = iFormat + ".";
+    std::vector<char, VEXAllocator<char>> text(64);
+    std::size_t length = 0;
+    while ((length = std::strftime(text.data(), text.size(), format, &local)) == 0) {
+        text.resize(2 * text.size());
+    }
+    return VEXUnicodeString(text.data(), length - 1);
+}
+#pragma GCC diagnostic pop
