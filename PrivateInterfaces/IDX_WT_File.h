@@ -121,7 +121,9 @@ private:
     friend class IDX_WT_SplittedFile;
 
     /// The registry's entry of the path.
-    IdxFile* Entry() const;
+    IdxFile& Entry() const;
+
+    void SetPath(const char* iPath);
 
     /// Leaves the path without touching its stream: a later Close() closes nothing.
     void ForgetPath();

@@ -7,7 +7,7 @@
 #include <cstdio>
 
 class VEXUnicodeString;
-class PagedStream;
+class PagedFile;
 
 /// What the process knows of one path: its open stream, the mode and the size. Every IDX_WT_File on that
 /// path works on this one entry. Paths are told apart as they are spelled.
@@ -46,17 +46,31 @@ private:
     /// Takes a stream that was just opened.
     void Attach(FILE* iStream, Mode iMode);
 
-    /// Brings what is held to the disk and closes the stream; no effect without one.
-    void CloseStream();
+    /// The position of the stream's end; false when it can't be told or isn't below 2^31.
+    bool FindEnd(unsigned int& oPosition);
+
+    /// Goes to an offset; false from 2^31 on, or when a stream that serves itself can't.
+    bool Seek(unsigned int iOffset);
+
+    /// Reads at the offset of the last Seek; `oAtEnd` when the file ended too early.
+    bool Read(unsigned int iOffset, void* oData, unsigned int iSize, bool& oAtEnd);
+
+    /// Writes at the offset of the last Seek.
+    bool Write(unsigned int iOffset, const void* iData, unsigned int iSize);
+
+    /// Brings what is held to the file; false when it can't be done.
+    bool Flush();
+
+    /// Brings what is held to the file and closes the stream, if there is one.
+    /// @return false when bytes that were written can't reach the file
+    bool CloseStream();
 
     static IdxFileHash HashFiles;
 
-    unsigned int
-        m_size;      ///< logical size in bytes, as GetSize gives it; kept when the file is closed
-    FILE* m_stream;  ///< null when closed
+    unsigned int m_size;  ///< logical size in bytes; kept when the file is closed
+    FILE* m_stream;       ///< null when closed
     Mode m_mode;
-    PagedStream*
-        m_pages;  ///< the stream's pages; null when closed and for what isn't a regular file
+    PagedFile* m_pages;  ///< where the bytes are held; null when closed and for a device or pipe
 };
 
 #endif

@@ -1,0 +1,123 @@
+#include "PagePool.h"
+
+#include "PagedFile.h"
+
+#include <cstdlib>
+#include <sys/mman.h>
+
+PageFrame* PagePool::Take(PagedFile* iFile, unsigned int iPage) {
+    while (_nInUse >= _maxFrames) {
+        if (_nInUse == 0 || !EvictOne()) return nullptr;
+    }
+    if (_free == nullptr && !Grow() && (_nInUse == 0 || !EvictOne())) return nullptr;
+    PageFrame* frame = _free;
+    _free = frame->nextFree;
+    ++_nInUse;
+    *frame = {iFile, nullptr, frame->bytes, iPage, 0, 0, 0, true, false};
+    return frame;
+}
+
+void PagePool::Release(PageFrame* ioFrame) {
+    ioFrame->file = nullptr;
+    ioFrame->nextFree = _free;
+    _free = ioFrame;
+    if (--_nInUse == 0) ReleaseBlocks();
+}
+
+void PagePool::SetLimit(std::size_t iBytes) {
+    _maxFrames = iBytes / kPageSize;
+    DropAll();
+}
+
+bool PagePool::IsWorthTaking(const PagedFile* iFile, unsigned int iPage) {
+    if (_nInUse < _maxFrames) return true;
+    constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15U;  // 2^64 over the golden ratio
+    const std::uint64_t key = (reinterpret_cast<std::uintptr_t>(iFile) ^ iPage) * kSpread;
+    std::uint64_t& slot = _misses[key >> 56U];
+    if (slot == key) return true;
+    slot = key;
+    return false;
+}
+
+bool PagePool::Grow() {
+    const unsigned int nFrames = _blocks == nullptr ? kFirstBlockFrames : kBlockFrames;
+    const std::size_t size = std::size_t{nFrames} * kPageSize;
+    auto* block = static_cast<Block*>(std::calloc(1, sizeof(Block) + nFrames * sizeof(PageFrame)));
+    if (block == nullptr) return false;
+    block->bytes = static_cast<unsigned char*>(std::aligned_alloc(size, size));
+    if (block->bytes == nullptr) {
+        std::free(block);
+        return false;
+    }
+    if (nFrames == kBlockFrames) madvise(block->bytes, size, MADV_HUGEPAGE);
+    block->frames = reinterpret_cast<PageFrame*>(block + 1);
+    block->nFrames = nFrames;
+    block->next = _blocks;
+    _blocks = block;
+    AddFrames(*block);
+    return true;
+}
+
+void PagePool::AddFrames(Block& ioBlock) {
+    for (unsigned int i = ioBlock.nFrames; i-- > 0;) {
+        ioBlock.frames[i].bytes = ioBlock.bytes + std::size_t{i} * kPageSize;
+        ioBlock.frames[i].nextFree = _free;
+        _free = &ioBlock.frames[i];
+    }
+}
+
+PageFrame& PagePool::Advance() {
+    if (_handBlock == nullptr || ++_handFrame == _handBlock->nFrames) {
+        _handFrame = 0;
+        _handBlock = _handBlock != nullptr ? _handBlock->next : nullptr;
+        if (_handBlock == nullptr) _handBlock = _blocks;
+    }
+    return _handBlock->frames[_handFrame];
+}
+
+bool PagePool::EvictOne() {
+    // One round takes the marks away, the next finds a page without one. A page that can't be written
+    // back gets its mark again, so that a third round means that there is no other.
+    std::size_t nFailed = 0;
+    while (nFailed <= _nInUse) {
+        PageFrame& frame = Advance();
+        if (frame.file == nullptr) continue;
+        if (frame.recent) {
+            frame.recent = false;
+        } else if (frame.IsDirty() && !frame.file->WriteBackFrom(frame.page)) {
+            frame.recent = true;
+            ++nFailed;
+        } else {
+            frame.file->Drop(frame.page);
+            return true;
+        }
+    }
+    return false;
+}
+
+void PagePool::DropAll() {
+    for (Block* block = _blocks; block != nullptr;) {
+        Block* next = block->next;  // with the last page its block may go
+        for (unsigned int i = 0; i < block->nFrames && _nInUse != 0; ++i) {
+            PageFrame& frame = block->frames[i];
+            if (frame.file == nullptr) continue;
+            if (frame.IsDirty() && !frame.file->WriteBackFrom(frame.page)) continue;
+            frame.file->Drop(frame.page);
+        }
+        if (_nInUse == 0) return;
+        block = next;
+    }
+}
+
+void PagePool::ReleaseBlocks() {
+    _free = nullptr;
+    _handBlock = nullptr;
+    _handFrame = 0;
+    while (_blocks->next != nullptr) {
+        Block* block = _blocks;
+        _blocks = block->next;
+        std::free(block->bytes);
+        std::free(block);
+    }
+    AddFrames(*_blocks);
+}
