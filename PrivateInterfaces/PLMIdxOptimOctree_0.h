@@ -30,7 +30,12 @@ public:
 
     int GetSizeInFiles() const override;
 
-    /// Not available yet: IDX_E_NOT_IMPLEMENTED.
+    /// Appends the image to a split file, whole in one piece, and gives its place. What was written
+    /// before a failure stays there, and so does the place.
+    /// @param oPart    number of the piece
+    /// @param oOffset  of the first byte of the header in it, a multiple of 4
+    /// @return IDX_S_OK, or IDX_E_FAIL with "PLMIdxWTOptimOctree_0.Save.IDX_WT_SplittedFile.Write"
+    ///         (the header) or "PLMIdxWTOptimOctree_0.Save.IDX_WT_SplittedFile.WriteAt" (the records)
     long int Save(
         IDX_WT_SplittedFile& ioFile, unsigned int& oPart, unsigned int& oOffset) const override;
 

@@ -22,7 +22,13 @@ public:
     /// Always fails with IDX_E_FAIL: a writer is never a view on memory that it doesn't own.
     long int Load(void* iBuffer) override;
 
-    /// Reads an image back from its place in a split file. Not available yet: IDX_E_NOT_IMPLEMENTED.
+    /// Reads an image back from its place in a split file. Any version of the format is taken, and so is an
+    /// image without records of any type; the records are trusted.
+    /// @return IDX_S_OK, or IDX_E_FAIL with "PLMIdxWTOptimOctree_0.Load.ReadAt(OctreeHeader)" (the octree
+    ///         is as before), "PLMIdxWTOptimOctree_0.Load.InvalidType" or
+    ///         "PLMIdxWTOptimOctree_0.Load.ReadAt(OctreeBuffer)" (its records are lost, it must not be used
+    ///         before the next load or construction); IDX_E_OUT_OF_MEMORY with
+    ///         "PLMIdxWTOptimOctree_0._Alloc.AllocationFailed" (as before)
     long int Load(IDX_WT_SplittedFile& ioFile, unsigned int iPart, unsigned int iOffset);
 
     /// Makes this octree the packed copy of `iSource`, cuboid included. Nothing is merged or pruned;
@@ -53,6 +59,10 @@ protected:
 
     /// Empties the octree and lays out the root record.
     long int Reset();
+
+    /// Makes the first `iSize` bytes of the block zero, of a larger one where it has less.
+    /// @return IDX_S_OK, or as _Alloc without memory; the block is then as before
+    long int ClearBlock(unsigned int iSize);
 
     /// Takes `iSize` zeroed bytes from the block and gives their offset.
     /// @return IDX_S_OK; IDX_E_OUT_OF_MEMORY with "PLMIdxWTOptimOctree_0._Alloc.AllocationFailed";

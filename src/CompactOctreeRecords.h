@@ -4,6 +4,7 @@
 #include "IDX_Base_4x4Matrix.h"
 #include "IDX_Base_Octree_TestResult.h"
 #include "IDX_Point.h"
+#include "PLMIdxIBaseOctree.h"
 
 #include <cstddef>
 #include <type_traits>
@@ -33,6 +34,35 @@ static_assert(
         offsetof(OctreeHeader, cuboidPoint2) == 116 && offsetof(OctreeHeader, size) == 128,
     "octree image: OctreeHeader");
 static_assert(std::is_trivially_copyable<OctreeHeader>::value, "octree image: header is bytes");
+
+/// The header of an octree's image.
+/// @param iSize  bytes of its records
+inline OctreeHeader HeaderOf(const PLMIdxIBaseOctree& iOctree, unsigned int iSize) {
+    OctreeHeader header = {};
+    header.type = iOctree._type;
+    header.version = iOctree._version;
+    header.depth = iOctree._depth;
+    header.bbOrigin = iOctree._bbOrigin;
+    header.bbSize = iOctree._bbSize;
+    header.hasCuboid = iOctree._hasCuboid;
+    header.cuboidMatrix = iOctree._cuboidMatrix;
+    header.cuboidPoint1 = iOctree._cuboidPoint1;
+    header.cuboidPoint2 = iOctree._cuboidPoint2;
+    header.size = iSize;
+    return header;
+}
+
+/// Gives an octree what the header says of it; its type and its records are the caller's concern.
+inline void TakeHeader(PLMIdxIBaseOctree& ioOctree, const OctreeHeader& iHeader) {
+    ioOctree._version = iHeader.version;
+    ioOctree._depth = iHeader.depth;
+    ioOctree._bbOrigin = iHeader.bbOrigin;
+    ioOctree._bbSize = iHeader.bbSize;
+    ioOctree._hasCuboid = iHeader.hasCuboid;
+    ioOctree._cuboidMatrix = iHeader.cuboidMatrix;
+    ioOctree._cuboidPoint1 = iHeader.cuboidPoint1;
+    ioOctree._cuboidPoint2 = iHeader.cuboidPoint2;
+}
 
 /// Record of a cell that lies three or more levels above the bottom. 8 bytes.
 struct NodeOptim {

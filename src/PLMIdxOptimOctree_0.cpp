@@ -2,7 +2,10 @@
 
 #include "CompactOctreeRecords.h"
 #include "RawMemory.h"
+#include "TraceFailure.h"
 #include "WorkingOctreeRecords.h"
+
+#include "IDX_WT_SplittedFile.h"
 
 #include <bit>
 
@@ -56,8 +59,21 @@ int PLMIdxOptimOctree_0::GetSizeInFiles() const {
     return static_cast<int>(_size + kOctreeHeaderSize);
 }
 
-long int PLMIdxOptimOctree_0::Save(IDX_WT_SplittedFile&, unsigned int&, unsigned int&) const {
-    return IDX_E_NOT_IMPLEMENTED;
+/// The tags name the writer, whose image it is.
+long int PLMIdxOptimOctree_0::Save(
+    IDX_WT_SplittedFile& ioFile, unsigned int& oPart, unsigned int& oOffset) const {
+    oPart = 0;
+    oOffset = 0;
+    const OctreeHeader header = HeaderOf(*this, _size);
+    if (!ioFile.Write(&header, kOctreeHeaderSize, oPart, oOffset)) {
+        return TraceStatus("PLMIdxWTOptimOctree_0.Save.IDX_WT_SplittedFile.Write", IDX_E_FAIL);
+    }
+    if (_size == 0) return IDX_S_OK;
+    // At a place, and not as a second append: that could go to another piece.
+    if (!ioFile.WriteAt(oPart, oOffset + kOctreeHeaderSize, _buffer, _size)) {
+        return TraceStatus("PLMIdxWTOptimOctree_0.Save.IDX_WT_SplittedFile.WriteAt", IDX_E_FAIL);
+    }
+    return IDX_S_OK;
 }
 
 long int PLMIdxOptimOctree_0::Load(void* iBuffer) {
@@ -65,13 +81,7 @@ long int PLMIdxOptimOctree_0::Load(void* iBuffer) {
     auto* image = static_cast<unsigned char*>(iBuffer);
     const OctreeHeader header = LoadAt<OctreeHeader>(image, 0);
     if (header.type != _type || header.version != _version) return IDX_E_FAIL;
-    _depth = header.depth;
-    _bbOrigin = header.bbOrigin;
-    _bbSize = header.bbSize;
-    _hasCuboid = header.hasCuboid;
-    _cuboidMatrix = header.cuboidMatrix;
-    _cuboidPoint1 = header.cuboidPoint1;
-    _cuboidPoint2 = header.cuboidPoint2;
+    TakeHeader(*this, header);
     _size = header.size;
     _buffer = image + kOctreeHeaderSize;
     return IDX_S_OK;

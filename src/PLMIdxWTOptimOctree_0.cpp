@@ -6,7 +6,9 @@
 #include "WorkingOctreeRecords.h"
 
 #include "IDX_Base_Constants.h"
+#include "IDX_WT_SplittedFile.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdlib>
 #include <cstring>
@@ -165,8 +167,25 @@ long int PLMIdxWTOptimOctree_0::Load(void*) {
     return IDX_E_FAIL;
 }
 
-long int PLMIdxWTOptimOctree_0::Load(IDX_WT_SplittedFile&, unsigned int, unsigned int) {
-    return IDX_E_NOT_IMPLEMENTED;
+long int PLMIdxWTOptimOctree_0::Load(
+    IDX_WT_SplittedFile& ioFile, unsigned int iPart, unsigned int iOffset) {
+    OctreeHeader header;
+    if (!ioFile.ReadAt(iPart, iOffset, &header, kOctreeHeaderSize)) {
+        return TraceStatus("PLMIdxWTOptimOctree_0.Load.ReadAt(OctreeHeader)", IDX_E_FAIL);
+    }
+    if (header.size != 0) {
+        if (IDX_Failed(ClearBlock(header.size))) return IDX_E_OUT_OF_MEMORY;
+        if (header.type != _type) {
+            return TraceStatus("PLMIdxWTOptimOctree_0.Load.InvalidType", IDX_E_FAIL);
+        }
+        if (!ioFile.ReadAt(iPart, iOffset + kOctreeHeaderSize, _buffer, header.size)) {
+            return TraceStatus("PLMIdxWTOptimOctree_0.Load.ReadAt(OctreeBuffer)", IDX_E_FAIL);
+        }
+    }
+    TakeHeader(*this, header);
+    _size = header.size;
+    _capacity = header.size;
+    return IDX_S_OK;
 }
 
 long int PLMIdxWTOptimOctree_0::ConstructFrom(const PLMIdxIBaseOctree& iSource) {
@@ -198,20 +217,9 @@ long int PLMIdxWTOptimOctree_0::ConstructFullOctree(
 }
 
 unsigned char* PLMIdxWTOptimOctree_0::GetOctreeBuffer(unsigned int& oSize) const {
-    OctreeHeader header = {};
-    header.type = _type;
-    header.version = _version;
-    header.depth = _depth;
-    header.bbOrigin = _bbOrigin;
-    header.bbSize = _bbSize;
-    header.hasCuboid = _hasCuboid;
-    header.cuboidMatrix = _cuboidMatrix;
-    header.cuboidPoint1 = _cuboidPoint1;
-    header.cuboidPoint2 = _cuboidPoint2;
-    header.size = _size;
     oSize = _size + kOctreeHeaderSize;
     auto* image = new unsigned char[oSize];
-    StoreAt(image, 0, header);
+    StoreAt(image, 0, HeaderOf(*this, _size));
     if (_size != 0) std::memcpy(image + kOctreeHeaderSize, _buffer, _size);
     return image;
 }
@@ -234,6 +242,24 @@ long int PLMIdxWTOptimOctree_0::Reset() {
     if (_depth == 1) return IDX_E_FAIL;
     unsigned int root = 0;
     return _Alloc(kCompactRecordSize, root);
+}
+
+/// A new block comes from calloc, which touches none of its pages: a damaged header that promises
+/// gigabytes costs nothing before the records turn out to be missing.
+long int PLMIdxWTOptimOctree_0::ClearBlock(unsigned int iSize) {
+    if (_buffer != nullptr && iSize <= _capacity) {
+        std::memset(_buffer, 0, iSize);
+        return IDX_S_OK;
+    }
+    auto* block = static_cast<unsigned char*>(std::calloc(iSize, 1));
+    if (block == nullptr) {
+        return TraceStatus("PLMIdxWTOptimOctree_0._Alloc.AllocationFailed", IDX_E_OUT_OF_MEMORY);
+    }
+    std::free(_buffer);
+    _buffer = block;
+    // A construction that found no memory leaves the capacity of the block that it didn't get.
+    _capacity = std::min(_capacity, iSize);
+    return IDX_S_OK;
 }
 
 long int PLMIdxWTOptimOctree_0::_Alloc(unsigned int iSize, unsigned int& oOffset) {
