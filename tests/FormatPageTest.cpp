@@ -1,9 +1,11 @@
 // docs/file-formats.md against the library: the example of the page is built, compared byte for
 // byte, and read by a second small reader that knows nothing but the page.
 
+#include "IDXWorkingID.h"
 #include "PLMIdxWTOptimOctree_0.h"
 #include "PLMIdxWTWorkingOctree.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -20,12 +22,14 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using Cell = std::tuple<unsigned, unsigned, unsigned>;  // indices along X, Y, Z
 
-/// The bytes of the fenced block "dump": an offset, then pairs of hexadecimal digits, then text.
-/// Every offset must be the number of bytes before it.
-Bytes ReadDumpOfPage() {
+/// The bytes of the first block "dump" below a heading: an offset, then pairs of hexadecimal digits,
+/// then text. Every offset must be the number of bytes before it.
+Bytes ReadDumpOfPage(const std::string& iHeading) {
     std::ifstream page(GRIDLOOM_FORMAT_PAGE);
     Bytes bytes;
     std::string line;
+    while (std::getline(page, line) && line != "## " + iHeading) {
+    }
     while (std::getline(page, line) && line != "```dump") {
     }
     while (std::getline(page, line) && line != "```") {
@@ -132,8 +136,8 @@ void AddCube(std::set<Cell>& ioCells, unsigned iX, unsigned iY, unsigned iZ, uns
     }
 }
 
-TEST(FormatPage, TheDumpIsWhatTheLibraryWrites) {
-    EXPECT_EQ(ReadDumpOfPage(), BuildExampleOfPage());
+TEST(FormatPage, TheOctreeIsWhatTheLibraryWrites) {
+    EXPECT_EQ(ReadDumpOfPage("Octree image"), BuildExampleOfPage());
 }
 
 TEST(FormatPage, AReaderWrittenFromThePageFindsTheCells) {
@@ -145,9 +149,27 @@ TEST(FormatPage, AReaderWrittenFromThePageFindsTheCells) {
     AddCube(expected, 4, 12, 8, 4);  // child 6, 3
     AddCube(expected, 4, 8, 12, 4);  // child 6, 5
     AddCube(expected, 8, 8, 8, 8);   // child 7
-    const Bytes image = ReadDumpOfPage();
+    const Bytes image = ReadDumpOfPage("Octree image");
     ASSERT_EQ(image.size(), 180u);
     EXPECT_EQ(PageReader(image).OccupiedCells(), expected);
+}
+
+TEST(FormatPage, TheWorkingIdentifierIsReadAndWrittenAgain) {
+    const Bytes form = ReadDumpOfPage("Serial form of a working identifier");
+    IDX_Base_Buffer buffer;
+    buffer.Resize(static_cast<unsigned int>(form.size()));
+    std::copy(form.begin(), form.end(), buffer.GetDataForWriting());
+    IDXWorkingID id;
+    id.ConvertFromBuffer(buffer);
+    const IDX_Base_ByteArray& ids = id.GetObjectAndLogicalID();
+    for (unsigned int i = 0; i < 32; ++i) EXPECT_EQ(ids.GetData()[i], i);
+    VEXUnicodeString type;
+    id.GetType(type);
+    EXPECT_STREQ(type, "PART");
+    const IDX_Base_String& repository = id.GetRepositoryName();
+    EXPECT_EQ(std::string(repository.GetData(), repository.GetLength()), "Vault");
+    id.ConvertToBuffer(buffer);
+    EXPECT_EQ(Bytes(buffer.GetData(), buffer.GetData() + buffer.GetSize()), form);
 }
 
 }  // namespace

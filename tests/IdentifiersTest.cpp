@@ -1,0 +1,258 @@
+// Identifiers of the tree and of the batch tools, and the serial form of the latter.
+
+#include "IDXWorkingID.h"
+#include "IDX_WT_Identifier.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+using namespace std::string_literals;
+
+IDX_Base_ByteArray ArrayOf(const std::string& text) {
+    IDX_Base_ByteArray array;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    array.SetData(bytes, static_cast<unsigned int>(text.size()));
+    return array;
+}
+
+IDX_Base_String StringOf(const std::string& text) {
+    IDX_Base_String string;
+    string.SetData(text.data(), static_cast<unsigned int>(text.size()));
+    return string;
+}
+
+std::string TextOf(const IDX_Base_ByteArray& array) {
+    return {reinterpret_cast<const char*>(array.GetData()), array.GetSize()};
+}
+
+std::string TextOf(const IDX_Base_String& string) {
+    return {string.GetData(), string.GetLength()};
+}
+
+IDX_Base_Buffer BufferOf(const std::string& bytes) {
+    IDX_Base_Buffer buffer;
+    buffer.Resize(static_cast<unsigned int>(bytes.size()));
+    bytes.copy(reinterpret_cast<char*>(buffer.GetDataForWriting()), bytes.size());
+    return buffer;
+}
+
+std::string SerialFormOf(const IDXWorkingID& id) {
+    IDX_Base_Buffer buffer = BufferOf("what was there before is replaced");
+    id.ConvertToBuffer(buffer);
+    return {reinterpret_cast<const char*>(buffer.GetData()), buffer.GetSize()};
+}
+
+const std::string kObject = "0123456789abcdef";
+const std::string kLogical = "ABCDEFGHIJKLMNOP";
+
+IDXWorkingID SampleID(const std::string& type = "PART", const std::string& repository = "Vault") {
+    IDXWorkingID id;
+    id.SetObjectID(ArrayOf(kObject));
+    id.SetLogicalID(ArrayOf(kLogical));
+    id.SetTypeID(StringOf(type));
+    id.SetRepositoryName(StringOf(repository));
+    return id;
+}
+
+/// All four fields, told apart by bars.
+std::string FieldsOf(const IDXWorkingID& id) {
+    return TextOf(id.GetObjectID()) + "|" + TextOf(id.GetLogicalID()) + "|" +
+           TextOf(id.GetTypeID()) + "|" + TextOf(id.GetRepositoryName());
+}
+
+/// A subclass with a use for the value beside the bytes.
+class Numbered : public IDX_WT_Identifier {
+public:
+    explicit Numbered(unsigned int number) { m_auxValue = number; }
+    unsigned int Number() const { return m_auxValue; }
+};
+
+TEST(Identifier, CarriesAValueBesideItsBytes) {
+    Numbered first(7);
+    first.GetByteArray() = ArrayOf("key");
+    EXPECT_EQ(first.Number(), 7u) << "the bytes alone were set";
+    const Numbered copy(first);
+    Numbered assigned(0);
+    assigned = first;
+    assigned = *&assigned;
+    first.SetData(reinterpret_cast<const unsigned char*>("other"), 5);
+    EXPECT_EQ(first.Number(), 0u);
+    for (const Numbered& same : {copy, assigned}) {
+        EXPECT_EQ(same.Number(), 7u);
+        EXPECT_EQ(TextOf(same.GetByteArray()), "key");
+    }
+    first.SetData(nullptr, 0);
+    EXPECT_EQ(first.GetSize(), 0u);
+}
+
+/// An identifier that isn't the library's: compared through the two operations alone.
+class Reversed : public IDX_Base_Identifier {
+public:
+    explicit Reversed(const std::string& text) : _text(text.rbegin(), text.rend()) {}
+    const unsigned char* GetData() const override {
+        return reinterpret_cast<const unsigned char*>(_text.data());
+    }
+    unsigned int GetSize() const override { return static_cast<unsigned int>(_text.size()); }
+
+private:
+    std::string _text;
+};
+
+TEST(Identifier, IsComparedThroughItsOperations) {
+    struct {
+        const char* own;
+        const char* other;
+        short order;
+    } const cases[] = {
+        {"",     "",     0 },
+        {"abc",  "cba",  0 },
+        {"abc",  "ba",   1 },
+        {"",     "a",    -1},
+        {"ab",   "cba",  -1},
+        {"\x80", "\x7f", 1 },
+        {"b",    "aa",   1 },
+        {"\x01", "\xff", -1},
+    };
+    for (const auto& row : cases) {
+        IDX_WT_Identifier own;
+        own.GetByteArray() = ArrayOf(row.own);
+        short order = 42;
+        EXPECT_EQ(own.SortCompare(Reversed(row.other), order), IDX_True);
+        EXPECT_EQ(order, row.order) << row.own << " and " << row.other << " backwards";
+        Reversed(row.other).SortCompare(own, order);
+        EXPECT_EQ(order, -row.order);
+    }
+}
+
+TEST(WorkingID, SerialFormToTheByte) {
+    EXPECT_EQ(
+        SerialFormOf(SampleID()),
+        "0123456789abcdefABCDEFGHIJKLMNOP"
+        "\x04\0\0\0PART\x05\0\0\0Vault"s);
+    EXPECT_EQ(SerialFormOf(SampleID("", "")), kObject + kLogical + "\0\0\0\0\0\0\0\0"s);
+    EXPECT_EQ(SerialFormOf(IDXWorkingID()), "\0\0\0\0\0\0\0\0"s);
+}
+
+TEST(WorkingID, ComesBackFromItsSerialForm) {
+    for (const std::string& type : {""s, "T"s, "with\0zero"s, std::string(70000, 't')}) {
+        for (const std::string& repository : {""s, "R"s, std::string(300, 'r')}) {
+            IDXWorkingID id = SampleID("before", "before");
+            id.GetObjectAndLogicalID();
+            const IDXWorkingID wanted = SampleID(type, repository);
+            id.ConvertFromBuffer(BufferOf(SerialFormOf(wanted)));
+            EXPECT_EQ(FieldsOf(id), FieldsOf(wanted));
+            EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), kObject + kLogical);
+        }
+    }
+}
+
+/// The buffer must leave nothing of what the object held.
+void ExpectRefused(const std::string& bytes) {
+    IDXWorkingID id = SampleID();
+    id.GetObjectAndLogicalID();
+    id.ConvertFromBuffer(BufferOf(bytes));
+    EXPECT_EQ(FieldsOf(id), "|||");
+}
+
+TEST(WorkingID, ABadBufferResetsTheObject) {
+    const std::string good = SerialFormOf(SampleID());
+    for (std::size_t size = 0; size < good.size(); ++size) {
+        SCOPED_TRACE(size);
+        ExpectRefused(good.substr(0, size));
+    }
+    ExpectRefused(good + '\0');
+    const std::string ids = kObject + kLogical;
+    const std::string badTails[] = {
+        "\x01\0\0\0"s,  // T beyond the end
+        "\xff\xff\xff\xff"
+        "12345678"s,  // sums of offset and T pass 2^32
+        "\xd8\xff\xff\xff"
+        "12345678"s,  // 40 + T = 2^32
+        "\xdc\xff\xff\xff"
+        "12345678"s,  // 36 + T = 2^32
+        "\0\0\0\x80"
+        "12345678"s,  // negative as a signed number
+        "\0\0\0\0\xff\xff\xff\xff"
+        "12345678"s,                     // R beyond the end
+        "\x01\0\0\0T\xd7\xff\xff\xff"s,  // 40 + T + R = 2^32
+        "\x02\0\0\0T\x01\0\0\0R"s,       // T reaches into R
+    };
+    for (const std::string& tail : badTails) ExpectRefused(ids + tail);
+}
+
+TEST(WorkingID, BothIDsFollowEveryChange) {
+    const std::string other(16, 'x');
+    IDXWorkingID id = SampleID();
+    EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), kObject + kLogical);
+    EXPECT_EQ(&id.GetObjectAndLogicalID(), &id.GetObjectAndLogicalID());
+    id.SetObjectID(ArrayOf(other));
+    EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), other + kLogical);
+    id.SetLogicalID(ArrayOf(other));
+    EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), other + other);
+
+    IDXWorkingID assigned = SampleID();
+    assigned.GetObjectAndLogicalID();
+    assigned = id;
+    assigned = *&assigned;
+    EXPECT_EQ(TextOf(assigned.GetObjectAndLogicalID()), other + other);
+    EXPECT_EQ(FieldsOf(IDXWorkingID(assigned)), FieldsOf(id));
+
+    id.SetObjectAndLogicalID(ArrayOf(kLogical + kObject));
+    EXPECT_EQ(FieldsOf(id), kLogical + "|" + kObject + "|PART|Vault");
+    EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), kLogical + kObject);
+    id.SetObjectID(id.GetObjectAndLogicalID());
+    id.SetObjectAndLogicalID(id.GetObjectID());  // its own object id, of 32 bytes
+    EXPECT_EQ(FieldsOf(id), kLogical + "|" + kObject + "|PART|Vault");
+}
+
+TEST(WorkingID, OnlyTheObjectIDIsCompared) {
+    IDXWorkingID other = SampleID("x", "y");
+    other.SetLogicalID(ArrayOf("z"));
+    EXPECT_EQ(SampleID() == other, IDX_True);
+    EXPECT_EQ(SampleID() != other, IDX_False);
+    other.SetObjectID(ArrayOf("0123456789abcdeF"));
+    EXPECT_EQ(SampleID() == other, IDX_False);
+    EXPECT_EQ(SampleID() != other, IDX_True);
+}
+
+TEST(WorkingID, GivesItsTypeAsAText) {
+    IDXWorkingID id;
+    VEXUnicodeString type("before");
+    IDX_Base_String part;
+    part.SetData("PARTICLE", 4);
+    id.SetTypeID(part);
+    id.GetType(type);
+    EXPECT_STREQ(type, "PART");
+    IDXWorkingID().GetType(type);
+    EXPECT_STREQ(type, "");
+}
+
+/// IDs of these sizes, then the form of both.
+void GiveBoth(unsigned int objectSize, unsigned int logicalSize) {
+    IDXWorkingID id;
+    id.SetObjectID(ArrayOf(std::string(objectSize, 'o')));
+    id.SetLogicalID(ArrayOf(std::string(logicalSize, 'l')));
+    id.GetObjectAndLogicalID();
+}
+
+void SetBoth(unsigned int size) {
+    IDXWorkingID().SetObjectAndLogicalID(ArrayOf(std::string(size, 'b')));
+}
+
+TEST(WorkingIDDeathTest, WrongSizesEndTheProcess) {
+    const char* const object = ": AssertionFailed:16 == this->_OID.GetSize\\(\\)\n$";
+    const char* const logical = ": AssertionFailed:16 == this->_LID.GetSize\\(\\)\n$";
+    const char* const binary = ": AssertionFailed:32 == iBinary.GetSize\\(\\)\n$";
+    const testing::KilledBySignal aborted(SIGABRT);
+    EXPECT_EXIT(GiveBoth(0, 0), aborted, object);
+    EXPECT_EXIT(GiveBoth(17, 16), aborted, object);
+    EXPECT_EXIT(GiveBoth(16, 15), aborted, logical);
+    EXPECT_EXIT(GiveBoth(16, 0), aborted, logical);
+    EXPECT_EXIT(SetBoth(31), aborted, binary);
+    EXPECT_EXIT(SetBoth(33), aborted, binary);
+}
+
+}  // namespace
