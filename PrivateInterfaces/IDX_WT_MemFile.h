@@ -10,7 +10,8 @@
 /// Close(). A process that ends without Close() loses its changes. Stands in wherever an IDX_WT_File* is
 /// taken; reads and writes are copies without a system call.
 ///
-/// Nothing is shared: two objects on one path are two copies, and the later Close() wins on the disk.
+/// Nothing is shared: two objects on one path are two copies, and the later Close() wins on the disk,
+/// as far as its content goes: a file is never cut.
 /// IsOpened() and IsReadWrite() know files that are open by path, and so give IDX_False here.
 ///
 /// Every write that moves the end pads the content with zero bytes up to a multiple of 4, and they reach
@@ -53,7 +54,7 @@ public:
 
     /// Appends. Null data or none is IDX_True and adds nothing. Without a tag when not open for writing.
     /// Tags: "IDX_WT_MemFile.Write.ResizeIfNeeded" (2^31 bytes, or no memory; nothing is written),
-    /// "IDX_WT_MemFile.Write (alignment)".
+    /// "IDX_WT_MemFile.Write (alignment)" (the data stands, its padding is missing).
     IDX_Bool Write(const void* iData, unsigned int iDataSize) override;
 
     /// Writes at `iOffset`. What lies between the old end and `iOffset` becomes zero.

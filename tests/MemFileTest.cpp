@@ -145,6 +145,15 @@ TEST_F(MemFiles, BlocksGrowToTwiceTheEndAndAreKept) {
     Expect(file.Close(true));
     Expect(file.OpenWrite((_folder / "newer").c_str()));
     EXPECT_EQ(lastSize, chunk.size()) << "after a loaded file it counts as one of 5 bytes";
+
+    Expect(file.OpenWrite(PathOf("four")));
+    Expect(file.Write("5", 1));  // a block of 10 bytes, 8 of them in use
+    hasMemory = false;
+    Expect(
+        file.Write("9a", 2),
+        {"IDX_WT_MemFile.Write.ResizeIfNeeded", "IDX_WT_MemFile.Write (alignment)"});
+    hasMemory = true;
+    EXPECT_EQ(file.GetSize(), 10u) << "without its padding";
 }
 
 TEST_F(MemFiles, OpensThatFail) {
