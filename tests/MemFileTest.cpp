@@ -246,7 +246,7 @@ struct PlainMemFile {
 
 TEST_F(MemFiles, AgreeWithAFlatModel) {
     const std::string paths[] = {_folder / "a", _folder / "b"};
-    for (unsigned int seed = 1; seed <= 300; ++seed) {
+    for (unsigned int seed = 1; seed <= 150; ++seed) {
         std::mt19937 random(seed);
         const auto below = [&](std::size_t n) { return static_cast<unsigned int>(random() % n); };
         for (const std::string& path : paths) std::filesystem::remove(path);
