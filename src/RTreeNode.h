@@ -1,0 +1,93 @@
+#ifndef RTreeNode_h
+#define RTreeNode_h
+
+#include "RawMemory.h"
+
+#include "IDX_Base_RTree.h"
+
+#include <cstddef>
+
+// The bytes of an R-tree image. docs/file-formats.md, "R-tree image".
+
+/// What stands before the nodes in a file. 12 bytes.
+struct RTreeImageHeader {
+    unsigned short minFill;      //  0  2  fewest entries that a split leaves in a node
+    unsigned short maxChildren;  //  2  2  entries that a node holds
+    unsigned int root;           //  4  4  offset of the root, from the first node
+    unsigned int size;           //  8  4  bytes of all nodes
+};
+static_assert(
+    sizeof(RTreeImageHeader) == 12 && offsetof(RTreeImageHeader, size) == 8,
+    "R-tree image: header");
+
+/// Starts each node; the entries follow.
+struct RTreeNodeHeader {
+    unsigned int parent;    //  0  4  offset of the parent, 0 in the root
+    unsigned short level;   //  4  2  height above the leaves
+    unsigned short count;   //  6  2  entries in use
+    unsigned short slot;    //  8  2  index of the node's entry in its parent, 0 in the root
+    unsigned short unused;  // 10  2  zero
+};
+static_assert(
+    sizeof(RTreeNodeHeader) == 12 && offsetof(RTreeNodeHeader, slot) == 8,
+    "R-tree image: node header");
+
+/// A node where it lies in the storage. Void as soon as the storage moves.
+class RTreeNode {
+public:
+    using ChildRec = IDX_Base_RTree::ChildRec;
+
+    RTreeNode(unsigned char* iBytes, unsigned int iHeaderSize)
+        : _bytes(iBytes), _entries(iBytes + iHeaderSize) {}
+
+    unsigned int Parent() const {
+        return LoadAt<unsigned int>(_bytes, offsetof(RTreeNodeHeader, parent));
+    }
+    unsigned short Level() const {
+        return LoadAt<unsigned short>(_bytes, offsetof(RTreeNodeHeader, level));
+    }
+    unsigned short Count() const {
+        return LoadAt<unsigned short>(_bytes, offsetof(RTreeNodeHeader, count));
+    }
+    unsigned short Slot() const {
+        return LoadAt<unsigned short>(_bytes, offsetof(RTreeNodeHeader, slot));
+    }
+
+    void SetLevel(unsigned int iLevel) { SetShort(offsetof(RTreeNodeHeader, level), iLevel); }
+    void SetCount(unsigned int iCount) { SetShort(offsetof(RTreeNodeHeader, count), iCount); }
+    void SetPlace(unsigned int iParent, unsigned int iSlot) {
+        StoreAt(_bytes, offsetof(RTreeNodeHeader, parent), iParent);
+        SetShort(offsetof(RTreeNodeHeader, slot), iSlot);
+    }
+
+    ChildRec Entry(unsigned int iSlot) const { return LoadAt<ChildRec>(EntryAt(iSlot), 0); }
+    IDX_Base_BoundingBox Box(unsigned int iSlot) const {
+        return LoadAt<IDX_Base_BoundingBox>(EntryAt(iSlot), offsetof(ChildRec, box));
+    }
+    unsigned int Value(unsigned int iSlot) const {
+        return LoadAt<unsigned int>(EntryAt(iSlot), offsetof(ChildRec, value));
+    }
+
+    void SetEntry(unsigned int iSlot, const ChildRec& iEntry) {
+        StoreAt(EntryAt(iSlot), 0, iEntry);
+    }
+    void SetBox(unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
+        StoreAt(EntryAt(iSlot), offsetof(ChildRec, box), iBox);
+    }
+    void SetValue(unsigned int iSlot, unsigned int iValue) {
+        StoreAt(EntryAt(iSlot), offsetof(ChildRec, value), iValue);
+    }
+
+private:
+    void SetShort(std::size_t iOffset, unsigned int iValue) {
+        StoreAt(_bytes, iOffset, static_cast<unsigned short>(iValue));
+    }
+    unsigned char* EntryAt(unsigned int iSlot) const {
+        return _entries + std::size_t{iSlot} * sizeof(ChildRec);
+    }
+
+    unsigned char* _bytes;
+    unsigned char* _entries;
+};
+
+#endif
