@@ -1,5 +1,7 @@
 // Identifiers of the tree and of the batch tools, and the serial form of the latter.
 
+#include "ByteTexts.h"
+
 #include "IDXWorkingID.h"
 #include "IDX_WT_Identifier.h"
 
@@ -10,27 +12,6 @@
 namespace {
 
 using namespace std::string_literals;
-
-IDX_Base_ByteArray ArrayOf(const std::string& text) {
-    IDX_Base_ByteArray array;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    array.SetData(bytes, static_cast<unsigned int>(text.size()));
-    return array;
-}
-
-IDX_Base_String StringOf(const std::string& text) {
-    IDX_Base_String string;
-    string.SetData(text.data(), static_cast<unsigned int>(text.size()));
-    return string;
-}
-
-std::string TextOf(const IDX_Base_ByteArray& array) {
-    return {reinterpret_cast<const char*>(array.GetData()), array.GetSize()};
-}
-
-std::string TextOf(const IDX_Base_String& string) {
-    return {string.GetData(), string.GetLength()};
-}
 
 IDX_Base_Buffer BufferOf(const std::string& bytes) {
     IDX_Base_Buffer buffer;
@@ -78,7 +59,7 @@ TEST(Identifier, CarriesAValueBesideItsBytes) {
     Numbered assigned(0);
     assigned = first;
     assigned = *&assigned;
-    first.SetData(reinterpret_cast<const unsigned char*>("other"), 5);
+    first.SetData(BytesOf("other"), 5);
     EXPECT_EQ(first.Number(), 0u);
     for (const Numbered& same : {copy, assigned}) {
         EXPECT_EQ(same.Number(), 7u);
