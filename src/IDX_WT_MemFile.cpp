@@ -4,6 +4,7 @@
 
 #include "VEXMemory.h"
 
+#include <cerrno>
 #include <cstring>
 
 namespace {
@@ -77,6 +78,9 @@ IDX_Bool IDX_WT_MemFile::OpenWrite(const char* iPath) {
     if (FILE* existing = std::fopen(iPath, "rb+")) {
         (void)std::fclose(existing);  // nothing was written to it
         if (!ReadFile(iPath, true)) return TraceNo("IDX_WT_MemFile.OpenWrite.ReadFile");
+    } else if (errno != ENOENT) {
+        // What exists and can't be opened now, for want of descriptors say, must not be emptied.
+        return TraceNo("IDX_WT_MemFile.OpenWrite.fopen");
     } else if (!CreateFile(iPath)) {
         return IDX_False;
     }

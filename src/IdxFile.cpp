@@ -2,8 +2,8 @@
 
 #include "PagedFile.h"
 #include "Require.h"
-#include "VEXHashCodeIter.h"
 
+#include "VEXHashCodeIter.h"
 #include "VEXUnicodeString.h"
 
 #include <new>

@@ -9,7 +9,8 @@ PageFrame* PagePool::Take(PagedFile* iFile, unsigned int iPage) {
     while (_nInUse >= _maxFrames) {
         if (_nInUse == 0 || !EvictOne()) return nullptr;
     }
-    if (_free == nullptr && !Grow() && (_nInUse == 0 || !EvictOne())) return nullptr;
+    if (_free == nullptr && !Grow() && _nInUse != 0) EvictOne();
+    if (_free == nullptr) return nullptr;
     PageFrame* frame = _free;
     _free = frame->nextFree;
     ++_nInUse;

@@ -13,7 +13,7 @@ namespace {
 
 // From these sizes on, one system call costs less than what pages would save.
 constexpr std::size_t kStraightRead = kPageSize;
-constexpr std::size_t kStraightWrite = 32 * 1024;
+constexpr std::size_t kStraightWrite = 8 * kStraightRead;
 
 /// Most pages that one system call writes back.
 constexpr int kRunPages = 64;

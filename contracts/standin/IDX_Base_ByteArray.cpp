@@ -19,7 +19,7 @@ IDX_Base_ByteArray::IDX_Base_ByteArray(const IDX_Base_ByteArray& iOther) : IDX_B
 }
 
 IDX_Base_ByteArray& IDX_Base_ByteArray::operator=(const IDX_Base_ByteArray& iOther) {
-    SetData(iOther._data, iOther._size);
+    if (this != &iOther) SetData(iOther._data, iOther._size);
     return *this;
 }
 
