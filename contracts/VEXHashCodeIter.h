@@ -9,7 +9,7 @@
 class GRIDLOOM_CONTRACTS_API VEXHashCodeIter {
 public:
     explicit VEXHashCodeIter(const VEXHashDico& iDico);
-    ~VEXHashCodeIter();
+    ~VEXHashCodeIter() = default;
 
     /// Moves to the next entry, the first time to the first one.
     /// @return its value, or null when there is none left

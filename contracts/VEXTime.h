@@ -12,7 +12,7 @@ class GRIDLOOM_CONTRACTS_API VEXTime {
 public:
     /// The current time.
     VEXTime();
-    ~VEXTime();
+    ~VEXTime() = default;
 
     /// Seconds since 1970-01-01 00:00:00 UTC.
     std::int64_t Gettime_t() const;

@@ -131,8 +131,6 @@ void VEXHashDico::_GrowTable() {
 VEXHashCodeIter::VEXHashCodeIter(const VEXHashDico& iDico)
     : _next(&iDico._first), _current(nullptr) {}
 
-VEXHashCodeIter::~VEXHashCodeIter() = default;
-
 void* VEXHashCodeIter::operator++(int) {
     VEXHashDico::Entry* entry = *_next;
     _current = entry;

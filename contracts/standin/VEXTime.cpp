@@ -8,8 +8,6 @@
 
 VEXTime::VEXTime() : _seconds(std::time(nullptr)) {}
 
-VEXTime::~VEXTime() = default;
-
 std::int64_t VEXTime::Gettime_t() const {
     return _seconds;
 }
