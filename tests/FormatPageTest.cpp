@@ -1,6 +1,8 @@
 // docs/file-formats.md against the library: the example of the page is built, compared byte for
 // byte, and read by a second small reader that knows nothing but the page.
 
+#include "OpenRTree.h"
+
 #include "IDXWorkingID.h"
 #include "PLMIdxWTOptimOctree_0.h"
 #include "PLMIdxWTWorkingOctree.h"
@@ -170,6 +172,15 @@ TEST(FormatPage, TheWorkingIdentifierIsReadAndWrittenAgain) {
     EXPECT_EQ(std::string(repository.GetData(), repository.GetLength()), "Vault");
     id.ConvertToBuffer(buffer);
     EXPECT_EQ(Bytes(buffer.GetData(), buffer.GetData() + buffer.GetSize()), form);
+}
+
+TEST(FormatPage, TheRTreeIsWhatTheLibraryWrites) {
+    OpenRTree tree(1, 2);
+    unsigned int value = 0;
+    for (const float x : {0.0f, 10.0f, 8.0f}) {
+        tree.Insert(IDX_Base_BoundingBox({x, 0, 0}, {x + 1, 1, 1}), value += 10);
+    }
+    EXPECT_EQ(ImageOf(tree), ReadDumpOfPage("R-tree image"));
 }
 
 }  // namespace
