@@ -8,6 +8,7 @@
 
 class IDX_WT_File;
 class IDX_WT_SplittedFile;
+class RTreeInnerNodes;
 class RTreeNode;
 
 /// Collects pairs of a box and a number into an R-tree, and writes it as one image. There is no search and
@@ -123,7 +124,13 @@ private:
     bool IsTreeSound() const;
     bool IsNodeSound(unsigned int iOffset) const;
 
+    void DropInnerNodes();
+    void CopyInnerNodes();
+    bool CopyInnerNodes(unsigned int* oNumbers);
+
     IDX_Bool GrowRoot();
+    IDX_Bool EnlargeBoxes(unsigned int iLeaf, const IDX_Base_BoundingBox& iBox);
+    void SetBox(unsigned int iNode, unsigned int iSlot, const IDX_Base_BoundingBox& iBox);
     unsigned int Append(unsigned int iNode, const ChildRec& iRecord);
     unsigned int ChooseChild(unsigned int iNode, const IDX_Base_BoundingBox& iBox) const;
     IDX_Base_BoundingBox BoxOf(unsigned int iNode) const;
@@ -135,7 +142,9 @@ private:
     template <class WriteHeader, class WriteNodes>
     IDX_Bool SaveImage(const WriteHeader& iWriteHeader, const WriteNodes& iWriteNodes) const;
 
-    unsigned int m_workingLength;  ///< places of each working array
+    float* m_splitMemory;           ///< of a split: the boxes once more, transposed
+    unsigned int m_workingLength;   ///< places of each working array
+    RTreeInnerNodes* m_innerNodes;  ///< a second copy for the way down; null when there is none
     Soundness m_soundness;
 };
 

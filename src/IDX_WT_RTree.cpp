@@ -1,5 +1,7 @@
 #include "IDX_WT_RTree.h"
 
+#include "QuadraticSplit.h"
+#include "RTreeInnerNodes.h"
 #include "RTreeNode.h"
 #include "TraceFailure.h"
 
@@ -7,10 +9,10 @@
 #include "IDX_WT_SplittedFile.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 
 namespace {
 
@@ -43,31 +45,8 @@ bool Lengthen(T*& ioArray, std::size_t iLength) {
     return true;
 }
 
-/// One half of a split so far.
-struct Group {
-    IDX_Base_BoundingBox cover;
-    unsigned int count;
-
-    bool NeedsAll(unsigned int iUndecided, unsigned int iMinFill) const {
-        return count + iUndecided == iMinFill;
-    }
-};
-
-/// The group that gets an entry: the one with the smaller enlargement, then the smaller volume, then
-/// fewer entries; group 0 when none of the numbers of group 1 comes out smaller.
-unsigned int PreferredGroup(const Group (&iGroups)[2], const IDX_Base_BoundingBox& iBox) {
-    float numbers[2][3];
-    for (unsigned int g = 0; g < 2; ++g) {
-        const float volume = iGroups[g].cover.Volume();
-        numbers[g][0] = Enlargement(iGroups[g].cover, volume, iBox);
-        numbers[g][1] = volume;
-        numbers[g][2] = static_cast<float>(iGroups[g].count);
-    }
-    for (unsigned int k = 0; k < 3; ++k) {
-        if (numbers[0][k] < numbers[1][k]) return 0;
-        if (numbers[1][k] < numbers[0][k]) return 1;
-    }
-    return 0;
+bool IsSameBox(const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
+    return std::memcmp(&iFirst, &iSecond, sizeof iFirst) == 0;
 }
 
 }  // namespace
@@ -78,7 +57,9 @@ IDX_WT_RTree::IDX_WT_RTree()
       m_records(nullptr),
       m_groups(nullptr),
       m_volumes(nullptr),
+      m_splitMemory(nullptr),
       m_workingLength(0),
+      m_innerNodes(nullptr),
       m_soundness(Damaged) {}
 
 IDX_WT_RTree::~IDX_WT_RTree() {
@@ -86,6 +67,7 @@ IDX_WT_RTree::~IDX_WT_RTree() {
     std::free(m_records);
     std::free(m_groups);
     std::free(m_volumes);
+    std::free(m_splitMemory);
     FreeStorage();
 }
 
@@ -105,6 +87,8 @@ IDX_Bool IDX_WT_RTree::Init(unsigned short iMinFill, unsigned short iMaxChildren
         return TraceNo("IDX_WT_RTree.Init.IDX_WT_RTreeStorageHandler.Alloc");
     }
     m_soundness = Sound;
+    DropInnerNodes();
+    m_innerNodes = new (std::nothrow) RTreeInnerNodes(iMaxChildren);
     return IDX_True;
 }
 
@@ -118,6 +102,7 @@ unsigned int IDX_WT_RTree::GetSize() const {
 
 IDX_Bool IDX_WT_RTree::Insert(const ChildRec& iRecord, unsigned short iLevel) {
     if (!IsReadyFor(iLevel)) return IDX_False;
+    if (m_innerNodes != nullptr && (iLevel != 0 || !m_innerNodes->Reserve())) DropInnerNodes();
     unsigned int node = 0;
     (void)FindNode(iRecord, iLevel, node);  // always finds one
     return AdjustTree(node, iRecord);
@@ -126,6 +111,10 @@ IDX_Bool IDX_WT_RTree::Insert(const ChildRec& iRecord, unsigned short iLevel) {
 IDX_Bool IDX_WT_RTree::FindNode(
     const ChildRec& iRecord, unsigned short iLevel, unsigned int& oNode) {
     oNode = m_root;
+    if (m_innerNodes != nullptr) {
+        if (m_innerNodes->RootLevel() != 0) oNode = m_innerNodes->FindLeaf(iRecord.box);
+        return IDX_True;
+    }
     while (NodeAt(oNode).Level() != iLevel) oNode = ChooseChild(oNode, iRecord.box);
     return IDX_True;
 }
@@ -163,22 +152,56 @@ IDX_Bool IDX_WT_RTree::AdjustTree(unsigned int iNode, const ChildRec& iRecord) {
         if (Split(node, record, newRecord, oldRecord) == IDX_False) {
             return TraceNo("IDX_WT_RTree.AdjustTree.Split");
         }
-        NodeAt(parent).SetBox(slot, oldRecord.box);
+        SetBox(parent, slot, oldRecord.box);
         node = parent;
         record = newRecord;
     }
     const unsigned int slot = Append(node, record);
     if (node == m_root) return IDX_True;
+    if (m_innerNodes != nullptr && node == iNode) return EnlargeBoxes(iNode, record.box);
     return AdjustTree(node, static_cast<unsigned short>(slot), record.box);
+}
+
+/// Carries one more box in a leaf upward, to the first box that stays as it is: then so do all above. A
+/// box that only grows is the union of what it was and of what came in, but for the sign of a zero.
+IDX_Bool IDX_WT_RTree::EnlargeBoxes(unsigned int iLeaf, const IDX_Base_BoundingBox& iBox) {
+    unsigned int node = iLeaf;
+    IDX_Base_BoundingBox box = iBox;
+    for (unsigned int level = 1; level <= m_innerNodes->RootLevel(); ++level) {
+        const RTreeInnerNodes::Growth growth = m_innerNodes->Enlarge(level, box);
+        if (growth == RTreeInnerNodes::Same) return IDX_True;
+        const RTreeInnerNodes::Step step = m_innerNodes->StepAt(level);
+        if (growth == RTreeInnerNodes::Unsettled) {
+            box = BoxOf(node);
+            m_innerNodes->SetBox(level, step.slot, box);
+        }
+        NodeAt(step.node).SetBox(step.slot, box);
+        node = step.node;
+    }
+    return IDX_True;
+}
+
+/// Sets the box of an entry, which is on the path of the way down where there is one.
+void IDX_WT_RTree::SetBox(
+    unsigned int iNode, unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
+    RTreeNode node = NodeAt(iNode);
+    node.SetBox(iSlot, iBox);
+    if (m_innerNodes != nullptr && node.Level() != 0) {
+        m_innerNodes->SetBox(node.Level(), iSlot, iBox);
+    }
 }
 
 IDX_Bool IDX_WT_RTree::AdjustTree(
     unsigned int iNode, unsigned short iSlot, const IDX_Base_BoundingBox& iBox) {
     unsigned int node = iNode;
-    NodeAt(node).SetBox(iSlot, iBox);
+    SetBox(node, iSlot, iBox);
     while (node != m_root) {
         const unsigned int parent = NodeAt(node).Parent();
-        NodeAt(parent).SetBox(NodeAt(node).Slot(), BoxOf(node));
+        const unsigned int slot = NodeAt(node).Slot();
+        const IDX_Base_BoundingBox box = BoxOf(node);
+        // Beside the second copy all boxes are exact: what doesn't change here changes nothing above.
+        if (m_innerNodes != nullptr && IsSameBox(NodeAt(parent).Box(slot), box)) break;
+        SetBox(parent, slot, box);
         node = parent;
     }
     return IDX_True;
@@ -193,6 +216,7 @@ IDX_Bool IDX_WT_RTree::GrowRoot() {
     root.SetLevel(NodeAt(m_root).Level() + 1u);
     root.SetValue(0, m_root);
     NodeAt(m_root).SetPlace(newRoot, 0);
+    if (m_innerNodes != nullptr) m_innerNodes->GrowRoot(newRoot, m_root);
     m_root = newRoot;
     return IDX_True;
 }
@@ -203,7 +227,10 @@ unsigned int IDX_WT_RTree::Append(unsigned int iNode, const ChildRec& iRecord) {
     const unsigned int slot = node.Count();
     node.SetEntry(slot, iRecord);
     node.SetCount(slot + 1);
-    if (node.Level() != 0) NodeAt(iRecord.value).SetPlace(iNode, slot);
+    if (node.Level() != 0) {
+        NodeAt(iRecord.value).SetPlace(iNode, slot);
+        if (m_innerNodes != nullptr) m_innerNodes->Append(node.Level(), iRecord.box);
+    }
     return slot;
 }
 
@@ -253,62 +280,17 @@ void IDX_WT_RTree::Distribute(
     }
     oOldRecord = covers[0];
     oNewRecord = covers[1];
+    if (m_innerNodes == nullptr) return;
+    if (level == 0) {
+        m_innerNodes->SplitLeaf(iNewNode);
+    } else {
+        m_innerNodes->SplitInner(level, m_groups, iNewNode, nodes[0], nodes[1]);
+    }
 }
 
 void IDX_WT_RTree::QuadraticSplit() {
-    const unsigned int n = m_maxChildren + 1u;
-    for (unsigned int i = 0; i < n; ++i) {
-        m_groups[i] = 2;
-        m_volumes[i] = m_boxes[i].Volume();
-    }
-    const auto waste = [this](unsigned int iFirst, unsigned int iSecond) {
-        const float both = UnionOf(m_boxes[iFirst], m_boxes[iSecond]).Volume();
-        return both - m_volumes[iFirst] - m_volumes[iSecond];
-    };
-    unsigned int seeds[2] = {0, 1};
-    float worst = waste(0, 1);
-    for (unsigned int i = 0; i + 1 < n; ++i) {
-        for (unsigned int j = i + 1; j < n; ++j) {
-            const float w = waste(i, j);
-            if (w > worst) {
-                worst = w;
-                seeds[0] = i;
-                seeds[1] = j;
-            }
-        }
-    }
-    Group groups[2] = {
-        {m_boxes[seeds[0]], 1},
-        {m_boxes[seeds[1]], 1}
-    };
-    m_groups[seeds[0]] = 0;
-    m_groups[seeds[1]] = 1;
-    for (unsigned int undecided = n - 2; undecided > 0; --undecided) {
-        for (unsigned int g = 0; g < 2; ++g) {
-            if (!groups[g].NeedsAll(undecided, m_minFill)) continue;
-            std::replace(
-                m_groups, m_groups + n, static_cast<unsigned char>(2),
-                static_cast<unsigned char>(g));
-            return;
-        }
-        unsigned int chosen = n;
-        float best = -1.0f;
-        const float volumes[2] = {groups[0].cover.Volume(), groups[1].cover.Volume()};
-        for (unsigned int i = 0; i < n; ++i) {
-            if (m_groups[i] != 2) continue;
-            if (chosen == n) chosen = i;
-            const float d0 = Enlargement(groups[0].cover, volumes[0], m_boxes[i]);
-            const float d1 = Enlargement(groups[1].cover, volumes[1], m_boxes[i]);
-            if (std::fabs(d0 - d1) > best) {
-                best = std::fabs(d0 - d1);
-                chosen = i;
-            }
-        }
-        const unsigned int g = PreferredGroup(groups, m_boxes[chosen]);
-        m_groups[chosen] = static_cast<unsigned char>(g);
-        groups[g].cover.Union(m_boxes[chosen]);
-        ++groups[g].count;
-    }
+    ::QuadraticSplit(m_splitMemory, m_boxes, m_maxChildren + 1u, m_volumes, m_groups)
+        .Run(m_minFill);
 }
 
 void IDX_WT_RTree::LinearSplit() {}
@@ -345,6 +327,12 @@ void IDX_WT_RTree::FreeStorage() {
     std::free(m_storage);
     m_storage = nullptr;
     m_capacity = 0;
+    DropInnerNodes();
+}
+
+void IDX_WT_RTree::DropInnerNodes() {
+    delete m_innerNodes;
+    m_innerNodes = nullptr;
 }
 
 /// The arrays know their length on their own: the tree may come from an image.
@@ -352,7 +340,8 @@ bool IDX_WT_RTree::ReserveWorkingArrays(unsigned int iMaxChildren) {
     const unsigned int length = iMaxChildren + 1;
     if (length <= m_workingLength) return true;
     if (!Lengthen(m_boxes, length) || !Lengthen(m_records, length) || !Lengthen(m_groups, length) ||
-        !Lengthen(m_volumes, length)) {
+        !Lengthen(m_volumes, length) ||
+        !Lengthen(m_splitMemory, ::QuadraticSplit::LengthFor(length))) {
         return false;
     }
     m_workingLength = length;
@@ -370,7 +359,10 @@ RTreeNode IDX_WT_RTree::NodeAt(unsigned int iOffset) const {
 /// Whether an entry of a level can go in. Looks at a loaded tree first.
 bool IDX_WT_RTree::IsReadyFor(unsigned int iLevel) {
     if (m_storage == nullptr || m_maxChildren < 2) return false;
-    if (m_soundness == Unknown) m_soundness = IsTreeSound() ? Sound : Damaged;
+    if (m_soundness == Unknown) {
+        m_soundness = IsTreeSound() ? Sound : Damaged;
+        if (m_soundness == Sound) CopyInnerNodes();
+    }
     if (m_soundness == Damaged) return false;
     return ReserveWorkingArrays(m_maxChildren) && iLevel <= NodeAt(m_root).Level();
 }
@@ -400,6 +392,41 @@ bool IDX_WT_RTree::IsNodeSound(unsigned int iOffset) const {
         const RTreeNode child = NodeAt(node.Value(slot));
         const bool isBelow = child.Level() + 1u == node.Level();
         if (!isBelow || child.Parent() != iOffset || child.Slot() != slot) return false;
+    }
+    return true;
+}
+
+/// Makes the second copy of the inner nodes of a sound tree, unless there is no memory, or a box is larger
+/// than it need be.
+void IDX_WT_RTree::CopyInnerNodes() {
+    const unsigned int rootLevel = NodeAt(m_root).Level();
+    auto* numbers = static_cast<unsigned int*>(
+        std::malloc(std::size_t{m_size / m_nodeSize} * sizeof(unsigned int)));
+    m_innerNodes = new (std::nothrow) RTreeInnerNodes(m_maxChildren);
+    const bool isCopied = numbers != nullptr && m_innerNodes != nullptr && CopyInnerNodes(numbers);
+    if (isCopied && rootLevel != 0) m_innerNodes->SetRoot(numbers[m_root / m_nodeSize], rootLevel);
+    if (!isCopied) DropInnerNodes();
+    std::free(numbers);
+}
+
+/// @param oNumbers  for each node, in the order of the storage: its number in the copy, or its offset
+///                  when it is a leaf
+bool IDX_WT_RTree::CopyInnerNodes(unsigned int* oNumbers) {
+    const unsigned int count = m_size / m_nodeSize;
+    for (unsigned int i = 0; i < count; ++i) {
+        oNumbers[i] = i * m_nodeSize;
+        if (NodeAt(i * m_nodeSize).Level() == 0) continue;
+        if (!m_innerNodes->ReserveRecords(1)) return false;
+        oNumbers[i] = m_innerNodes->AddNode(i * m_nodeSize);
+    }
+    for (unsigned int i = 0; i < count; ++i) {
+        const RTreeNode node = NodeAt(i * m_nodeSize);
+        if (node.Level() == 0) continue;
+        for (unsigned int slot = 0; slot < node.Count(); ++slot) {
+            const unsigned int child = node.Value(slot);
+            if (!IsSameBox(node.Box(slot), BoxOf(child))) return false;
+            m_innerNodes->AddEntry(oNumbers[i], node.Box(slot), oNumbers[child / m_nodeSize]);
+        }
     }
     return true;
 }
@@ -459,6 +486,7 @@ IDX_Bool IDX_WT_RTree::LoadImage(const Read& iRead) {
         return IDX_False;
     }
     m_soundness = Damaged;  // the bytes of the former tree go now
+    DropInnerNodes();
     if (iRead(kHeaderSize, m_storage, header.size) == IDX_False) {
         return TraceNo("IDX_WT_RTree.Load.IDX_WT_File.ReadAt(Tree)");
     }
