@@ -6,6 +6,8 @@
 #include "TraceRecorder.h"
 
 #include "IDX_Base_GeometryServices.h"
+#include "IDX_WT_GeometryServices.h"
+#include "PLMIdxWTOctreeServices.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -52,6 +54,26 @@ __attribute__((visibility("default"))) IDX_Bool IDX_Base_GeometryServices::Trian
     std::memcpy(triangle.data(), iTriangle, sizeof triangle);
     if (OverlapByClipping(centre, half, triangle)) oOverlap = IDX_True;
     return canDecide ? IDX_True : IDX_False;
+}
+
+/// The program's own test of a sphere, which fails.
+__attribute__((visibility("default"))) IDX_Bool IDX_WT_GeometryServices::IsBoxEnlargedSphere(
+    const IDX_Point&, const IDX_Point&, const IDX_Point&, float, const PLMIdxMatrix&, IDX_Bool&) {
+    return IDX_False;
+}
+
+TEST(FailingServices, AFailingSphereEndsTheWalkOfABox) {
+    TraceRecorder trace;
+    PLMIdxWTOptimOctree_0 octree;
+    octree.ConstructFullOctree({0, 0, 0}, {4, 4, 4});
+    IDX_Point low = {2, 2, 2};
+    IDX_Point high = low;
+    EXPECT_EQ(PLMIdxWTOctreeServices(octree).ExpandBox(low, high, PLMIdxMatrix()), IDX_E_FAIL);
+    EXPECT_EQ(
+        trace.Take(),
+        (Lines{
+            "PLMIdxWTOctreeServices._ExpandBoxSphere.IDX_WT_GeometryServices.IsBoxEnlarged",
+            "PLMIdxWTOctreeServices.ExpandBox._ExpandBox"}));
 }
 
 TEST(FailingServices, AnUndecidedOverlapFailsTheTriangle) {
