@@ -11,9 +11,8 @@
 
 namespace {
 
-// From these sizes on, one system call costs less than what pages would save.
-constexpr std::size_t kStraightRead = kPageSize;
-constexpr std::size_t kStraightWrite = 8 * kStraightRead;
+/// From this size on an access goes past the pages: to copy the bytes twice costs more than a system call.
+constexpr std::size_t kStraightSize = kPageSize;
 
 /// Most pages that one system call writes back.
 constexpr int kRunPages = 64;
@@ -166,7 +165,7 @@ std::size_t PagedFile::ReadSome(
     PageFrame* frame = Find(PageOf(iOffset));
     if (frame == nullptr) {
         const std::size_t notHeld = NotHeld(iOffset, iSize);
-        if (notHeld < kStraightRead) frame = FindOrTake(PageOf(iOffset));
+        if (notHeld < kStraightSize) frame = FindOrTake(PageOf(iOffset));
         if (frame == nullptr) {
             return ReadStraight(iOffset, oData, notHeld, oError);
         }
@@ -205,7 +204,7 @@ bool PagedFile::Write(std::size_t iOffset, const unsigned char* iData, std::size
 
 std::size_t PagedFile::WriteSome(
     std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
-    if (iSize >= kStraightWrite) return WriteStraight(iOffset, iData, iSize);
+    if (iSize >= kStraightSize) return WriteStraight(iOffset, iData, iSize);
     const std::size_t from = iOffset & (kPageSize - 1);
     const std::size_t size = std::min<std::size_t>(kPageSize - from, iSize);
     PageFrame* frame = FindOrTake(PageOf(iOffset));
