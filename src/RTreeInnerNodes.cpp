@@ -7,11 +7,14 @@
 
 namespace {
 
+constexpr unsigned int kNoRecord = 0xFFFFFFFFu;
+
 /// The first of the lanes with the least enlargement, then the least volume, then the lowest slot.
 struct BestEntries {
     FourFloats enlargement = _mm_set1_ps(std::numeric_limits<float>::infinity());
     FourFloats volume = enlargement;
     FourFloats slot = _mm_setzero_ps();
+    FourFloats child = _mm_setzero_ps();  ///< the bits of its number
 
     /// The order of two that aren't NaN; a NaN is never before anything.
     static FourFloats IsBefore(const BestEntries& iFirst, const BestEntries& iSecond) {
@@ -25,6 +28,7 @@ struct BestEntries {
         enlargement = Select(iMask, iOther.enlargement, enlargement);
         volume = Select(iMask, iOther.volume, volume);
         slot = Select(iMask, iOther.slot, slot);
+        child = Select(iMask, iOther.child, child);
     }
 
     /// Takes over from the lanes of another order what is better or, as good, has a lower slot.
@@ -32,13 +36,28 @@ struct BestEntries {
     void Fold() {
         const BestEntries other = {
             _mm_shuffle_ps(enlargement, enlargement, kOrder),
-            _mm_shuffle_ps(volume, volume, kOrder), _mm_shuffle_ps(slot, slot, kOrder)};
+            _mm_shuffle_ps(volume, volume, kOrder), _mm_shuffle_ps(slot, slot, kOrder),
+            _mm_shuffle_ps(child, child, kOrder)};
         const FourFloats isTie = _mm_and_ps(
             _mm_cmpeq_ps(other.enlargement, enlargement), _mm_cmpeq_ps(other.volume, volume));
         const FourFloats isLower = _mm_and_ps(isTie, _mm_cmplt_ps(other.slot, slot));
         Replace(_mm_or_ps(IsBefore(other, *this), isLower), other);
     }
 };
+
+FourFloats LanesOfSameBits(FourFloats iFirst, FourFloats iSecond) {
+    return _mm_castsi128_ps(_mm_cmpeq_epi32(_mm_castps_si128(iFirst), _mm_castps_si128(iSecond)));
+}
+
+bool AreSameBits(FourFloats iFirst, FourFloats iSecond) {
+    return LanesOf(LanesOfSameBits(iFirst, iSecond)) == 15;
+}
+
+/// Whether a lane holds 0 here and -0 there: the only equal numbers of different bits.
+bool AreZerosOfTwoSigns(FourFloats iFirst, FourFloats iSecond) {
+    const FourFloats areEqual = _mm_cmpeq_ps(iFirst, iSecond);
+    return LanesOf(_mm_andnot_ps(LanesOfSameBits(iFirst, iSecond), areEqual)) != 0;
+}
 
 }  // namespace
 
@@ -95,6 +114,7 @@ bool RTreeInnerNodes::ReservePath(std::size_t iLength) {
     void* path = std::realloc(_path, length * sizeof(PathStep));
     if (path == nullptr) return false;
     _path = static_cast<PathStep*>(path);
+    std::fill(_path + _pathLength, _path + length, PathStep{kNoRecord, 0, 0});
     _pathLength = length;
     return true;
 }
@@ -103,30 +123,44 @@ unsigned int RTreeInnerNodes::FindLeaf(const IDX_Base_BoundingBox& iBox) {
     const FourBoxes box = FourBoxes::AllOf(iBox);
     unsigned int child = _root;
     for (unsigned int level = _rootLevel; level > 0; --level) {
-        const unsigned int slot = Choose(child, box);
-        _path[level] = {child, slot};
-        child = Child(child, slot);
+        PathStep& step = _path[level];
+        const PathStep chosen = Choose(child, box);
+        // Neighbours come one after the other as often as not. Where the way is the same as before, the
+        // next node is known without waiting for this choice: the processor goes ahead on that guess.
+        if (step.record == child && step.slot == chosen.slot) {
+            child = step.child;
+            continue;
+        }
+        step = chosen;
+        child = chosen.child;
     }
     return child;
 }
 
-unsigned int RTreeInnerNodes::Choose(unsigned int iRecord, const FourBoxes& iBox) const {
+RTreeInnerNodes::PathStep RTreeInnerNodes::Choose(
+    unsigned int iRecord, const FourBoxes& iBox) const {
     const FourEntries* four = EntriesOf(iRecord);
-    const FourEntries* const end = four + (_heads[iRecord].count + 3) / 4;
-    BestEntries best;
-    FourFloats slot = _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f);
-    const FourFloats firstGrowth = VolumesOfUnion(four->boxes, iBox) - four->volumes;
+    const FourFloats firstGrowths = VolumesOfUnion(four->boxes, iBox) - four->volumes;
     // No number in slot 0 beats everything, as nothing is less than it.
-    if ((LanesOf(_mm_cmpunord_ps(firstGrowth, firstGrowth)) & 1u) != 0) return 0;
-    for (; four != end; ++four) {
+    const bool isFirstBest = (LanesOf(_mm_cmpunord_ps(firstGrowths, firstGrowths)) & 1u) != 0;
+    if (isFirstBest) return {iRecord, 0, four->children[0]};
+    BestEntries best;
+    // Where all are infinite, slot 0 stays.
+    best.child = Broadcast<0>(_mm_load_ps(reinterpret_cast<const float*>(four->children)));
+    FourFloats slot = _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f);
+    for (const FourEntries* const end = four + (_heads[iRecord].count + 3) / 4; four != end;
+         ++four) {
         const BestEntries entries = {
-            VolumesOfUnion(four->boxes, iBox) - four->volumes, four->volumes, slot};
+            VolumesOfUnion(four->boxes, iBox) - four->volumes, four->volumes, slot,
+            _mm_load_ps(reinterpret_cast<const float*>(four->children))};
         best.Replace(BestEntries::IsBefore(entries, best), entries);
         slot += _mm_set1_ps(4.0f);
     }
     best.Fold<_MM_SHUFFLE(1, 0, 3, 2)>();
     best.Fold<_MM_SHUFFLE(2, 3, 0, 1)>();
-    return static_cast<unsigned int>(_mm_cvttss_si32(best.slot));
+    return {
+        iRecord, static_cast<unsigned int>(_mm_cvttss_si32(best.slot)),
+        static_cast<unsigned int>(_mm_cvtsi128_si32(_mm_castps_si128(best.child)))};
 }
 
 /// Of an entry: coordinate c, in the order of a box, is at 4 c; its volume follows at 24.
@@ -136,19 +170,24 @@ float* RTreeInnerNodes::Coordinates(unsigned int iRecord, unsigned int iSlot) co
 
 RTreeInnerNodes::Growth RTreeInnerNodes::Enlarge(unsigned int iLevel, IDX_Base_BoundingBox& ioBox) {
     const PathStep& step = _path[iLevel];
-    const float* entry = Coordinates(step.record, step.slot);
-    const IDX_Base_BoundingBox before(
-        {entry[0], entry[4], entry[8]}, {entry[12], entry[16], entry[20]});
-    float coordinates[6];
-    std::memcpy(coordinates, &ioBox, sizeof coordinates);
-    for (unsigned int c = 0; c < 6; ++c) {
-        const bool isSameNumber = coordinates[c] == entry[4 * c];
-        if (isSameNumber && std::memcmp(&coordinates[c], entry + 4 * c, sizeof(float)) != 0) {
-            return Unsettled;
-        }
+    float* entry = Coordinates(step.record, step.slot);
+    const FourFloats before[2] = {
+        _mm_setr_ps(entry[0], entry[4], entry[8], 0.0f),
+        _mm_setr_ps(entry[12], entry[16], entry[20], 0.0f)};
+    const FourFloats added[2] = {AxesFrom(ioBox.GetLow()), AxesFrom(ioBox.GetHigh())};
+    if (AreZerosOfTwoSigns(before[0], added[0]) || AreZerosOfTwoSigns(before[1], added[1])) {
+        return Unsettled;
     }
-    IDX_Base_BoundingBox::Union(before, ioBox, ioBox);
-    if (std::memcmp(&before, &ioBox, sizeof before) == 0) return Same;
+    const FourFloats low = _mm_min_ps(added[0], before[0]);
+    const FourFloats high = _mm_max_ps(added[1], before[1]);
+    if (AreSameBits(low, before[0]) && AreSameBits(high, before[1])) return Same;
+    alignas(16) float corners[8];
+    _mm_store_ps(corners, low);
+    _mm_store_ps(corners + 4, high);
+    ioBox = {
+        {corners[0], corners[1], corners[2]},
+        {corners[4], corners[5], corners[6]}
+    };
     SetBoxOf(step.record, step.slot, ioBox);
     return Grown;
 }
@@ -201,7 +240,7 @@ void RTreeInnerNodes::GrowRoot(unsigned int iNewRoot, unsigned int iOldRoot) {
     _root = AddNode(iNewRoot);
     ++_rootLevel;
     AddEntry(_root, IDX_Base_BoundingBox(), child);
-    _path[_rootLevel] = {_root, 0};
+    _path[_rootLevel] = {_root, 0, child};
 }
 
 void RTreeInnerNodes::Append(unsigned int iLevel, const IDX_Base_BoundingBox& iBox) {
@@ -224,5 +263,6 @@ void RTreeInnerNodes::SplitInner(
         const unsigned int g = iGroups[i];
         AddEntry(records[g], nodes[g]->Box(_heads[records[g]].count), _moved[i]);
     }
+    _path[iLevel].record = kNoRecord;  // its children stand elsewhere now
     _sibling = records[1];
 }

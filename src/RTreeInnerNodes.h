@@ -92,6 +92,7 @@ private:
     struct PathStep {
         unsigned int record;
         unsigned int slot;
+        unsigned int child;  ///< in that slot, as in the record
     };
 
     FourEntries* EntriesOf(unsigned int iRecord) const {
@@ -103,7 +104,7 @@ private:
     float* Coordinates(unsigned int iRecord, unsigned int iSlot) const;
     void Clear(unsigned int iRecord);
     void SetBoxOf(unsigned int iRecord, unsigned int iSlot, const IDX_Base_BoundingBox& iBox);
-    unsigned int Choose(unsigned int iRecord, const FourBoxes& iBox) const;
+    PathStep Choose(unsigned int iRecord, const FourBoxes& iBox) const;
     [[nodiscard]] bool ReservePath(std::size_t iLength);
 
     std::size_t _fours;     ///< groups of four in a record
