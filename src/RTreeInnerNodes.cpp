@@ -1,6 +1,9 @@
 #include "RTreeInnerNodes.h"
 
 #include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -9,41 +12,32 @@ namespace {
 
 constexpr unsigned int kNoRecord = 0xFFFFFFFFu;
 
-/// The first of the lanes with the least enlargement, then the least volume, then the lowest slot.
-struct BestEntries {
-    FourFloats enlargement = _mm_set1_ps(std::numeric_limits<float>::infinity());
-    FourFloats volume = enlargement;
-    FourFloats slot = _mm_setzero_ps();
-    FourFloats child = _mm_setzero_ps();  ///< the bits of its number
+/// Groups of four that are weighed before their least is looked for.
+constexpr unsigned int kFoursAtOnce = 16;
 
-    /// The order of two that aren't NaN; a NaN is never before anything.
-    static FourFloats IsBefore(const BestEntries& iFirst, const BestEntries& iSecond) {
-        const FourFloats isLess = _mm_cmplt_ps(iFirst.enlargement, iSecond.enlargement);
-        const FourFloats isEqual = _mm_cmpeq_ps(iFirst.enlargement, iSecond.enlargement);
-        const FourFloats isSmaller = _mm_cmplt_ps(iFirst.volume, iSecond.volume);
-        return _mm_or_ps(isLess, _mm_and_ps(isEqual, isSmaller));
-    }
+constexpr std::size_t kVolumeAt = 24;  ///< floats behind the first coordinate of an entry
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-    void Replace(FourFloats iMask, const BestEntries& iOther) {
-        enlargement = Select(iMask, iOther.enlargement, enlargement);
-        volume = Select(iMask, iOther.volume, volume);
-        slot = Select(iMask, iOther.slot, slot);
-        child = Select(iMask, iOther.child, child);
-    }
+/// The best entry so far.
+struct Choice {
+    unsigned int slot;
+    float enlargement;
+    float volume;
 
-    /// Takes over from the lanes of another order what is better or, as good, has a lower slot.
-    template <int kOrder>
-    void Fold() {
-        const BestEntries other = {
-            _mm_shuffle_ps(enlargement, enlargement, kOrder),
-            _mm_shuffle_ps(volume, volume, kOrder), _mm_shuffle_ps(slot, slot, kOrder),
-            _mm_shuffle_ps(child, child, kOrder)};
-        const FourFloats isTie = _mm_and_ps(
-            _mm_cmpeq_ps(other.enlargement, enlargement), _mm_cmpeq_ps(other.volume, volume));
-        const FourFloats isLower = _mm_and_ps(isTie, _mm_cmplt_ps(other.slot, slot));
-        Replace(_mm_or_ps(IsBefore(other, *this), isLower), other);
+    /// Takes what is better; what comes later loses a tie.
+    void Take(const Choice& iNext) {
+        const bool isTie = iNext.enlargement == enlargement;
+        const bool isBetter = iNext.enlargement < enlargement || (isTie && iNext.volume < volume);
+        if (isBetter) *this = iNext;
     }
 };
+
+/// The least number of all lanes, in all of them.
+FourFloats LeastOf(FourFloats iLanes) {
+    const FourFloats pairs =
+        _mm_min_ps(iLanes, _mm_shuffle_ps(iLanes, iLanes, _MM_SHUFFLE(1, 0, 3, 2)));
+    return _mm_min_ps(pairs, _mm_shuffle_ps(pairs, pairs, _MM_SHUFFLE(2, 3, 0, 1)));
+}
 
 FourFloats LanesOfSameBits(FourFloats iFirst, FourFloats iSecond) {
     return _mm_castsi128_ps(_mm_cmpeq_epi32(_mm_castps_si128(iFirst), _mm_castps_si128(iSecond)));
@@ -124,46 +118,60 @@ unsigned int RTreeInnerNodes::FindLeaf(const IDX_Base_BoundingBox& iBox) {
     unsigned int child = _root;
     for (unsigned int level = _rootLevel; level > 0; --level) {
         PathStep& step = _path[level];
-        const PathStep chosen = Choose(child, box);
+        const unsigned int slot = Choose(child, box);
         // Neighbours come one after the other as often as not. Where the way is the same as before, the
         // next node is known without waiting for this choice: the processor goes ahead on that guess.
-        if (step.record == child && step.slot == chosen.slot) {
+        if (step.record == child && step.slot == slot) {
             child = step.child;
             continue;
         }
-        step = chosen;
-        child = chosen.child;
+        step = {child, slot, Child(child, slot)};
+        child = step.child;
     }
     return child;
 }
 
-RTreeInnerNodes::PathStep RTreeInnerNodes::Choose(
-    unsigned int iRecord, const FourBoxes& iBox) const {
-    const FourEntries* four = EntriesOf(iRecord);
-    const FourFloats firstGrowths = VolumesOfUnion(four->boxes, iBox) - four->volumes;
-    // No number in slot 0 beats everything, as nothing is less than it.
-    const bool isFirstBest = (LanesOf(_mm_cmpunord_ps(firstGrowths, firstGrowths)) & 1u) != 0;
-    if (isFirstBest) return {iRecord, 0, four->children[0]};
-    BestEntries best;
-    // Where all are infinite, slot 0 stays.
-    best.child = Broadcast<0>(_mm_load_ps(reinterpret_cast<const float*>(four->children)));
-    FourFloats slot = _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f);
-    for (const FourEntries* const end = four + (_heads[iRecord].count + 3) / 4; four != end;
-         ++four) {
-        const BestEntries entries = {
-            VolumesOfUnion(four->boxes, iBox) - four->volumes, four->volumes, slot,
-            _mm_load_ps(reinterpret_cast<const float*>(four->children))};
-        best.Replace(BestEntries::IsBefore(entries, best), entries);
-        slot += _mm_set1_ps(4.0f);
+/// Weighs up to kFoursAtOnce groups of entries.
+RTreeInnerNodes::Weighing RTreeInnerNodes::Weigh(
+    const FourEntries* iFours, unsigned int iCount, const FourBoxes& iBox) {
+    FourFloats growths[kFoursAtOnce];
+    FourFloats least = _mm_set1_ps(kInfinity);
+    for (unsigned int k = 0; k < iCount; ++k) {
+        growths[k] = VolumesOfUnion(iFours[k].boxes, iBox) - iFours[k].volumes;
+        least = _mm_min_ps(growths[k], least);  // passes over what is no number
     }
-    best.Fold<_MM_SHUFFLE(1, 0, 3, 2)>();
-    best.Fold<_MM_SHUFFLE(2, 3, 0, 1)>();
-    return {
-        iRecord, static_cast<unsigned int>(_mm_cvttss_si32(best.slot)),
-        static_cast<unsigned int>(_mm_cvtsi128_si32(_mm_castps_si128(best.child)))};
+    least = LeastOf(least);
+    std::uint64_t ties = 0;
+    for (unsigned int k = 0; k < iCount; ++k) {
+        ties |= std::uint64_t{LanesOf(_mm_cmpeq_ps(growths[k], least))} << 4 * k;
+    }
+    return {_mm_cvtss_f32(least), _mm_cvtss_f32(growths[0]), ties};
 }
 
-/// Of an entry: coordinate c, in the order of a box, is at 4 c; its volume follows at 24.
+/// The slot of the least enlargement, among equals of the least volume, among these the lowest.
+unsigned int RTreeInnerNodes::Choose(unsigned int iRecord, const FourBoxes& iBox) const {
+    const FourEntries* const fours = EntriesOf(iRecord);
+    const unsigned int count = (_heads[iRecord].count + 3) / 4;
+    Weighing all = Weigh(fours, std::min(count, kFoursAtOnce), iBox);
+    if (std::isnan(all.first)) return 0;  // as nothing is less than it
+    if (count <= kFoursAtOnce && std::has_single_bit(all.ties)) {
+        return static_cast<unsigned int>(std::countr_zero(all.ties));
+    }
+    Choice best = {0, kInfinity, kInfinity};
+    for (unsigned int from = 0;;) {
+        for (; all.ties != 0; all.ties &= all.ties - 1) {
+            const unsigned int slot =
+                4 * from + static_cast<unsigned int>(std::countr_zero(all.ties));
+            const float volume = Coordinates(iRecord, slot)[kVolumeAt];
+            best.Take({slot, all.least, volume});
+        }
+        from += kFoursAtOnce;
+        if (from >= count) return best.slot;
+        all = Weigh(fours + from, std::min(count - from, kFoursAtOnce), iBox);
+    }
+}
+
+/// Of an entry: coordinate c, in the order of a box, is at 4 c, and its volume at kVolumeAt.
 float* RTreeInnerNodes::Coordinates(unsigned int iRecord, unsigned int iSlot) const {
     return reinterpret_cast<float*>(EntriesOf(iRecord) + iSlot / 4) + iSlot % 4;
 }
@@ -203,7 +211,7 @@ void RTreeInnerNodes::SetBoxOf(
     std::memcpy(coordinates, &iBox, sizeof coordinates);
     float* entry = Coordinates(iRecord, iSlot);
     for (unsigned int c = 0; c < 6; ++c) entry[4 * c] = coordinates[c];
-    entry[24] = iBox.Volume();
+    entry[kVolumeAt] = iBox.Volume();
 }
 
 void RTreeInnerNodes::Clear(unsigned int iRecord) {

@@ -5,6 +5,7 @@
 #include "RTreeNode.h"
 
 #include <cstddef>
+#include <cstdint>
 
 /// The inner nodes of an R-tree a second time, laid out for the way down: four entries at once are weighed
 /// against a box. Holds what the nodes hold, and no more; the nodes are what counts. So an R-tree that
@@ -85,6 +86,13 @@ private:
     };
     static_assert(sizeof(FourEntries) == 128, "two lines of the cache");
 
+    /// A number of entries against a box.
+    struct Weighing {
+        float least;         ///< enlargement
+        float first;         ///< enlargement of the first entry
+        std::uint64_t ties;  ///< a bit for each entry of the least enlargement
+    };
+
     struct Head {
         unsigned int node;   ///< offset in the storage
         unsigned int count;  ///< entries
@@ -104,7 +112,8 @@ private:
     float* Coordinates(unsigned int iRecord, unsigned int iSlot) const;
     void Clear(unsigned int iRecord);
     void SetBoxOf(unsigned int iRecord, unsigned int iSlot, const IDX_Base_BoundingBox& iBox);
-    PathStep Choose(unsigned int iRecord, const FourBoxes& iBox) const;
+    static Weighing Weigh(const FourEntries* iFours, unsigned int iCount, const FourBoxes& iBox);
+    unsigned int Choose(unsigned int iRecord, const FourBoxes& iBox) const;
     [[nodiscard]] bool ReservePath(std::size_t iLength);
 
     std::size_t _fours;     ///< groups of four in a record

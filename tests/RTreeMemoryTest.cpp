@@ -17,8 +17,8 @@ const char* const kRoot = "IDX_WT_RTree.AdjustTree.IDX_WT_RTreeStorageHandler.Al
 const char* const kSplitAlloc = "IDX_WT_RTree.Split.IDX_WT_RTreeStorageHandler.Alloc";
 const char* const kSplit = "IDX_WT_RTree.AdjustTree.Split";
 
-void InsertRow(IDX_WT_RTree& tree, unsigned int count) {
-    for (unsigned int i = 0; i < count; ++i) {
+void InsertRow(IDX_WT_RTree& tree, unsigned int count, unsigned int first = 0) {
+    for (unsigned int i = first; i < count; ++i) {
         const auto x = static_cast<float>(i * 37 % 101);
         ASSERT_EQ(tree.Insert(Box({x, 0, 0}, {x + 1, 1, 1}), i), IDX_True);
     }
@@ -48,6 +48,16 @@ struct HugeImage : IDX_WT_File {
 #ifndef GRIDLOOM_SANITIZED
 std::set<std::size_t> refusedSizes;
 int callsUntilRefusal = -1;  ///< calls that still succeed; below 0 for all
+bool isOnce = false;         ///< one call is refused, and not all from then on
+
+bool IsRefused() {
+    if (callsUntilRefusal != 0) {
+        callsUntilRefusal -= callsUntilRefusal > 0;
+        return false;
+    }
+    if (isOnce) callsUntilRefusal = -1;
+    return true;
+}
 #endif
 
 }  // namespace
@@ -70,12 +80,16 @@ TEST(RTreeMemory, TwoToTheThirtyTwoBytesOfNodes) {
 
 extern "C" {
 void* __libc_realloc(void*, std::size_t);
+void* __libc_memalign(std::size_t, std::size_t);
 
 /// The program's own, which the library calls.
+__attribute__((visibility("default"))) void* aligned_alloc(
+    std::size_t alignment, std::size_t size) {
+    return IsRefused() ? nullptr : __libc_memalign(alignment, size);
+}
 __attribute__((visibility("default"))) void* realloc(void* block, std::size_t size) {
     if (refusedSizes.count(size) != 0) return nullptr;
-    if (callsUntilRefusal == 0) return nullptr;
-    if (callsUntilRefusal > 0) --callsUntilRefusal;
+    if (IsRefused()) return nullptr;
     return __libc_realloc(block, size);
 }
 }
@@ -105,6 +119,32 @@ TEST(RTreeMemory, InitWithoutABlock) {
     }
     EXPECT_GE(blocks, 5);
     EXPECT_EQ(trace.Take(), Lines{});
+}
+
+/// The storage grows by a smaller step then, and a tree without the copy of its inner nodes is the same.
+TEST(RTreeMemory, AnyOneBlockRefused) {
+    OpenRTree expected(2, 4);
+    InsertRow(expected, 3000);
+    for (const bool isLoaded : {false, true}) {
+        for (int call = 0; call < 60; ++call) {
+            SCOPED_TRACE(call);
+            OpenRTree tree(2, 4);
+            OpenRTree half(2, 4);
+            if (isLoaded) InsertRow(half, 1500);
+            const Bytes image = ImageOf(half);
+            callsUntilRefusal = call;
+            isOnce = true;
+            if (isLoaded && LoadBytes(tree, image) == IDX_False) {
+                ASSERT_EQ(LoadBytes(tree, image), IDX_True);
+            }
+            InsertRow(tree, 3000, isLoaded ? 1500 : 0);
+            const bool isOver = callsUntilRefusal >= 0;
+            callsUntilRefusal = -1;
+            isOnce = false;
+            ASSERT_EQ(ImageOf(tree), ImageOf(expected));
+            if (isOver) break;
+        }
+    }
 }
 
 TEST(RTreeMemory, StorageThatCannotGrow) {
