@@ -1,0 +1,55 @@
+#ifndef PLMIdxDirectoryManager_h
+#define PLMIdxDirectoryManager_h
+
+#include "GridloomExport.h"
+#include "PLMIdxDirectory.h"
+#include "VEXUnicodeString.h"
+
+/// The kinds of index under one base. The values 0 and 4 are kinds without a directory.
+enum Index_Type { Index_Security = 1, Index_UrlMap = 2, Index_Dwh = 3 };
+
+/// The process-wide view of one index base: an index directory for each kind of index, and the directory of
+/// the run's reports. Operations on a kind are those of its PLMIdxDirectory.
+class GRIDLOOM_API PLMIdxDirectoryManager {
+public:
+    PLMIdxDirectoryManager(const PLMIdxDirectoryManager&) = delete;
+    PLMIdxDirectoryManager& operator=(const PLMIdxDirectoryManager&) = delete;
+    ~PLMIdxDirectoryManager();
+
+    /// The one manager of the process.
+    static PLMIdxDirectoryManager& GetIndexDirectoryManager() { return _IndexDirManager; }
+
+    /// Sets the base, and with it the path of each kind's directory. Doesn't touch the disk.
+    void SetIndexBaseDirectory(const VEXUnicodeString& iPath);
+    void GetIndexBaseDirectory(VEXUnicodeString& oPath) const { oPath = _indexBaseDirectory; }
+
+    /// Makes the report directory unless it is there. The directories of the kinds are made one by one, by
+    /// BuildDirectoryIfNeeded().
+    /// @return IDX_S_OK, or IDX_E_FAIL with "Error : Failed to build report directory."
+    long int PrepareIndexDirectories();
+    long int BuildReportPathIfNeeded();
+
+    /// The report directory; empty until it was made.
+    void GetReportPath(VEXUnicodeString& oPath) const { oPath = _reportPath; }
+
+    // Of one kind of index, from 0 to 4.
+
+    long int BuildDirectoryIfNeeded(Index_Type iType);
+
+    /// Reads the redirecting file anew: a swap by another process is taken up.
+    void ForceInit(Index_Type iType);
+    long int GetCurrentPath(Index_Type iType, VEXUnicodeString& oPath);
+    long int GetWritablePath(Index_Type iType, VEXUnicodeString& oPath, bool iEmpty, bool iWait);
+    long int SwapIndex(Index_Type iType);
+
+private:
+    PLMIdxDirectoryManager();
+
+    static PLMIdxDirectoryManager _IndexDirManager;
+
+    VEXUnicodeString _indexBaseDirectory;
+    PLMIdxDirectory _directories[5];  ///< by Index_Type
+    VEXUnicodeString _reportPath;
+};
+
+#endif

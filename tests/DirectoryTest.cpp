@@ -1,0 +1,497 @@
+// Index directories: layout, swap and emptying by hand, services that fail at each step, and an index that stays
+// whole under readers and kills. GRIDLOOM_KILLS sets how often a writer is killed.
+
+#include "FileCase.h"
+
+#include "IDX_Base_Constants.h"
+#include "IDX_WT_File.h"
+#include "PLMIdxDirectory.h"
+#include "PLMIdxDirectoryManager.h"
+#include "VEXDirectory.h"
+#include "VEXFile.h"
+#include "VEXSleep.h"
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <dlfcn.h>
+#include <map>
+#include <random>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+/// What the services of this program give instead of doing their work.
+struct Services {
+    std::map<std::string, std::vector<long int>>
+        results;  ///< by name: for each call from the first on
+    std::vector<int> pauses;
+
+    /// True when the service is to give `result` without doing anything.
+    bool Takes(const char* name, long int& result) {
+        auto& planned = results[name];
+        if (planned.empty()) return false;
+        result = planned.front();
+        planned.erase(planned.begin());
+        return result != kGenuine;
+    }
+
+    static constexpr long int kGenuine = 77;
+};
+Services services;
+
+template <class Function>
+Function* Genuine(const char* mangledName) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, mangledName));
+}
+
+}  // namespace
+
+// The program's own services, which the library calls in place of those of the contracts.
+
+__attribute__((visibility("default"))) void VEXSleep(int duration) {
+    services.pauses.push_back(duration);
+}
+
+__attribute__((visibility("default"))) long int VEXOpenDirectory(
+    VEXUnicodeString* path, VEXDIR* directory) {
+    static auto* genuine = Genuine<long int(VEXUnicodeString*, VEXDIR*)>(
+        "_Z16VEXOpenDirectoryP16VEXUnicodeStringP6VEXDIR");
+    long int result = 0;
+    return services.Takes("open", result) ? result : genuine(path, directory);
+}
+
+__attribute__((visibility("default"))) long int VEXCloseDirectory(VEXDIR* directory) {
+    static auto* genuine = Genuine<long int(VEXDIR*)>("_Z17VEXCloseDirectoryP6VEXDIR");
+    long int result = 0;
+    return services.Takes("close", result) ? result : genuine(directory);
+}
+
+__attribute__((visibility("default"))) long int VEXCloseDirectory(VEXDirHandle* handle) {
+    static auto* genuine = Genuine<long int(VEXDirHandle*)>("_Z17VEXCloseDirectoryP12VEXDirHandle");
+    long int result = 0;
+    return services.Takes("close handle", result) ? result : genuine(handle);
+}
+
+__attribute__((visibility("default"))) long int VEXCreateDirectory(const char* path) {
+    static auto* genuine = Genuine<long int(const char*)>("_Z18VEXCreateDirectoryPKc");
+    long int result = 0;
+    return services.Takes("create", result) ? result : genuine(path);
+}
+
+__attribute__((visibility("default"))) long int _VEXCreateDirectory(const VEXUnicodeString& path) {
+    static auto* genuine =
+        Genuine<long int(const VEXUnicodeString&)>("_Z19_VEXCreateDirectoryRK16VEXUnicodeString");
+    long int result = 0;
+    return services.Takes("create sub-directory", result) ? result : genuine(path);
+}
+
+__attribute__((visibility("default"))) long int VEXListDirectory(
+    VEXUnicodeString& path, VEXListValVEXUnicodeString& names) {
+    static auto* genuine = Genuine<long int(VEXUnicodeString&, VEXListValVEXUnicodeString&)>(
+        "_Z16VEXListDirectoryR16VEXUnicodeStringR26VEXListValVEXUnicodeString");
+    long int result = 0;
+    return services.Takes("list", result) ? result : genuine(path, names);
+}
+
+__attribute__((visibility("default"))) long int VEXFileStat(
+    VEXUnicodeString* path, struct stat* file, int flag) {
+    static auto* genuine = Genuine<long int(VEXUnicodeString*, struct stat*, int)>(
+        "_Z11VEXFileStatP16VEXUnicodeStringP4stati");
+    long int result = 0;
+    return services.Takes("stat", result) ? result : genuine(path, file, flag);
+}
+
+__attribute__((visibility("default"))) long int _VEXDeleteFile(const VEXUnicodeString& path) {
+    static auto* genuine =
+        Genuine<long int(const VEXUnicodeString&)>("_Z14_VEXDeleteFileRK16VEXUnicodeString");
+    long int result = 0;
+    return services.Takes("delete", result) ? result : genuine(path);
+}
+
+namespace {
+
+constexpr long int kFailure = IDX_E_FAIL;
+constexpr long int kGenuine = Services::kGenuine;
+
+std::string Number(unsigned int number) {
+    return {reinterpret_cast<const char*>(&number), sizeof number};
+}
+
+class Directories : public FileCase {
+protected:
+    Directories()
+        : _base(_folder / "index"),
+          _file(_base + "/" + IDX_Base_Constants::IDXBUFFER_FILE_BASE_NAME) {
+        services = {};
+    }
+    ~Directories() override { services = {}; }
+
+    void ExpectPath(long int result, const VEXUnicodeString& path, const std::string& end) {
+        EXPECT_EQ(result, IDX_S_OK);
+        EXPECT_STREQ(path.ConvertToChar(), (_base + end).c_str());
+        EXPECT_EQ(_trace.Take(), Lines{});
+    }
+
+    /// Failure, with the trace.
+    void Fails(long int result, const Lines& tags) {
+        EXPECT_EQ(result, kFailure);
+        EXPECT_EQ(_trace.Take(), tags);
+    }
+
+    /// An index directory whose sub-directory 1 holds one file to be deleted and what has to stay.
+    void LayOut() {
+        PLMIdxDirectory(_base.c_str()).BuildIndexPath();
+        for (const char* name : {"a", "b", "c.nsf", "d.nsf0"})
+            SetContent(_base + "/1/" + name, "x");
+        std::filesystem::create_directory(_base + "/1/e");
+        SetContent(_base + "/1/e/f", "x");
+        _trace.Take();
+    }
+
+    std::string Names() const {
+        std::string names;
+        for (const char* name : {"a", "b", "c.nsf", "d.nsf0", "e/f"}) {
+            if (std::filesystem::exists(_base + "/1/" + name)) names += std::string(name) + ' ';
+        }
+        return names;
+    }
+
+    std::string _base;
+    std::string _file;
+    VEXUnicodeString _path;
+};
+
+/// The two files of an index, each of many records of its generation.
+constexpr unsigned int kRecords = 3000;
+
+void WriteIndex(const std::string& folder, unsigned int generation) {
+    for (const char* name : {"/a", "/b"}) {
+        IDX_WT_File file;
+        file.OpenWrite((folder + name).c_str());
+        for (unsigned int i = 0; i < kRecords; ++i) file.Write(generation);
+        file.Close();
+    }
+}
+
+/// The generation of the index in a folder; 0 when it isn't whole.
+unsigned int GenerationOf(const std::string& folder) {
+    const std::string a = ContentOf(folder + "/a");
+    const std::string b = ContentOf(folder + "/b");
+    if (a.size() != kRecords * sizeof(unsigned int) || a != b) return 0;
+    unsigned int generation = 0;
+    std::memcpy(&generation, a.data(), sizeof generation);
+    std::string expected;
+    for (unsigned int i = 0; i < kRecords; ++i) expected += Number(generation);
+    return a == expected ? generation : 0;
+}
+
+/// Rebuilds and swaps until it is killed.
+/// @param swaps  counts them: what was live before a swap is only touched once it is counted
+[[noreturn]] void KeepRebuilding(
+    const std::string& base, unsigned int generation, std::atomic<int>& swaps) {
+    PLMIdxDirectory directory(base.c_str());
+    while (true) {
+        VEXUnicodeString path;
+        if (directory.GetWritableIndexPath(path, true, false) != IDX_S_OK) _exit(1);
+        WriteIndex(path.ConvertToChar(), ++generation);
+        if (directory.SwapIndexPath() != IDX_S_OK) _exit(1);
+        ++swaps;
+        usleep(1000);  // a reader mostly gets through in this time
+    }
+}
+
+pid_t StartWriter(const std::string& base, unsigned int generation, std::atomic<int>& swaps) {
+    const pid_t child = fork();
+    if (child == 0) KeepRebuilding(base, generation, swaps);
+    return child;
+}
+
+void Kill(pid_t child) {
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself";
+}
+
+}  // namespace
+
+TEST_F(Directories, ARebuildGoesFromOneSideToTheOther) {
+    PLMIdxDirectory directory;
+    directory.SetIndexDirectory(_base.c_str());
+    EXPECT_FALSE(directory.IsValidIndexPath());
+    EXPECT_EQ(_trace.Take(), Lines{"IDX_WT_File.OpenRead.fopen"});
+    EXPECT_EQ(directory.GetCurrentIndexPath(_path), kFailure);
+    EXPECT_STREQ(_path.ConvertToChar(), _base.c_str());
+    EXPECT_EQ(directory.SwapIndexPath(), kFailure);
+    EXPECT_EQ(directory.BuildIndexPath(), IDX_S_OK);
+    EXPECT_EQ(ContentOf(_file), Number(2));
+    ExpectPath(directory.GetCurrentIndexPath(_path), _path, "/2");
+    ExpectPath(directory.GetWritableIndexPath(_path, true, false), _path, "/1");
+    EXPECT_EQ(directory.BuildIndexPath(), IDX_S_NOTHING_DONE);
+
+    PLMIdxDirectory other(directory);
+    EXPECT_EQ(directory.SwapIndexPath(), IDX_S_OK);
+    EXPECT_EQ(ContentOf(_file), Number(1));
+    ExpectPath(directory.GetCurrentIndexPath(_path), _path, "/1");
+    ExpectPath(directory.GetWritableIndexPath(_path, false, false), _path, "/2");
+    ExpectPath(other.GetCurrentIndexPath(_path), _path, "/2");  // what it has read stays
+    EXPECT_EQ(directory.SwapIndexPath(), IDX_S_OK);
+    EXPECT_EQ(ContentOf(_file), Number(2));
+}
+
+TEST_F(Directories, ARedirectingFileThatLeadsNowhere) {
+    const Lines invalid = {"PLMIdxDirectory.Init_Internal.Invalid redirecting file !"};
+    PLMIdxDirectory(_base.c_str()).BuildIndexPath();
+    _trace.Take();
+    for (const unsigned int length : {0u, 3u, 4u, 5u, 8u}) {
+        for (unsigned int number = 0; number <= 4; ++number) {
+            SCOPED_TRACE(testing::Message() << length << " bytes, number " << number);
+            SetContent(_file, (Number(number) + "1234").substr(0, length));
+            PLMIdxDirectory directory(_base.c_str());
+            const bool valid = length >= 4 && (number == 1 || number == 2);
+            EXPECT_EQ(directory.IsValidIndexPath(), valid);
+            const Lines tags = _trace.Take();
+            if (valid) {
+                EXPECT_EQ(tags, Lines());
+                continue;
+            }
+            EXPECT_EQ(tags.size(), length < 4 ? 2u : 1u);
+            EXPECT_EQ(Lines(tags.end() - 1, tags.end()), invalid);
+            EXPECT_EQ(directory.GetCurrentIndexPath(_path), kFailure);
+            EXPECT_STREQ(_path.ConvertToChar(), _base.c_str());
+            EXPECT_EQ(directory.SwapIndexPath(), kFailure);
+            EXPECT_EQ(directory.BuildIndexPath(), IDX_S_OK);
+            EXPECT_EQ(ContentOf(_file).substr(0, 4), Number(2));
+        }
+    }
+    EXPECT_EQ(_trace.Take(), Lines());
+}
+
+TEST_F(Directories, EmptyingKeepsSomeFilesAndAllFolders) {
+    LayOut();
+    PLMIdxDirectory directory(_base.c_str());
+    ExpectPath(directory.GetWritableIndexPath(_path, false, true), _path, "/1");
+    EXPECT_EQ(Names(), "a b c.nsf d.nsf0 e/f ");
+    ExpectPath(directory.GetWritableIndexPath(_path, true, true), _path, "/1");
+    EXPECT_EQ(Names(), "c.nsf d.nsf0 e/f ");
+    std::filesystem::remove_all(_base + "/1");
+    ExpectPath(directory.GetWritableIndexPath(_path, false, false), _path, "/1");
+    Fails(
+        directory.GetWritableIndexPath(_path, true, false),
+        {"PLMIdxDirectory.EmptyDir.VEXCreateDirectoryR",
+         "PLMIdxDirectory.GetWritableIndexPath.EmptyDir"});
+    EXPECT_STREQ(_path.ConvertToChar(), (_base + "/1").c_str());
+    EXPECT_TRUE(services.pauses.empty());
+}
+
+TEST_F(Directories, EmptyingTellsTheStepThatFailed) {
+    const std::string pass = "PLMIdxDirectory.EmptyDir.";
+    const struct {
+        const char* service;
+        std::vector<long int> results;
+        Lines tags;         ///< of the pass; none: it succeeds
+        const char* names;  ///< that are left
+    } cases[] = {
+        {"open",   {1},                  {},                              "a b c.nsf d.nsf0 e/f "},
+        {"close",  {kFailure},           {pass + "VEXCloseDirectory"},    "a b c.nsf d.nsf0 e/f "},
+        {"list",   {kFailure},           {pass + "VEXListDirectory"},     "a b c.nsf d.nsf0 e/f "},
+        {"list",   {1},                  {},                              "a b c.nsf d.nsf0 e/f "},
+        {"stat",   {kGenuine, kFailure}, {pass + "VEXFileStat"},          "b c.nsf d.nsf0 e/f "  },
+        {"stat",   {1},                  {},                              "a b c.nsf d.nsf0 e/f "},
+        {"delete", {kGenuine, kFailure}, {pass + "VEXDeleteFile BASE/b"}, "b c.nsf d.nsf0 e/f "  },
+        {"delete", {1},                  {},                              "a b c.nsf d.nsf0 e/f "},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.service);
+        std::filesystem::remove_all(_base);
+        LayOut();
+        services.results[each.service] = each.results;
+        PLMIdxDirectory directory(_base.c_str());
+        const long int result = directory.GetWritableIndexPath(_path, true, false);
+        EXPECT_EQ(Names(), each.names);
+        if (each.tags.empty()) {
+            ExpectPath(result, _path, "/1");
+            continue;
+        }
+        Lines tags = each.tags;
+        const std::size_t at = tags[0].find("BASE");
+        if (at != std::string::npos) tags[0].replace(at, 4, _base + "/1");
+        if (each.service != std::string("close")) tags.push_back(pass + "VEXRemoveDirectoryR");
+        tags.emplace_back("PLMIdxDirectory.GetWritableIndexPath.EmptyDir");
+        Fails(result, tags);
+        EXPECT_TRUE(services.pauses.empty());
+    }
+}
+
+TEST_F(Directories, WaitsTwelveTimesForOtherProcesses) {
+    LayOut();
+    const std::string tag = "PLMIdxDirectory.EmptyDir.VEXDeleteFile " + _base + "/1/a";
+    const std::string message =
+        "Directory " + _base + "/1 in use by another process. Will retry in 5 seconds...";
+    for (const std::size_t nFailures : {3u, 12u, 13u}) {
+        SCOPED_TRACE(nFailures);
+        SetContent(_base + "/1/a", "x");
+        services.pauses.clear();
+        services.results["delete"].assign(nFailures, kFailure);
+        PLMIdxDirectory directory(_base.c_str());
+        const long int result = directory.GetWritableIndexPath(_path, true, true);
+        Lines expected = {tag};
+        const std::size_t nRetries = std::min<std::size_t>(nFailures, 12);
+        for (std::size_t i = 1; i <= nRetries; ++i) {
+            expected.push_back(message);
+            if (i < nFailures) expected.push_back(tag);
+        }
+        if (nFailures > 12) {
+            expected.emplace_back("PLMIdxDirectory.EmptyDir.VEXRemoveDirectoryR");
+            expected.emplace_back("PLMIdxDirectory.GetWritableIndexPath.EmptyDir");
+        }
+        EXPECT_EQ(result, nFailures > 12 ? kFailure : IDX_S_OK);
+        EXPECT_EQ(_trace.Take(), expected);
+        EXPECT_EQ(services.pauses, std::vector<int>(nRetries, 10000));
+    }
+}
+
+TEST_F(Directories, BuildingTellsTheStepThatFailed) {
+    const std::string tag = "PLMIdxDirectory.BuildIndexPath.";
+    services.results["create"] = {kFailure};
+    PLMIdxDirectory directory(_base.c_str());
+    EXPECT_FALSE(directory.IsValidIndexPath());
+    _trace.Take();
+    Fails(directory.BuildIndexPath(), {tag + "VEXCreateDirectoryR"});
+    EXPECT_FALSE(std::filesystem::exists(_base));
+
+    std::filesystem::create_directory(_base);
+    services.results["close handle"] = {kFailure};
+    Fails(directory.BuildIndexPath(), {tag + "VEXCloseDirectory"});
+
+    std::filesystem::create_directory(_file);  // in the place of the redirecting file
+    Fails(directory.BuildIndexPath(), {"IDX_WT_File.OpenWrite.fopen"});
+    std::filesystem::remove(_file);
+    {
+        const FileSizeLimit none(0);
+        Fails(directory.BuildIndexPath(), {"IDX_WT_File.WriteAt.fwrite", tag + "WriteAt"});
+    }
+    services.results["create sub-directory"] = {kGenuine, kFailure};
+    Fails(directory.BuildIndexPath(), {tag + "VEXCreateDirectoryR"});
+    EXPECT_EQ(ContentOf(_file), Number(2));
+    EXPECT_EQ(directory.GetCurrentIndexPath(_path), kFailure) << "what it knows stays";
+    EXPECT_EQ(directory.BuildIndexPath(), IDX_S_OK);
+}
+
+TEST_F(Directories, AFailedSwapLeavesTheOldOneLive) {
+    PLMIdxDirectory directory(_base.c_str());
+    directory.BuildIndexPath();
+    _trace.Take();
+    {
+        const FileSizeLimit none(0);
+        Fails(
+            directory.SwapIndexPath(),
+            {"IDX_WT_File.WriteAt.fwrite", "PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.WriteAt"});
+    }
+    EXPECT_EQ(ContentOf(_file), Number(2));
+    std::filesystem::remove(_file);
+    std::filesystem::create_directory(_file);
+    Fails(
+        directory.SwapIndexPath(),
+        {"IDX_WT_File.OpenWrite.fopen", "PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.OpenWrite"});
+    ExpectPath(directory.GetCurrentIndexPath(_path), _path, "/2");
+}
+
+TEST_F(Directories, APathThatIsTooLongIsNeverCut) {
+    std::string path = (_folder / "").c_str();
+    path += std::string(2048 - path.size() - 10, '/');  // one too long with "/IDXBuffer" behind it
+    PLMIdxDirectory directory(path.c_str());
+    EXPECT_FALSE(directory.IsValidIndexPath());
+    EXPECT_EQ(_trace.Take(), Lines{"PLMIdxDirectory.Init_Internal.snprintf"});
+    Fails(directory.BuildIndexPath(), {"PLMIdxDirectory.BuildIndexPath.snprintf"});
+    directory.SetIndexDirectory(path.substr(0, path.size() - 1).c_str());
+    EXPECT_EQ(directory.BuildIndexPath(), IDX_S_OK);
+}
+
+TEST_F(Directories, TheManagerKnowsTheKindsUnderOneBase) {
+    PLMIdxDirectoryManager& manager = PLMIdxDirectoryManager::GetIndexDirectoryManager();
+    manager.GetReportPath(_path);
+    EXPECT_STREQ(_path.ConvertToChar(), "");
+    manager.SetIndexBaseDirectory(_base.c_str());
+    services.results["create sub-directory"] = {kFailure};
+    Fails(manager.PrepareIndexDirectories(), {"Error : Failed to build report directory."});
+    EXPECT_EQ(manager.PrepareIndexDirectories(), IDX_S_OK);
+    manager.GetReportPath(_path);
+    EXPECT_STREQ(_path.ConvertToChar(), (_base + "/BBDMonitor").c_str());
+    EXPECT_TRUE(std::filesystem::is_directory(_base + "/BBDMonitor"));
+    services.results["close"] = {5};
+    EXPECT_EQ(manager.PrepareIndexDirectories(), 5) << "the status of the close";
+
+    const std::pair<Index_Type, const char*> kinds[] = {
+        {Index_Security, "/Security"},
+        {Index_UrlMap,   "/UrlMap"  },
+        {Index_Dwh,      "/Dwh"     }
+    };
+    for (const auto& [type, folder] : kinds) {
+        EXPECT_EQ(manager.BuildDirectoryIfNeeded(type), IDX_S_OK);
+        EXPECT_EQ(manager.BuildDirectoryIfNeeded(type), IDX_S_OK);
+        _trace.Take();
+        ExpectPath(manager.GetCurrentPath(type, _path), _path, std::string(folder) + "/2");
+        ExpectPath(
+            manager.GetWritablePath(type, _path, true, true), _path, std::string(folder) + "/1");
+    }
+    EXPECT_EQ(manager.SwapIndex(Index_Dwh), IDX_S_OK);
+    ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), _path, "/Dwh/1");
+
+    // A swap by another process.
+    SetContent(_base + "/Dwh/IDXBuffer", Number(2));
+    ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), _path, "/Dwh/1");
+    manager.ForceInit(Index_Dwh);
+    ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), _path, "/Dwh/2");
+
+    const std::string other = _folder / "other";
+    manager.SetIndexBaseDirectory(other.c_str());
+    EXPECT_EQ(manager.GetCurrentPath(Index_Dwh, _path), kFailure) << "read anew";
+    EXPECT_STREQ(_path.ConvertToChar(), (other + "/Dwh").c_str());
+}
+
+TEST_F(Directories, AnIndexIsWholeWheneverTheWriterIsKilled) {
+    const char* wanted = std::getenv("GRIDLOOM_KILLS");
+    const int nKills = wanted != nullptr ? std::atoi(wanted) : 30;
+    PLMIdxDirectory(_base.c_str()).BuildIndexPath();
+    WriteIndex(_base + "/2", 1);
+    std::mt19937 random(1);
+    unsigned int generation = 1;
+    for (int kill = 0; kill < nKills && !HasFailure(); ++kill) {
+        std::atomic<int> swaps = 0;
+        const pid_t writer = StartWriter(_base, generation, swaps);
+        usleep(static_cast<useconds_t>(random() % 8000));
+        Kill(writer);
+        EXPECT_EQ(PLMIdxDirectory(_base.c_str()).GetCurrentIndexPath(_path), IDX_S_OK);
+        const unsigned int live = GenerationOf(_path.ConvertToChar());
+        EXPECT_GE(live, generation);
+        generation = live;
+    }
+    EXPECT_GT(generation, 1u);
+}
+
+TEST_F(Directories, AReaderSeesTheOldOrTheNewIndex) {
+    PLMIdxDirectory(_base.c_str()).BuildIndexPath();
+    WriteIndex(_base + "/2", 1);
+    void* shared = mmap(
+        nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
+        0);
+    ASSERT_NE(shared, MAP_FAILED);
+    auto& swaps = *new (shared) std::atomic<int>(0);
+    const pid_t writer = StartWriter(_base, 1, swaps);
+    unsigned int generation = 1;
+    for (int look = 0; look < 20000 && swaps < 200; ++look) {
+        const int before = swaps;
+        PLMIdxDirectory(_base.c_str()).GetCurrentIndexPath(_path);
+        const unsigned int live = GenerationOf(_path.ConvertToChar());
+        if (swaps != before) continue;  // what was live may be gone
+        EXPECT_GE(live, generation);
+        generation = std::max(live, generation);
+    }
+    Kill(writer);
+    munmap(shared, sizeof(std::atomic<int>));
+    EXPECT_GT(generation, 1u);
+}
