@@ -1,6 +1,6 @@
 #include "IDX_WT_RTree.h"
 
-#include "QuadraticSplit.h"
+#include "QuadraticSplitter.h"
 #include "RTreeInnerNodes.h"
 #include "RTreeNode.h"
 #include "TraceFailure.h"
@@ -289,7 +289,7 @@ void IDX_WT_RTree::Distribute(
 }
 
 void IDX_WT_RTree::QuadraticSplit() {
-    ::QuadraticSplit(m_splitMemory, m_boxes, m_maxChildren + 1u, m_volumes, m_groups)
+    QuadraticSplitter(m_splitMemory, m_boxes, m_maxChildren + 1u, m_volumes, m_groups)
         .Run(m_minFill);
 }
 
@@ -341,7 +341,7 @@ bool IDX_WT_RTree::ReserveWorkingArrays(unsigned int iMaxChildren) {
     if (length <= m_workingLength) return true;
     if (!Lengthen(m_boxes, length) || !Lengthen(m_records, length) || !Lengthen(m_groups, length) ||
         !Lengthen(m_volumes, length) ||
-        !Lengthen(m_splitMemory, ::QuadraticSplit::LengthFor(length))) {
+        !Lengthen(m_splitMemory, QuadraticSplitter::LengthFor(length))) {
         return false;
     }
     m_workingLength = length;

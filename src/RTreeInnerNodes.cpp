@@ -135,6 +135,7 @@ unsigned int RTreeInnerNodes::FindLeaf(const IDX_Base_BoundingBox& iBox) {
 RTreeInnerNodes::Weighing RTreeInnerNodes::Weigh(
     const FourEntries* iFours, unsigned int iCount, const FourBoxes& iBox) {
     FourFloats growths[kFoursAtOnce];
+    growths[0] = _mm_setzero_ps();  // there is one group or more, which no compiler can know
     FourFloats least = _mm_set1_ps(kInfinity);
     for (unsigned int k = 0; k < iCount; ++k) {
         growths[k] = VolumesOfUnion(iFours[k].boxes, iBox) - iFours[k].volumes;

@@ -1,5 +1,5 @@
-#ifndef QuadraticSplit_h
-#define QuadraticSplit_h
+#ifndef QuadraticSplitter_h
+#define QuadraticSplitter_h
 
 #include "FourBoxes.h"
 
@@ -8,7 +8,7 @@
 /// Parts boxes in two groups by the quadratic method: A. Guttman, "R-trees: a dynamic index structure for
 /// spatial searching", SIGMOD 1984, with volume in the place of area. All numbers are 32-bit floats, and
 /// every tie goes to the lower index. Works on a transposed copy of the boxes, four at a time.
-class QuadraticSplit {
+class QuadraticSplitter {
 public:
     /// Floats of working memory for a number of boxes.
     static std::size_t LengthFor(std::size_t iCount);
@@ -17,7 +17,7 @@ public:
     /// @param iBoxes    2 or more
     /// @param oVolumes  the volume of each box
     /// @param oGroups   0 or 1 for each box
-    QuadraticSplit(
+    QuadraticSplitter(
         float* ioMemory,
         const IDX_Base_BoundingBox* iBoxes,
         unsigned int iCount,

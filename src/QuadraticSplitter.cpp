@@ -1,4 +1,4 @@
-#include "QuadraticSplit.h"
+#include "QuadraticSplitter.h"
 
 #include <algorithm>
 #include <cmath>
@@ -50,11 +50,11 @@ struct Preferences {
 
 }  // namespace
 
-std::size_t QuadraticSplit::LengthFor(std::size_t iCount) {
+std::size_t QuadraticSplitter::LengthFor(std::size_t iCount) {
     return ColumnCount * StrideFor(iCount);
 }
 
-QuadraticSplit::QuadraticSplit(
+QuadraticSplitter::QuadraticSplitter(
     float* ioMemory,
     const IDX_Base_BoundingBox* iBoxes,
     unsigned int iCount,
@@ -68,7 +68,7 @@ QuadraticSplit::QuadraticSplit(
       _count(iCount),
       _undecided(iCount) {}
 
-void QuadraticSplit::Run(unsigned int iMinFill) {
+void QuadraticSplitter::Run(unsigned int iMinFill) {
     Transpose();
     const Pair seeds = FindSeeds();
     Seed(0, seeds.first);
@@ -85,7 +85,7 @@ void QuadraticSplit::Run(unsigned int iMinFill) {
     }
 }
 
-void QuadraticSplit::Transpose() {
+void QuadraticSplitter::Transpose() {
     for (unsigned int i = 0; i < _count; ++i) {
         float coordinates[6];
         std::memcpy(coordinates, &_boxes[i], sizeof coordinates);
@@ -100,7 +100,7 @@ void QuadraticSplit::Transpose() {
     }
 }
 
-FourBoxes QuadraticSplit::BoxesAt(std::size_t iPlace) const {
+FourBoxes QuadraticSplitter::BoxesAt(std::size_t iPlace) const {
     FourBoxes boxes;
     for (unsigned int axis = 0; axis < 3; ++axis) {
         boxes.low[axis] = _mm_loadu_ps(ColumnAt(Low + axis) + iPlace);
@@ -111,7 +111,7 @@ FourBoxes QuadraticSplit::BoxesAt(std::size_t iPlace) const {
 
 /// The first of the pairs that waste most. Whoever comes behind the last box has no number for a volume,
 /// and is never above anything.
-QuadraticSplit::Pair QuadraticSplit::FindSeeds() const {
+QuadraticSplitter::Pair QuadraticSplitter::FindSeeds() const {
     Pair seeds = {0, 1};
     float worst = VolumeOfUnion(_boxes[0], _boxes[1]) - _volumes[0] - _volumes[1];
     for (unsigned int i = 0; i + 1 < _count; ++i) {
@@ -134,13 +134,13 @@ QuadraticSplit::Pair QuadraticSplit::FindSeeds() const {
     return seeds;
 }
 
-void QuadraticSplit::Seed(unsigned int iGroup, unsigned int iBox) {
+void QuadraticSplitter::Seed(unsigned int iGroup, unsigned int iBox) {
     _groups[iGroup] = {_boxes[iBox], _volumes[iBox], 1};
     _groupOf[iBox] = static_cast<unsigned char>(iGroup);
 }
 
 /// The last one takes the place.
-void QuadraticSplit::Remove(unsigned int iPlace) {
+void QuadraticSplitter::Remove(unsigned int iPlace) {
     --_undecided;
     for (unsigned int column = 0; column < ColumnCount; ++column) {
         ColumnAt(column)[iPlace] = ColumnAt(column)[_undecided];
@@ -148,7 +148,7 @@ void QuadraticSplit::Remove(unsigned int iPlace) {
 }
 
 /// By how much a group's cover would grow by each of the boxes.
-void QuadraticSplit::UpdateGrowth(unsigned int iGroup) {
+void QuadraticSplitter::UpdateGrowth(unsigned int iGroup) {
     const FourBoxes cover = FourBoxes::AllOf(_groups[iGroup].cover);
     const FourFloats volume = _mm_set1_ps(_groups[iGroup].volume);
     float* growth = ColumnAt(Growth + iGroup);
@@ -158,7 +158,7 @@ void QuadraticSplit::UpdateGrowth(unsigned int iGroup) {
 }
 
 /// The place of the box whose two growths differ most; where they are no numbers, of the first one.
-unsigned int QuadraticSplit::StrongestPreference() const {
+unsigned int QuadraticSplitter::StrongestPreference() const {
     Preferences best;
     const FourFloats end = _mm_set1_ps(static_cast<float>(_undecided));
     FourFloats lane = _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f);
@@ -176,14 +176,14 @@ unsigned int QuadraticSplit::StrongestPreference() const {
     return static_cast<unsigned int>(_mm_cvttss_si32(best.place));
 }
 
-unsigned int QuadraticSplit::FirstUndecided() const {
+unsigned int QuadraticSplitter::FirstUndecided() const {
     const float* indices = ColumnAt(Index);
     return static_cast<unsigned int>(std::min_element(indices, indices + _undecided) - indices);
 }
 
 /// The smaller growth, then the smaller volume, then fewer boxes; group 0 when nothing of group 1 comes out
 /// smaller.
-unsigned int QuadraticSplit::PreferredGroup(unsigned int iPlace) const {
+unsigned int QuadraticSplitter::PreferredGroup(unsigned int iPlace) const {
     float numbers[2][3];
     for (unsigned int g = 0; g < 2; ++g) {
         numbers[g][0] = ColumnAt(Growth + g)[iPlace];
@@ -197,7 +197,7 @@ unsigned int QuadraticSplit::PreferredGroup(unsigned int iPlace) const {
     return 0;
 }
 
-void QuadraticSplit::Decide(unsigned int iPlace) {
+void QuadraticSplitter::Decide(unsigned int iPlace) {
     const unsigned int g = PreferredGroup(iPlace);
     const auto box = static_cast<unsigned int>(ColumnAt(Index)[iPlace]);
     Group& group = _groups[g];
@@ -209,7 +209,7 @@ void QuadraticSplit::Decide(unsigned int iPlace) {
     UpdateGrowth(g);
 }
 
-void QuadraticSplit::DecideAll(unsigned int iGroup) {
+void QuadraticSplitter::DecideAll(unsigned int iGroup) {
     std::replace(_groupOf, _groupOf + _count, kUndecided, static_cast<unsigned char>(iGroup));
     _undecided = 0;
 }
