@@ -206,7 +206,7 @@ void RunSearches(const std::vector<BoxSet>& iSets) {
 
 void Main() {
     std::vector<BoxSet> sets;
-    for (const std::size_t count : {100000, 1000000}) {
+    for (const std::size_t count : {std::size_t{100000}, std::size_t{1000000}}) {
         for (const char* name : {"uniform", "clustered", "curve"}) {
             sets.push_back(MakeBoxSet(name, count));
         }
