@@ -9,6 +9,9 @@
 #include "IDX_WT_SplittedFile.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -45,8 +48,10 @@ bool Lengthen(T*& ioArray, std::size_t iLength) {
     return true;
 }
 
+/// Bit for bit: zeros of different sign are different.
 bool IsSameBox(const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
-    return std::memcmp(&iFirst, &iSecond, sizeof iFirst) == 0;
+    using Words = std::array<std::uint32_t, sizeof(IDX_Base_BoundingBox) / sizeof(std::uint32_t)>;
+    return std::bit_cast<Words>(iFirst) == std::bit_cast<Words>(iSecond);
 }
 
 }  // namespace
