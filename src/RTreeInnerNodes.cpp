@@ -211,7 +211,7 @@ void RTreeInnerNodes::SetBoxOf(
     float coordinates[6];
     std::memcpy(coordinates, &iBox, sizeof coordinates);
     float* entry = Coordinates(iRecord, iSlot);
-    for (unsigned int c = 0; c < 6; ++c) entry[4 * c] = coordinates[c];
+    for (std::size_t c = 0; c < 6; ++c) entry[4 * c] = coordinates[c];
     entry[kVolumeAt] = iBox.Volume();
 }
 
