@@ -3,7 +3,10 @@
 
 #include "BBDMessage.h"
 #include "IdxFile.h"
+#include "PLMIdxParameters.h"
 
 BBDMessageElem BBDMessage::_messages[kRoom];
 
 IdxFile::IdxFileHash IdxFile::HashFiles;
+
+PLMIdxParameters PLMIdxParameters::theParameters;
