@@ -2,6 +2,7 @@
 // they stand here, and takes them down in the reverse order.
 
 #include "BBDMessage.h"
+
 #include "IdxFile.h"
 #include "PLMIdxParameters.h"
 
