@@ -1,0 +1,34 @@
+#ifndef PLMIdxParameters_h
+#define PLMIdxParameters_h
+
+#include "GridloomExport.h"
+
+/// The parameters of a batch tool, by name. PLMIdxParametersReader fills them from the command line, and
+/// any code of the tool asks for them. A name is set once, and its value stays until the process ends.
+/// Nothing is traced: what a failure means is the caller's to say. One thread only.
+class GRIDLOOM_API PLMIdxParameters {
+public:
+    /// Takes over the pointer to the table of the other object.
+    PLMIdxParameters& operator=(const PLMIdxParameters& iOther) = default;
+
+    /// Stores a copy of a value, which may be the empty text. Null counts as the empty text.
+    /// @return IDX_S_OK, or IDX_E_FAIL when the name has a value already, which stays, and without
+    ///         memory
+    static long int Set(const char* iName, const char* iValue);
+
+    /// The value of a name, or null when it has none. Valid, at one address, until the process ends.
+    static const char* Get(const char* iName);
+
+private:
+    struct Table;
+
+    PLMIdxParameters();
+    ~PLMIdxParameters();
+    PLMIdxParameters(const PLMIdxParameters&) = delete;
+
+    static PLMIdxParameters theParameters;
+
+    Table* _table;  ///< null before the first Set; owned
+};
+
+#endif

@@ -1,0 +1,21 @@
+#ifndef VEXListValIDX_WT_Identifier_h
+#define VEXListValIDX_WT_Identifier_h
+
+#include "IDX_WT_Identifier.h"
+#include "IDX_WT_ListOfCopies.h"
+
+extern template class IDX_WT_ListOfCopies<IDX_WT_Identifier>;
+
+/// A list of identifiers, which are equal when their bytes are.
+class GRIDLOOM_API VEXListValIDX_WT_Identifier : public IDX_WT_ListOfCopies<IDX_WT_Identifier> {
+public:
+    using IDX_WT_ListOfCopies<IDX_WT_Identifier>::IDX_WT_ListOfCopies;
+    using IDX_WT_ListOfCopies<IDX_WT_Identifier>::Size;
+
+    /// Sets the number of elements, 0 or more: destroys those behind it, or adds copies of a filler.
+    /// @param iFiller  may be null when the list doesn't grow; else a fatal stop
+    /// @return the new number
+    int Size(int iSize, const IDX_WT_Identifier* iFiller);
+};
+
+#endif

@@ -1,0 +1,24 @@
+#include "VEXListValIDXWorkingID.h"
+
+#include <algorithm>
+
+int VEXListValIDXWorkingID::Locate(const IDXWorkingID& iID, int iFrom) const {
+    for (int i = std::max(iFrom, 1); i <= Size(); ++i) {
+        if ((*this)[i] == iID) return i;
+    }
+    return 0;
+}
+
+int VEXListValIDXWorkingID::RemoveDuplicates() {
+    const int before = Size();
+    for (int i = 1; i < Size(); ++i) {
+        int next = i + 1;
+        while ((next = Locate((*this)[i], next)) != 0) RemovePosition(next);
+    }
+    return before - Size();
+}
+
+void VEXListValIDXWorkingID::RemovePosition(int iPosition) {
+    delete &(*this)[iPosition];
+    _copies.RemovePosition(iPosition);
+}

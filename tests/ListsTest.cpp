@@ -1,0 +1,345 @@
+// Lists of identifiers and numbers beside a vector, and the stack of messages beside a plain one, on random
+// sequences of operations; and lists whose memory runs out.
+
+#include "BBDMessage.h"
+#include "ByteTexts.h"
+
+#include "IDX_WT_ListOfIDX_UInt32.h"
+#include "VEXListValIDXWorkingID.h"
+#include "VEXListValIDX_WT_Identifier.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <deque>
+#include <functional>
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Words = std::vector<std::string>;
+using Numbers = std::vector<unsigned int>;
+
+unsigned int Random(unsigned int limit) {
+    static std::mt19937 random(2718);
+    return static_cast<unsigned int>(random() % limit);
+}
+
+/// What counts when elements are compared: all before the bar. The number behind it tells equals apart.
+std::string Counting(const std::string& word) {
+    return word.substr(0, word.find('|'));
+}
+
+/// Few values, so that many are equal, and some too long to lie inside an object.
+std::string RandomWord() {
+    static int serial = 0;
+    const std::string value(Random(10) == 0 ? 50 : 1, static_cast<char>('a' + Random(4)));
+    return value + "|" + std::to_string(++serial);
+}
+
+void Set(IDX_WT_Identifier& id, const std::string& word) {
+    id.GetByteArray() = ArrayOf(Counting(word));
+}
+
+void Set(IDXWorkingID& id, const std::string& word) {
+    id.SetObjectID(ArrayOf(Counting(word)));
+    id.SetLogicalID(ArrayOf(word));
+}
+
+void Expect(const IDX_WT_Identifier& id, const std::string& word) {
+    EXPECT_EQ(TextOf(id.GetByteArray()), Counting(word));
+}
+
+void Expect(const IDXWorkingID& id, const std::string& word) {
+    EXPECT_EQ(TextOf(id.GetObjectID()), Counting(word));
+    EXPECT_EQ(TextOf(id.GetLogicalID()), word);
+}
+
+bool CountTheSame(const std::string& one, const std::string& other) {
+    return Counting(one) == Counting(other);
+}
+
+/// Keeps the first of each group of equals.
+template <class T, class Equals>
+std::vector<T> WithoutDuplicates(const std::vector<T>& values, Equals equals) {
+    std::vector<T> kept;
+    for (const T& value : values) {
+        const auto isEqual = [&](const T& other) { return equals(value, other); };
+        if (std::none_of(kept.begin(), kept.end(), isEqual)) kept.push_back(value);
+    }
+    return kept;
+}
+
+/// The operations that only one of the two lists has.
+void StepOfItsOwn(VEXListValIDX_WT_Identifier& list, Words& words) {
+    IDX_WT_Identifier filler;
+    const std::string word = RandomWord();
+    Set(filler, word);
+    const int size = static_cast<int>(Random(12));
+    EXPECT_EQ(list.Size(size, size > list.Size() ? &filler : nullptr), size);
+    words.resize(static_cast<std::size_t>(size), word);
+}
+
+void StepOfItsOwn(VEXListValIDXWorkingID& list, Words& words) {
+    IDXWorkingID id;
+    const std::string word = RandomWord();
+    Set(id, word);
+    const int from = static_cast<int>(Random(static_cast<unsigned>(list.Size()) + 4)) - 2;
+    int position = std::max(from, 1);
+    while (position <= list.Size() && !CountTheSame(words[std::size_t(position) - 1], word)) {
+        ++position;
+    }
+    EXPECT_EQ(list.Locate(id, from), position <= list.Size() ? position : 0);
+    if (Random(8) == 0) {
+        const std::size_t before = words.size();
+        words = WithoutDuplicates(words, CountTheSame);
+        EXPECT_EQ(list.RemoveDuplicates(), static_cast<int>(before - words.size()));
+    } else if (position <= list.Size()) {
+        list.RemovePosition(position);
+        words.erase(words.begin() + position - 1);
+    }
+}
+
+template <class List>
+void Step(List& list, Words& words) {
+    const unsigned int kind = Random(40);
+    if (kind == 0) {
+        list.RemoveAll(Random(2) == 0 ? VEXCollec::KeepMemory : VEXCollec::ReleaseMemory);
+        words.clear();
+    } else if (kind < 26 || words.empty()) {
+        auto value = std::decay_t<decltype(list[1])>();
+        words.push_back(RandomWord());
+        Set(value, words.back());
+        list.Append(value);
+    } else if (kind < 30) {
+        const auto changed = Random(static_cast<unsigned>(words.size()));
+        words[changed] = RandomWord();
+        Set(list[static_cast<int>(changed) + 1], words[changed]);
+    } else {
+        StepOfItsOwn(list, words);
+    }
+}
+
+template <class List>
+void ExpectWords(const List& list, const Words& words) {
+    ASSERT_EQ(list.Size(), static_cast<int>(words.size()));
+    std::vector<std::decay_t<decltype(list[1])>> array(words.size());
+    list.Array(array.data());
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        Expect(list[static_cast<int>(i) + 1], words[i]);
+        Expect(array[i], words[i]);
+    }
+}
+
+template <class List>
+class ValueLists : public testing::Test {};
+using BothLists = testing::Types<VEXListValIDX_WT_Identifier, VEXListValIDXWorkingID>;
+TYPED_TEST_SUITE(ValueLists, BothLists);
+
+TYPED_TEST(ValueLists, BesideAVector) {
+    TypeParam lists[] = {TypeParam(), TypeParam(5), TypeParam(0, 7)};
+    Words words[3];
+    int nEqual = 0;
+    for (int step = 0; step < 6000 && !this->HasFailure(); ++step) {
+        SCOPED_TRACE(step);
+        const unsigned int one = Random(3);
+        const unsigned int other = Random(3);
+        Step(lists[one], words[one]);
+        if (Random(10) == 0) {
+            lists[one] = lists[other];
+            words[one] = words[other];
+        }
+        const TypeParam copy(lists[other]);
+        const Words copied = words[other];
+        Step(lists[other], words[other]);
+        ExpectWords(copy, copied);
+        for (const unsigned int i : {0u, 1u, 2u}) ExpectWords(lists[i], words[i]);
+        const bool areEqual = std::equal(
+            words[one].begin(), words[one].end(), copied.begin(), copied.end(), CountTheSame);
+        EXPECT_EQ(lists[one] != copy, areEqual ? 0 : 1);
+        EXPECT_EQ(lists[one] == copy, areEqual ? 1 : 0);
+        nEqual += areEqual ? 1 : 0;
+    }
+    EXPECT_GT(nEqual, 50);
+}
+
+TEST(IdentifierListDeathTest, NewElementsNeedAFiller) {
+    const testing::KilledBySignal aborted(SIGABRT);
+    VEXListValIDX_WT_Identifier list;
+    EXPECT_EXIT(list.Size(1, nullptr), aborted, "AssertionFailed:NULL != iFiller");
+    EXPECT_EXIT(list.Size(-1, nullptr), aborted, "AssertionFailed:0 <= iSize");
+}
+
+void ExpectNumbers(const IDX_WT_ListOfIDX_UInt32& list, const Numbers& numbers) {
+    ASSERT_EQ(list.Size(), numbers.size());
+    unsigned int value = 42;
+    EXPECT_FALSE(list.Get(list.Size(), value));
+    EXPECT_EQ(value, 42u);
+    for (unsigned int i = 0; i < list.Size(); ++i) {
+        EXPECT_TRUE(list.Get(i, value));
+        EXPECT_EQ(value, numbers[i]);
+    }
+}
+
+void Step(IDX_WT_ListOfIDX_UInt32& list, Numbers& numbers) {
+    // Few values, small ones and such that are negative as signed numbers.
+    const unsigned int value = Random(20) + (Random(2) == 0 ? 0u : 0xFFFFFFE0u);
+    const unsigned int kind = Random(64);
+    if (kind == 0) {
+        list.RemoveAll();
+        numbers.clear();
+    } else if (kind == 1) {
+        EXPECT_TRUE(list.Sort());
+        std::sort(numbers.begin(), numbers.end());
+    } else if (kind == 2) {
+        EXPECT_TRUE(list.RemoveDuplicates());
+        numbers = WithoutDuplicates(numbers, std::equal_to<>());
+    } else if (kind < 10) {
+        EXPECT_EQ(list.RemoveLast(), numbers.empty() ? IDX_False : IDX_True);
+        if (!numbers.empty()) numbers.pop_back();
+    } else if (kind < 20) {
+        const unsigned int position = Random(list.Size() + 2);
+        const bool isThere = position < numbers.size();
+        EXPECT_EQ(list.RemovePosition(position), isThere ? IDX_True : IDX_False);
+        if (isThere) numbers.erase(numbers.begin() + position);
+    } else {
+        EXPECT_TRUE(list.Append(value));
+        numbers.push_back(value);
+    }
+    const bool isIn = std::count(numbers.begin(), numbers.end(), value) != 0;
+    EXPECT_EQ(list.Locate(value), isIn ? IDX_True : IDX_False);
+}
+
+TEST(NumberList, BesideAVector) {
+    for (const unsigned int size : {0u, 1u, 10u, 100u}) {
+        IDX_WT_ListOfIDX_UInt32 list(size);
+        Numbers numbers;
+        for (int step = 0; step < 2000 && !testing::Test::HasFailure(); ++step) {
+            SCOPED_TRACE(step);
+            Step(list, numbers);
+            ExpectNumbers(list, numbers);
+        }
+    }
+}
+
+TEST(MessageStack, BesideAPlainOne) {
+    BBDMessage::Empty();
+    std::deque<int> numbers;
+    const auto textOf = [](int number) {
+        return std::string(number % 3 == 0 ? 1 : 40, static_cast<char>(number));
+    };
+    for (int step = 1; step < 3000; ++step) {
+        const unsigned int kind = Random(40);
+        if (kind == 0) {
+            BBDMessage::Empty();
+            numbers.clear();
+        } else if (kind < 24) {
+            const std::string text = textOf(step % 100 + 20);
+            const auto severity = static_cast<BBDMessageSeverity>(step % 100 + 20);
+            BBDMessage::Push(severity, ("C" + text).c_str(), text.c_str());
+            numbers.push_back(severity);
+            if (numbers.size() > 10) numbers.pop_front();
+        } else {
+            auto severity = static_cast<BBDMessageSeverity>(-1);
+            VEXString code("Cuntouched");
+            VEXUnicodeString text("untouched");
+            ASSERT_EQ(BBDMessage::Pop(severity, code, text), !numbers.empty());
+            EXPECT_EQ(severity, numbers.empty() ? -1 : numbers.back());
+            EXPECT_EQ(text.ConvertToChar(), numbers.empty() ? "untouched" : textOf(severity));
+            EXPECT_EQ(code.CastToCharPtr(), std::string("C") + text.ConvertToChar());
+            if (!numbers.empty()) numbers.pop_back();
+        }
+    }
+}
+
+}  // namespace
+
+#ifndef GRIDLOOM_SANITIZED
+
+namespace {
+
+Numbers* blocksInNumbers =
+    nullptr;  ///< takes the size of each block asked for, in numbers; null: nobody
+bool blocksAreRefused = false;
+
+/// Notes a request; true when nothing is to be had for it.
+bool IsRefused(std::size_t size) {
+    Numbers* const blocks =
+        std::exchange(blocksInNumbers, nullptr);  // its own memory doesn't count
+    if (blocks == nullptr) return false;
+    blocks->push_back(static_cast<unsigned int>(size / sizeof(unsigned int)));
+    blocksInNumbers = blocks;
+    return blocksAreRefused;
+}
+
+/// Does something with its blocks noted, or refused.
+template <class Action>
+Numbers BlocksOf(bool areRefused, Action action) {
+    Numbers blocks;
+    blocksAreRefused = areRefused;
+    blocksInNumbers = &blocks;
+    action();
+    blocksInNumbers = nullptr;
+    return blocks;
+}
+
+}  // namespace
+
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_realloc(void*, std::size_t);
+
+// The program's own, which the library calls. Nobody here touches more than the first MiB of a block.
+__attribute__((visibility("default"))) void* malloc(std::size_t size) {
+    return IsRefused(size) ? nullptr : __libc_malloc(std::min<std::size_t>(size, 1u << 20));
+}
+__attribute__((visibility("default"))) void* realloc(void* block, std::size_t size) {
+    return IsRefused(size) ? nullptr : __libc_realloc(block, size);
+}
+}
+
+TEST(ListMemory, BlocksOfNumbersDouble) {
+    for (const unsigned int first : {1u, 11u}) {
+        const auto fill = [&] {
+            IDX_WT_ListOfIDX_UInt32 list(first - 1);
+            for (unsigned int i = 0; i < 4 * first; ++i) list.Append(i);
+        };
+        EXPECT_EQ(BlocksOf(false, fill), (Numbers{first, 2 * first, 4 * first}));
+    }
+    EXPECT_EQ(BlocksOf(false, [] { IDX_WT_ListOfIDX_UInt32(); }), Numbers{11});
+    const auto makeLargest = [] { IDX_WT_ListOfIDX_UInt32(0xFFFFFFFFu); };
+    EXPECT_EQ(BlocksOf(false, makeLargest), Numbers{0xFFFFFFFFu});
+}
+
+TEST(ListMemory, AFailedGrowthLosesTheNumbers) {
+    IDX_WT_ListOfIDX_UInt32 list(0);
+    list.Append(7);
+    for (const unsigned int refused : {2u, 11u}) {  // with a block, and without one
+        IDX_Bool result = IDX_True;
+        EXPECT_EQ(BlocksOf(true, [&] { result = list.Append(8); }), Numbers{refused});
+        EXPECT_FALSE(result);
+        ExpectNumbers(list, {});
+        EXPECT_FALSE(list.Locate(7));
+        EXPECT_FALSE(list.RemoveDuplicates());
+        EXPECT_FALSE(list.RemoveLast());
+        EXPECT_FALSE(list.RemovePosition(0));
+        EXPECT_TRUE(list.Sort());
+        list.RemoveAll();
+    }
+    EXPECT_EQ(BlocksOf(false, [&] { list.Append(9); }), Numbers{11});
+    ExpectNumbers(list, {9});
+}
+
+TEST(ListMemoryDeathTest, WithoutAnElementOrTheFirstBlock) {
+    const testing::KilledBySignal aborted(SIGABRT);
+    const auto append = [] { VEXListValIDXWorkingID().Append(IDXWorkingID()); };
+    EXPECT_EXIT(BlocksOf(true, append), aborted, "AssertionFailed: memory for an element");
+    const auto make = [] { IDX_WT_ListOfIDX_UInt32(); };
+    EXPECT_EXIT(BlocksOf(true, make), aborted, "AssertionFailed:0 != m_array");
+}
+
+#endif

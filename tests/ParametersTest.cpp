@@ -1,0 +1,360 @@
+// The command line: what is printed and traced, in its order, and what is stored; and the order in which the
+// objects of the process go.
+
+#include "BBDMessage.h"
+#include "TemporaryFolder.h"
+
+#include "IDX_Base_Trace.h"
+#include "IDX_Status.h"
+#include "IDX_WT_File.h"
+#include "PLMIdxConnexionParametersReader.h"
+#include "PLMIdxParameters.h"
+#include "PLMIdxParametersReader.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <new>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+int newsUntilRefusal = -1;  ///< requests of new (std::nothrow) that still succeed; below 0 for all
+
+bool IsRefused() {
+    return newsUntilRefusal >= 0 && newsUntilRefusal-- == 0;
+}
+
+void (*atClose)() = nullptr;  ///< called at the next fclose
+
+}  // namespace
+
+// The program's own services, which the libraries call.
+
+__attribute__((visibility("default"))) void* operator new(
+    std::size_t size, const std::nothrow_t&) noexcept {
+    return IsRefused() ? nullptr : ::operator new(size);
+}
+
+__attribute__((visibility("default"))) void* operator new[](
+    std::size_t size, const std::nothrow_t&) noexcept {
+    return IsRefused() ? nullptr : ::operator new[](size);
+}
+
+extern "C" __attribute__((visibility("default"))) int fclose(FILE* stream) {
+    static auto* genuine = reinterpret_cast<decltype(fclose)*>(dlsym(RTLD_NEXT, "fclose"));
+    if (atClose != nullptr) atClose();
+    return genuine(stream);
+}
+
+namespace {
+
+void PrintTrace(IDX_Base_Trace::Level level, const char* line, void*) {
+    std::printf("%c: %s\n", level == IDX_Base_Trace::LevelInfo ? 'I' : 'D', line);
+}
+
+/// Runs something in a process of its own. Gives what it printed and traced, in the order of both.
+std::string InChild(const std::function<void()>& run) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "output";
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        if (std::freopen(path.c_str(), "w", stdout) == nullptr) _exit(1);
+        IDX_Base_Trace::SetSink(PrintTrace, nullptr);
+        run();
+        std::fflush(stdout);
+        _exit(0);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    return ContentOf(path);
+}
+
+/// Reads a command line whose arguments are told apart by blanks; _ is the empty argument. The status and
+/// what is stored then is printed as the last line.
+void Read(PLMIdxParametersReader& reader, const std::string& line) {
+    std::vector<std::string> words = {"-help"};  // the program's own name, which isn't looked at
+    std::istringstream stream(line);
+    for (std::string word; stream >> word;) words.push_back(word == "_" ? "" : word);
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    const long int status = reader.Read(static_cast<int>(arguments.size()), arguments.data());
+    std::printf(status == IDX_E_FAIL ? "failed" : "%ld", status);
+    for (const char* name : {"in", "fast", "größe", "hidden", "old", "c", "h"}) {
+        const char* value = PLMIdxParameters::Get(name);
+        if (value != nullptr) std::printf(" %s=%s", name, value);
+    }
+}
+
+/// The tool of the table below.
+struct Tool {
+    Tool() {
+        EXPECT_EQ(reader.DeclareParameter("in", false, false, "Input folder"), IDX_S_OK);
+        EXPECT_EQ(reader.DeclareParameter("fast", false, true, "100% unchecked"), IDX_S_OK);
+        EXPECT_EQ(reader.RedirectParameter("c", &connexion), IDX_S_OK);
+        EXPECT_EQ(reader.DeclareParameter("hidden", false, false, ""), IDX_S_OK);
+        EXPECT_EQ(reader.IgnoreParameter("old"), IDX_S_OK);
+        EXPECT_EQ(reader.IgnoreParameter("longer-than-any-other"), IDX_S_OK);
+        EXPECT_EQ(reader.DeclareParameter("größe", false, false, "Size"), IDX_S_OK);
+        EXPECT_EQ(reader.DeclareParameter("h", false, true, ""), IDX_S_OK);
+    }
+
+    void Run(const std::string& line) {
+        Read(reader, line);
+        PLMIdxConnexionParametersReader pairs(connexion);
+        for (int i = 1; i <= pairs.GetNames().Size(); ++i) {
+            const char* name = pairs.GetNames()[i];
+            std::printf(" (%s|%s)", name, pairs.GetValues()[i].ConvertToChar());
+        }
+    }
+
+    PLMIdxParametersReader reader;
+    PLMIdxConnexionParametersReader connexion;
+};
+
+const std::string kHead = "\nUsage:\n\n  -h | -help | -? : Display the current help\n\n";
+
+/// The longest declared name has 6 characters, which makes a column of 12 bytes.
+const std::string kUsage =
+    kHead +
+    "  -in value     \t: Input folder \n"
+    "  -fast         \t: 100% unchecked \n"
+    "  -c Authentification.User=UserName \t: Administrator name [mandatory]\n"
+    "  -c Authentification.Password=UserPwd \t: Password of admin [mandatory]\n"
+    "  -c Security.Context=SecurityContext \t: Security context for admin [mandatory]\n"
+    "  -c Environment.ServerName=HostName \t: Server name [mandatory]\n"
+    "  -c Environment.ServerPort=PortNumber \t: Server's port [mandatory]\n"
+    "  -c Environment.URI=RootUri \t: Root URI if one is necessary \n"
+    "  -größe value \t: Size \n"
+    "\n";
+
+TEST(CommandLine, TextsAndStore) {
+    const char* const noPair =
+        "I: Failure: Invalid name/value has been specified for -c argument.\n"
+        "I: Error when setting param -c.\n";
+    const char* const noValue =
+        "I: Failure: No value has been specified for '%d' parameter\n"
+        "I: Error when setting param -c.\n";
+    struct {
+        const char* line;
+        const char* outcome;
+        const char* messages;  ///< shown before the usage text; null without that
+    } const rows[] = {
+        {"",                             "0",                      nullptr                                                    },
+        {"-in a -fast -hidden c -old d", "0 in=a fast= hidden=c",  nullptr                                                    },
+        {"-fast -größe b",             "0 fast= größe=b",      nullptr                                                    },
+        {"-h",                           "1",                      ""                                                         },
+        {"-help stray",                  "1",                      ""                                                         },
+        {"-in a -? stray",               "1 in=a",                 ""                                                         },
+        {"-fast -help",                  "1 fast=",                ""                                                         },
+        {"-in -h",                       "failed",                 "I: Error: A value is mandatory after -in.\n"              },
+        {"-in h help",                   "failed in=h",            "I: Error: Unknown command line argument: help\n"          },
+        {"-helpme",                      "failed",                 "I: Error: Parameter -helpme is unknown.\n"                },
+        {"stray -in a",                  "failed",                 "I: Error: Unknown command line argument: stray\n"         },
+        {"-in a %s",                     "failed in=a",            "I: Error: Unknown command line argument: %s\n"            },
+        {"_ a",                          "failed",                 "I: Error: Unknown command line argument: \n"              },
+        {"- a",                          "failed",                 "I: Error: Parameter - is unknown.\n"                      },
+        {"-IN -h",                       "failed",                 "I: Error: Parameter -IN is unknown.\n"                    },
+        {"-%n",                          "failed",                 "I: Error: Parameter -%n is unknown.\n"                    },
+        {"-in _",                        "0 in=",                  nullptr                                                    },
+        {"-in %s",                       "0 in=%s",                nullptr                                                    },
+        {"-in",                          "failed",                 "I: Error: A value is mandatory after -in.\n"              },
+        {"-in -5",                       "failed",                 "I: Error: A value is mandatory after -in.\n"              },
+        {"-old",                         "failed",                 "I: Error: A value is mandatory after -old.\n"             },
+        {"-c -in a",                     "failed",                 "I: Error: A value is mandatory after -c.\n"               },
+        {"-fast x",                      "failed",                 "I: Error: x is unexpected ! Parameter -fast is boolean.\n"},
+        {"-fast _",                      "failed",                 "I: Error:  is unexpected ! Parameter -fast is boolean.\n" },
+        {"-in a -in b",                  "failed in=a",            "I: Error: Parameter -in is defined twice.\n"              },
+        {"-fast -fast",                  "failed fast=",           "I: Error: Parameter -fast is defined twice.\n"            },
+        {"-old 1 -old 2",                "0",                      nullptr                                                    },
+        {"-c A=1 -c A=2=3= -c B==",      "0 (A|1) (A|2=3=) (B|=)", nullptr                                                    },
+        {"-c A=1 -c B -c C=1",           "failed (A|1)",           noPair                                                     },
+        {"-c =x",                        "failed",                 noPair                                                     },
+        {"-c =",                         "failed",                 noPair                                                     },
+        {"-c _",                         "failed",                 noPair                                                     },
+        {"-c %d=",                       "failed",                 noValue                                                    },
+    };
+    for (const auto& row : rows) {
+        const std::string shown = row.messages != nullptr ? row.messages + kUsage : "";
+        const std::string text = InChild([&] { Tool().Run(row.line); });
+        EXPECT_EQ(text, "\n" + shown + row.outcome) << row.line;
+    }
+}
+
+TEST(CommandLine, EveryMissingParameterIsNamed) {
+    const auto run = [](const std::string& line) {
+        return InChild([&] {
+            PLMIdxParametersReader reader;
+            reader.DeclareParameter("in", true, false, "In");
+            reader.IgnoreParameter("old");
+            reader.DeclareParameter("hidden", true, false, "");
+            reader.DeclareParameter("fast", true, true, "Fast");
+            Read(reader, line);
+        });
+    };
+    EXPECT_EQ(
+        run("-old 1"),
+        "\nI: Error: param -in is mandatory\nI: Error: param -hidden is mandatory\n"
+        "I: Error: param -fast is mandatory\n" +
+            kHead +
+            "  -in value     \t: In [mandatory]\n  -fast         \t: Fast [mandatory]\n\nfailed");
+    EXPECT_EQ(run("-in i -hidden h -fast"), "\n0 in=i fast= hidden=h");
+}
+
+TEST(CommandLine, ANameIsDeclaredOnce) {
+    const std::string text = InChild([] {
+        Tool tool;
+        for (const char* name : {"in", "old", "c"}) {
+            const long int results[] = {
+                tool.reader.DeclareParameter(name, true, true, "a usage of its own"),
+                tool.reader.IgnoreParameter(name),
+                tool.reader.RedirectParameter(name, &tool.connexion)};
+            for (const long int result : results) std::printf("%d", result == IDX_E_FAIL);
+        }
+        tool.reader.Usage();
+    });
+    EXPECT_EQ(text, "111111111" + kUsage);
+}
+
+TEST(CommandLine, ASecondReading) {
+    const std::string text = InChild([] {
+        Tool first;
+        Tool second;
+        first.Run("-in a");
+        second.Run("-fast -in b -old 1");  // the store has a value from elsewhere
+        first.Run("-in c");
+    });
+    EXPECT_EQ(
+        text,
+        "\n0 in=a"
+        "\nD: Error when setting param -in.\nfailed in=a fast="
+        "\nI: Error: Parameter -in is defined twice.\n" +
+            kUsage + "failed in=a fast=");
+}
+
+/// A specific reader that answers as it is told.
+struct Answering : PLMIdxISpecificParametersReader {
+    long int Set(const char*) override { return status; }
+    void GetUsage(
+        VEXListValVEXUnicodeString& values,
+        VEXListValVEXUnicodeString& usages,
+        VEXListValVEXBoolean& mandatories) override {
+        for (int i = 0; i < nLines[0]; ++i) values.Append("X=Y");
+        for (int i = 0; i < nLines[1]; ++i) usages.Append("pair");
+        for (int i = 0; i < nLines[2]; ++i) mandatories.Append(static_cast<VEXBoolean>(i % 2));
+    }
+
+    long int status;
+    int nLines[3];
+};
+
+TEST(CommandLine, SpecificReaders) {
+    const std::string lines = "  -special X=Y \t: pair \n  -special X=Y \t: pair [mandatory]\n";
+    const std::string end = "  -in value \t: In \n\nfailed";
+    const std::string noFit =
+        "D: Error in PLMIdxParametersReader::Usage - (values.Size() != usages.Size()) for param "
+        "special.\nfailed";
+    struct {
+        long int status;
+        int nLines[3];
+        std::string usage;
+    } const rows[] = {
+        {IDX_S_OK,           {2, 2, 2}, ""         },
+        {IDX_S_NOTHING_DONE, {2, 2, 2}, ""         },
+        {IDX_E_FAIL,         {2, 2, 2}, lines + end},
+        {0x80004005L,        {0, 0, 0}, end        },
+        {IDX_E_FAIL,         {2, 1, 2}, noFit      },
+        {IDX_E_FAIL,         {2, 2, 3}, noFit      },
+        {IDX_E_FAIL,         {0, 2, 2}, noFit      },
+    };
+    for (const auto& row : rows) {
+        const std::string text = InChild([&] {
+            Answering answering;
+            answering.status = row.status;
+            std::copy_n(row.nLines, 3, answering.nLines);
+            PLMIdxParametersReader reader;
+            reader.RedirectParameter("special", &answering);
+            reader.DeclareParameter("in", false, false, "In");
+            Read(reader, "-special a -special b -in x");
+        });
+        const std::string failure = "\nI: Error when setting param -special.\n" + kHead + row.usage;
+        EXPECT_EQ(text, row.usage.empty() ? "\n0 in=x" : failure);
+    }
+}
+
+TEST(CommandLine, DeclaringWithoutMemory) {
+    const std::string text = InChild([] {
+        PLMIdxParametersReader reader;
+        for (int nBlocks = 0; nBlocks < 5; ++nBlocks) {  // the record, the buckets, the entry
+            newsUntilRefusal = nBlocks;
+            const long int status = reader.DeclareParameter("in", true, false, "In");
+            newsUntilRefusal = -1;
+            std::printf("%d", status == IDX_E_FAIL);
+        }
+        reader.Usage();
+    });
+    // A record that finds no place by name stays in the list.
+    const std::string line = "  -in value \t: In [mandatory]\n";
+    EXPECT_EQ(text, "11101" + kHead + line + line + line + "\n");
+}
+
+TEST(Store, AValueIsSetOnceAndStaysWhereItIs) {
+    EXPECT_EQ(PLMIdxParameters::Get("store"), nullptr);
+    for (int nBlocks = 0; nBlocks < 3; ++nBlocks) {  // the table, its buckets
+        newsUntilRefusal = nBlocks;
+        EXPECT_EQ(PLMIdxParameters::Set("store", "first"), nBlocks < 2 ? IDX_E_FAIL : IDX_S_OK);
+        newsUntilRefusal = -1;
+    }
+    const char* value = PLMIdxParameters::Get("store");
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_EQ(PLMIdxParameters::Set(("store" + std::to_string(i)).c_str(), ""), IDX_S_OK);
+    }
+    EXPECT_EQ(PLMIdxParameters::Set("store", "second"), IDX_E_FAIL);
+    EXPECT_EQ(PLMIdxParameters::Get("store"), value);
+    EXPECT_STREQ(value, "first");
+    EXPECT_STREQ(PLMIdxParameters::Get("store999"), "");
+    EXPECT_EQ(PLMIdxParameters::Get("Store"), nullptr);
+}
+
+/// Runs when the registry of files closes what is open, at the end of the process.
+void CheckTheEnd() {
+    VEXString code;
+    VEXUnicodeString text;
+    BBDMessageSeverity severity;
+    const bool hasMessage = BBDMessage::Pop(severity, code, text);
+    std::fprintf(
+        stderr, "parameters %s, message %s\n",
+        PLMIdxParameters::Get("order") == nullptr ? "gone" : "there",
+        hasMessage ? text.ConvertToChar() : "gone");
+}
+
+void EndWithAnOpenFile(const std::string& path) {
+    PLMIdxParameters::Set("order", "a value that is too long to lie inside a text");
+    BBDMessage::Push(static_cast<BBDMessageSeverity>(1), "", "too long to lie inside a text");
+    IDX_WT_File file;
+    if (!file.OpenWrite(path.c_str()) || !file.Write(7u)) std::abort();
+    atClose = CheckTheEnd;
+    std::atexit([] {
+        const bool isThere = PLMIdxParameters::Get("order") != nullptr;
+        std::fprintf(stderr, "%s\n", isThere ? "all there" : "too early");
+    });
+    std::exit(0);
+}
+
+TEST(ProcessObjectsDeathTest, GoInTheReverseOrder) {
+    const TemporaryFolder folder;
+    EXPECT_EXIT(
+        EndWithAnOpenFile(folder / "open"), testing::ExitedWithCode(0),
+        "^all there\nparameters gone, message too long to lie inside a text\n$");
+}
+
+}  // namespace
