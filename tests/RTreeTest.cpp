@@ -129,6 +129,41 @@ Bytes TreeOverLeaves(const std::vector<Box>& boxes) {
     return image;
 }
 
+/// The box of a binary STL file: 80 bytes and a number of facets, each 12 floats and 2 bytes.
+Box BoxOfStl(const std::string& path) {
+    const std::string content = ContentOf(path);
+    const Bytes bytes(content.begin(), content.end());
+    const auto vertex = [&](unsigned int facet, unsigned int i) {
+        return NumberAt<IDX_Point>(bytes, 84 + 50 * std::size_t{facet} + 12 + 12 * std::size_t{i});
+    };
+    Box box(vertex(0, 0), vertex(0, 0));
+    for (unsigned int facet = 0; facet < NumberAt<unsigned int>(bytes, 80); ++facet) {
+        for (unsigned int i = 0; i < 3; ++i) box.Union(Box(vertex(facet, i), vertex(facet, i)));
+    }
+    return box;
+}
+
+/// The boxes of an assembly's parts, over and over on a grid of copies, `count` in all.
+std::vector<Box> Replicated(const std::vector<Box>& parts, unsigned int count) {
+    Box whole = parts.front();
+    for (const Box& part : parts) whole.Union(part);
+    const IDX_Point low = whole.GetLow();
+    const IDX_Point high = whole.GetHigh();
+    std::vector<Box> boxes;
+    for (unsigned int copy = 0; boxes.size() < count; ++copy) {
+        const float x = static_cast<float>(copy % 64) * (high.x - low.x);
+        const float y = static_cast<float>(copy / 64 % 64) * (high.y - low.y);
+        const float z = static_cast<float>(copy / 4096) * (high.z - low.z);
+        const auto moved = [&](const IDX_Point& p) { return IDX_Point{p.x + x, p.y + y, p.z + z}; };
+        for (const Box& part : parts) {
+            if (boxes.size() < count) {
+                boxes.emplace_back(moved(part.GetLow()), moved(part.GetHigh()));
+            }
+        }
+    }
+    return boxes;
+}
+
 class RTreeInFile : public FileCase {};
 
 }  // namespace
@@ -485,4 +520,40 @@ TEST_F(RTreeInFile, InAPieceOfASplitFile) {
     EXPECT_EQ(loaded.Load(file, 2, 0), IDX_False) << "no such piece";
     EXPECT_EQ(_trace.Take().back(), "IDX_WT_RTree.Load.IDX_WT_File.ReadAt(Header)");
     EXPECT_EQ(ImageOf(loaded), ImageOf(tree));
+}
+
+// GRIDLOOM_MESHES: the folder of mesh files that holds an assembly of placed parts.
+TEST_F(RTreeInFile, AMillionBoxesOfAnAssembly) {
+    const char* folder = std::getenv("GRIDLOOM_MESHES");
+    const std::string placed =
+        std::string(folder != nullptr ? folder : "") + "/assembly/saw/placed";
+    if (!std::filesystem::is_directory(placed)) GTEST_SKIP() << "there is no " << placed;
+    std::vector<Box> parts;
+    for (const auto& entry : std::filesystem::directory_iterator(placed)) {
+        if (entry.path().extension() == ".stl") parts.push_back(BoxOfStl(entry.path().string()));
+    }
+    const std::vector<Box> boxes = Replicated(parts, 1000000);
+    OpenRTree tree(5, 16);
+    for (unsigned int i = 0; i < boxes.size(); ++i) ASSERT_EQ(tree.Insert(boxes[i], i), IDX_True);
+
+    IDX_WT_File file;
+    ASSERT_EQ(file.OpenWrite((_folder / "boxes").c_str()), IDX_True);
+    unsigned int offset = 1;
+    ASSERT_EQ(tree.Save(file, offset), IDX_True);
+    file.Close();
+    ASSERT_EQ(file.OpenRead((_folder / "boxes").c_str()), IDX_True);
+    OpenRTree loaded;
+    ASSERT_EQ(loaded.Load(file, offset), IDX_True);
+    const Bytes image = ImageOf(loaded);
+    EXPECT_TRUE(image == ImageOf(tree));
+    for (std::size_t query = 0; query < boxes.size(); query += 50021) {
+        Values found;
+        Search(image, RootOf(image), boxes[query], found);
+        std::sort(found.begin(), found.end());
+        Values expected;
+        for (unsigned int i = 0; i < boxes.size(); ++i) {
+            if (Touch(boxes[i], boxes[query])) expected.push_back(i);
+        }
+        EXPECT_EQ(found, expected);
+    }
 }
