@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <sstream>
 
 namespace {
 
@@ -103,6 +104,7 @@ protected:
     TreeOnStore() { _tree = std::make_unique<OpenTree>(16, 8, GetParam()); }
 
     void ExpectSafe(const std::string& content) {
+        std::filesystem::remove(_path);  // a file cut to 0 would be written to the disk at once
         SetContent(_path, content);
         if (!_tree->OpenWrite(_path.c_str())) return;
         Offsets items;
@@ -218,30 +220,33 @@ TEST_P(TreeOnStore, TheDestructorClosesAndTheOtherStoreReadsOn) {
     EXPECT_EQ(Insert(2), 72u);
 }
 
-/// A file, and what opening it for reading, for writing and CheckVersion say; "*" stands for the operation.
+/// A file, how the last tag of OpenRead and OpenWrite ends, and what CheckVersion gives and traces.
 struct BadFile {
-    const char* name;
-    std::string content;
+    const std::string& content;
     const char* tag;
     long int status;
     const char* versionTag;
 };
 
+const std::string kVersion44 = Manifest(0, 44);
+const std::string kVersion46 = Manifest(0, 46);
+const std::string kOtherOrder = Manifest(0, 0x2d00, 0x100);
+const std::string kNoMarker = Manifest(0, 45, 0);
+const std::string kShort = Manifest(0).substr(0, 7);
+
 const BadFile kBadFiles[] = {
-    {"version 44",       Manifest(0, 44),       "InvalidVersion(current=45, previous=44)", IDX_E_FAIL,
-     " incompatible version(current=45, previous=44)"                                                                 },
-    {"version 46",       Manifest(0, 46),       "InvalidVersion(current=45, previous=46)", IDX_E_FAIL,
-     " incompatible version(current=45, previous=46)"                                                                 },
-    {"other byte order", Manifest(0, 0x2d00,    0x100),                                    "InvalidEndian", IDX_E_FAIL,
-     " incompatible version(current=45, previous=11520)"},
-    {"marker 0",                  Manifest(0,                   45, 0),                      "InvalidEndian",                                   IDX_S_OK,         nullptr},
-    {"7 bytes",           Manifest(0).substr(0,                     7),                      "_GetManifest",                                 IDX_E_INVALID_ARGUMENT,
-     "._GetManifest failed"},
+    {kVersion44,  "InvalidVersion(current=45, previous=44)", IDX_E_FAIL,
+     "version(current=45, previous=44)"                                                                                   },
+    {kVersion46,  "InvalidVersion(current=45, previous=46)", IDX_E_FAIL,
+     "version(current=45, previous=46)"                                                                                   },
+    {kOtherOrder, "InvalidEndian",                           IDX_E_FAIL,             "version(current=45, previous=11520)"},
+    {kNoMarker,   "InvalidEndian",                           IDX_S_OK,               nullptr                              },
+    {kShort,      "_GetManifest",                            IDX_E_INVALID_ARGUMENT, "_GetManifest failed"                },
 };
 
 TEST_P(TreeOnStore, ABadFileIsRefusedAndTheStoreClosed) {
     for (const BadFile& bad : kBadFiles) {
-        SCOPED_TRACE(bad.name);
+        SCOPED_TRACE(bad.tag);
         SetContent(_path, bad.content);
         const std::string write = std::string("IDX_WT_Tree234.OpenWrite.") + bad.tag;
         const std::string read = std::string("IDX_WT_Tree234.OpenRead.") + bad.tag;
@@ -256,7 +261,8 @@ TEST_P(TreeOnStore, ABadFileIsRefusedAndTheStoreClosed) {
         const Lines told = _trace.Take();
         ASSERT_EQ(told.empty(), bad.versionTag == nullptr);
         if (!told.empty()) {
-            EXPECT_EQ(told.back(), std::string("IDX_WT_Tree234.CheckVersion") + bad.versionTag);
+            EXPECT_NE(told.back().find("IDX_WT_Tree234.CheckVersion"), std::string::npos);
+            EXPECT_NE(told.back().find(bad.versionTag), std::string::npos);
         }
         EXPECT_EQ(_tree->OpenWrite(_path.c_str()), IDX_False);
         EXPECT_EQ(_trace.Take().back(), write);
@@ -337,49 +343,35 @@ TEST_F(TreeDeathTest, SizesBelowTheirStructuresEndTheProcess) {
 
 // A store that fails. Each scenario lists the reads and writes of one operation, in their order, by short names.
 
-/// The trace of a failed read or write.
+/// The trace of a failed read or write, of which the store itself says nothing.
 Lines Chain(const std::string& call) {
-    const std::string tree = "IDX_WT_Tree234.";
-    const std::string query = tree + "_Query.";
-    const std::string manifest = tree + "_GetManifest.IDX_WT_File.ReadAt";
+    const std::string manifest = "IDX_WT_Tree234._GetManifest.IDX_WT_File.ReadAt";
+    const std::string root = "IDX_WT_Tree234._GetRoot._GetManifest";
     if (call == "manifest") return {manifest};
-    if (call == "root") return {manifest, tree + "_GetRoot._GetManifest", query + "_GetRoot"};
-    if (call == "walk root") {
-        return {manifest, tree + "_GetRoot._GetManifest", tree + "EnumItems._GetRoot"};
-    }
-    const std::string what = call.substr(0, call.find('('));
+    if (call == "root") return {manifest, root, "IDX_WT_Tree234._Query._GetRoot"};
+    if (call == "walk") return {manifest, root, "IDX_WT_Tree234.EnumItems._GetRoot"};
     const std::string number = call.substr(call.find('('));
-    if (what == "SetRoot") {
-        return {tree + "_SetRoot.IDX_WT_File.WriteAt", query + "_SetRoot " + number};
-    }
+    const std::string query = "IDX_WT_Tree234._Query.IDX_WT_File.";
+    const std::string readArray = "IDX_WT_File.ReadAt(ByteArray).ReadAt";
     const std::string readId = "IDX_WT_File.ReadAt(ID).ReadAt(ByteArray)";
-    if (what == "IdSize") {
-        return {
-            "IDX_WT_File.ReadAt(ByteArray).ReadAt(size)", readId,
-            query + "IDX_WT_File.ReadAt " + number};
-    }
-    if (what == "Id") {
-        return {
-            "IDX_WT_File.ReadAt(ByteArray).ReadAt(data) (2)",
-            "IDX_WT_File.ReadAt(ByteArray).ReadAt(data)", readId,
-            query + "IDX_WT_File.ReadAt " + number};
-    }
-    const std::string writeId =
-        "IDX_WT_File.Write(IDX_Base_Identifier).WriteAt(IDX_Base_Identifier)";
-    if (what == "NewIdSize" || what == "NewId") {
-        const char* part = what == "NewId" ? "data" : "size";
-        return {
-            std::string("IDX_WT_File.WriteAt(IDX_Base_Identifier).WriteAt(") + part + ")", writeId,
-            query + "IDX_WT_File.Write(ItemId) " + number};
-    }
-    const std::map<std::string, std::string> tags = {
-        {"Read",   "ReadAt "             },
-        {"Append", "Write "              },
-        {"Write",  "WriteAt "            },
-        {"Item",   "Write(Item) "        },
-        {"Update", "WriteAt(UpdateNode) "}
+    const std::string setId = "IDX_WT_File.WriteAt(IDX_Base_Identifier).WriteAt";
+    const std::string addId = "IDX_WT_File.Write(IDX_Base_Identifier).WriteAt(IDX_Base_Identifier)";
+    std::map<std::string, Lines> chains = {
+        {"SetRoot",
+         {"IDX_WT_Tree234._SetRoot.IDX_WT_File.WriteAt", "IDX_WT_Tree234._Query._SetRoot "}      },
+        {"IdSize",    {readArray + "(size)", readId, query + "ReadAt "}                          },
+        {"Id",        {readArray + "(data) (2)", readArray + "(data)", readId, query + "ReadAt "}},
+        {"NewIdSize", {setId + "(size)", addId, query + "Write(ItemId) "}                        },
+        {"NewId",     {setId + "(data)", addId, query + "Write(ItemId) "}                        },
+        {"Read",      {query + "ReadAt "}                                                        },
+        {"Append",    {query + "Write "}                                                         },
+        {"Write",     {query + "WriteAt "}                                                       },
+        {"Item",      {query + "Write(Item) "}                                                   },
+        {"Update",    {query + "WriteAt(UpdateNode) "}                                           },
     };
-    return {query + "IDX_WT_File." + tags.at(what) + number};
+    Lines& chain = chains.at(call.substr(0, call.find('(')));
+    chain.back() += number;
+    return chain;
 }
 
 struct Scenario {
@@ -387,65 +379,37 @@ struct Scenario {
     Offsets before;  ///< keys inserted before
     bool insert;
     unsigned int key;
-    Lines calls;
     bool isRootReplaced;  ///< a failure may then lose what was there
+    const char* calls;
 };
 
+// clang-format off
 const Scenario kScenarios[] = {
-    {"the first key",
-     {},
-     true,  1,
-     {"root", "Append(1)", "SetRoot(1)", "Read(2)", "Write(7)", "Item(2)", "NewIdSize(2)",
-      "NewId(2)", "Update(2)"},
-     false},
-    {"a key before the only one",
-     {2},
-     true,  1,
-     {"root", "Read(2)", "IdSize(6)", "Id(6)", "Write(7)", "Item(2)", "NewIdSize(2)", "NewId(2)",
-      "Update(2)"},
-     false},
-    {"a key of a leaf again",
-     {2},
-     true,  2,
-     {"root", "Read(2)", "IdSize(6)", "Id(6)", "Item(1)", "NewIdSize(1)", "NewId(1)", "Update(1)"},
-     false},
-    {"a full root",
-     {1, 2, 3},
-     true,  4,
-     {"root", "Read(2)", "Append(2)", "SetRoot(2)", "Read(3)", "Write(1)", "Read(4)", "Append(3)",
-      "Write(3)", "Write(4)", "IdSize(5)", "Id(5)", "IdSize(6)", "Id(6)", "Write(7)", "Item(2)",
-      "NewIdSize(2)", "NewId(2)", "Update(2)"},
-     true },
-    {"a key that moves up",
-     {1, 2, 3},
-     true,  2,
-     {"root", "Read(2)", "Append(2)", "SetRoot(2)", "Read(3)", "Write(1)", "Read(4)", "Append(3)",
-      "Write(3)", "Write(4)", "IdSize(5)", "Id(5)"},
-     true },
-    {"a key of an inner node again",
-     {1, 2, 3, 4},
-     true,  2,
-     {"root", "Read(2)", "IdSize(7)", "Id(7)", "Item(3)", "NewIdSize(3)", "NewId(3)", "Update(3)"},
-     false},
-    {"a full leaf left of an item",
-     {5, 6, 7, 8, 3, 4},
-     true,  2,
-     {"root",      "Read(2)", "IdSize(7)", "Id(7)",    "Read(1)",      "Read(2)",   "Read(3)",
-      "Write(1)",  "Read(4)", "Append(3)", "Write(3)", "Write(4)",     "IdSize(5)", "Id(5)",
-      "IdSize(6)", "Id(6)",   "Write(7)",  "Item(2)",  "NewIdSize(2)", "NewId(2)",  "Update(2)"},
-     false},
-    {"look-up in a leaf",
-     {1, 2, 3, 4},
-     false, 3,
-     {"manifest", "root", "Read(2)", "IdSize(7)", "Id(7)", "manifest", "Read(1)", "Read(2)",
-      "IdSize(6)", "Id(6)"},
-     false},
-    {"look-up in an inner node",
-     {1, 2, 3, 4},
-     false, 2,
-     {"manifest", "root", "Read(2)", "IdSize(7)", "Id(7)"},
-     false},
+    {"the first key", {}, true, 1, false,
+     "root Append(1) SetRoot(1) Read(2) Write(7) Item(2) NewIdSize(2) NewId(2) Update(2)"},
+    {"a key before the only one", {2}, true, 1, false,
+     "root Read(2) IdSize(6) Id(6) Write(7) Item(2) NewIdSize(2) NewId(2) Update(2)"},
+    {"a key of a leaf again", {2}, true, 2, false,
+     "root Read(2) IdSize(6) Id(6) Item(1) NewIdSize(1) NewId(1) Update(1)"},
+    {"a full root", {1, 2, 3}, true, 4, true,
+     "root Read(2) Append(2) SetRoot(2) Read(3) Write(1) Read(4) Append(3) Write(3) "
+     "Write(4) IdSize(5) Id(5) IdSize(6) Id(6) Write(7) Item(2) NewIdSize(2) NewId(2) "
+     "Update(2)"},
+    {"a key that moves up", {1, 2, 3}, true, 2, true,
+     "root Read(2) Append(2) SetRoot(2) Read(3) Write(1) Read(4) Append(3) Write(3) "
+     "Write(4) IdSize(5) Id(5)"},
+    {"a key of an inner node again", {1, 2, 3, 4}, true, 2, false,
+     "root Read(2) IdSize(7) Id(7) Item(3) NewIdSize(3) NewId(3) Update(3)"},
+    {"a full leaf left of an item", {5, 6, 7, 8, 3, 4}, true, 2, false,
+     "root Read(2) IdSize(7) Id(7) Read(1) Read(2) Read(3) Write(1) Read(4) Append(3) "
+     "Write(3) Write(4) IdSize(5) Id(5) IdSize(6) Id(6) Write(7) Item(2) NewIdSize(2) "
+     "NewId(2) Update(2)"},
+    {"look-up in a leaf", {1, 2, 3, 4}, false, 3, false,
+     "manifest root Read(2) IdSize(7) Id(7) manifest Read(1) Read(2) IdSize(6) Id(6)"},
+    {"look-up in an inner node", {1, 2, 3, 4}, false, 2, false,
+     "manifest root Read(2) IdSize(7) Id(7)"},
 };
+// clang-format on
 
 class FailingTree : public Tree {
 protected:
@@ -481,14 +445,16 @@ protected:
 
 TEST_F(FailingTree, EachCallFailsOnceWithItsTags) {
     for (const Scenario& scenario : kScenarios) {
-        for (std::size_t n = 0; n < scenario.calls.size(); ++n) {
-            SCOPED_TRACE(scenario.name + std::string(", ") + scenario.calls[n]);
+        std::istringstream text(scenario.calls);
+        const Lines calls{std::istream_iterator<std::string>(text), {}};
+        for (std::size_t n = 0; n < calls.size(); ++n) {
+            SCOPED_TRACE(scenario.name + std::string(", ") + calls[n]);
             Start(scenario.before, static_cast<int>(n) + 1);
             unsigned int item = 1;
             const IDX_Bool result = Run(scenario, item);
-            EXPECT_EQ(result, scenario.calls[n] == "manifest" ? IDX_True : IDX_False);
+            EXPECT_EQ(result, calls[n] == "manifest" ? IDX_True : IDX_False);
             EXPECT_EQ(item, 0u);
-            EXPECT_EQ(_trace.Take(), Chain(scenario.calls[n]));
+            EXPECT_EQ(_trace.Take(), Chain(calls[n]));
             if (!scenario.isRootReplaced) ExpectKeys(scenario.before);
         }
         SCOPED_TRACE(scenario.name);
@@ -496,7 +462,7 @@ TEST_F(FailingTree, EachCallFailsOnceWithItsTags) {
         unsigned int item = 0;
         Expect(Run(scenario, item));
         EXPECT_NE(item, 0u);
-        EXPECT_EQ(_store->calls, static_cast<int>(scenario.calls.size()));
+        EXPECT_EQ(_store->calls, static_cast<int>(calls.size()));
         ExpectKeys(scenario.before);
     }
 }
@@ -525,7 +491,7 @@ TEST_F(FailingTree, AWalkAndAnOpening) {
     const std::string end = "IDX_WT_Tree234.EnumItems._EnumItems";
     const Lines expected[] = {
         Chain("manifest"),
-        Chain("walk root"),
+        Chain("walk"),
         {walk + "IDX_WT_File.ReadAt", end},
         { walk + "IDX_WT_File.ReadAt",        walk + "_EnumItems", end}
     };
