@@ -185,6 +185,8 @@ private:
     bool SearchLeaf(Visit& ioVisit);
     bool FindPlace(Visit& ioVisit, const char* iReadTag, const char* iCompareTag);
 
+    void PrefetchBelow(const Visit& iVisit) const;
+
     bool InsertIntoLeaf(Visit& ioVisit);
     bool AppendItem(
         Visit& ioVisit, const char* iItemTag, const char* iIdentifierTag, const char* iNodeTag);

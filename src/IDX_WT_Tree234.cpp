@@ -18,6 +18,7 @@ namespace {
 constexpr unsigned short kVersion = 45;
 constexpr unsigned int kAlignment = 4;
 constexpr unsigned int kNodeSize = sizeof(Tree234Node);
+constexpr unsigned int kUsualIdentifierSize = 20;  ///< with its length before it
 constexpr unsigned int kRootOffset = offsetof(IDX_234Struct_Manifest, root);
 
 /// No sound tree is higher: one of h levels has 2^h - 1 nodes or more, each with an item, which take 28 and 20
@@ -307,7 +308,26 @@ bool IDX_WT_Tree234::FindNode(Visit& ioVisit) {
     if (!m_file->ReadAt(ioVisit.nodeOffset, &ioVisit.node, kNodeSize)) {
         return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.ReadAt (2)");
     }
+    PrefetchBelow(ioVisit);
     return true;
+}
+
+/// Has the processor fetch the identifiers of the node and its children side by side: read one after the
+/// other, each would wait for the one before.
+void IDX_WT_Tree234::PrefetchBelow(const Visit& iVisit) const {
+    const auto prefetch = [this](unsigned int iOffset, unsigned int iSize) {
+        if (m_file == &m_memFile) {
+            m_memFile.Prefetch(iOffset, iSize);
+        } else if (m_file == &m_diskFile) {
+            m_diskFile.Prefetch(iOffset, iSize);
+        }
+    };
+    for (const unsigned int item : iVisit.node.items) {
+        if (item != 0) prefetch(item + m_itemSize, kUsualIdentifierSize);
+    }
+    for (const unsigned int child : iVisit.node.children) {
+        if (child != 0) prefetch(child, kNodeSize);
+    }
 }
 
 bool IDX_WT_Tree234::FindRoot(Visit& ioVisit) {
