@@ -82,6 +82,9 @@ public:
     IDX_Bool IsOpened() const;     ///< the path is open in this process
     IDX_Bool IsReadWrite() const;  ///< the path is open for writing in this process
 
+    /// Has the processor fetch a few bytes that are soon to be read. Changes nothing else; any offset will do.
+    void Prefetch(unsigned int iOffset, unsigned int iDataSize) const;
+
     IDX_Bool ReadAt(unsigned int iOffset, unsigned short& oValue);
     IDX_Bool ReadAt(unsigned int iOffset, unsigned int& oValue);
     IDX_Bool ReadAt(unsigned int iOffset, float& oValue);

@@ -7,7 +7,7 @@ packages_tools=(pkg-config libassimp-dev libcairo2-dev zlib1g-dev fonts-dejavu-c
 packages_tests=(libgtest-dev libgmp-dev)
 packages_check=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config shellcheck)
 packages_bench=(libbenchmark-dev libopenvdb-dev libtbb-dev libboost-dev liboctomap-dev
-                libspatialindex-dev libsqlite3-dev)
+                libspatialindex-dev liblmdb-dev libsqlite3-dev)
 packages_coverage=(gcovr)
 packages_demo=(assimp-testmodels)
 

@@ -71,6 +71,25 @@ bool ReadOverStack(IDX_WT_File& ioFile, unsigned int iOffset, unsigned int iSize
     return true;
 }
 
+/// Reads `iSize` bytes, at least one.
+template <class Value>
+IDX_Bool ReadBytes(
+    IDX_WT_File& ioFile,
+    unsigned int iOffset,
+    unsigned int iSize,
+    Value& oValue,
+    const ReadTags& iTags) {
+    if (iSize <= kStackSize) {
+        if (ReadOverStack(ioFile, iOffset, iSize, oValue)) return IDX_True;
+        IDX_Base_Trace::Debug("%s", iTags.stack);
+    } else {
+        if (ReadOverHeap(ioFile, iOffset, iSize, oValue)) return IDX_True;
+        IDX_Base_Trace::Debug("%s", iTags.heap);
+    }
+    oValue.SetData(nullptr, 0);
+    return IDX_False;
+}
+
 /// Reads a value without a prefix.
 template <class Value>
 IDX_Bool ReadData(
@@ -79,21 +98,20 @@ IDX_Bool ReadData(
     unsigned int iSize,
     Value& oValue,
     const ReadTags& iTags) {
+    if (iSize != 0) return ReadBytes(ioFile, iOffset, iSize, oValue, iTags);
     oValue.SetData(nullptr, 0);
-    if (iSize == 0) return IDX_True;
-    if (iSize <= kStackSize) {
-        return ReadOverStack(ioFile, iOffset, iSize, oValue) ? IDX_True : TraceNo(iTags.stack);
-    }
-    return ReadOverHeap(ioFile, iOffset, iSize, oValue) ? IDX_True : TraceNo(iTags.heap);
+    return IDX_True;
 }
 
 /// Reads a length-prefixed value.
 template <class Value>
 IDX_Bool ReadPrefixed(
     IDX_WT_File& ioFile, unsigned int iOffset, Value& oValue, const ReadTags& iTags) {
-    oValue.SetData(nullptr, 0);
     unsigned int length = 0;
-    if (ioFile.ReadAt(iOffset, length) != IDX_True) return TraceNo(iTags.length);
+    if (ioFile.ReadAt(iOffset, &length, kLengthSize) != IDX_True) {
+        oValue.SetData(nullptr, 0);
+        return TraceNo(iTags.length);
+    }
     if (ReadData(ioFile, iOffset + kLengthSize, length, oValue, iTags) != IDX_True) {
         return TraceNo(iTags.data);
     }
@@ -258,6 +276,11 @@ IDX_Bool IDX_WT_File::WriteAt(unsigned int iOffset, const void* iData, unsigned 
     if (!entry.Seek(iOffset)) return TraceNo("IDX_WT_File.WriteAt.fseek");
     if (!entry.Write(iOffset, iData, iDataSize)) return TraceNo("IDX_WT_File.WriteAt.fwrite");
     return IDX_True;
+}
+
+void IDX_WT_File::Prefetch(unsigned int iOffset, unsigned int iDataSize) const {
+    const PagedFile* pages = Entry().m_pages;
+    if (pages != nullptr) pages->Prefetch(iOffset, iDataSize);
 }
 
 IDX_Bool IDX_WT_File::ReadAt(unsigned int iOffset, unsigned short& oValue) {

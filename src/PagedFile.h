@@ -2,6 +2,7 @@
 #define PagedFile_h
 
 #include "PagePool.h"
+#include "RawMemory.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -49,7 +50,7 @@ public:
         const std::size_t from = iOffset & (kPageSize - 1);
         if (frame == nullptr || from + iSize > frame->valid) return false;
         frame->recent = true;
-        std::memcpy(oData, frame->bytes + from, iSize);
+        CopyBytes(oData, frame->bytes + from, iSize);
         return true;
     }
 
@@ -63,6 +64,15 @@ public:
         }
         Put(*frame, from, iData, iSize);
         return true;
+    }
+
+    /// Has the processor fetch bytes that are soon to be read, if one page holds them.
+    void Prefetch(std::size_t iOffset, std::size_t iSize) const {
+        const PageFrame* frame = Find(iOffset >> kPageBits);
+        const std::size_t from = iOffset & (kPageSize - 1);
+        if (frame == nullptr || from + iSize > kPageSize) return;
+        __builtin_prefetch(frame->bytes + from);
+        __builtin_prefetch(frame->bytes + from + iSize - 1);
     }
 
     // For the pool.
@@ -126,7 +136,7 @@ private:
 
     /// Puts bytes into a page that is ready for them.
     void Put(PageFrame& ioFrame, std::size_t iFrom, const void* iData, std::size_t iSize) {
-        std::memcpy(ioFrame.bytes + iFrom, iData, iSize);
+        CopyBytes(ioFrame.bytes + iFrom, iData, iSize);
         const auto from = static_cast<std::uint16_t>(iFrom);
         const auto to = static_cast<std::uint16_t>(iFrom + iSize);
         if (!ioFrame.IsDirty()) {

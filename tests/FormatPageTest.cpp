@@ -2,6 +2,8 @@
 // byte, and read by a second small reader that knows nothing but the page.
 
 #include "OpenRTree.h"
+#include "OpenTree.h"
+#include "TemporaryFolder.h"
 
 #include "IDXWorkingID.h"
 #include "PLMIdxWTOptimOctree_0.h"
@@ -181,6 +183,21 @@ TEST(FormatPage, TheRTreeIsWhatTheLibraryWrites) {
         tree.Insert(IDX_Base_BoundingBox({x, 0, 0}, {x + 1, 1, 1}), value += 10);
     }
     EXPECT_EQ(ImageOf(tree), ReadDumpOfPage("R-tree image"));
+}
+
+TEST(FormatPage, TheIdentifierTreeIsWhatTheLibraryWrites) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "tree";
+    OpenTree tree(16, 8, false);
+    ASSERT_EQ(tree.OpenWrite(path.c_str()), IDX_True);
+    char letter = 'A';
+    for (const char* id : {"ant", "bee", "cat", "dog"}) {
+        unsigned int item = 0;
+        EXPECT_EQ(tree.Add(std::string(16, letter++), id, item), IDX_True);
+    }
+    tree.Close();
+    const std::string content = ContentOf(path);
+    EXPECT_EQ(ReadDumpOfPage("Identifier tree file"), Bytes(content.begin(), content.end()));
 }
 
 }  // namespace
