@@ -12,6 +12,14 @@ namespace {
 
 constexpr int kLineSize = 1024;  ///< with the terminator
 
+using Line = char[kLineSize];
+
+/// Formats a line; what is beyond its length is cut.
+__attribute__((format(printf, 2, 0))) void Format(
+    Line& oLine, const char* iFormat, va_list iArguments) {
+    if (std::vsnprintf(oLine, sizeof oLine, iFormat, iArguments) < 0) oLine[0] = '\0';
+}
+
 }  // namespace
 
 int IDX_WT_Report::m_ExitCode = 1;
@@ -42,12 +50,11 @@ void IDX_WT_Report::SetExitcode(int iCode) {
 }
 
 IDX_Bool IDX_WT_Report::AddMsg(const char* iFormat, ...) {
-    char line[kLineSize];
-    std::va_list arguments;
+    Line line;
+    va_list arguments;
     va_start(arguments, iFormat);
-    const int length = std::vsnprintf(line, sizeof line, iFormat, arguments);
+    Format(line, iFormat, arguments);
     va_end(arguments);
-    if (length < 0) line[0] = '\0';
     if (m_File != nullptr) {
         std::fputs(line, m_File);
         std::fputc('\n', m_File);
@@ -83,7 +90,7 @@ void IDX_WT_Report::End(const char* iName, int iDepth) {
 void IDX_WT_Report::Print(int iKind, const char* iName, int iDepth) {
     const VEXTime now;
     if (iKind == _BEGIN) IDX_Base_Trace::Info("%s", "");
-    char line[kLineSize];
+    Line line;
     const int tabs = std::clamp(iDepth, 0, kLineSize - 1);
     std::memset(line, '\t', static_cast<std::size_t>(tabs));
     std::snprintf(
