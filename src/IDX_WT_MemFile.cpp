@@ -39,7 +39,8 @@ void* PreferLargePages(void* ioBlock, std::size_t iSize) {
     const std::uintptr_t first = (start + kLargePage - 1) & ~(kLargePage - 1);
     const std::uintptr_t end = (start + iSize) & ~(kLargePage - 1);
     if (ioBlock != nullptr && first < end) {
-        (void)madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+        (void)madvise(
+            static_cast<unsigned char*>(ioBlock) + (first - start), end - first, MADV_HUGEPAGE);
     }
     return ioBlock;
 }
