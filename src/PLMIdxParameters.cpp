@@ -19,7 +19,9 @@ PLMIdxParameters::~PLMIdxParameters() {
     _table->_index.RemoveAll();
     _table->_values.RemoveAll(VEXCollec::ReleaseMemory);
     delete _table;
-    _table = nullptr;
+    // What goes after this object may still ask, and a plain store at the end of a life is left out.
+    Table* volatile& last = _table;
+    last = nullptr;
 }
 
 long int PLMIdxParameters::Set(const char* iName, const char* iValue) {

@@ -66,13 +66,15 @@ __attribute__((visibility("default"))) long int VEXOpenDirectory(
 __attribute__((visibility("default"))) long int VEXCloseDirectory(VEXDIR* directory) {
     static auto* genuine = Genuine<long int(VEXDIR*)>("_Z17VEXCloseDirectoryP6VEXDIR");
     long int result = 0;
-    return services.Takes("close", result) ? result : genuine(directory);
+    const long int status = genuine(directory);  // what fails to close is gone all the same
+    return services.Takes("close", result) ? result : status;
 }
 
 __attribute__((visibility("default"))) long int VEXCloseDirectory(VEXDirHandle* handle) {
     static auto* genuine = Genuine<long int(VEXDirHandle*)>("_Z17VEXCloseDirectoryP12VEXDirHandle");
     long int result = 0;
-    return services.Takes("close handle", result) ? result : genuine(handle);
+    const long int status = genuine(handle);  // what fails to close is gone all the same
+    return services.Takes("close handle", result) ? result : status;
 }
 
 __attribute__((visibility("default"))) long int VEXCreateDirectory(const char* path) {
@@ -483,7 +485,7 @@ TEST_F(Directories, AReaderSeesTheOldOrTheNewIndex) {
     auto& swaps = *new (shared) std::atomic<int>(0);
     const pid_t writer = StartWriter(_base, 1, swaps);
     unsigned int generation = 1;
-    for (int look = 0; look < 20000 && swaps < 200; ++look) {
+    for (int look = 0; look < 200000 && swaps < 1000; ++look) {
         const int before = swaps;
         PLMIdxDirectory(_base.c_str()).GetCurrentIndexPath(_path);
         const unsigned int live = GenerationOf(_path.ConvertToChar());

@@ -7,16 +7,21 @@
 #include "IDX_Base_Trace.h"
 #include "IDX_Status.h"
 #include "IDX_WT_File.h"
+#include "IDX_WT_Report.h"
 #include "PLMIdxConnexionParametersReader.h"
+#include "PLMIdxDirectoryManager.h"
 #include "PLMIdxParameters.h"
 #include "PLMIdxParametersReader.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <new>
 #include <sstream>
 #include <string>
@@ -32,7 +37,9 @@ bool IsRefused() {
     return newsUntilRefusal >= 0 && newsUntilRefusal-- == 0;
 }
 
-void (*atClose)() = nullptr;  ///< called at the next fclose
+void (*atClose)(FILE*) = nullptr;  ///< called at each fclose
+const char* watched = nullptr;     ///< a text in memory of its own
+bool isWatchedGone = false;        ///< its memory, or that of one of its copies, was given back
 
 }  // namespace
 
@@ -50,8 +57,24 @@ __attribute__((visibility("default"))) void* operator new[](
 
 extern "C" __attribute__((visibility("default"))) int fclose(FILE* stream) {
     static auto* genuine = reinterpret_cast<decltype(fclose)*>(dlsym(RTLD_NEXT, "fclose"));
-    if (atClose != nullptr) atClose();
+    if (atClose != nullptr) atClose(stream);
     return genuine(stream);
+}
+
+__attribute__((visibility("default"))) void* operator new(std::size_t size) {
+    void* block = std::malloc(size);
+    return block != nullptr ? block : throw std::bad_alloc();
+}
+
+__attribute__((visibility("default"))) void operator delete(void* block) noexcept {
+    if (watched != nullptr && malloc_usable_size(block) > std::strlen(watched)) {
+        isWatchedGone |= std::memcmp(block, watched, std::strlen(watched)) == 0;
+    }
+    std::free(block);
+}
+
+__attribute__((visibility("default"))) void operator delete(void* block, std::size_t) noexcept {
+    ::operator delete(block);
 }
 
 namespace {
@@ -325,26 +348,36 @@ TEST(Store, AValueIsSetOnceAndStaysWhereItIs) {
     EXPECT_EQ(PLMIdxParameters::Get("Store"), nullptr);
 }
 
-/// Runs when the registry of files closes what is open, at the end of the process.
-void CheckTheEnd() {
+constexpr char kBase[] = "a base directory that is too long to lie inside a text";
+
+/// Runs when the report and the registry of files close what is open, at the end of the process.
+void TellWhatIsGone(FILE* stream) {
+    const std::string link = "/proc/self/fd/" + std::to_string(fileno(stream));
     VEXString code;
     VEXUnicodeString text;
     BBDMessageSeverity severity;
     const bool hasMessage = BBDMessage::Pop(severity, code, text);
     std::fprintf(
-        stderr, "parameters %s, message %s\n",
+        stderr, "%s: parameters %s, directories %s, message %s\n",
+        std::filesystem::read_symlink(link).filename().c_str(),
         PLMIdxParameters::Get("order") == nullptr ? "gone" : "there",
-        hasMessage ? text.ConvertToChar() : "gone");
+        isWatchedGone ? "gone" : "there", hasMessage ? text.ConvertToChar() : "gone");
 }
 
-void EndWithAnOpenFile(const std::string& path) {
+/// Uses all objects that live as long as the process, the last ones first.
+void EndWithOpenFiles(const TemporaryFolder& folder) {
     PLMIdxParameters::Set("order", "a value that is too long to lie inside a text");
-    BBDMessage::Push(static_cast<BBDMessageSeverity>(1), "", "too long to lie inside a text");
+    PLMIdxDirectoryManager::GetIndexDirectoryManager().SetIndexBaseDirectory(kBase);
+    if (IDX_WT_Report::GetReport()->OpenWrite((folder / "report").c_str()) == 0) std::abort();
     IDX_WT_File file;
-    if (!file.OpenWrite(path.c_str()) || !file.Write(7u)) std::abort();
-    atClose = CheckTheEnd;
+    if (!file.OpenWrite((folder / "file").c_str()) || !file.Write(7u)) std::abort();
+    for (const char* text : {"read at the end of the registry", "read at the end of the report"}) {
+        BBDMessage::Push(static_cast<BBDMessageSeverity>(1), "", text);
+    }
+    watched = kBase;
+    atClose = TellWhatIsGone;
     std::atexit([] {
-        const bool isThere = PLMIdxParameters::Get("order") != nullptr;
+        const bool isThere = PLMIdxParameters::Get("order") != nullptr && !isWatchedGone;
         std::fprintf(stderr, "%s\n", isThere ? "all there" : "too early");
     });
     std::exit(0);
@@ -353,8 +386,11 @@ void EndWithAnOpenFile(const std::string& path) {
 TEST(ProcessObjectsDeathTest, GoInTheReverseOrder) {
     const TemporaryFolder folder;
     EXPECT_EXIT(
-        EndWithAnOpenFile(folder / "open"), testing::ExitedWithCode(0),
-        "^all there\nparameters gone, message too long to lie inside a text\n$");
+        EndWithOpenFiles(folder), testing::ExitedWithCode(0),
+        "^all there\n"
+        "report: parameters gone, directories gone, message read at the end of the report\n"
+        "file: parameters gone, directories gone, message read at the end of the registry\n$");
+    EXPECT_EQ(ContentOf(folder / "report"), "[Return code is] : 1\nEndOfReport\n");
 }
 
 }  // namespace
