@@ -16,12 +16,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <new>
 #include <sstream>
 #include <string>
@@ -38,8 +36,7 @@ bool IsRefused() {
 }
 
 void (*atClose)(FILE*) = nullptr;  ///< called at each fclose
-const char* watched = nullptr;     ///< a text in memory of its own
-bool isWatchedGone = false;        ///< its memory, or that of one of its copies, was given back
+bool areDirectoriesGone = false;
 
 }  // namespace
 
@@ -61,20 +58,13 @@ extern "C" __attribute__((visibility("default"))) int fclose(FILE* stream) {
     return genuine(stream);
 }
 
-__attribute__((visibility("default"))) void* operator new(std::size_t size) {
-    void* block = std::malloc(size);
-    return block != nullptr ? block : throw std::bad_alloc();
-}
-
-__attribute__((visibility("default"))) void operator delete(void* block) noexcept {
-    if (watched != nullptr && malloc_usable_size(block) > std::strlen(watched)) {
-        isWatchedGone |= std::memcmp(block, watched, std::strlen(watched)) == 0;
-    }
-    std::free(block);
-}
-
-__attribute__((visibility("default"))) void operator delete(void* block, std::size_t) noexcept {
-    ::operator delete(block);
+/// The destructor of the directory manager, as the end of the process calls it.
+extern "C" __attribute__((visibility("default"))) void _ZN22PLMIdxDirectoryManagerD1Ev(
+    PLMIdxDirectoryManager* manager) {
+    static auto* genuine = reinterpret_cast<void (*)(PLMIdxDirectoryManager*)>(
+        dlsym(RTLD_NEXT, "_ZN22PLMIdxDirectoryManagerD1Ev"));
+    genuine(manager);
+    areDirectoriesGone = true;
 }
 
 namespace {
@@ -348,8 +338,6 @@ TEST(Store, AValueIsSetOnceAndStaysWhereItIs) {
     EXPECT_EQ(PLMIdxParameters::Get("Store"), nullptr);
 }
 
-constexpr char kBase[] = "a base directory that is too long to lie inside a text";
-
 /// Runs when the report and the registry of files close what is open, at the end of the process.
 void TellWhatIsGone(FILE* stream) {
     const std::string link = "/proc/self/fd/" + std::to_string(fileno(stream));
@@ -361,23 +349,21 @@ void TellWhatIsGone(FILE* stream) {
         stderr, "%s: parameters %s, directories %s, message %s\n",
         std::filesystem::read_symlink(link).filename().c_str(),
         PLMIdxParameters::Get("order") == nullptr ? "gone" : "there",
-        isWatchedGone ? "gone" : "there", hasMessage ? text.ConvertToChar() : "gone");
+        areDirectoriesGone ? "gone" : "there", hasMessage ? text.ConvertToChar() : "gone");
 }
 
 /// Uses all objects that live as long as the process, the last ones first.
 void EndWithOpenFiles(const TemporaryFolder& folder) {
     PLMIdxParameters::Set("order", "a value that is too long to lie inside a text");
-    PLMIdxDirectoryManager::GetIndexDirectoryManager().SetIndexBaseDirectory(kBase);
     if (IDX_WT_Report::GetReport()->OpenWrite((folder / "report").c_str()) == 0) std::abort();
     IDX_WT_File file;
     if (!file.OpenWrite((folder / "file").c_str()) || !file.Write(7u)) std::abort();
     for (const char* text : {"read at the end of the registry", "read at the end of the report"}) {
         BBDMessage::Push(static_cast<BBDMessageSeverity>(1), "", text);
     }
-    watched = kBase;
     atClose = TellWhatIsGone;
     std::atexit([] {
-        const bool isThere = PLMIdxParameters::Get("order") != nullptr && !isWatchedGone;
+        const bool isThere = PLMIdxParameters::Get("order") != nullptr && !areDirectoriesGone;
         std::fprintf(stderr, "%s\n", isThere ? "all there" : "too early");
     });
     std::exit(0);
