@@ -1,0 +1,32 @@
+#ifndef MappedFile_h
+#define MappedFile_h
+
+#include <cstddef>
+#include <string>
+
+/// The bytes of a file where they lie: a read-only memory map. Moves, and isn't copied.
+class MappedFile {
+public:
+    MappedFile() = default;
+    MappedFile(MappedFile&& ioOther) noexcept;
+    MappedFile& operator=(MappedFile&& ioOther) noexcept;
+    MappedFile(const MappedFile&) = delete;
+    MappedFile& operator=(const MappedFile&) = delete;
+    ~MappedFile();
+
+    /// Maps a regular file, in the place of what was mapped before.
+    /// @return empty, or why there is no map
+    std::string Open(const std::string& iPath);
+
+    /// Null for an empty file.
+    const unsigned char* Bytes() const { return _bytes; }
+    std::size_t Size() const { return _size; }
+
+private:
+    void Unmap();
+
+    unsigned char* _bytes = nullptr;
+    std::size_t _size = 0;
+};
+
+#endif

@@ -1,0 +1,44 @@
+#ifndef PartTree_h
+#define PartTree_h
+
+#include "IndexFiles.h"
+
+#include "IDX_WT_Tree234.h"
+
+#include <functional>
+#include <string>
+
+/// The identifier tree of an index: it leads from a part's identifier to its record. Open it first.
+class PartTree final : public IDX_WT_Tree234 {
+public:
+    /// @param iInMemory  true for the store that is held in memory and written at Close()
+    explicit PartTree(bool iInMemory);
+    PartTree(const PartTree&) = delete;
+    PartTree& operator=(const PartTree&) = delete;
+    ~PartTree() override = default;
+
+    const char* GetIndexName() const override { return "Parts"; }
+
+    /// Adds a part whose identifier isn't in the tree yet.
+    /// @param oItem  where its record stands
+    bool Add(const std::string& iIdentifier, PartRecord iRecord, unsigned int& oItem);
+
+    /// The record of an identifier; `oItem` is 0 when there is none.
+    /// @return false when the file can't be read or is damaged
+    bool Find(const std::string& iIdentifier, unsigned int& oItem) const;
+
+    /// The record at an offset that the tree or an R-tree gave, and its identifier.
+    /// @return false when the file can't be read or nothing stands there
+    bool Read(unsigned int iItem, PartRecord& oRecord, std::string& oIdentifier) const;
+
+    /// Calls back for each part, in rising byte order of the identifiers.
+    /// @param iTake  told where a record stands; false ends the walk
+    /// @return false when it was ended, and when the file can't be read or is damaged
+    bool ForEach(const std::function<bool(unsigned int iItem)>& iTake);
+
+    /// The number of parts, as the manifest tells it. Write it once, behind the last part.
+    bool WriteCount(unsigned int iParts);
+    bool ReadCount(unsigned int& oParts) const;
+};
+
+#endif
