@@ -40,6 +40,7 @@ public:
           _facts(iFacts),
           _projection(iFacts.up),
           _view(_projection, FrameOf(), kViewWidth, kViewHeight),
+          _colours(ChooseColours(iFacts.parts)),
           _nHighlighted(static_cast<std::size_t>(
               std::count_if(iFacts.parts.begin(), iFacts.parts.end(), [](const ShownPart& part) {
                   return part.isHighlighted;
@@ -53,7 +54,7 @@ public:
         const auto size = ToArray(iOctree._bbSize);
         for (std::size_t axis = 0; axis < 3; ++axis)
             placement.cell[axis] = size[axis] / grid.Side();
-        _view.Draw(grid, placement, ColourOfPart(iPart));
+        _view.Draw(grid, placement, _colours[iPart]);
     }
 
     void Finish() {
@@ -112,13 +113,16 @@ private:
         return level;
     }
 
-    /// Counted among all parts, or among the highlighted ones when there are some.
-    Colour ColourOfPart(std::size_t iPart) const {
-        if (_nHighlighted == 0) return ColourOf(iPart);
-        if (!_facts.parts[iPart].isHighlighted) return kGrey;
+    /// The parts in different colours or, when some are highlighted, those alone.
+    static std::vector<Colour> ChooseColours(const std::vector<ShownPart>& iParts) {
+        const bool all = std::none_of(
+            iParts.begin(), iParts.end(), [](const ShownPart& part) { return part.isHighlighted; });
+        std::vector<Colour> colours;
         std::size_t place = 0;
-        for (std::size_t p = 0; p < iPart; ++p) place += _facts.parts[p].isHighlighted ? 1 : 0;
-        return ColourOf(place);
+        for (const ShownPart& part : iParts) {
+            colours.push_back(all || part.isHighlighted ? ColourOf(place++) : kGrey);
+        }
+        return colours;
     }
 
     void DrawLegend() {
@@ -132,7 +136,7 @@ private:
                 DrawMore(y, nWanted - nDrawn);
                 return;
             }
-            _pen.Fill(kLegendLeft, y - 17.0, kSwatch, kSwatch, ColourOfPart(p));
+            _pen.Fill(kLegendLeft, y - 17.0, kSwatch, kSwatch, _colours[p]);
             _pen.Use(kInk);
             const double width = kWidth - kMargin - kLegendLeft - 34.0;
             const std::string name = Plain(_facts.parts[p].name);
@@ -152,6 +156,7 @@ private:
     const AssemblyFacts& _facts;
     Projection _projection;
     VoxelView _view;
+    std::vector<Colour> _colours;  ///< of the parts
     std::size_t _nHighlighted;
 };
 
