@@ -94,7 +94,7 @@ private:
         if (image == nullptr) return Add(iPart.identifier, "its record leads to no octree");
         std::uint64_t nOccupied = 0;
         const std::string failure = CheckOctreeImage(image, record.octreeSize, nOccupied);
-        if (!failure.empty()) return Add(iPart.identifier, "its octree " + failure);
+        if (!failure.empty()) return Add(iPart.identifier, "its octree: " + failure);
         if (nOccupied != record.CountOccupied()) {
             Add(iPart.identifier, "its record tells another number of occupied cells");
         }

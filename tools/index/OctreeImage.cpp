@@ -40,19 +40,19 @@ bool IsFinite(const IDX_Point& iPoint) {
 
 /// Why a header can't stand before these records; empty when it can.
 std::string CheckHeader(const unsigned char* iBytes, std::size_t iSize) {
-    if (iSize < kHeaderSize) return "is shorter than its header";
+    if (iSize < kHeaderSize) return "shorter than its header";
     const auto header = Load<Header>(iBytes, 0);
-    if (header.type != kType) return "is another type of octree";
-    if (header.version != kVersion) return "is of another version";
-    if (header.depth == 1 || header.depth > kDeepest) return "its depth is out of range";
-    if (!IsFinite(header.origin) || !IsFinite(header.extents)) return "its box isn't finite";
+    if (header.type != kType) return "another type of octree";
+    if (header.version != kVersion) return "another version";
+    if (header.depth == 1 || header.depth > kDeepest) return "depth out of range";
+    if (!IsFinite(header.origin) || !IsFinite(header.extents)) return "box not finite";
     const IDX_Point& extents = header.extents;
-    if (extents.x < 0 || extents.y < 0 || extents.z < 0) return "its box is turned inside out";
+    if (extents.x < 0 || extents.y < 0 || extents.z < 0) return "box inside out";
     const auto size = Load<std::uint32_t>(iBytes, kSizeField);
-    if (size != iSize - kHeaderSize) return "its header tells another length";
+    if (size != iSize - kHeaderSize) return "header tells another length";
     const std::size_t smallest = header.depth == 0 ? 0 : kRecordSize;
-    if (size % kRecordSize != 0 || size < smallest) return "its length isn't that of whole records";
-    if (header.depth <= 2 && size != smallest) return "its length isn't that of its depth";
+    if (size % kRecordSize != 0 || size < smallest) return "length not that of whole records";
+    if (header.depth <= 2 && size != smallest) return "length not that of its depth";
     return {};
 }
 
@@ -105,7 +105,7 @@ std::string CheckOctreeImage(
     if (depth == 0) return {};
     const std::size_t size = iSize - kHeaderSize;
     RecordWalk walk(iBytes + kHeaderSize, size);
-    if (!walk.Visit(0, depth) || walk.next != size) return "its records don't fit together";
+    if (!walk.Visit(0, depth) || walk.next != size) return "records don't fit together";
     oOccupied = walk.nOccupied;
     return {};
 }

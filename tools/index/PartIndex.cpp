@@ -153,7 +153,7 @@ const PLMIdxIBaseOctree& PartIndex::OctreeOf(const StoredPart& iPart) const {
     if (!failure.empty()) {
         ThrowDamaged(
             NameOfPiece(iPart.record.octreePiece),
-            "the octree of " + iPart.identifier + " " + failure);
+            "the octree of " + iPart.identifier + ": " + failure);
     }
     // The loader takes a pointer to bytes that may change, and doesn't change them.
     loader = std::make_unique<PLMIdxOctreeLoader>(const_cast<unsigned char*>(image));
