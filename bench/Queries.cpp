@@ -7,7 +7,7 @@
 #include "IndexCheck.h"
 #include "IndexWriter.h"
 #include "Mesh.h"
-#include "OctreeImage.h"
+#include "OctreeImageCheck.h"
 #include "PartIndex.h"
 #include "TableReporter.h"
 
