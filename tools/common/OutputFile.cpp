@@ -32,14 +32,36 @@ bool WriteNewFile(const std::string& iPath, const void* iBytes, std::size_t iSiz
     return written && closed;
 }
 
-}  // namespace
+bool WriteNewFile(const std::string& iPath, const std::function<bool(std::FILE*)>& iWrite) {
+    std::FILE* file = std::fopen(iPath.c_str(), "wbe");
+    if (file == nullptr) return false;
+    const bool written = iWrite(file) && std::fflush(file) == 0 && fsync(fileno(file)) == 0;
+    const int error = errno;
+    const bool closed = std::fclose(file) == 0;
+    if (!written) errno = error;
+    return written && closed;
+}
 
-std::string WriteWholeFile(const std::string& iPath, const void* iBytes, std::size_t iSize) {
+/// Calls a function with a temporary name, and gives the file its own name behind it.
+template <class Write>
+std::string WriteBeside(const std::string& iPath, const Write& iWrite) {
     const std::string temporary = iPath + ".tmp";
-    if (WriteNewFile(temporary, iBytes, iSize) && rename(temporary.c_str(), iPath.c_str()) == 0) {
-        return {};
-    }
+    if (iWrite(temporary) && rename(temporary.c_str(), iPath.c_str()) == 0) return {};
     std::string reason = std::strerror(errno);
     (void)unlink(temporary.c_str());  // it may not be there
     return reason;
+}
+
+}  // namespace
+
+std::string WriteWholeFile(const std::string& iPath, const void* iBytes, std::size_t iSize) {
+    return WriteBeside(iPath, [&](const std::string& temporary) {
+        return WriteNewFile(temporary, iBytes, iSize);
+    });
+}
+
+std::string WriteWholeFile(
+    const std::string& iPath, const std::function<bool(std::FILE*)>& iWrite) {
+    return WriteBeside(
+        iPath, [&](const std::string& temporary) { return WriteNewFile(temporary, iWrite); });
 }

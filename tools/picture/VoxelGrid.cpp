@@ -32,8 +32,8 @@ bool HoldsCell(const PLMIdxIBaseOctree& iOctree, const IDX_Base_Octree_Iterator&
 
 }  // namespace
 
-VoxelGrid::VoxelGrid(const PLMIdxIBaseOctree& iOctree)
-    : _level(std::min(iOctree._depth, kDeepest)),
+VoxelGrid::VoxelGrid(const PLMIdxIBaseOctree& iOctree, unsigned int iDeepest)
+    : _level(std::min({iOctree._depth, iDeepest, kDeepest})),
       _side(1 << _level),
       _cells(std::size_t{1} << (3 * _level), Empty),
       _low{0, 0, 0},

@@ -19,7 +19,8 @@ public:
     /// @param iOctree  a working octree, which tells the cells that triangles touch (Surface) from those
     ///                 that the fill made full (Inside). A cell that is subdivided below the level of
     ///                 the grid is Surface when anything in it is occupied.
-    explicit VoxelGrid(const PLMIdxIBaseOctree& iOctree);
+    /// @param iDeepest  the deepest level of the grid, at most kDeepest
+    explicit VoxelGrid(const PLMIdxIBaseOctree& iOctree, unsigned int iDeepest = kDeepest);
 
     int Side() const { return _side; }             ///< cells along an axis
     unsigned int Level() const { return _level; }  ///< level of the octree whose cells these are

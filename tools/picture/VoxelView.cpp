@@ -96,10 +96,14 @@ public:
         : _width(iWidth * kSamples),
           _height(iHeight * kSamples),
           _depths(Size(), -1e30F),
-          _shades(Size(), 0.0F) {}
+          _shades(Size(), 0.0F),
+          _colours(Size(), 0) {}
 
     int Width() const { return _width; }
     int Height() const { return _height; }
+
+    /// All that is put from now on has this colour.
+    void Use(const Colour& iColour) { _palette.push_back(iColour); }
 
     void Put(int iX, int iY, double iDepth, double iShade) {
         const std::size_t at = Index(iX, iY);
@@ -107,14 +111,15 @@ public:
         if (depth <= _depths[at]) return;
         _depths[at] = depth;
         _shades[at] = static_cast<float>(iShade);
+        _colours[at] = static_cast<std::uint32_t>(_palette.size() - 1);
     }
 
     /// Averages the samples of each pixel.
-    Pixels Resolve(const Colour& iColour) const {
+    Pixels Resolve() const {
         Pixels pixels = {_width / kSamples, _height / kSamples, {}};
         pixels.values.reserve(Size() / kSamples / kSamples);
         for (int y = 0; y < pixels.height; ++y) {
-            for (int x = 0; x < pixels.width; ++x) pixels.values.push_back(Pixel(x, y, iColour));
+            for (int x = 0; x < pixels.width; ++x) pixels.values.push_back(Pixel(x, y));
         }
         return pixels;
     }
@@ -128,65 +133,39 @@ private:
                static_cast<std::size_t>(iX);
     }
 
-    std::uint32_t Pixel(int iX, int iY, const Colour& iColour) const {
+    std::uint32_t Pixel(int iX, int iY) const {
         constexpr double kAll = kSamples * kSamples;
-        double light = 0.0;
+        Colour lit = {0.0, 0.0, 0.0};
         int nHit = 0;
         for (int sample = 0; sample < kSamples * kSamples; ++sample) {
-            const float shade = _shades[Index(
-                iX * kSamples + sample % kSamples, iY * kSamples + sample / kSamples)];
-            light += static_cast<double>(shade);
-            nHit += shade > 0.0F ? 1 : 0;
+            const std::size_t at =
+                Index(iX * kSamples + sample % kSamples, iY * kSamples + sample / kSamples);
+            if (!(_shades[at] > 0.0F)) continue;
+            const double light = static_cast<double>(_shades[at]) / kAll;
+            const Colour& colour = _palette[_colours[at]];
+            lit.red += light * colour.red;
+            lit.green += light * colour.green;
+            lit.blue += light * colour.blue;
+            ++nHit;
         }
-        const auto channel = [&](double iValue) {
-            return static_cast<std::uint32_t>(std::lround(255.0 * std::clamp(iValue, 0.0, 1.0)));
-        };
         const double coverage = nHit / kAll;
-        const auto lit = [&](double iValue) {
-            return channel(std::min(coverage, iValue * light / kAll));
+        const auto channel = [&](double iValue) {  // premultiplied: never above the coverage
+            return static_cast<std::uint32_t>(
+                std::lround(255.0 * std::clamp(iValue, 0.0, coverage)));
         };
-        return channel(coverage) << 24U | lit(iColour.red) << 16U | lit(iColour.green) << 8U |
-               lit(iColour.blue);
+        return channel(coverage) << 24U | channel(lit.red) << 16U | channel(lit.green) << 8U |
+               channel(lit.blue);
     }
 
     int _width;
     int _height;
-    std::vector<float> _depths;  ///< towards the viewer
-    std::vector<float> _shades;  ///< 0 where nothing is drawn
+    std::vector<float> _depths;           ///< towards the viewer
+    std::vector<float> _shades;           ///< 0 where nothing is drawn
+    std::vector<std::uint32_t> _colours;  ///< places in the palette
+    std::vector<Colour> _palette;
 };
 
-/// Lowest and highest projected coordinate, to the right and downwards, of what is drawn. In cells.
-struct Frame {
-    double low[2] = {1e30, 1e30};
-    double high[2] = {-1e30, -1e30};
-
-    void Add(double iX, double iY) {
-        const double at[2] = {iX, iY};
-        for (int i = 0; i < 2; ++i) {
-            low[i] = std::min(low[i], at[i]);
-            high[i] = std::max(high[i], at[i]);
-        }
-    }
-};
-
-/// The frame around the cells: around their centres, and wider by half of what one cell takes.
-Frame FindFrame(const VoxelGrid& iGrid, const Projection& iProjection) {
-    Frame frame;
-    iGrid.ForEachCell([&](const Position& cell) {
-        const Vector centre = {cell[0] + 0.5, cell[1] + 0.5, cell[2] + 0.5};
-        frame.Add(Dot(centre, iProjection.Right()), -Dot(centre, iProjection.Up()));
-    });
-    const Vector* const axes[2] = {&iProjection.Right(), &iProjection.Up()};
-    for (int i = 0; i < 2; ++i) {
-        const Vector& axis = *axes[i];
-        const double half = 0.5 * (std::fabs(axis[0]) + std::fabs(axis[1]) + std::fabs(axis[2]));
-        frame.low[i] -= half;
-        frame.high[i] += half;
-    }
-    return frame;
-}
-
-/// Maps cell coordinates to samples of the canvas, scaled so that a frame just fits.
+/// Maps model coordinates to samples of the canvas, scaled so that a frame just fits.
 class Screen {
 public:
     Screen(const Frame& iFrame, const Projection& iProjection, int iWidth, int iHeight)
@@ -206,27 +185,29 @@ public:
             Dot(iPoint, _projection.Viewer())};
     }
 
-    double scale;  ///< samples a cell
+    double scale;  ///< samples a unit
 
 private:
     const Projection& _projection;
     double _shift[2];
 };
 
-/// Draws all faces that look along one axis.
+/// Draws all faces of one grid that look along one axis.
 class FaceBrush {
 public:
     /// @param iAxis  the faces' normal, on the viewer's side
-    FaceBrush(const Screen& iScreen, const Projection& iProjection, std::size_t iAxis)
-        : _screen(iScreen), _axis(iAxis), _positive(iProjection.Viewer()[iAxis] > 0.0) {
-        Vector edge = {0.0, 0.0, 0.0};
-        edge[(iAxis + 1) % 3] = 1.0;
-        _edgeU = iScreen.Map(edge, false);
-        edge = {0.0, 0.0, 0.0};
-        edge[(iAxis + 2) % 3] = 1.0;
-        _edgeV = iScreen.Map(edge, false);
-        _area = _edgeU[0] * _edgeV[1] - _edgeU[1] * _edgeV[0];
-    }
+    FaceBrush(
+        const Screen& iScreen,
+        const Projection& iProjection,
+        const Placement& iPlacement,
+        std::size_t iAxis)
+        : _screen(iScreen),
+          _placement(iPlacement),
+          _axis(iAxis),
+          _positive(iProjection.Viewer()[iAxis] > 0.0),
+          _edgeU(MapEdge((iAxis + 1) % 3)),
+          _edgeV(MapEdge((iAxis + 2) % 3)),
+          _area(_edgeU[0] * _edgeV[1] - _edgeU[1] * _edgeV[0]) {}
 
     Vector Normal() const {
         Vector normal = {0.0, 0.0, 0.0};
@@ -240,8 +221,11 @@ public:
     }
 
     void Draw(const Position& iCell, double iShade, Canvas& ioCanvas) const {
-        Vector corner = {double(iCell[0]), double(iCell[1]), double(iCell[2])};
-        corner[_axis] += _positive ? 1.0 : 0.0;
+        Vector corner;
+        for (std::size_t axis = 0; axis < corner.size(); ++axis) {
+            const int index = iCell[axis] + (axis == _axis && _positive ? 1 : 0);
+            corner[axis] = _placement.origin[axis] + _placement.cell[axis] * index;
+        }
         const Vector start = _screen.Map(corner, true);
         const int left = First(start[0], _edgeU[0], _edgeV[0]);
         const int right = std::min(Last(start[0], _edgeU[0], _edgeV[0]), ioCanvas.Width() - 1);
@@ -252,6 +236,11 @@ public:
     }
 
 private:
+    Vector MapEdge(std::size_t iAxis) const {
+        Vector edge = {0.0, 0.0, 0.0};
+        edge[iAxis] = _placement.cell[iAxis];
+        return _screen.Map(edge, false);
+    }
     static int First(double iStart, double iU, double iV) {
         return std::max(0, static_cast<int>(iStart + std::min(0.0, iU) + std::min(0.0, iV)));
     }
@@ -273,12 +262,14 @@ private:
     /// Draws the outline of a cell a little darker where cells are large enough for it.
     double EdgeLine(double iU, double iV) const {
         constexpr double kSmallestCell = 6.0;
-        if (_screen.scale < kSmallestCell * kSamples) return 1.0;
+        const double side = _screen.scale * _placement.cell[_axis];
+        if (side < kSmallestCell * kSamples) return 1.0;
         const double toEdge = std::min({iU, iV, 1.0 - iU, 1.0 - iV});
-        return toEdge * _screen.scale < 0.6 * kSamples ? 0.88 : 1.0;
+        return toEdge * side < 0.6 * kSamples ? 0.88 : 1.0;
     }
 
     const Screen& _screen;
+    const Placement& _placement;
     std::size_t _axis;
     bool _positive;
     Vector _edgeU;  ///< the edges of a face, mapped
@@ -316,21 +307,63 @@ Projection::Projection(UpAxis iUp) {
     _up = Cross(_viewer, _right);
 }
 
-Pixels DrawView(
-    const VoxelGrid& iGrid,
-    const Projection& iProjection,
-    const Colour& iColour,
-    int iWidth,
-    int iHeight,
-    double& oPixelsPerCell) {
-    Canvas canvas(iWidth, iHeight);
-    const Screen screen(
-        FindFrame(iGrid, iProjection), iProjection, canvas.Width(), canvas.Height());
-    oPixelsPerCell = screen.scale / kSamples;
-    const Lamps lamps(iProjection);
-    const std::array<FaceBrush, 3> brushes = {
-        FaceBrush(screen, iProjection, 0), FaceBrush(screen, iProjection, 1),
-        FaceBrush(screen, iProjection, 2)};
-    iGrid.ForEachCell([&](const Position& cell) { DrawCell(iGrid, cell, brushes, lamps, canvas); });
-    return canvas.Resolve(iColour);
+void Frame::Add(const Projection& iProjection, const Vector& iPoint) {
+    const double at[2] = {Dot(iPoint, iProjection.Right()), -Dot(iPoint, iProjection.Up())};
+    for (int i = 0; i < 2; ++i) {
+        low[i] = std::min(low[i], at[i]);
+        high[i] = std::max(high[i], at[i]);
+    }
+}
+
+/// Around the centres, and wider by half of what one cell takes.
+Frame FindFrame(const VoxelGrid& iGrid, const Projection& iProjection) {
+    Frame frame;
+    iGrid.ForEachCell([&](const Position& cell) {
+        frame.Add(iProjection, {cell[0] + 0.5, cell[1] + 0.5, cell[2] + 0.5});
+    });
+    const Vector* const axes[2] = {&iProjection.Right(), &iProjection.Up()};
+    for (int i = 0; i < 2; ++i) {
+        const Vector& axis = *axes[i];
+        const double half = 0.5 * (std::fabs(axis[0]) + std::fabs(axis[1]) + std::fabs(axis[2]));
+        frame.low[i] -= half;
+        frame.high[i] += half;
+    }
+    return frame;
+}
+
+struct VoxelView::Scene {
+    Scene(const Projection& iProjection, const Frame& iFrame, int iWidth, int iHeight)
+        : projection(iProjection),
+          canvas(iWidth, iHeight),
+          screen(iFrame, projection, canvas.Width(), canvas.Height()),
+          lamps(projection) {}
+
+    Projection projection;
+    Canvas canvas;
+    Screen screen;
+    Lamps lamps;
+};
+
+VoxelView::VoxelView(const Projection& iProjection, const Frame& iFrame, int iWidth, int iHeight)
+    : _scene(std::make_unique<Scene>(iProjection, iFrame, iWidth, iHeight)) {}
+
+VoxelView::~VoxelView() = default;
+
+void VoxelView::Draw(const VoxelGrid& iGrid, const Placement& iPlacement, const Colour& iColour) {
+    Scene& scene = *_scene;
+    const auto brush = [&](std::size_t axis) {
+        return FaceBrush(scene.screen, scene.projection, iPlacement, axis);
+    };
+    const std::array<FaceBrush, 3> brushes = {brush(0), brush(1), brush(2)};
+    scene.canvas.Use(iColour);
+    iGrid.ForEachCell(
+        [&](const Position& cell) { DrawCell(iGrid, cell, brushes, scene.lamps, scene.canvas); });
+}
+
+Pixels VoxelView::Resolve() const {
+    return _scene->canvas.Resolve();
+}
+
+double VoxelView::PixelsPerUnit() const {
+    return _scene->screen.scale / kSamples;
 }

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 /// Which axis of the model points upwards in a picture.
@@ -41,14 +42,45 @@ private:
     Vector _viewer;
 };
 
-/// Draws the occupied cells, shaded, as large as they fit.
-/// @param oPixelsPerCell  length in the picture of a line that is one cell long and lies in its plane
-Pixels DrawView(
-    const VoxelGrid& iGrid,
-    const Projection& iProjection,
-    const Colour& iColour,
-    int iWidth,
-    int iHeight,
-    double& oPixelsPerCell);
+/// Lowest and highest coordinate in the picture's plane, to the right and downwards, of what is drawn. Model units.
+struct Frame {
+    double low[2] = {1e300, 1e300};
+    double high[2] = {-1e300, -1e300};
+
+    /// Grows to hold a point.
+    void Add(const Projection& iProjection, const Projection::Vector& iPoint);
+};
+
+/// The frame around the occupied cells of a grid whose cells are cubes of side 1.
+Frame FindFrame(const VoxelGrid& iGrid, const Projection& iProjection);
+
+/// Where the cells of a grid lie.
+struct Placement {
+    Projection::Vector origin = {0.0, 0.0, 0.0};  ///< low corner of the grid
+    Projection::Vector cell = {1.0, 1.0, 1.0};    ///< sides of a cell
+};
+
+/// Draws the occupied cells of any number of grids, shaded; what is nearer hides what is behind it.
+class VoxelView {
+public:
+    /// @param iFrame  made as large as it fits, and centred
+    VoxelView(const Projection& iProjection, const Frame& iFrame, int iWidth, int iHeight);
+    VoxelView(const VoxelView&) = delete;
+    VoxelView& operator=(const VoxelView&) = delete;
+    ~VoxelView();
+
+    void Draw(const VoxelGrid& iGrid, const Placement& iPlacement, const Colour& iColour);
+
+    /// The picture; transparent where nothing was drawn.
+    Pixels Resolve() const;
+
+    /// Length in the picture of a line of length 1 that lies in its plane.
+    double PixelsPerUnit() const;
+
+private:
+    struct Scene;
+
+    std::unique_ptr<Scene> _scene;
+};
 
 #endif

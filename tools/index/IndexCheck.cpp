@@ -1,0 +1,161 @@
+#include "IndexCheck.h"
+
+#include "OctreeImage.h"
+#include "PartTreeCheck.h"
+
+#include <algorithm>
+#include <cstring>
+#include <tuple>
+
+namespace {
+
+constexpr std::size_t kAlignment = 4;
+
+/// A box of the R-tree with the item that it leads to.
+struct BoxOfItem {
+    unsigned int item;
+    IDX_Base_BoundingBox box;
+};
+
+/// Where an image lies.
+struct Place {
+    std::uint32_t piece;
+    std::uint32_t offset;
+    std::uint32_t size;
+};
+
+bool Encloses(const PLMIdxIBaseOctree& iOctree, const IDX_Base_BoundingBox& iBox) {
+    const float origin[3] = {iOctree._bbOrigin.x, iOctree._bbOrigin.y, iOctree._bbOrigin.z};
+    const float size[3] = {iOctree._bbSize.x, iOctree._bbSize.y, iOctree._bbSize.z};
+    const IDX_Point lowPoint = iBox.GetLow();
+    const IDX_Point highPoint = iBox.GetHigh();
+    const float low[3] = {lowPoint.x, lowPoint.y, lowPoint.z};
+    const float high[3] = {highPoint.x, highPoint.y, highPoint.z};
+    for (int axis = 0; axis < 3; ++axis) {
+        const double end = double{origin[axis]} + double{size[axis]};
+        // The far end of an octree's box is a rounded sum.
+        const double slack = 1e-6 * std::max(std::abs(end), std::abs(double{origin[axis]}));
+        if (!(low[axis] <= high[axis])) return false;
+        if (double{low[axis]} < origin[axis] - slack || double{high[axis]} > end + slack)
+            return false;
+    }
+    return true;
+}
+
+/// One verification.
+class Check {
+public:
+    Check(const std::string& iFolder, const std::function<void(double)>& iProgress)
+        : _index(iFolder), _progress(iProgress) {}
+
+    IndexCheckResult Run() {
+        std::vector<unsigned int> items;
+        const MappedFile& parts = _index.PartsFile();
+        const std::string failure = CheckPartTree(parts.Bytes(), parts.Size(), items);
+        if (!failure.empty()) {
+            Add(_index.Folder() + kPartsName, failure);
+            return std::move(_result);  // nothing leads to the rest
+        }
+        _result.nParts = static_cast<unsigned int>(items.size());
+        _result.nBytes = parts.Size() + _index.BoxesFile().Size() + _index.OctreeBytes();
+        CollectBoxes();
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            CheckPart(_index.Read(items[i]));
+            if (_progress)
+                _progress(static_cast<double>(i + 1) / static_cast<double>(items.size()));
+        }
+        if (_boxes.size() != items.size())
+            Add(_index.Folder() + kBoxesName, "has another number of boxes");
+        CheckCover();
+        return std::move(_result);
+    }
+
+private:
+    void Add(const std::string& iWhere, const std::string& iWhat) {
+        if (_result.nProblems++ < IndexCheckResult::kMostProblems) {
+            _result.problems.push_back(iWhere + ": " + iWhat);
+        }
+    }
+
+    void CollectBoxes() {
+        const auto all = [](const IDX_Base_BoundingBox&) { return true; };
+        _index.Boxes().Search(all, [&](const BoxTree::Entry& entry) {
+            _boxes.push_back({entry.value, entry.box});
+        });
+        std::sort(_boxes.begin(), _boxes.end(), [](const BoxOfItem& a, const BoxOfItem& b) {
+            return a.item < b.item;
+        });
+    }
+
+    void CheckPart(const StoredPart& iPart) {
+        CheckBox(iPart);
+        const PartRecord& record = iPart.record;
+        const unsigned char* image = _index.ImageOf(record);
+        if (image == nullptr) return Add(iPart.identifier, "its record leads to no octree");
+        std::uint64_t nOccupied = 0;
+        const std::string failure = CheckOctreeImage(image, record.octreeSize, nOccupied);
+        if (!failure.empty()) return Add(iPart.identifier, "its octree: " + failure);
+        if (nOccupied != record.CountOccupied()) {
+            Add(iPart.identifier, "its record tells another number of occupied cells");
+        }
+        PLMIdxOctreeLoader loader(const_cast<unsigned char*>(image));
+        if (!Encloses(*loader.GetOctree(), record.box)) {
+            Add(iPart.identifier, "its box isn't within its octree");
+        }
+        _places.push_back({record.octreePiece, record.octreeOffset, record.octreeSize});
+    }
+
+    void CheckBox(const StoredPart& iPart) {
+        const auto found = std::lower_bound(
+            _boxes.begin(), _boxes.end(), iPart.item,
+            [](const BoxOfItem& a, unsigned int item) { return a.item < item; });
+        if (found == _boxes.end() || found->item != iPart.item) {
+            Add(iPart.identifier, "no box leads to it");
+        } else if (std::memcmp(&found->box, &iPart.record.box, sizeof found->box) != 0) {
+            Add(iPart.identifier, "its box and that of its record differ");
+        }
+    }
+
+    /// Whether the images follow on each other in their pieces, and fill them.
+    void CheckCover() {
+        std::sort(_places.begin(), _places.end(), [](const Place& a, const Place& b) {
+            return std::tie(a.piece, a.offset) < std::tie(b.piece, b.offset);
+        });
+        std::vector<std::size_t> ends(_index.Pieces().size(), 0);
+        for (const Place& place : _places) {
+            std::size_t& end = ends[place.piece];
+            const std::size_t start = (end + kAlignment - 1) / kAlignment * kAlignment;
+            if (place.offset != start) {
+                return Add(
+                    _index.NameOfPiece(place.piece),
+                    "at " + std::to_string(start) + ": bytes of no part, or of two");
+            }
+            end = start + place.size;
+        }
+        for (std::size_t piece = 0; piece < ends.size(); ++piece) {
+            if (ends[piece] != _index.Pieces()[piece].Size()) {
+                Add(_index.NameOfPiece(piece), "holds bytes behind its last octree");
+            }
+        }
+    }
+
+    PartIndex _index;
+    const std::function<void(double)>& _progress;
+    IndexCheckResult _result;
+    std::vector<BoxOfItem> _boxes;  ///< in rising order of the items
+    std::vector<Place> _places;
+};
+
+}  // namespace
+
+IndexCheckResult CheckIndex(
+    const std::string& iFolder, const std::function<void(double)>& iProgress) {
+    IndexCheckResult result;
+    try {
+        return Check(iFolder, iProgress).Run();
+    } catch (const IndexError& error) {
+        result.problems.emplace_back(error.what());
+        result.nProblems = 1;
+    }
+    return result;
+}

@@ -1,0 +1,150 @@
+#include "SurfaceExport.h"
+
+#include "VoxelGrid.h"
+
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+using Corner = std::array<float, 3>;
+using Face = std::array<Corner, 4>;
+
+constexpr std::size_t kCorners = 4;
+
+/// Calls back with the corners of each outer face of a part's cells, anticlockwise seen from outside.
+template <class Take>
+void ForEachFace(const PLMIdxIBaseOctree& iOctree, const Take& iTake) {
+    if (iOctree._depth == 0) return;
+    const VoxelGrid grid(iOctree);
+    const double origin[3] = {iOctree._bbOrigin.x, iOctree._bbOrigin.y, iOctree._bbOrigin.z};
+    const double size[3] = {iOctree._bbSize.x, iOctree._bbSize.y, iOctree._bbSize.z};
+    const auto place = [&](const VoxelGrid::Position& position) {
+        Corner corner;
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            corner[axis] =
+                static_cast<float>(origin[axis] + size[axis] * position[axis] / grid.Side());
+        }
+        return corner;
+    };
+    const auto takeSide = [&](VoxelGrid::Position cell, std::size_t axis, bool isHigh) {
+        VoxelGrid::Position neighbour = cell;
+        neighbour[axis] += isHigh ? 1 : -1;
+        if (grid.At(neighbour) != VoxelGrid::Empty) return;
+        // Round the face by its two other axes, the other way round on the low side.
+        const std::size_t first = (axis + (isHigh ? 1U : 2U)) % 3;
+        const std::size_t second = (axis + (isHigh ? 2U : 1U)) % 3;
+        cell[axis] += isHigh ? 1 : 0;
+        Face face;
+        face[0] = place(cell);
+        ++cell[first];
+        face[1] = place(cell);
+        ++cell[second];
+        face[2] = place(cell);
+        --cell[first];
+        face[3] = place(cell);
+        iTake(face);
+    };
+    grid.ForEachCell([&](const VoxelGrid::Position& cell) {
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            takeSide(cell, axis, false);
+            takeSide(cell, axis, true);
+        }
+    });
+}
+
+template <class Take>
+void ForEachFace(const ExportedParts& iParts, const Take& iTake) {
+    ExportedPart part = {};
+    for (std::size_t place = 0; iParts(place, part); ++place) {
+        ForEachFace(*part.octree, [&](const Face& face) { iTake(part, face); });
+    }
+}
+
+/// @return false for more vertices than a file numbers
+bool CountFaces(const ExportedParts& iParts, std::uint64_t& oCount) {
+    oCount = 0;
+    ForEachFace(iParts, [&](const ExportedPart&, const Face&) { ++oCount; });
+    return oCount * kCorners <=
+           static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max());
+}
+
+template <class Value>
+void Put(std::FILE* ioFile, const Value& iValue) {
+    (void)std::fwrite(&iValue, sizeof iValue, 1, ioFile);  // a failure stays in the stream
+}
+
+/// The bytes of a number the other way round: this library runs on little-endian machines.
+std::uint32_t BigEndian(std::uint32_t iValue) {
+    return __builtin_bswap32(iValue);
+}
+
+std::uint8_t Channel(double iValue) {
+    return static_cast<std::uint8_t>(std::lround(255.0 * iValue));
+}
+
+void PutColouredCorners(std::FILE* ioFile, const ExportedPart& iPart, const Face& iFace) {
+    const std::array<std::uint8_t, 3> colour = {
+        Channel(iPart.colour.red), Channel(iPart.colour.green), Channel(iPart.colour.blue)};
+    for (const Corner& corner : iFace) {
+        Put(ioFile, corner);
+        Put(ioFile, colour);
+    }
+}
+
+void PutCornersBigEndian(std::FILE* ioFile, const Face& iFace) {
+    for (const Corner& corner : iFace) {
+        for (const float coordinate : corner) {
+            Put(ioFile, BigEndian(std::bit_cast<std::uint32_t>(coordinate)));
+        }
+    }
+}
+
+}  // namespace
+
+bool WritePly(const ExportedParts& iParts, std::FILE* ioFile) {
+    std::uint64_t nFaces = 0;
+    if (!CountFaces(iParts, nFaces)) return false;
+    std::fprintf(
+        ioFile,
+        "ply\nformat binary_little_endian 1.0\nelement vertex %llu\nproperty float x\n"
+        "property float y\nproperty float z\nproperty uchar red\nproperty uchar green\n"
+        "property uchar blue\nelement face %llu\nproperty list uchar int vertex_indices\n"
+        "end_header\n",
+        static_cast<unsigned long long>(nFaces * kCorners),
+        static_cast<unsigned long long>(nFaces));
+    ForEachFace(iParts, [&](const ExportedPart& part, const Face& face) {
+        PutColouredCorners(ioFile, part, face);
+    });
+    for (std::uint32_t vertex = 0; vertex < nFaces * kCorners;) {
+        Put(ioFile, static_cast<std::uint8_t>(kCorners));
+        for (std::size_t corner = 0; corner < kCorners; ++corner) Put(ioFile, vertex++);
+    }
+    return std::ferror(ioFile) == 0;
+}
+
+bool WriteVtk(const ExportedParts& iParts, std::FILE* ioFile) {
+    std::uint64_t nFaces = 0;
+    if (!CountFaces(iParts, nFaces)) return false;
+    const auto count = static_cast<unsigned long long>(nFaces);
+    std::fprintf(
+        ioFile, "# vtk DataFile Version 3.0\nparts of an index\nBINARY\nDATASET POLYDATA\n");
+    std::fprintf(ioFile, "POINTS %llu float\n", count * kCorners);
+    ForEachFace(
+        iParts, [&](const ExportedPart&, const Face& face) { PutCornersBigEndian(ioFile, face); });
+    std::fprintf(ioFile, "\nPOLYGONS %llu %llu\n", count, count * (1 + kCorners));
+    for (std::uint32_t vertex = 0; vertex < nFaces * kCorners;) {
+        Put(ioFile, BigEndian(static_cast<std::uint32_t>(kCorners)));
+        for (std::size_t corner = 0; corner < kCorners; ++corner) Put(ioFile, BigEndian(vertex++));
+    }
+    std::fprintf(ioFile, "\nCELL_DATA %llu\nSCALARS part int 1\nLOOKUP_TABLE default\n", count);
+    ForEachFace(iParts, [&](const ExportedPart& part, const Face&) {
+        Put(ioFile, BigEndian(part.number));
+    });
+    std::fprintf(ioFile, "\n");
+    return std::ferror(ioFile) == 0;
+}

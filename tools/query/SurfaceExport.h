@@ -1,0 +1,29 @@
+#ifndef SurfaceExport_h
+#define SurfaceExport_h
+
+#include "VoxelView.h"
+
+#include "PLMIdxIBaseOctree.h"
+
+#include <cstdio>
+#include <functional>
+
+/// One part whose surface is written.
+struct ExportedPart {
+    const PLMIdxIBaseOctree* octree;
+    Colour colour;
+    unsigned int number;  ///< of the part, told apart in the file
+};
+
+/// Gives one part after the other, the same ones each time it is called; false behind the last.
+using ExportedParts = std::function<bool(std::size_t iPlace, ExportedPart& oPart)>;
+
+/// Writes the outer faces of the occupied cells as a binary PLY file: four vertices with the colour of their part for
+/// each face. Octrees deeper than VoxelGrid::kDeepest are taken down to that level.
+/// @return false when the stream can't take it, or for more than 2^31 vertices
+bool WritePly(const ExportedParts& iParts, std::FILE* ioFile);
+
+/// The same as a legacy VTK file of polygons, big-endian, with the number of its part for each face.
+bool WriteVtk(const ExportedParts& iParts, std::FILE* ioFile);
+
+#endif
