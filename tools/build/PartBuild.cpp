@@ -1,5 +1,7 @@
 #include "PartBuild.h"
 
+#include "TraceOutput.h"
+
 #include "IDX_Base_Trace.h"
 #include "PLMIdxOctreeBuilder.h"
 
@@ -36,6 +38,7 @@ public:
 
 private:
     static void Take(IDX_Base_Trace::Level, const char* iLine, void* iListener) {
+        if (IsTraceShown()) std::fprintf(stderr, "%s\n", iLine);
         static_cast<TraceListener*>(iListener)->TakeLine(iLine);
     }
 
@@ -85,13 +88,21 @@ std::uint64_t CountSolid(
 /// Takes the octree and the figures out of a builder that has built.
 void TakeResult(const std::shared_ptr<OpenBuilder>& ioBuilder, BuiltPart& oBuilt) {
     const PLMIdxIBaseOctree& octree = ioBuilder->GetOctree();
+    PartFacts& facts = oBuilt.facts;
+    oBuilt.image.reset(ioBuilder->GetOctreeStream(facts.imageSize));
     oBuilt.octree = {ioBuilder, &ioBuilder->Drawn()};  // keeps the whole builder
-    oBuilt.depth = octree._depth;
-    const int* cells = ioBuilder->GetNCellsByDepth();
-    oBuilt.cellsByLevel.assign(cells, cells + oBuilt.depth + 1);
-    if (oBuilt.depth == 0) return;
-    oBuilt.nSolid = CountSolid(octree, IDX_Base_Octree_Iterator());
-    oBuilt.nInside = oBuilt.nSolid - static_cast<std::uint64_t>(oBuilt.cellsByLevel.back());
+    facts.depth = octree._depth;
+    std::copy_n(ioBuilder->GetNCellsByDepth(), facts.depth + 1, facts.cellsByLevel.begin());
+    if (facts.depth == 0) return;
+    facts.nSolid = CountSolid(octree, IDX_Base_Octree_Iterator());
+    facts.nInside = facts.nSolid - static_cast<std::uint64_t>(facts.cellsByLevel[facts.depth]);
+}
+
+/// The box of all points, of which there is at least one.
+IDX_Base_BoundingBox BoxOf(const std::vector<IDX_Point>& iPoints) {
+    IDX_Base_BoundingBox box(iPoints.front(), iPoints.front());
+    for (const IDX_Point& point : iPoints) box.Union({point, point});
+    return box;
 }
 
 std::string DescribeShortfall(const TraceListener& iTrace) {
@@ -108,6 +119,8 @@ std::string DescribeShortfall(const TraceListener& iTrace) {
 
 BuiltPart BuildPart(const MeshPart& iPart, const BuildParameters& iParameters) {
     BuiltPart built;
+    built.facts.nTriangles = static_cast<std::uint32_t>(iPart.triangles.size());
+    built.facts.nSkipped = iPart.nSkipped;
     built.failure =
         iPart.triangles.empty() ? "has no triangle that can be drawn" : FindBadCoordinate(iPart);
     if (!built.failure.empty()) return built;
@@ -123,11 +136,11 @@ BuiltPart BuildPart(const MeshPart& iPart, const BuildParameters& iParameters) {
         built.failure = "no octree could be built (" + trace.lastTag + ")";
         return built;
     }
-    built.image.reset(builder->GetOctreeStream(built.imageSize));
-    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
-    built.milliseconds = time.count();
-    built.nSkipped = trace.nOutside;
-    built.note = DescribeShortfall(trace);
     TakeResult(builder, built);
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
+    built.facts.milliseconds = time.count();
+    built.facts.box = BoxOf(iPart.points);
+    built.facts.nSkipped += trace.nOutside;
+    built.note = DescribeShortfall(trace);
     return built;
 }

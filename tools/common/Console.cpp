@@ -2,32 +2,30 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <unistd.h>
+#include <nlohmann/json.hpp>
 
 namespace {
 
 constexpr std::size_t kBarLength = 30;
-constexpr std::size_t kLongestName = 36;  // the bar stays within 80 columns
+constexpr std::size_t kLongestLine = 36;  // the bar stays within 80 columns
 
 }  // namespace
 
-Console::Console(std::size_t iFiles) : _onTerminal(isatty(STDERR_FILENO) != 0), _nFiles(iFiles) {}
+Console::Console(ProgressStyle iStyle, bool iIsQuiet) : _style(iStyle), _isQuiet(iIsQuiet) {}
 
-void Console::StartFile(const std::string& iName) {
-    DrawBar(static_cast<double>(_nStarted), iName);
-    ++_nStarted;
-}
-
-void Console::StartPart(const std::string& iName, std::size_t iPart, std::size_t iParts) {
-    if (_onTerminal) {
-        const double done = static_cast<double>(iPart) / static_cast<double>(iParts);
-        DrawBar(static_cast<double>(_nStarted - 1) + done, iName);
-        return;
+void Console::Tell(double iShare, const std::string& iLine, const std::vector<EventValue>& iEvent) {
+    switch (_style) {
+        case ProgressStyle::Bar:
+            return DrawBar(iShare, iLine);
+        case ProgressStyle::Plain:
+            std::printf("%s\n", Printable(iLine).c_str());
+            std::fflush(stdout);
+            return;
+        case ProgressStyle::Json:
+            return PrintEvent(iEvent);
+        case ProgressStyle::None:
+            return;
     }
-    std::printf(
-        "[file %zu of %zu, part %zu of %zu] %s\n", _nStarted, _nFiles, iPart + 1, iParts,
-        Printable(iName).c_str());
-    std::fflush(stdout);
 }
 
 void Console::Fail(const std::string& iName, const std::string& iReason) {
@@ -35,7 +33,7 @@ void Console::Fail(const std::string& iName, const std::string& iReason) {
 }
 
 void Console::Note(const std::string& iName, const std::string& iNote) {
-    Complain("note", iName, iNote);
+    if (!_isQuiet) Complain("note", iName, iNote);
 }
 
 void Console::ClearBar() {
@@ -43,15 +41,31 @@ void Console::ClearBar() {
     _barShown = false;
 }
 
-void Console::DrawBar(double iFilesDone, const std::string& iName) {
-    if (!_onTerminal) return;
-    const double share = iFilesDone / static_cast<double>(std::max<std::size_t>(1, _nFiles));
-    const auto filled = static_cast<std::size_t>(share * static_cast<double>(kBarLength));
+void Console::DrawBar(double iShare, const std::string& iLine) {
+    const auto filled = static_cast<std::size_t>(iShare * static_cast<double>(kBarLength));
     const std::string bar = std::string(filled, '#') + std::string(kBarLength - filled, '.');
-    const std::string name = Printable(iName).substr(0, kLongestName);
-    std::fprintf(stderr, "\r\033[K[%s] %3.0f%% %s", bar.c_str(), 100.0 * share, name.c_str());
+    const std::string line = Printable(iLine).substr(0, kLongestLine);
+    std::fprintf(stderr, "\r\033[K[%s] %3.0f%% %s", bar.c_str(), 100.0 * iShare, line.c_str());
     std::fflush(stderr);
     _barShown = true;
+}
+
+/// One line; bytes that are no UTF-8 are replaced.
+void Console::PrintEvent(const std::vector<EventValue>& iEvent) {
+    nlohmann::ordered_json event;
+    for (const EventValue& value : iEvent) {
+        const auto whole = static_cast<std::int64_t>(value.number);
+        if (!value.isNumber) {
+            event[value.name] = value.text;
+        } else if (static_cast<double>(whole) == value.number) {
+            event[value.name] = whole;
+        } else {
+            event[value.name] = value.number;
+        }
+    }
+    const auto replace = nlohmann::ordered_json::error_handler_t::replace;
+    std::printf("%s\n", event.dump(-1, ' ', false, replace).c_str());
+    std::fflush(stdout);
 }
 
 void Console::Complain(const char* iKind, const std::string& iName, const std::string& iText) {
@@ -59,6 +73,12 @@ void Console::Complain(const char* iKind, const std::string& iName, const std::s
     std::fprintf(
         stderr, "gridloom-index: %s: %s: %s\n", iKind, Printable(iName).c_str(),
         Printable(iText).c_str());
+    if (_style == ProgressStyle::Json)
+        PrintEvent({
+            {"event",  std::string(iKind)},
+            {"name",   iName             },
+            {"reason", iText             }
+        });
 }
 
 void Table::Print() const {

@@ -5,20 +5,35 @@
 #include <string>
 #include <vector>
 
-/// What the operator sees while a batch runs: on a terminal one bar that moves, elsewhere a plain line
-/// for each part, and a line on the standard error for each failure.
+/// How the operator sees a batch run: as a bar that moves on the standard error, or on the standard output as plain
+/// lines, or as lines of JSON, one object for each event.
+enum class ProgressStyle { Bar, Plain, Json, None };
+
+/// One value of an event: its name, and a text or a number.
+struct EventValue {
+    EventValue(const char* iName, const std::string& iText) : name(iName), text(iText) {}
+    EventValue(const char* iName, double iNumber) : name(iName), number(iNumber), isNumber(true) {}
+
+    const char* name;
+    std::string text;
+    double number = 0.0;
+    bool isNumber = false;
+};
+
+/// What the operator sees while a batch runs.
 class Console {
 public:
-    explicit Console(std::size_t iFiles);
+    /// @param iIsQuiet  leaves notes out
+    Console(ProgressStyle iStyle, bool iIsQuiet);
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
     ~Console() { ClearBar(); }
 
-    /// Tells that the next file is being read.
-    void StartFile(const std::string& iName);
-
-    /// Tells that part iPart of iParts in the present file, counted from 0, is being built.
-    void StartPart(const std::string& iName, std::size_t iPart, std::size_t iParts);
+    /// Tells how far the run is.
+    /// @param iShare  0 to 1
+    /// @param iLine   for people, as a line
+    /// @param iEvent  for machines; the first value is the kind of the event
+    void Tell(double iShare, const std::string& iLine, const std::vector<EventValue>& iEvent);
 
     /// Names what failed, and why.
     void Fail(const std::string& iName, const std::string& iReason);
@@ -30,12 +45,12 @@ public:
     void ClearBar();
 
 private:
-    void DrawBar(double iFilesDone, const std::string& iName);
+    void DrawBar(double iShare, const std::string& iLine);
+    void PrintEvent(const std::vector<EventValue>& iEvent);
     void Complain(const char* iKind, const std::string& iName, const std::string& iText);
 
-    bool _onTerminal;
-    std::size_t _nFiles;
-    std::size_t _nStarted = 0;
+    ProgressStyle _style;
+    bool _isQuiet;
     bool _barShown = false;
 };
 
@@ -45,6 +60,7 @@ public:
     explicit Table(std::vector<std::string> iHeading) : _rows{std::move(iHeading)} {}
 
     void AddRow(std::vector<std::string> iCells) { _rows.push_back(std::move(iCells)); }
+    std::size_t CountRows() const { return _rows.size() - 1; }
 
     /// Prints to the standard output: the first column to the left, the others to the right.
     void Print() const;

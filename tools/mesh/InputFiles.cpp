@@ -1,6 +1,7 @@
 #include "InputFiles.h"
 
 #include "MeshImport.h"
+#include "Utf8.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -55,6 +56,12 @@ InputFile NameFile(const std::string& iPath) {
     return file;
 }
 
+std::string WithoutHash(const std::string& iName) {
+    std::string name;
+    for (const char c : iName) name += c == '#' ? "%23" : std::string(1, c);
+    return name;
+}
+
 bool IsSafe(char iChar) {
     return (iChar >= 'a' && iChar <= 'z') || (iChar >= 'A' && iChar <= 'Z') ||
            (iChar >= '0' && iChar <= '9') || iChar == '.' || iChar == '-';
@@ -79,6 +86,7 @@ std::string SafeName(const std::string& iText) {
 
 std::vector<InputFile> FindInputFiles(const std::vector<std::string>& iPaths) {
     std::vector<InputFile> files;
+    UniqueNames names("~");
     for (const std::string& path : iPaths) {
         std::error_code ignored;
         if (!fs::is_directory(path, ignored)) {
@@ -88,18 +96,13 @@ std::vector<InputFile> FindInputFiles(const std::vector<std::string>& iPaths) {
         const std::vector<InputFile> below = ListFolder(path);
         files.insert(files.end(), below.begin(), below.end());
     }
+    for (InputFile& file : files) {
+        if (file.failure.empty()) file.name = names.Make(WithoutHash(ValidUtf8(file.name)));
+    }
     return files;
 }
 
-std::string PartNames::Make(const std::string& iFileName, const std::string& iNodeName) {
-    std::string wanted = SafeName(iFileName);
-    const std::string node = SafeName(iNodeName);
-    if (!node.empty()) wanted += "-" + node;
-    if (wanted.empty()) wanted = "part";
-    if (wanted.size() > kLongestName) wanted.resize(kLongestName);
-    std::string name = wanted;
-    for (int number = 2; !_given.insert(name).second; ++number) {
-        name = wanted + "-" + std::to_string(number);
-    }
-    return name;
+std::string PartFileNames::Make(const std::string& iIdentifier) {
+    const std::string name = SafeName(iIdentifier);
+    return _names.Make(name.empty() ? "part" : name);
 }

@@ -1,32 +1,35 @@
 #ifndef InputFiles_h
 #define InputFiles_h
 
-#include <set>
+#include "UniqueNames.h"
+
 #include <string>
 #include <vector>
 
 /// One mesh file to be read.
 struct InputFile {
-    std::string path;     ///< where it is
-    std::string name;     ///< relative to the folder that was named, '/' between folders
+    std::string path;  ///< where it is
+    std::string
+        name;  ///< relative to the folder that was named; unique among the files that are there
     std::string failure;  ///< why there is nothing to read; empty for a file that is there
 };
 
 /// The mesh files that a list of files and folders stands for: a file as it is, a folder with all
 /// mesh files below it in byte order of their paths. What can't be used is in the list with its reason.
 /// Links to folders are not followed.
+///
+/// Names are UTF-8, with '/' between folders and "%23" for '#', so that the name of a part in a file may follow
+/// behind a '#'. A name that comes again gets "~2", "~3", ... behind it.
 std::vector<InputFile> FindInputFiles(const std::vector<std::string>& iPaths);
 
 /// Gives every part a file name of its own: letters, digits, '.', '-' and '_' only, at most 200 bytes.
-class PartNames {
+class PartFileNames {
 public:
-    /// @param iFileName  name of the mesh file, with folders
-    /// @param iNodeName  name of the part in it; empty when the file holds one part only
-    /// @return "folder_file.stl-node", with "-2", "-3", ... behind it when that was given before
-    std::string Make(const std::string& iFileName, const std::string& iNodeName);
+    /// @return "folder_file.stl_root_arm", with "-2", "-3", ... behind it when that was given before
+    std::string Make(const std::string& iIdentifier);
 
 private:
-    std::set<std::string> _given;
+    UniqueNames _names{"-"};
 };
 
 #endif

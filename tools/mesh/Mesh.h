@@ -10,7 +10,7 @@
 
 /// One placed part: a node of a mesh file that carries triangles, in the coordinates of its scene.
 struct MeshPart {
-    std::string nodeName;                 ///< as the file gives it; may be empty or repeated
+    std::string nodePath;                 ///< names of the nodes from the root, unique in the file
     std::vector<IDX_Point> points;        ///< every coordinate is finite
     std::vector<IDX_Triangle> triangles;  ///< indices below points.size()
     std::uint64_t nSkipped = 0;           ///< faces and triangles that can't be drawn
@@ -18,7 +18,7 @@ struct MeshPart {
 
 /// What became of one mesh file.
 struct ImportedFile {
-    std::vector<MeshPart> parts;     ///< in the order of the scene's nodes; empty after a failure
+    std::uint64_t nParts = 0;        ///< 0 after a failure
     std::vector<std::string> notes;  ///< what the importer found odd about the geometry
     std::string failure;             ///< why the file can't be used; empty when it can
 };

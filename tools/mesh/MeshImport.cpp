@@ -1,6 +1,8 @@
 #include "MeshImport.h"
 
 #include "MeshBytes.h"
+#include "UniqueNames.h"
+#include "Utf8.h"
 #include "VertexJoiner.h"
 
 #include <algorithm>
@@ -23,6 +25,7 @@ constexpr std::array<std::string_view, 7> kMeshEndings = {".stl", ".obj", ".ply"
                                                           ".glb", ".off", ".3mf"};
 constexpr std::string_view kPackedEnding = ".gz";
 constexpr std::size_t kLongestMessage = 160;
+constexpr std::size_t kLongestPath = 4096;  // bytes of a node's path; the rest is cut off
 
 /// A warning by which the importer tells that it has changed what the file says.
 struct Repair {
@@ -196,24 +199,48 @@ public:
     PartCollector(const aiScene& iScene, const std::vector<FaceCount>& iFaces)
         : _scene(iScene), _faces(iFaces) {}
 
-    /// Adds the parts of a node and of all below it.
-    void AddNode(
-        const aiNode& iNode, const WorldTransform& iParent, std::vector<MeshPart>& ioParts) const {
+    /// Parts of a node and of all below it.
+    std::uint64_t CountParts(const aiNode& iNode) const {
+        std::uint64_t count = CarriesTriangles(iNode) ? 1 : 0;
+        for (unsigned int c = 0; c < iNode.mNumChildren; ++c)
+            count += CountParts(*iNode.mChildren[c]);
+        return count;
+    }
+
+    /// Hands over the parts of a node and of all below it.
+    /// @param iNumber  place of the node among its siblings, from 1
+    void HandOver(
+        const aiNode& iNode,
+        unsigned int iNumber,
+        const std::string& iParentPath,
+        const WorldTransform& iParent,
+        MeshReceiver& ioReceiver) {
         const WorldTransform world = iParent * WorldTransform(iNode.mTransformation);
-        MeshPart part;
-        part.nodeName = iNode.mName.C_Str();
-        std::uint64_t nFaces = 0;
-        for (unsigned int m = 0; m < iNode.mNumMeshes; ++m) {
-            nFaces += _faces[iNode.mMeshes[m]].nTriangles;
-            AddMesh(iNode.mMeshes[m], world, part);
+        const std::string path = (iParentPath + NodeName(iNode, iNumber)).substr(0, kLongestPath);
+        if (CarriesTriangles(iNode)) {
+            MeshPart part;
+            part.nodePath = _paths.Make(ValidUtf8(path));
+            for (unsigned int m = 0; m < iNode.mNumMeshes; ++m) {
+                AddMesh(iNode.mMeshes[m], world, part);
+            }
+            ioReceiver.TakePart(part);
         }
-        if (nFaces > 0) ioParts.push_back(std::move(part));
         for (unsigned int c = 0; c < iNode.mNumChildren; ++c) {
-            AddNode(*iNode.mChildren[c], world, ioParts);
+            HandOver(*iNode.mChildren[c], c + 1, path + "/", world, ioReceiver);
         }
     }
 
 private:
+    static std::string NodeName(const aiNode& iNode, unsigned int iNumber) {
+        return iNode.mName.length > 0 ? iNode.mName.C_Str() : "node" + std::to_string(iNumber);
+    }
+
+    bool CarriesTriangles(const aiNode& iNode) const {
+        return std::any_of(iNode.mMeshes, iNode.mMeshes + iNode.mNumMeshes, [this](unsigned int m) {
+            return _faces[m].nTriangles > 0;
+        });
+    }
+
     void AddMesh(unsigned int iMesh, const WorldTransform& iWorld, MeshPart& ioPart) const {
         const aiMesh& mesh = *_scene.mMeshes[iMesh];
         const std::uint64_t before = ioPart.triangles.size();
@@ -236,22 +263,42 @@ private:
 
     const aiScene& _scene;
     const std::vector<FaceCount>& _faces;
+    UniqueNames _paths{"~"};
 };
 
-void ImportScene(Assimp::Importer& ioImporter, const std::string& iPath, ImportedFile& ioFile) {
+/// Reads and triangulates the scene; null after a failure.
+/// @param oFaces  the faces of each mesh before they were triangulated
+const aiScene* ReadTriangles(
+    Assimp::Importer& ioImporter,
+    const std::string& iPath,
+    ImportedFile& ioFile,
+    std::vector<FaceCount>& oFaces) {
     std::string failure;
     const aiScene* scene = ReadScene(ioImporter, iPath, failure);
     if (scene != nullptr && ioFile.failure.empty()) failure = FindBadIndex(*scene);
     if (!failure.empty()) ioFile.failure = failure;
-    if (!ioFile.failure.empty() || scene->mRootNode == nullptr) return;
-
-    const std::vector<FaceCount> faces = CountFaces(*scene);
+    if (!ioFile.failure.empty()) return nullptr;
+    oFaces = CountFaces(*scene);
     scene = ioImporter.ApplyPostProcessing(aiProcess_Triangulate);
-    if (scene == nullptr) {
-        ioFile.failure = OneLine(ioImporter.GetErrorString());
-        return;
+    if (scene == nullptr) ioFile.failure = OneLine(ioImporter.GetErrorString());
+    return ioFile.failure.empty() ? scene : nullptr;
+}
+
+/// The same, with everything that the importer may throw made a failure.
+const aiScene* TryToReadTriangles(
+    Assimp::Importer& ioImporter,
+    const std::string& iPath,
+    ImportedFile& ioFile,
+    std::vector<FaceCount>& oFaces) {
+    try {
+        const LogCapture log(ioFile);
+        return ReadTriangles(ioImporter, iPath, ioFile, oFaces);
+    } catch (const std::bad_alloc&) {
+        ioFile.failure = "the import needs more memory than it may use";
+    } catch (const std::exception& error) {
+        ioFile.failure = OneLine(error.what());
     }
-    PartCollector(*scene, faces).AddNode(*scene->mRootNode, WorldTransform(), ioFile.parts);
+    return nullptr;
 }
 
 }  // namespace
@@ -268,21 +315,22 @@ bool IsZUpFileName(const std::string& iPath) {
     return name.ends_with(".stl") || name.ends_with(".3mf");
 }
 
-ImportedFile ImportMeshFile(const std::string& iPath) {
+void ImportMeshFile(const std::string& iPath, MeshReceiver& ioReceiver) {
+    Assimp::Importer importer;
     ImportedFile file;
-    try {
-        const LogCapture log(file);
-        Assimp::Importer importer;
-        ImportScene(importer, iPath, file);
-        if (file.failure.empty() && file.parts.empty()) file.failure = "holds no triangle";
-    } catch (const std::bad_alloc&) {
-        file.failure = "the import needs more memory than it may use";
-    } catch (const std::exception& error) {
-        file.failure = OneLine(error.what());
+    std::vector<FaceCount> faces;
+    const aiScene* scene = TryToReadTriangles(importer, iPath, file, faces);
+    if (scene == nullptr) {
+        file.notes.clear();
+        return ioReceiver.TakeFile(file);
     }
-    if (!file.failure.empty()) {
-        file.parts.clear();
+    PartCollector collector(*scene, faces);
+    if (scene->mRootNode != nullptr) file.nParts = collector.CountParts(*scene->mRootNode);
+    if (file.nParts == 0) {
+        file.failure = "holds no triangle";
         file.notes.clear();
     }
-    return file;
+    ioReceiver.TakeFile(file);
+    if (file.nParts == 0) return;
+    collector.HandOver(*scene->mRootNode, 1, {}, WorldTransform(), ioReceiver);
 }

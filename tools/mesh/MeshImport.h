@@ -13,13 +13,33 @@ bool IsMeshFileName(const std::string& iPath);
 /// In the others it is Y.
 bool IsZUpFileName(const std::string& iPath);
 
+/// Takes what a mesh file holds, piece by piece.
+class MeshReceiver {
+public:
+    MeshReceiver() = default;
+    MeshReceiver(const MeshReceiver&) = delete;
+    MeshReceiver& operator=(const MeshReceiver&) = delete;
+    virtual ~MeshReceiver() = default;
+
+    /// Called once, first.
+    virtual void TakeFile(const ImportedFile& iFile) = 0;
+
+    /// Called for each part, in the order of the scene's nodes.
+    virtual void TakePart(const MeshPart& iPart) = 0;
+};
+
 /// Imports a mesh file. Every node that carries meshes becomes a part, placed by its world transform;
 /// polygons become triangles; equal vertices are joined.
+///
+/// The path of a node is made of the names from the root down, with '/' between them: "root/arm/bolt". One without
+/// a name is called after its place among its siblings, as in "node2". A path that comes again gets "~2", "~3", ...
+/// behind it.
 ///
 /// A file is refused, with a reason and no parts, when it can't be read, holds no triangle, has an
 /// index out of range or a number that the importer couldn't hold: nothing is silently repaired.
 ///
-/// A hostile file may crash the importer, or hold it for ever: ImportInChild guards against this.
-ImportedFile ImportMeshFile(const std::string& iPath);
+/// A hostile file may crash the importer, or hold it for ever: it belongs into a child process. There is no
+/// memory left when std::bad_alloc comes out behind the first call back.
+void ImportMeshFile(const std::string& iPath, MeshReceiver& ioReceiver);
 
 #endif

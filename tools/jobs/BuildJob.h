@@ -1,0 +1,42 @@
+#ifndef BuildJob_h
+#define BuildJob_h
+
+#include "ChildProcess.h"
+#include "PartBuild.h"
+#include "VoxelView.h"
+
+#include <string>
+#include <vector>
+
+/// How parts are built.
+struct BuildSettings {
+    BuildParameters parameters;
+    unsigned int seconds = 600;  ///< processor time for one part
+    bool pictures = false;
+};
+
+/// One part to be built.
+struct PartToBuild {
+    const MeshPart* mesh;    ///< must live until the child was started
+    std::string identifier;  ///< for its picture, as are the others
+    std::string source;
+    UpAxis up;
+};
+
+/// What a child hands back for one part.
+struct PartResult {
+    PartFacts facts;
+    std::string image;    ///< bytes of the stored octree; empty after a failure
+    std::string picture;  ///< bytes of a PNG file, or empty
+    std::string note;     ///< mostly empty
+    std::string failure;  ///< empty when there is an octree
+};
+
+/// The work of a child that builds some parts: its messages are their results, in the order of the parts.
+ChildProcess::Work BuildWork(
+    const std::vector<PartToBuild>& iParts, const BuildSettings& iSettings);
+
+/// The message, at the other end. False for bytes that can't be from a sound build.
+bool DecodeResult(const std::string& iMessage, PartResult& oResult);
+
+#endif

@@ -1,0 +1,229 @@
+#include "ChildProcess.h"
+
+#include "Interrupt.h"
+#include "TraceOutput.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+constexpr int kChildPipe = 3;  // behind the three standard files
+constexpr int kExitFailed = 1;
+constexpr int kExitNoMemory = 2;
+constexpr int kPipeSize = 1 << 20;  // spares changes between the processes
+constexpr unsigned int kClockFactor = 10;
+
+/// Stands in front of each message. 8 bytes.
+using MessageSize = std::uint64_t;
+constexpr MessageSize kLargestMessage = MessageSize{1} << 36U;
+constexpr MessageSize kMostReserved = MessageSize{1} << 28U;  // larger ones grow as they come
+
+/// Without the limit the work can still be done.
+void SetLimit(__rlimit_resource iResource, rlim_t iLimit) {
+    rlimit limit = {};
+    if (getrlimit(iResource, &limit) != 0) return;
+    limit.rlim_cur = std::min(iLimit, limit.rlim_max);
+    (void)setrlimit(iResource, &limit);
+}
+
+/// What the C library says about a crash is left out: the parent names it.
+void SilenceConsole() {
+#ifndef GRIDLOOM_SANITIZED  // a sanitizer reports on the standard error
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere < 0) return;
+    (void)dup2(nowhere, STDOUT_FILENO);
+    if (!IsTraceShown()) (void)dup2(nowhere, STDERR_FILENO);
+#endif
+}
+
+/// Leaves the child with the pipe alone: the parent's files and its lock aren't the child's.
+void CloseAllBut(int iPipe) {
+    if (iPipe != kChildPipe && dup2(iPipe, kChildPipe) < 0) _exit(kExitFailed);
+    (void)close_range(kChildPipe + 1, ~0U, 0);
+}
+
+/// The child's whole life.
+[[noreturn]] void Live(int iPipe, pid_t iParent, const ChildProcess::Work& iWork) {
+    IgnoreInterrupts();
+    (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != iParent) _exit(kExitFailed);  // it died before we were tied to it
+    CloseAllBut(iPipe);
+    SilenceConsole();
+    SetLimit(RLIMIT_CORE, 0);
+    try {
+        iWork(Outlet(kChildPipe));
+    } catch (const std::bad_alloc&) {
+        EndWithoutMemory();
+    }
+    _exit(0);
+}
+
+rlim_t SecondsUsed() {
+    rusage usage = {};
+    (void)getrusage(RUSAGE_SELF, &usage);
+    return static_cast<rlim_t>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) + 1;
+}
+
+}  // namespace
+
+void Outlet::Send(const std::string& iMessage) const {
+    const MessageSize size = iMessage.size();
+    const auto sendAll = [this](const void* iBytes, std::size_t iSize) {
+        const auto* bytes = static_cast<const char*>(iBytes);
+        while (iSize > 0) {
+            const ssize_t nWritten = write(_pipe, bytes, iSize);
+            if (nWritten < 0 && errno == EINTR) continue;
+            if (nWritten < 0) _exit(kExitFailed);
+            bytes += nWritten;
+            iSize -= static_cast<std::size_t>(nWritten);
+        }
+    };
+    sendAll(&size, sizeof size);
+    sendAll(iMessage.data(), iMessage.size());
+}
+
+ChildProcess::ChildProcess(ChildProcess&& ioOther) noexcept {
+    *this = std::move(ioOther);
+}
+
+ChildProcess& ChildProcess::operator=(ChildProcess&& ioOther) noexcept {
+    std::swap(_child, ioOther._child);
+    std::swap(_pipe, ioOther._pipe);
+    std::swap(_header, ioOther._header);
+    std::swap(_message, ioOther._message);
+    std::swap(_messages, ioOther._messages);
+    return *this;
+}
+
+ChildProcess::~ChildProcess() {
+    (void)End();
+}
+
+std::string ChildProcess::Start(const Work& iWork) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return std::strerror(errno);
+    (void)fcntl(ends[0], F_SETPIPE_SZ, kPipeSize);
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child == 0) Live(ends[1], parent, iWork);
+    const int error = errno;
+    close(ends[1]);
+    if (child < 0) {
+        close(ends[0]);
+        return std::strerror(error);
+    }
+    _child = child;
+    _pipe = ends[0];
+    return {};
+}
+
+bool ChildProcess::Receive() {
+    static std::array<char, 1U << 18U> piece;
+    const ssize_t nRead = read(_pipe, piece.data(), piece.size());
+    if (nRead < 0) return errno == EINTR;
+    if (nRead == 0) return false;
+    const char* next = piece.data();
+    const char* const end = next + nRead;
+    while (next < end) {
+        if (!TakeHeader(next, end)) return false;
+        TakeContent(next, end);
+    }
+    return true;
+}
+
+/// @return false for a length that no message has
+bool ChildProcess::TakeHeader(const char*& ioBytes, const char* iEnd) {
+    MessageSize size = 0;
+    if (_header.size() == sizeof size) return true;
+    const std::size_t missing = sizeof size - _header.size();
+    const std::size_t taken = std::min(missing, static_cast<std::size_t>(iEnd - ioBytes));
+    _header.append(ioBytes, taken);
+    ioBytes += taken;
+    if (_header.size() < sizeof size) return true;
+    std::memcpy(&size, _header.data(), sizeof size);
+    if (size > kLargestMessage) return false;
+    _message.reserve(static_cast<std::size_t>(std::min(size, kMostReserved)));
+    return true;
+}
+
+void ChildProcess::TakeContent(const char*& ioBytes, const char* iEnd) {
+    MessageSize size = 0;
+    if (_header.size() < sizeof size) return;
+    std::memcpy(&size, _header.data(), sizeof size);
+    const MessageSize missing = size - _message.size();
+    const auto taken =
+        static_cast<std::size_t>(std::min(missing, static_cast<MessageSize>(iEnd - ioBytes)));
+    _message.append(ioBytes, taken);
+    ioBytes += taken;
+    if (taken < missing) return;
+    _messages.push_back(std::move(_message));
+    _message.clear();
+    _header.clear();
+}
+
+bool ChildProcess::TakeMessage(std::string& oMessage) {
+    if (_messages.empty()) return false;
+    oMessage = std::move(_messages.front());
+    _messages.pop_front();
+    return true;
+}
+
+int ChildProcess::End() {
+    if (_pipe >= 0) close(_pipe);
+    _pipe = -1;
+    int status = 0;
+    if (_child < 0) return status;
+    // One that has ended by itself keeps its status until it is waited for.
+    (void)kill(_child, SIGKILL);
+    while (waitpid(_child, &status, 0) < 0 && errno == EINTR) {
+    }
+    _child = -1;
+    return status;
+}
+
+void LimitMemory([[maybe_unused]] unsigned int iMiB) {
+#ifndef GRIDLOOM_SANITIZED  // a sanitizer maps its shadow memory
+    SetLimit(RLIMIT_AS, rlim_t{iMiB} << 20U);
+#endif
+}
+
+void LimitTime(unsigned int iSeconds) {
+    SetLimit(RLIMIT_CPU, SecondsUsed() + iSeconds);
+    (void)alarm(kClockFactor * iSeconds);
+}
+
+void EndTimeLimit() {
+    (void)alarm(0);
+}
+
+void EndWithoutMemory() {
+    _exit(kExitNoMemory);
+}
+
+std::string ReasonOfDeath(int iStatus, unsigned int iSeconds) {
+    if (WIFEXITED(iStatus)) {
+        return WEXITSTATUS(iStatus) == kExitNoMemory ? "ran out of memory" : "ended early";
+    }
+    const std::string limit = std::to_string(iSeconds);
+    switch (WTERMSIG(iStatus)) {
+        case SIGXCPU:
+            return "was stopped: it may use " + limit + " s of processor time";
+        case SIGALRM:
+            return "was stopped: it hung, and may use " + limit + " s of processor time";
+        case SIGKILL:
+            return "was killed, as when the machine runs out of memory";
+        default:
+            return std::string("crashed: ") + strsignal(WTERMSIG(iStatus));
+    }
+}

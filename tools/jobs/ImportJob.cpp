@@ -1,0 +1,63 @@
+#include "ImportJob.h"
+
+#include "Bytes.h"
+#include "MeshImport.h"
+
+namespace {
+
+/// Sends what the importer finds as it comes.
+class MeshSender final : public MeshReceiver {
+public:
+    explicit MeshSender(const Outlet& iOutlet) : _outlet(iOutlet) {}
+
+    void TakeFile(const ImportedFile& iFile) override {
+        EndTimeLimit();  // from here on it waits until somebody wants the parts
+        ByteWriter message;
+        message.PutList(iFile.failure);
+        message.Put(iFile.nParts);
+        message.Put(std::uint64_t{iFile.notes.size()});
+        for (const std::string& note : iFile.notes) message.PutList(note);
+        _outlet.Send(message.Bytes());
+    }
+
+    void TakePart(const MeshPart& iPart) override {
+        ByteWriter message;
+        message.PutList(iPart.nodePath);
+        message.PutList(iPart.points);
+        message.PutList(iPart.triangles);
+        message.Put(iPart.nSkipped);
+        _outlet.Send(message.Bytes());
+    }
+
+private:
+    const Outlet& _outlet;
+};
+
+}  // namespace
+
+ChildProcess::Work ImportWork(const std::string& iPath, const ImportLimits& iLimits) {
+    return [=](const Outlet& iOutlet) {
+        LimitMemory(iLimits.memoryMiB);
+        LimitTime(iLimits.seconds);
+        MeshSender sender(iOutlet);
+        ImportMeshFile(iPath, sender);
+    };
+}
+
+bool DecodeFile(const std::string& iMessage, ImportedFile& oFile) {
+    ByteReader message(iMessage);
+    std::uint64_t nNotes = 0;
+    if (!message.GetList(oFile.failure) || !message.Get(oFile.nParts) || !message.Get(nNotes)) {
+        return false;
+    }
+    for (; nNotes > 0; --nNotes) {
+        if (!message.GetList(oFile.notes.emplace_back())) return false;
+    }
+    return message.IsAtEnd();
+}
+
+bool DecodePart(const std::string& iMessage, MeshPart& oPart) {
+    ByteReader message(iMessage);
+    return message.GetList(oPart.nodePath) && message.GetList(oPart.points) &&
+           message.GetList(oPart.triangles) && message.Get(oPart.nSkipped) && message.IsAtEnd();
+}

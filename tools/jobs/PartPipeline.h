@@ -1,0 +1,143 @@
+#ifndef PartPipeline_h
+#define PartPipeline_h
+
+#include "BuildJob.h"
+#include "ImportJob.h"
+#include "InputFiles.h"
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// How the parts of mesh files become octrees.
+struct PipelineSettings {
+    BuildSettings build;
+    ImportLimits import;
+    unsigned int nProcesses = 1;  ///< at work at a time
+    std::optional<UpAxis> up;     ///< in pictures; not set: by the file's format
+};
+
+/// One part that was built.
+struct FinishedPart {
+    std::string identifier;  ///< unique in the batch
+    std::size_t iFile;       ///< place of its file, from 0
+    std::size_t iPart;       ///< place in its file, from 0
+    std::size_t nParts;      ///< parts in its file
+    PartResult result;       ///< never a failure
+};
+
+/// Is told what became of a batch, in the order of the input.
+class BatchReceiver {
+public:
+    BatchReceiver() = default;
+    BatchReceiver(const BatchReceiver&) = delete;
+    BatchReceiver& operator=(const BatchReceiver&) = delete;
+    virtual ~BatchReceiver() = default;
+
+    /// @return false to end the batch
+    virtual bool TakePart(const FinishedPart& iPart) = 0;
+
+    /// A file that can't be used, or a part of which there is no octree.
+    virtual void TakeFailure(const std::string& iName, const std::string& iReason) = 0;
+    virtual void TakeNote(const std::string& iName, const std::string& iNote) = 0;
+};
+
+/// Imports files and builds their parts in child processes, several at a time, and hands the results on in the
+/// order of the input: what comes out doesn't depend on the number of processes.
+///
+///     files -> import child (one a file) -> parts that wait -> build child (a run of parts) -> results in order
+///
+/// One thread, which starts the children and gathers what they send. What it holds is bounded, whatever the number
+/// of parts: it leaves the pipes of imports alone while it holds more than enough.
+class PartPipeline {
+public:
+    enum class Outcome { Done, Ended, Interrupted, NoProcess };  ///< Ended: by the receiver
+
+    PartPipeline(
+        const std::vector<InputFile>& iFiles,
+        const PipelineSettings& iSettings,
+        BatchReceiver& ioReceiver);
+
+    Outcome Run();
+
+    /// Why there is no process.
+    const std::string& Failure() const { return _failure; }
+
+private:
+    /// Place of a part: of its file among the files, and of itself in the file.
+    struct Place {
+        std::size_t iFile = 0;
+        std::size_t iPart = 0;
+        auto operator<=>(const Place&) const = default;
+    };
+
+    /// A file of which not all is handed on yet.
+    struct OpenFile {
+        ChildProcess import;
+        bool isImporting = false;
+        bool isRead = false;               ///< its import may go on
+        std::optional<ImportedFile> told;  ///< once the import has told of it
+        std::size_t nReceived = 0;         ///< parts
+        std::string failure;               ///< of the file, or of the rest of it
+        bool areNotesTold = false;
+    };
+
+    /// A part that was received and isn't handed on yet.
+    struct OpenPart {
+        MeshPart mesh;  ///< until there is a result
+        PartResult result;
+        bool isFinished = false;
+        std::size_t size = 0;  ///< bytes of the mesh or the result
+    };
+
+    /// A child that builds a run of parts.
+    struct Build {
+        ChildProcess process;
+        std::vector<Place> places;
+        std::size_t nFinished = 0;
+    };
+
+    // Starting
+    bool StartProcesses();
+    std::size_t ResumeImports(std::size_t iSlots);
+    bool MayRead(std::size_t iFile) const;
+    bool HasRoom() const;
+    bool StartImport();
+    bool StartBuild();
+    std::vector<Place> NextRun() const;
+    PartToBuild Describe(const Place& iPlace) const;
+    std::string IdentifierOf(const Place& iPlace) const;
+
+    // Gathering
+    void Wait();
+    void ReceiveImport(std::size_t iFile, OpenFile& ioFile);
+    bool TakeImportMessage(std::size_t iFile, OpenFile& ioFile, const std::string& iMessage);
+    static void EndImport(OpenFile& ioFile, bool iIsSound, unsigned int iSeconds);
+    bool ReceiveBuild(Build& ioBuild);
+    void Finish(const Place& iPlace, PartResult iResult);
+
+    // Handing on
+    bool HandOn();
+    bool HandOnParts(OpenFile& ioFile);
+    bool HandOnPart(OpenPart& ioPart);
+    bool IsOver() const;
+
+    const std::vector<InputFile>& _files;
+    const PipelineSettings& _settings;
+    BatchReceiver& _receiver;
+    std::string _failure;
+
+    std::size_t _nStarted = 0;  ///< files
+    Place _next;                ///< what is handed on next
+    std::map<std::size_t, OpenFile> _openFiles;
+    std::map<Place, OpenPart> _openParts;
+    std::set<Place> _waiting;  ///< parts that no child builds yet
+    std::vector<Build> _builds;
+    std::size_t _heldBytes = 0;  ///< of all open parts
+};
+
+#endif
