@@ -56,13 +56,9 @@ private:
     }
 
     Box Around(float centre, float spread, float size) {
-        float low[3];
-        float high[3];
-        for (int axis = 0; axis < 3; ++axis) {
-            low[axis] = centre + (Unit() - 0.5f) * spread;
-            high[axis] = low[axis] + Unit() * size;
-        }
-        return Box({low[0], low[1], low[2]}, {high[0], high[1], high[2]});
+        const auto next = [&] { return centre + (Unit() - 0.5f) * spread; };
+        const IDX_Point low = {next(), next(), next()};
+        return Box(low, {low.x + Unit() * size, low.y + Unit() * size, low.z + Unit() * size});
     }
 
     Box OnLattice() {
@@ -105,9 +101,13 @@ private:
     unsigned int _count = 0;
 };
 
-/// The tree goes out and comes back in half-way, as it may.
-void Reload(OpenRTree& tree, OpenRTree& other) {
-    ASSERT_EQ(LoadBytes(other, ImageOf(tree)), IDX_True);
+/// Some trees have been in use before: another fan-out, more nodes, a larger or a smaller block.
+void MaybeUse(OpenRTree& tree, Boxes& boxes) {
+    const unsigned int use = boxes.Below(4);
+    if (use == 0) tree.Init(1, 9);
+    if (use == 0) InsertBars(tree, 0, boxes.Below(900));
+    OpenRTree small(0, 2);
+    if (use == 1) (void)LoadBytes(tree, ImageOf(small));
 }
 
 void CompareSequence(Kind kind, unsigned long seed) {
@@ -120,15 +120,14 @@ void CompareSequence(Kind kind, unsigned long seed) {
     const unsigned int count = boxes.Below(isThin ? 120 : boxes.Below(20) == 0 ? 2500 : 400);
     const unsigned int reloadAt = boxes.Below(3) == 0 ? boxes.Below(count + 1) : count + 1;
     RTreeReference reference(minFill, maxChildren);
-    OpenRTree trees[2] = {
-        {minFill,   maxChildren},
-        {         }
-    };
+    OpenRTree trees[2];
+    for (OpenRTree& tree : trees) MaybeUse(tree, boxes);
     OpenRTree* tree = &trees[0];
+    tree->Init(static_cast<unsigned short>(minFill), static_cast<unsigned short>(maxChildren));
     for (unsigned int i = 0; i < count; ++i) {
         const Box box = boxes.Next();
-        if (i == reloadAt) {
-            Reload(trees[0], trees[1]);
+        if (i == reloadAt) {  // the tree goes out and comes back in, as it may
+            ASSERT_EQ(LoadBytes(trees[1], ImageOf(trees[0])), IDX_True);
             tree = &trees[1];
         }
         reference.Insert(box, i);
