@@ -1,10 +1,8 @@
 // Shapes whose solid cells follow from geometry alone.
 
-#include "ExactOverlap.h"
 #include "Images.h"
 
 #include <algorithm>
-#include <bit>
 #include <gtest/gtest.h>
 
 namespace {
@@ -159,33 +157,6 @@ TEST(SolidGeometry, BoxesAndCups) {
             if (row.solid == TwoLayers) continue;  // there no cell border is exactly in the middle
             const Mesh far = BoxMesh({1e5f, -1e5f, 0}, {1e5f + 64, -1e5f + 64, 64}, row.openFaces);
             EXPECT_EQ(Count(Build(far, depth)), expected) << depth << ", far";
-        }
-    }
-}
-
-// Single triangles against every cell
-
-TEST(SolidGeometry, TrianglesMarkTheCellsThatTheyMeet) {
-    Random random(3);
-    for (int i = 0; i < 40; ++i) {
-        const std::array<IDX_Point, 3> p = {
-            random.PointIn(-1, 1), random.PointIn(-1, 1), random.PointIn(-1, 1)};
-        OpenBuilder builder;
-        builder.SetParameters(kDepth, 0, IDX_False);
-        ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
-        ASSERT_EQ(builder.DrawTriangle(p[0], p[1], p[2]), IDX_S_OK);
-        const SolidSet solid = SolidCells(builder._workingOctree);
-        const float low = builder._workingOctree._bbOrigin.x;
-        const float half = builder._workingOctree._bbSize.x / kSide / 2;
-        for (std::size_t cell = 0; cell < solid.size(); ++cell) {
-            Triple centre;
-            std::size_t at = cell;
-            for (float& coordinate : centre) {
-                coordinate = low + static_cast<float>(2 * (at % kSide) + 1) * half;
-                at /= kSide;
-            }
-            ASSERT_EQ(solid[cell], Overlap(centre, {half, half, half}, std::bit_cast<Corners>(p)))
-                << i << ", cell " << cell;
         }
     }
 }

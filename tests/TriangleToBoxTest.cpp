@@ -74,8 +74,6 @@ struct Case {
 
 // clang-format off
 const Case kCases[] = {
-    {"inside the box",            {{0, 0, 0}, {1, 1, 1}, {{.1f, 0, 0}, {0, .2f, 0}, {0, 0, .3f}}}, true},
-    {"box inside its plane",      {{0, 0, 0}, {1, 1, 1}, {{-9, -9, .5f}, {9, -9, .5f}, {0, 9, .5f}}}, true},
     {"vertex on a face",          {{0, 0, 0}, {1, 1, 1}, {{1, 0, 0}, {2, 1, 0}, {2, -1, .5f}}}, true},
     {"vertex one ulp off",        {{0, 0, 0}, {1, 1, 1}, {{kAboveOne, 0, 0}, {2, 1, 0}, {2, -1, .5f}}}, false},
     {"edge on an edge",           {{0, 0, 0}, {1, 1, 1}, {{2, 0, 0}, {0, 2, 0}, {2, 2, 0}}}, true},
@@ -87,7 +85,6 @@ const Case kCases[] = {
     {"past a corner",             {{0, 0, 0}, {1, 1, 1}, {{2.5f, 0, -5}, {0, 2.5f, -5}, {1.5f, 1.5f, 5}}}, false},
     {"sliver through",            {{0, 0, 0}, {1, 1, 1}, {{-1e6f, 0, 0}, {1e6f, 1e-6f, 0}, {1e6f, 0, 1e-6f}}}, true},
     {"sliver past",               {{0, 0, 0}, {1, 1, 1}, {{-1e6f, 1.5f, 0}, {1e6f, 1.1f, 0}, {1e6f, 1.1f, 1e-6f}}}, false},
-    {"segment along a face",      {{0, 0, 0}, {1, 1, 1}, {{1, -9, 0}, {1, 9, 0}, {1, 9, 0}}}, true},
     {"segment through an edge",   {{0, 0, 0}, {1, 1, 1}, {{2, 0, 0}, {1, 1, 0}, {0, 2, 0}}}, true},
     {"segment past an edge",      {{0, 0, 0}, {1, 1, 1}, {{kAboveTwo, 0, 0}, {0, 2, 0}, {0, 2, 0}}}, false},
     {"point on a corner",         {{0, 0, 0}, {1, 1, 1}, {{1, 1, 1}, {1, 1, 1}, {1, 1, 1}}}, true},
@@ -96,9 +93,6 @@ const Case kCases[] = {
     {"greatest floats, above",    {{0, 0, 0}, {1, 1, 1}, {{-kMax, -kMax, kAboveOne}, {kMax, -kMax, kAboveOne}, {0, kMax, kAboveOne}}}, false},
     {"all the greatest",          {{kMax, kMax, kMax}, {kMax, kMax, kMax}, {{0, 0, 0}, {0, kMax, 0}, {0, 0, kMax}}}, true},
     {"one denormal off that",     {{kMax, kMax, kMax}, {kMax, kMax, kMax}, {{-kTiny, 0, 0}, {-kTiny, kMax, 0}, {-kTiny, 0, 0}}}, false},
-    {"1e30, within",              {{1e30f, 0, 0}, {1, 1, 1}, {{1e30f, 0, 0}, {1e30f, 5, 0}, {1e30f, 0, 5}}}, true},
-    {"denormal box, touching",    {{0, 0, 0}, {kTiny, kTiny, kTiny}, {{kTiny, 0, 0}, {1, 1, 0}, {1, 0, 1}}}, true},
-    {"denormal box, off",         {{0, 0, 0}, {kTiny, kTiny, kTiny}, {{2 * kTiny, 0, 0}, {1, 1, 0}, {1, 0, 1}}}, false},
     {"denormal triangle, plane",  {{0, 0, 0}, {kTiny, kTiny, kTiny}, {{3 * kTiny, 0, 0}, {0, 3 * kTiny, 0}, {0, 0, 3 * kTiny}}}, true},
     {"denormal triangle, off",    {{0, 0, 0}, {kTiny, kTiny, kTiny}, {{4 * kTiny, 0, 0}, {0, 3 * kTiny, 0}, {0, 0, 3 * kTiny}}}, false},
     {"face between two floats",   {{1, 0, 0}, {0x1p-40f, 1, 1}, {{kAboveOne, 0, 0}, {2, 0, 0}, {2, 1, 0}}}, false},
