@@ -42,7 +42,7 @@ struct Pair {
     }
 
     void SetCuboid(IDX_Point a, IDX_Point b) {
-        plain.cuboid.hasCuboid = 1;
+        plain.cuboid.isThere = 1;
         plain.cuboid.matrix.coefficients[1][2] = a.x;
         plain.cuboid.points = {a, b};
         library.SetCuboid(plain.cuboid.matrix, a, b);
