@@ -3,6 +3,7 @@
 // GRIDLOOM_MESHES: a folder of mesh files to compare as well, at depth 7.
 
 #include "AdjustableConstants.h"
+#include "FromEnvironment.h"
 #include "Images.h"
 #include "ReferenceBuilder.h"
 #include "TraceRecorder.h"
@@ -22,11 +23,6 @@
 #endif
 
 namespace {
-
-unsigned long FromEnvironment(const char* name, unsigned long otherwise) {
-    const char* text = std::getenv(name);
-    return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
-}
 
 /// The two builders, fed with the same calls. After a difference nothing more is looked at.
 struct Pair {
