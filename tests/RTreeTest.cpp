@@ -290,7 +290,7 @@ TEST(RTree, ImagesThatLie) {
         {"no places",                        2,                2, 0                  },
         {"one place",                        2,                2, 1                  },
         {"a part of a node",                 8,                4, sound.GetSize() - 4},
-        {"count above the places",           atRoot + 6,       2, 5                  },
+        {"count above the places",           kHeader + 6,      2, 5                  },
         {"empty inner node",                 atRoot + 6,       2, 0                  },
         {"level too high",                   atRoot + 4,       2, root.level + 1u    },
         {"level that doesn't fall",          atChild + 4,      2, root.level         },
