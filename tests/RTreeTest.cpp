@@ -128,7 +128,7 @@ Box BoxOfStl(const std::string& path) {
     const Bytes bytes(content.begin(), content.end());
     Box box(At<IDX_Point>(bytes, 96), At<IDX_Point>(bytes, 96));
     for (std::size_t facet = 84; facet < bytes.size(); facet += 50) {
-        for (const std::size_t vertex : {12, 24, 36}) {
+        for (const std::size_t vertex : {12u, 24u, 36u}) {
             const auto point = At<IDX_Point>(bytes, facet + vertex);
             box.Union(Box(point, point));
         }
