@@ -229,28 +229,25 @@ TEST(NumberList, BesideAVector) {
 TEST(MessageStack, BesideAPlainOne) {
     BBDMessage::Empty();
     std::deque<int> numbers;
-    const auto textOf = [](int number) {
-        return std::string(number % 3 == 0 ? 1 : 40, static_cast<char>(number));
-    };
+    const auto textOf = [](int number) { return std::to_string(number) + std::string(40, ' '); };
     for (int step = 1; step < 3000; ++step) {
-        const unsigned int kind = Random(40);
-        if (kind == 0) {
+        if (Random(40) == 0) {
             BBDMessage::Empty();
             numbers.clear();
-        } else if (kind < 24) {
-            const std::string text = textOf(step % 100 + 20);
-            const auto severity = static_cast<BBDMessageSeverity>(step % 100 + 20);
-            BBDMessage::Push(severity, ("C" + text).c_str(), text.c_str());
-            numbers.push_back(severity);
+        }
+        if (Random(5) < 3) {
+            const auto severity = static_cast<BBDMessageSeverity>(step);
+            BBDMessage::Push(severity, textOf(-step).c_str(), textOf(step).c_str());
+            numbers.push_back(step);
             if (numbers.size() > 10) numbers.pop_front();
         } else {
             auto severity = static_cast<BBDMessageSeverity>(-1);
-            VEXString code("Cuntouched");
-            VEXUnicodeString text("untouched");
+            VEXString code(textOf(1).c_str());
+            VEXUnicodeString text(textOf(-1).c_str());
             ASSERT_EQ(BBDMessage::Pop(severity, code, text), !numbers.empty());
             EXPECT_EQ(severity, numbers.empty() ? -1 : numbers.back());
-            EXPECT_EQ(text.ConvertToChar(), numbers.empty() ? "untouched" : textOf(severity));
-            EXPECT_EQ(code.CastToCharPtr(), std::string("C") + text.ConvertToChar());
+            EXPECT_EQ(text.ConvertToChar(), textOf(severity));
+            EXPECT_EQ(code.CastToCharPtr(), textOf(-severity));
             if (!numbers.empty()) numbers.pop_back();
         }
     }
@@ -262,14 +259,12 @@ TEST(MessageStack, BesideAPlainOne) {
 
 namespace {
 
-Numbers* blocksInNumbers =
-    nullptr;  ///< takes the size of each block asked for, in numbers; null: nobody
+Numbers* blocksInNumbers = nullptr;  ///< takes the size of each block asked for, if anyone does
 bool blocksAreRefused = false;
 
 /// Notes a request; true when nothing is to be had for it.
 bool IsRefused(std::size_t size) {
-    Numbers* const blocks =
-        std::exchange(blocksInNumbers, nullptr);  // its own memory doesn't count
+    Numbers* const blocks = std::exchange(blocksInNumbers, nullptr);  // its own doesn't count
     if (blocks == nullptr) return false;
     blocks->push_back(static_cast<unsigned int>(size / sizeof(unsigned int)));
     blocksInNumbers = blocks;
@@ -289,18 +284,20 @@ Numbers BlocksOf(bool areRefused, Action action) {
 
 }  // namespace
 
+#pragma GCC visibility push(default)
 extern "C" {
 void* __libc_malloc(std::size_t);
 void* __libc_realloc(void*, std::size_t);
 
 // The program's own, which the library calls. Nobody here touches more than the first MiB of a block.
-__attribute__((visibility("default"))) void* malloc(std::size_t size) {
+void* malloc(std::size_t size) {
     return IsRefused(size) ? nullptr : __libc_malloc(std::min<std::size_t>(size, 1u << 20));
 }
-__attribute__((visibility("default"))) void* realloc(void* block, std::size_t size) {
+void* realloc(void* block, std::size_t size) {
     return IsRefused(size) ? nullptr : __libc_realloc(block, size);
 }
 }
+#pragma GCC visibility pop
 
 TEST(ListMemory, BlocksOfNumbersDouble) {
     for (const unsigned int first : {1u, 11u}) {
