@@ -102,9 +102,10 @@ protected:
     }
     ~Directories() override { results.clear(); }
 
-    void ExpectPath(long int result, const VEXUnicodeString& path, const std::string& end) {
+    /// Success, with this path behind the base.
+    void ExpectPath(long int result, const std::string& end) {
         EXPECT_EQ(result, IDX_S_OK);
-        EXPECT_STREQ(path.ConvertToChar(), (_base + end).c_str());
+        EXPECT_STREQ(_path.ConvertToChar(), (_base + end).c_str());
         EXPECT_EQ(_trace.Take(), Lines{});
     }
 
@@ -201,16 +202,16 @@ TEST_F(Directories, ARebuildGoesFromOneSideToTheOther) {
     EXPECT_EQ(directory.SwapIndexPath(), kFailure);
     EXPECT_EQ(directory.BuildIndexPath(), IDX_S_OK);
     EXPECT_EQ(ContentOf(_file), Number(2));
-    ExpectPath(directory.GetCurrentIndexPath(_path), _path, "/2");
-    ExpectPath(directory.GetWritableIndexPath(_path, true, false), _path, "/1");
+    ExpectPath(directory.GetCurrentIndexPath(_path), "/2");
+    ExpectPath(directory.GetWritableIndexPath(_path, true, false), "/1");
     EXPECT_EQ(directory.BuildIndexPath(), IDX_S_NOTHING_DONE);
 
     PLMIdxDirectory other(directory);
     EXPECT_EQ(directory.SwapIndexPath(), IDX_S_OK);
     EXPECT_EQ(ContentOf(_file), Number(1));
-    ExpectPath(directory.GetCurrentIndexPath(_path), _path, "/1");
-    ExpectPath(directory.GetWritableIndexPath(_path, false, false), _path, "/2");
-    ExpectPath(other.GetCurrentIndexPath(_path), _path, "/2");  // what it has read stays
+    ExpectPath(directory.GetCurrentIndexPath(_path), "/1");
+    ExpectPath(directory.GetWritableIndexPath(_path, false, false), "/2");
+    ExpectPath(other.GetCurrentIndexPath(_path), "/2");  // what it has read stays
     EXPECT_EQ(directory.SwapIndexPath(), IDX_S_OK);
     EXPECT_EQ(ContentOf(_file), Number(2));
 }
@@ -241,40 +242,23 @@ TEST_F(Directories, ARedirectingFileThatLeadsNowhere) {
     }
 }
 
-TEST_F(Directories, EmptyingKeepsSomeFilesAndAllFolders) {
-    LayOut();
-    PLMIdxDirectory directory(_base.c_str());
-    ExpectPath(directory.GetWritableIndexPath(_path, false, true), _path, "/1");
-    EXPECT_EQ(Names(), "a b c.nsf d.nsf0 e/f ");
-    ExpectPath(directory.GetWritableIndexPath(_path, true, true), _path, "/1");
-    EXPECT_EQ(Names(), "c.nsf d.nsf0 e/f ");
-    std::filesystem::remove_all(_base + "/1");
-    ExpectPath(directory.GetWritableIndexPath(_path, false, false), _path, "/1");
-    Fails(
-        directory.GetWritableIndexPath(_path, true, false),
-        {"PLMIdxDirectory.EmptyDir.VEXCreateDirectoryR",
-         "PLMIdxDirectory.GetWritableIndexPath.EmptyDir"});
-    EXPECT_STREQ(_path.ConvertToChar(), (_base + "/1").c_str());
-}
-
-TEST_F(Directories, EmptyingTellsTheStepThatFailed) {
+TEST_F(Directories, EmptyingKeepsSomeAndTellsTheStepThatFailed) {
     const std::string pass = "PLMIdxDirectory.EmptyDir.";
+    const std::string deleteB = "VEXDeleteFile " + _base + "/1/b";
     const struct {
         const char* service;
         std::vector<long int> results;
         Lines tags;         ///< of the pass; none: it succeeds
         const char* names;  ///< that are left
     } cases[] = {
+        {"none",   {},                   {},                           "c.nsf d.nsf0 e/f "    },
         {"open",   {1},                  {},                           "a b c.nsf d.nsf0 e/f "},
         {"close",  {kFailure},           {pass + "VEXCloseDirectory"}, "a b c.nsf d.nsf0 e/f "},
         {"list",   {kFailure},           {pass + "VEXListDirectory"},  "a b c.nsf d.nsf0 e/f "},
         {"list",   {1},                  {},                           "a b c.nsf d.nsf0 e/f "},
         {"stat",   {kGenuine, kFailure}, {pass + "VEXFileStat"},       "b c.nsf d.nsf0 e/f "  },
         {"stat",   {1},                  {},                           "a b c.nsf d.nsf0 e/f "},
-        {"delete",
-         {kGenuine, kFailure},
-         {pass + "VEXDeleteFile " + _base + "/1/b"},
-         "b c.nsf d.nsf0 e/f "                                                                },
+        {"delete", {kGenuine, kFailure}, {pass + deleteB},             "b c.nsf d.nsf0 e/f "  },
         {"delete", {1},                  {},                           "a b c.nsf d.nsf0 e/f "},
     };
     for (const auto& each : cases) {
@@ -283,10 +267,11 @@ TEST_F(Directories, EmptyingTellsTheStepThatFailed) {
         LayOut();
         results[each.service] = each.results;
         PLMIdxDirectory directory(_base.c_str());
+        ExpectPath(directory.GetWritableIndexPath(_path, false, false), "/1");  // as it is
         const long int result = directory.GetWritableIndexPath(_path, true, false);
         EXPECT_EQ(Names(), each.names);
         if (each.tags.empty()) {
-            ExpectPath(result, _path, "/1");
+            ExpectPath(result, "/1");
             continue;
         }
         Lines tags = each.tags;
@@ -295,6 +280,12 @@ TEST_F(Directories, EmptyingTellsTheStepThatFailed) {
         Fails(result, tags);
         EXPECT_TRUE(pauses.empty());
     }
+    std::filesystem::remove_all(_base + "/1");
+    Fails(
+        PLMIdxDirectory(_base.c_str()).GetWritableIndexPath(_path, true, false),
+        {"PLMIdxDirectory.EmptyDir.VEXCreateDirectoryR",
+         "PLMIdxDirectory.GetWritableIndexPath.EmptyDir"});
+    EXPECT_STREQ(_path.ConvertToChar(), (_base + "/1").c_str());
 }
 
 TEST_F(Directories, WaitsTwelveTimesForOtherProcesses) {
@@ -324,7 +315,7 @@ TEST_F(Directories, WaitsTwelveTimesForOtherProcesses) {
     }
 }
 
-TEST_F(Directories, BuildingTellsTheStepThatFailed) {
+TEST_F(Directories, BuildingAndSwappingTellTheStepThatFailed) {
     const std::string tag = "PLMIdxDirectory.BuildIndexPath.";
     results["create"] = {kFailure};
     PLMIdxDirectory directory(_base.c_str());
@@ -349,12 +340,6 @@ TEST_F(Directories, BuildingTellsTheStepThatFailed) {
     EXPECT_EQ(ContentOf(_file), Number(2));
     EXPECT_EQ(directory.GetCurrentIndexPath(_path), kFailure) << "what it knows stays";
     EXPECT_EQ(directory.BuildIndexPath(), IDX_S_OK);
-}
-
-TEST_F(Directories, AFailedSwapLeavesTheOldOneLive) {
-    PLMIdxDirectory directory(_base.c_str());
-    directory.BuildIndexPath();
-    _trace.Take();
     {
         const FileSizeLimit none(0);
         Fails(
@@ -367,7 +352,7 @@ TEST_F(Directories, AFailedSwapLeavesTheOldOneLive) {
     Fails(
         directory.SwapIndexPath(),
         {"IDX_WT_File.OpenWrite.fopen", "PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.OpenWrite"});
-    ExpectPath(directory.GetCurrentIndexPath(_path), _path, "/2");
+    ExpectPath(directory.GetCurrentIndexPath(_path), "/2");
 }
 
 TEST_F(Directories, APathThatIsTooLongIsNeverCut) {
@@ -403,18 +388,17 @@ TEST_F(Directories, TheManagerKnowsTheKindsUnderOneBase) {
         EXPECT_EQ(manager.BuildDirectoryIfNeeded(type), IDX_S_OK);
         EXPECT_EQ(manager.BuildDirectoryIfNeeded(type), IDX_S_OK);
         _trace.Take();
-        ExpectPath(manager.GetCurrentPath(type, _path), _path, std::string(folder) + "/2");
-        ExpectPath(
-            manager.GetWritablePath(type, _path, true, true), _path, std::string(folder) + "/1");
+        ExpectPath(manager.GetCurrentPath(type, _path), std::string(folder) + "/2");
+        ExpectPath(manager.GetWritablePath(type, _path, true, true), std::string(folder) + "/1");
     }
     EXPECT_EQ(manager.SwapIndex(Index_Dwh), IDX_S_OK);
-    ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), _path, "/Dwh/1");
+    ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), "/Dwh/1");
 
     // A swap by another process.
     SetContent(_base + "/Dwh/IDXBuffer", Number(2));
-    ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), _path, "/Dwh/1");
+    ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), "/Dwh/1");
     manager.ForceInit(Index_Dwh);
-    ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), _path, "/Dwh/2");
+    ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), "/Dwh/2");
 
     const std::string other = _folder / "other";
     manager.SetIndexBaseDirectory(other.c_str());
