@@ -64,38 +64,32 @@ TEST(Identifier, CarriesAValueBesideItsBytes) {
 }
 
 /// An identifier that isn't the library's: compared through the two operations alone.
-class Reversed : public IDX_Base_Identifier {
+class Foreign : public IDX_Base_Identifier {
 public:
-    explicit Reversed(const std::string& text) : _text(text.rbegin(), text.rend()) {}
-    const unsigned char* GetData() const override {
-        return reinterpret_cast<const unsigned char*>(_text.data());
-    }
+    explicit Foreign(const std::string& text) : _text(text) {}
+    const unsigned char* GetData() const override { return BytesOf(_text); }
     unsigned int GetSize() const override { return static_cast<unsigned int>(_text.size()); }
 
 private:
     std::string _text;
 };
 
-TEST(Identifier, IsComparedThroughItsOperations) {
-    struct {
-        const char* own;
-        const char* other;
-        short order;
-    } const cases[] = {
-        {"abc",  "cba",  0 },
-        {"abc",  "ba",   1 },
-        {"",     "a",    -1},
-        {"\x80", "\x7f", 1 },
-        {"b",    "aa",   1 },
-    };
-    for (const auto& row : cases) {
+TEST(Identifier, SortsAsUnsignedBytesThenByLength) {
+    const std::string zeros("\0\0", 2);
+    const std::string sorted[] = {"",         zeros.substr(1), zeros,         "a",
+                                  "abcdefgh", "abcdefgha",     "abcdefgi",    "ac",
+                                  "\x7f",     "\x80zzzzzzz",   "\x80zzzzzzzz"};
+    for (const std::string& first : sorted) {
         IDX_WT_Identifier own;
-        own.GetByteArray() = ArrayOf(row.own);
-        short order = 42;
-        EXPECT_EQ(own.SortCompare(Reversed(row.other), order), IDX_True);
-        EXPECT_EQ(order, row.order) << row.own << " and " << row.other << " backwards";
-        Reversed(row.other).SortCompare(own, order);
-        EXPECT_EQ(order, -row.order);
+        own.GetByteArray() = ArrayOf(first);
+        for (const std::string& second : sorted) {
+            short orders[3] = {42, 42, 42};
+            EXPECT_EQ(own.SortCompare(Foreign(second), orders[0]), IDX_True);
+            EXPECT_EQ(Foreign(first).SortCompare(Foreign(second), orders[1]), IDX_True);
+            EXPECT_EQ(ArrayOf(first).SortCompare(ArrayOf(second), orders[2]), IDX_True);
+            const int expected = (&first > &second) - (&first < &second);
+            for (const short order : orders) EXPECT_EQ(order, expected) << first << " " << second;
+        }
     }
 }
 
