@@ -15,7 +15,6 @@
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -35,35 +34,16 @@ std::string RandomWord() {
     return value + static_cast<char>('0' + Random(3));
 }
 
-// An element is a word. Working identifiers count as equal when their words start alike.
-
-void Set(IDX_WT_Identifier& id, const std::string& word) {
-    id.GetByteArray() = ArrayOf(word);
-}
-
-void Set(IDXWorkingID& id, const std::string& word) {
+/// An identifier holds a word; those that start alike count as equal.
+IDXWorkingID IdOf(const std::string& word) {
+    IDXWorkingID id;
     id.SetObjectID(ArrayOf(word.substr(0, 1)));
     id.SetLogicalID(ArrayOf(word));
-}
-
-std::string WordOf(const IDX_WT_Identifier& id) {
-    return TextOf(id.GetByteArray());
-}
-
-std::string WordOf(const IDXWorkingID& id) {
-    return TextOf(id.GetLogicalID());
-}
-
-bool AreEqual(const VEXListValIDX_WT_Identifier&, const Words& one, const Words& other) {
-    return one == other;
+    return id;
 }
 
 bool StartAlike(const std::string& one, const std::string& other) {
     return one[0] == other[0];
-}
-
-bool AreEqual(const VEXListValIDXWorkingID&, const Words& one, const Words& other) {
-    return std::equal(one.begin(), one.end(), other.begin(), other.end(), StartAlike);
 }
 
 /// Keeps the first of each group of equals.
@@ -77,74 +57,50 @@ std::vector<T> WithoutDuplicates(const std::vector<T>& values, Equals equals) {
     return kept;
 }
 
-/// The operations that only one of the two lists has.
-void StepOfItsOwn(VEXListValIDX_WT_Identifier& list, Words& words, const std::string& word) {
-    IDX_WT_Identifier filler;
-    Set(filler, word);
-    const int size = static_cast<int>(Random(12));
-    EXPECT_EQ(list.Size(size, size > list.Size() ? &filler : nullptr), size);
-    words.resize(static_cast<std::size_t>(size), word);
-}
-
-void StepOfItsOwn(VEXListValIDXWorkingID& list, Words& words, const std::string& word) {
-    IDXWorkingID id;
-    Set(id, word);
+void Step(VEXListValIDXWorkingID& list, Words& words) {
+    const std::string word = RandomWord();
     const int from = static_cast<int>(Random(static_cast<unsigned>(list.Size()) + 4)) - 2;
     auto found = words.begin() + std::min(std::max(from, 1) - 1, list.Size());
     while (found != words.end() && !StartAlike(*found, word)) ++found;
     const auto position = static_cast<int>(found - words.begin()) + 1;
-    EXPECT_EQ(list.Locate(id, from), found != words.end() ? position : 0);
-    if (Random(8) == 0) {
+    EXPECT_EQ(list.Locate(IdOf(word), from), found != words.end() ? position : 0);
+    const unsigned int kind = Random(40);
+    if (kind == 0) {
+        list.RemoveAll(Random(2) == 0 ? VEXCollec::KeepMemory : VEXCollec::ReleaseMemory);
+        words.clear();
+    } else if (kind == 1) {
         const std::size_t before = words.size();
         words = WithoutDuplicates(words, StartAlike);
         EXPECT_EQ(list.RemoveDuplicates(), static_cast<int>(before - words.size()));
-    } else if (found != words.end()) {
+    } else if (kind < 26 || found == words.end()) {
+        list.Append(IdOf(word));
+        words.push_back(word);
+    } else if (kind < 30) {
+        list[position] = IdOf(word);
+        *found = word;
+    } else {
         list.RemovePosition(position);
         words.erase(found);
     }
 }
 
-template <class List>
-void Step(List& list, Words& words) {
-    const unsigned int kind = Random(40);
-    const std::string word = RandomWord();
-    if (kind == 0) {
-        list.RemoveAll(Random(2) == 0 ? VEXCollec::KeepMemory : VEXCollec::ReleaseMemory);
-        words.clear();
-    } else if (kind < 26 || words.empty()) {
-        auto value = std::decay_t<decltype(list[1])>();
-        Set(value, word);
-        list.Append(value);
-        words.push_back(word);
-    } else if (kind < 30) {
-        const auto changed = Random(static_cast<unsigned>(words.size()));
-        Set(list[static_cast<int>(changed) + 1], word);
-        words[changed] = word;
-    } else {
-        StepOfItsOwn(list, words, word);
-    }
-}
-
-template <class List>
-void ExpectWords(const List& list, const Words& words) {
+void ExpectWords(const VEXListValIDXWorkingID& list, const Words& words) {
     ASSERT_EQ(list.Size(), static_cast<int>(words.size()));
-    std::vector<std::decay_t<decltype(list[1])>> array(words.size());
+    std::vector<IDXWorkingID> array(words.size());
     list.Array(array.data());
     for (std::size_t i = 0; i < words.size(); ++i) {
-        EXPECT_EQ(WordOf(list[static_cast<int>(i) + 1]), words[i]);
-        EXPECT_EQ(WordOf(array[i]), words[i]);
+        EXPECT_EQ(TextOf(list[static_cast<int>(i) + 1].GetLogicalID()), words[i]);
+        EXPECT_EQ(TextOf(array[i].GetLogicalID()), words[i]);
     }
 }
 
-template <class List>
-class ValueLists : public testing::Test {};
-using BothLists = testing::Types<VEXListValIDX_WT_Identifier, VEXListValIDXWorkingID>;
-TYPED_TEST_SUITE(ValueLists, BothLists);
-
-TYPED_TEST(ValueLists, BesideAVector) {
-    TypeParam lists[] = {TypeParam(), TypeParam(5), TypeParam(0, 7)};
+TEST(WorkingIDList, BesideAVector) {
+    VEXListValIDXWorkingID lists[] = {
+        { },
+        VEXListValIDXWorkingID(5), { 0, 7}
+    };
     Words words[3];
-    for (int step = 0; step < 6000 && !this->HasFailure(); ++step) {
+    for (int step = 0; step < 6000 && !testing::Test::HasFailure(); ++step) {
         SCOPED_TRACE(step);
         const unsigned int one = Random(3);
         const unsigned int other = Random(3);
@@ -153,21 +109,34 @@ TYPED_TEST(ValueLists, BesideAVector) {
             lists[one] = lists[other];
             words[one] = words[other];
         }
-        const TypeParam copy(lists[other]);
+        const VEXListValIDXWorkingID copy(lists[other]);
         const Words copied = words[other];
         Step(lists[other], words[other]);
         ExpectWords(copy, copied);
         for (const unsigned int i : {0u, 1u, 2u}) ExpectWords(lists[i], words[i]);
-        const bool areEqual = AreEqual(copy, words[one], copied);
+        const bool areEqual = std::equal(
+            words[one].begin(), words[one].end(), copied.begin(), copied.end(), StartAlike);
         EXPECT_EQ(lists[one] != copy, areEqual ? 0 : 1);
         EXPECT_EQ(lists[one] == copy, areEqual ? 1 : 0);
     }
 }
 
-TEST(IdentifierListDeathTest, NewElementsNeedAFiller) {
-    const testing::KilledBySignal aborted(SIGABRT);
+TEST(IdentifierListDeathTest, GrowsByCopiesOfAFiller) {
+    IDX_WT_Identifier filler;
     VEXListValIDX_WT_Identifier list;
-    EXPECT_EXIT(list.Size(1, nullptr), aborted, "AssertionFailed:NULL != iFiller");
+    for (const int size : {3, 5, 5, 1, 0, 2}) {
+        const int before = std::min(list.Size(), size);
+        filler.SetData(BytesOf(std::to_string(size)), 1);
+        EXPECT_EQ(list.Size(size, size > before ? &filler : nullptr), size);
+        for (int i = before + 1; i <= size; ++i)
+            EXPECT_EQ(TextOf(list[i].GetByteArray()), std::to_string(size));
+    }
+    VEXListValIDX_WT_Identifier other(list);
+    EXPECT_TRUE(list == other);
+    other[2].SetData(nullptr, 0);
+    EXPECT_TRUE(list != other);
+    const testing::KilledBySignal aborted(SIGABRT);
+    EXPECT_EXIT(list.Size(3, nullptr), aborted, "AssertionFailed:NULL != iFiller");
     EXPECT_EXIT(list.Size(-1, nullptr), aborted, "AssertionFailed:0 <= iSize");
 }
 
