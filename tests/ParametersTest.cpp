@@ -218,15 +218,13 @@ TEST(CommandLine, ANameIsDeclaredOnce) {
     const std::string text = InChild([] {
         Tool tool;
         for (const char* name : {"in", "old", "c"}) {
-            const long int results[] = {
-                tool.reader.DeclareParameter(name, true, true, "a usage of its own"),
-                tool.reader.IgnoreParameter(name),
-                tool.reader.RedirectParameter(name, &tool.connexion)};
-            for (const long int result : results) std::printf("%d", result == IDX_E_FAIL);
+            EXPECT_EQ(tool.reader.DeclareParameter(name, true, true, "its own"), IDX_E_FAIL);
+            EXPECT_EQ(tool.reader.IgnoreParameter(name), IDX_E_FAIL);
+            EXPECT_EQ(tool.reader.RedirectParameter(name, &tool.connexion), IDX_E_FAIL);
         }
         tool.reader.Usage();
     });
-    EXPECT_EQ(text, "111111111" + kUsage);
+    EXPECT_EQ(text, kUsage);
 }
 
 TEST(CommandLine, ASecondReading) {
@@ -237,12 +235,9 @@ TEST(CommandLine, ASecondReading) {
         second.Run("-fast -in b -old 1");  // the store has a value from elsewhere
         first.Run("-in c");
     });
-    EXPECT_EQ(
-        text,
-        "\n0 in=a"
-        "\nD: Error when setting param -in.\nfailed in=a fast="
-        "\nI: Error: Parameter -in is defined twice.\n" +
-            kUsage + "failed in=a fast=");
+    const std::string second = "\nD: Error when setting param -in.\nfailed in=a fast=";
+    const std::string third = "\nI: Error: Parameter -in is defined twice.\n" + kUsage;
+    EXPECT_EQ(text, "\n0 in=a" + second + third + "failed in=a fast=");
 }
 
 /// A specific reader that answers as it is told.
@@ -278,7 +273,6 @@ TEST(CommandLine, SpecificReaders) {
         {0x80004005L,        {0, 0, 0}, end        },
         {IDX_E_FAIL,         {2, 1, 2}, noFit      },
         {IDX_E_FAIL,         {2, 2, 3}, noFit      },
-        {IDX_E_FAIL,         {0, 2, 2}, noFit      },
     };
     for (const auto& row : rows) {
         const std::string text = InChild([&] {
