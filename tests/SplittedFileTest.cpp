@@ -247,6 +247,12 @@ void ToggleBlock(const std::string& path, PlainDisk& disk) {
     if (!std::filesystem::remove(path)) std::filesystem::create_symlink("none/piece", path);
 }
 
+/// As a process that was killed does.
+void LeaveLock(const std::string& path, PlainDisk& disk) {
+    SetContent(path + ".lock", "");
+    disk[path].isLocked = true;
+}
+
 std::size_t Aligned(std::size_t size) {
     return (size + 3) / 4 * 4;
 }
@@ -381,7 +387,7 @@ TEST_F(SplitFiles, AgreeWithAFlatModel) {
             SCOPED_TRACE(testing::Message() << "seed " << seed << " step " << step);
             Both& file = *files[below(3)];
             const unsigned int part = below(5);
-            const unsigned int choice = below(20);
+            const unsigned int choice = below(21);
             const std::string data(1 + below(20), static_cast<char>('a' + below(26)));
             if (choice < 2) {
                 const std::string& base = bases[below(2)];
@@ -394,11 +400,13 @@ TEST_F(SplitFiles, AgreeWithAFlatModel) {
                 file.Close();
             } else if (choice == 3) {
                 ToggleBlock(bases[below(2)] + std::to_string(part), disk);
-            } else if (choice < 7) {
+            } else if (choice == 4) {
+                LeaveLock(bases[below(2)] + std::to_string(part), disk);
+            } else if (choice < 8) {
                 file.Overwrite(part, below(30), data);
-            } else if (choice < 13) {
+            } else if (choice < 14) {
                 file.Append(data);
-            } else if (choice < 17) {
+            } else if (choice < 18) {
                 file.Read(part, below(30), 1 + below(12));
             } else {
                 file.MeasureAndFlush(part);
