@@ -78,7 +78,7 @@ TEST(Identifier, SortsAsUnsignedBytesThenByLength) {
     const std::string zeros("\0\0", 2);
     const std::string sorted[] = {"",         zeros.substr(1), zeros,         "a",
                                   "abcdefgh", "abcdefgha",     "abcdefgi",    "ac",
-                                  "\x7f",     "\x80zzzzzzz",   "\x80zzzzzzzz"};
+                                  "bbbbbbba", "\x7f",          "\x80zzzzzzz", "\x80zzzzzzzz"};
     for (const std::string& first : sorted) {
         IDX_WT_Identifier own;
         own.GetByteArray() = ArrayOf(first);

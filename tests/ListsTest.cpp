@@ -201,7 +201,7 @@ TEST(MessageStack, BesideAPlainOne) {
             BBDMessage::Empty();
             numbers.clear();
         }
-        if (Random(5) < 3) {
+        if (Random(5) < (step / 50 % 2 == 0 ? 4u : 1u)) {  // fills up and empties by turns
             const auto severity = static_cast<BBDMessageSeverity>(step);
             BBDMessage::Push(severity, textOf(-step).c_str(), textOf(step).c_str());
             numbers.push_back(step);

@@ -130,6 +130,16 @@ TEST_F(SplitFiles, LocksAreMarkers) {
     Refused(writer.Unlock(0));
     Expect(writer.OpenWrite((_folder / "none/B").c_str()));
     Refused(writer.Lock(0));
+
+    // A lock whose piece can't be opened stays, and so do others when the slot is used for reading then.
+    std::filesystem::create_directory(_base + "5");
+    Expect(writer.OpenWrite(_base.c_str()));
+    EXPECT_EQ(writer.GetSize(5), 0u);
+    EXPECT_EQ(_trace.Take().size(), 2u);
+    Expect(writer.OpenRead(_base.c_str()));
+    SetContent(_base + "0.lock", "");
+    writer.Close();
+    EXPECT_EQ(Listing(), (Names{"B0", "B0.lock", "B1", "B5", "B5.lock"}));
 }
 
 TEST_F(SplitFiles, RefusedOperations) {
@@ -245,12 +255,6 @@ void ToggleBlock(const std::string& path, PlainDisk& disk) {
     if (piece.isThere) return;
     piece.isBlocked = !piece.isBlocked;
     if (!std::filesystem::remove(path)) std::filesystem::create_symlink("none/piece", path);
-}
-
-/// As a process that was killed does.
-void LeaveLock(const std::string& path, PlainDisk& disk) {
-    SetContent(path + ".lock", "");
-    disk[path].isLocked = true;
 }
 
 std::size_t Aligned(std::size_t size) {
@@ -400,8 +404,6 @@ TEST_F(SplitFiles, AgreeWithAFlatModel) {
                 file.Close();
             } else if (choice == 3) {
                 ToggleBlock(bases[below(2)] + std::to_string(part), disk);
-            } else if (choice == 4) {
-                LeaveLock(bases[below(2)] + std::to_string(part), disk);
             } else if (choice < 8) {
                 file.Overwrite(part, below(30), data);
             } else if (choice < 14) {
