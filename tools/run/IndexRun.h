@@ -1,6 +1,7 @@
 #ifndef IndexRun_h
 #define IndexRun_h
 
+#include "CheckJob.h"
 #include "Console.h"
 #include "IndexBase.h"
 #include "IndexOptions.h"
@@ -56,6 +57,8 @@ private:
     int FailRun(const std::string& iReason, int iExitCode = kExitEnvironment);
     std::string WritePart(const FinishedPart& iPart);
     std::string WritePicture(const FinishedPart& iPart);
+    int JudgeVerification(const CheckMessage& iResult, int iStatus);
+    void TellVerification(double iShare);
     void TellPart(const FinishedPart& iPart);
     void AddToTable(const FinishedPart& iPart);
     void ReportSettings() const;
