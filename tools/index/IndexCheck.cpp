@@ -1,6 +1,6 @@
 #include "IndexCheck.h"
 
-#include "OctreeImage.h"
+#include "OctreeImageCheck.h"
 #include "PartTreeCheck.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "PartIndex.h"
 
-#include "OctreeImage.h"
+#include "OctreeImageCheck.h"
 
 #include "IDX_Base_Constants.h"
 #include "PLMIdxDirectory.h"

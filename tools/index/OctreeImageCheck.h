@@ -1,5 +1,5 @@
-#ifndef OctreeImage_h
-#define OctreeImage_h
+#ifndef OctreeImageCheck_h
+#define OctreeImageCheck_h
 
 #include "PLMIdxIBaseOctree.h"
 

@@ -1,4 +1,4 @@
-#include "OctreeImage.h"
+#include "OctreeImageCheck.h"
 
 #include "IDXOctreeType.h"
 #include "IDX_Point.h"

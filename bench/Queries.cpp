@@ -1,0 +1,198 @@
+// Questions to an open part index: the median and the 99th of 100 of their times, in microseconds; then how fast an index
+// is verified out of the page cache, in MB/s.
+//   Copies of a mesh stand on a grid of 6 x 6 x 6, so close that neighbours' boxes overlap; depth 7.
+
+#include "Queries.h"
+
+#include "IndexCheck.h"
+#include "IndexWriter.h"
+#include "Mesh.h"
+#include "OctreeImageCheck.h"
+#include "PartIndex.h"
+#include "TableReporter.h"
+
+#include "PLMIdxOctreeBuilder.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <random>
+#include <stdexcept>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kGrid = 6;
+constexpr int kDepth = 7;
+constexpr int kQuestions = 2000;
+constexpr double kStep = 0.9;  // from one copy to the next, in sides of its box
+
+/// A folder that goes with its object.
+class ScratchFolder {
+public:
+    ScratchFolder() {
+        std::string name = (fs::temp_directory_path() / "gridloom-bench-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the index");
+        path = name;
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    ~ScratchFolder() {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+    }
+
+    std::string path;
+};
+
+IDX_Base_BoundingBox BoxOfPoints(const std::vector<IDX_Point>& iPoints) {
+    IDX_Base_BoundingBox box(iPoints.front(), iPoints.front());
+    for (const IDX_Point& point : iPoints) box.Union({point, point});
+    return box;
+}
+
+void Require(const std::string& iFailure) {
+    if (!iFailure.empty()) throw std::runtime_error(iFailure);
+}
+
+void AddCopy(IndexWriter& ioWriter, Mesh iMesh, const IDX_Point& iMove, const std::string& iName) {
+    for (IDX_Point& point : iMesh.points) {
+        point = {point.x + iMove.x, point.y + iMove.y, point.z + iMove.z};
+    }
+    PLMIdxOctreeBuilder builder;
+    builder.SetParameters(kDepth, 0.0F, IDX_False);
+    builder.DrawGeometry(
+        iMesh.points.data(), static_cast<unsigned int>(iMesh.points.size()), iMesh.triangles.data(),
+        static_cast<unsigned int>(iMesh.triangles.size()));
+    IndexedPart part;
+    const std::unique_ptr<const unsigned char[]> image(builder.GetOctreeStream(part.imageSize));
+    part.identifier = iName;
+    part.image = image.get();
+    part.box = BoxOfPoints(iMesh.points);
+    part.nTriangles = static_cast<std::uint32_t>(iMesh.triangles.size());
+    Require(CheckOctreeImage(image.get(), part.imageSize, part.nOccupied));
+    Require(ioWriter.Add(part));
+}
+
+void WriteIndex(const std::string& iFolder, const Mesh& iMesh) {
+    const IDX_Base_BoundingBox box = BoxOfPoints(iMesh.points);
+    const IDX_Point low = box.GetLow();
+    const IDX_Point high = box.GetHigh();
+    const auto step = [](float from, float to, int count) {
+        return static_cast<float>(kStep * static_cast<double>(to - from) * count);
+    };
+    IndexWriter writer(iFolder);
+    Require(writer.Open());
+    for (int number = 0; number < kGrid * kGrid * kGrid; ++number) {
+        const IDX_Point move = {
+            step(low.x, high.x, number % kGrid), step(low.y, high.y, number / kGrid % kGrid),
+            step(low.z, high.z, number / kGrid / kGrid)};
+        AddCopy(writer, iMesh, move, "part" + std::to_string(number));
+    }
+    Require(writer.Finish());
+}
+
+/// Draws points from where the parts are.
+class PointSource {
+public:
+    explicit PointSource(const PartIndex& iIndex) {
+        iIndex.ForEach([&](const StoredPart& part) { _boxes.push_back(BoxOf(part.record.box)); });
+    }
+
+    Point Next() {
+        const Box& box = _boxes[_random() % _boxes.size()];
+        Point point;
+        for (std::size_t axis = 0; axis < point.size(); ++axis) {
+            const double share = static_cast<double>(_random() >> 40U) * 0x1p-24;
+            point[axis] = box.low[axis] + share * (box.high[axis] - box.low[axis]);
+        }
+        return point;
+    }
+
+private:
+    std::vector<Box> _boxes;
+    std::mt19937_64 _random{1};
+};
+
+using Question = std::function<std::size_t(const PartIndex&, const Point&, std::size_t iNumber)>;
+
+/// Asks many times, each time at another place, and notes how long each answer took.
+void Ask(benchmark::State& ioState, const PartIndex& iIndex, const Question& iQuestion) {
+    using Clock = std::chrono::steady_clock;
+    std::vector<double> times;
+    for (auto _ : ioState) {
+        PointSource points(iIndex);
+        for (std::size_t i = 0; i < kQuestions; ++i) {
+            const Point point = points.Next();
+            const Clock::time_point start = Clock::now();
+            benchmark::DoNotOptimize(iQuestion(iIndex, point, i));
+            const std::chrono::duration<double, std::micro> time = Clock::now() - start;
+            times.push_back(time.count());
+        }
+    }
+    std::sort(times.begin(), times.end());
+    ioState.counters["median us"] = times[times.size() / 2];
+    ioState.counters["99 of 100 us"] = times[times.size() * 99 / 100];
+}
+
+const std::vector<std::pair<std::string, Question>>& Questions() {
+    static const std::vector<std::pair<std::string, Question>> questions = {
+        {"identifier",
+         [](const PartIndex& index,               const Point&,       std::size_t number) {
+             const std::string name = "part" + std::to_string(number % index.CountParts());
+             return FindByName(index, name).size();
+         }      },
+        {"box",
+         [](const PartIndex& index,               const Point& point, std::size_t) {
+             return FindInBox(index, {point, point}).size();
+         }},
+        {"point",      [](const PartIndex& index, const Point& point,
+         std::size_t) { return FindAt(index, point).size(); }                  },
+        {"nearest",    [](const PartIndex& index, const Point& point,
+         std::size_t) { return FindNearest(index, point, 1).size(); }          },
+    };
+    return questions;
+}
+
+void Main() {
+    const std::vector<Workload> workloads = FindWorkloads(fs::path());
+    const ScratchFolder folder;
+    WriteIndex(folder.path, MakeMesh(workloads.front()));
+    const PartIndex index(folder.path);
+    TableReporter reporter("question", {});
+    for (const auto& [name, question] : Questions()) {
+        reporter.Announce(name, {"median us", "99 of 100 us"});
+        const auto run = [&index, &ask = question](benchmark::State& ioState) {
+            Ask(ioState, index, ask);
+        };
+        benchmark::RegisterBenchmark((name + "/ask").c_str(), run)->Iterations(3);
+    }
+    reporter.Announce("verification", {"MB/s"});
+    const auto verify = [&folder](benchmark::State& ioState) {
+        double nBytes = 0.0;
+        for (auto _ : ioState) {
+            const IndexCheckResult result = CheckIndex(folder.path, {});
+            if (result.nProblems != 0) ioState.SkipWithError("the index isn't sound");
+            nBytes += static_cast<double>(result.nBytes);
+        }
+        ioState.counters["MB/s"] = benchmark::Counter(nBytes / 1e6, benchmark::Counter::kIsRate);
+    };
+    benchmark::RegisterBenchmark("verification/verify", verify)->MinTime(0.5);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+}
+
+}  // namespace
+
+int main(int iCount, char** iArguments) {
+    try {
+        benchmark::Initialize(&iCount, iArguments);
+        Main();
+        return 0;
+    } catch (const std::exception& failure) {
+        std::cerr << "bench_queries: " << failure.what() << '\n';
+        return 1;
+    }
+}
