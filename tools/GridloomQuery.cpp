@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <new>
 #include <set>
 #include <unistd.h>
@@ -133,9 +134,10 @@ private:
             _options.question != QueryOptions::All && _options.question != QueryOptions::List;
         std::set<unsigned int> found;
         for (const NearPart& part : iParts) found.insert(part.part.item);
+        if (_options.question == QueryOptions::Clash) AddAsked(found);
         const std::vector<NearPart> all = AllParts();
         AssemblyFacts facts;
-        facts.title = _options.base;
+        facts.title = std::filesystem::absolute(_options.base + "/.").parent_path().filename();
         facts.up = _options.up;
         for (const NearPart& any : all) {
             const bool isFound = found.count(any.part.item) > 0;
@@ -154,6 +156,11 @@ private:
         std::string png;
         const std::string failure = DrawAssembly(facts, octreeOf, show, png);
         return failure.empty() ? WriteWholeFile(_options.output, png.data(), png.size()) : failure;
+    }
+
+    /// The part whose clashes are shown belongs into their picture.
+    void AddAsked(std::set<unsigned int>& ioFound) const {
+        if (const auto part = _index.Find(_options.name)) ioFound.insert(part->item);
     }
 
     /// The parts of the answer alone.

@@ -21,6 +21,7 @@ constexpr double kLegendStep = 34.0;
 constexpr double kSwatch = 22.0;
 
 constexpr Colour kGrey = {0.80, 0.81, 0.83};
+constexpr double kContextOpacity = 0.45;
 
 std::array<double, 3> ToArray(const IDX_Point& iPoint) {
     return {double{iPoint.x}, double{iPoint.y}, double{iPoint.z}};
@@ -40,6 +41,7 @@ public:
           _facts(iFacts),
           _projection(iFacts.up),
           _view(_projection, FrameOf(), kViewWidth, kViewHeight),
+          _context(_projection, FrameOf(), kViewWidth, kViewHeight),
           _colours(ChooseColours(iFacts.parts)),
           _nHighlighted(static_cast<std::size_t>(
               std::count_if(iFacts.parts.begin(), iFacts.parts.end(), [](const ShownPart& part) {
@@ -54,11 +56,13 @@ public:
         const auto size = ToArray(iOctree._bbSize);
         for (std::size_t axis = 0; axis < 3; ++axis)
             placement.cell[axis] = size[axis] / grid.Side();
-        _view.Draw(grid, placement, _colours[iPart]);
+        const bool isContext = _nHighlighted != 0 && !_facts.parts[iPart].isHighlighted;
+        (isContext ? _context : _view).Draw(grid, placement, _colours[iPart]);
     }
 
     void Finish() {
         _pen.Fill(0.0, 0.0, kWidth, kHeight, kPaper);
+        _pen.Paint(_context.Resolve(), kMargin, kBodyTop + 10.0, 1.0, kContextOpacity);
         _pen.Paint(_view.Resolve(), kMargin, kBodyTop + 10.0, 1.0);
         const double textWidth = kWidth - 2.0 * kMargin;
         _pen.Use(kInk);
@@ -156,6 +160,7 @@ private:
     const AssemblyFacts& _facts;
     Projection _projection;
     VoxelView _view;
+    VoxelView _context;            ///< what isn't highlighted, behind all that is
     std::vector<Colour> _colours;  ///< of the parts
     std::size_t _nHighlighted;
 };

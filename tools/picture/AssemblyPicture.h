@@ -25,8 +25,8 @@ struct AssemblyFacts {
     UpAxis up = UpAxis::Z;
 };
 
-/// Draws an assembly in one view: its parts in different colours or, when some are highlighted, those in colours and
-/// all others in grey, with a legend. Each part is drawn as fine as the picture shows it.
+/// Draws an assembly in one view: its parts in different colours or, when some are highlighted, those in colours
+/// in front of all others in a faint grey, so that none is hidden; with a legend. Each part is drawn as fine as the picture shows it.
 /// @param iOctreeOf  gives the octree of the part with a place in the list, for the time of the call's next use
 /// @param iProgress  told how many parts are drawn; may be empty
 /// @param oPng       the picture as the bytes of a PNG file

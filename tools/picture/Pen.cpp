@@ -100,7 +100,7 @@ void Pen::FittedText(
     Text(iX, iY, iText);
 }
 
-void Pen::Paint(const Pixels& iPixels, double iX, double iY, double iScale) {
+void Pen::Paint(const Pixels& iPixels, double iX, double iY, double iScale, double iOpacity) {
     const std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> image(
         cairo_image_surface_create_for_data(
             reinterpret_cast<unsigned char*>(const_cast<std::uint32_t*>(iPixels.values.data())),
@@ -110,7 +110,7 @@ void Pen::Paint(const Pixels& iPixels, double iX, double iY, double iScale) {
     cairo_translate(_context, iX, iY);
     cairo_scale(_context, iScale, iScale);
     cairo_set_source_surface(_context, image.get(), 0.0, 0.0);
-    cairo_paint(_context);
+    cairo_paint_with_alpha(_context, iOpacity);
     cairo_restore(_context);
 }
 
