@@ -318,7 +318,7 @@ const CallsOf kChangingCalls = {
      SYS_mkdir, SYS_fsync, SYS_ftruncate}
 };
 
-/// Each kill meets what the ones before it have left.
+/// Every second kill meets what the one before it has left.
 TEST_F(IndexRunTest, KilledInItsFirstRunTheNextNeedsNoHand) {
     Write("cube.obj", ObjCube(4));
     const Arguments arguments = With({"-depth", "3", "-quiet"});

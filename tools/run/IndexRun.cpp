@@ -214,6 +214,7 @@ int IndexRun::FinishFiles() {
 }
 
 int IndexRun::Swap() {
+    _folder.clear();  // from here on it may be the live one
     const std::string failure = _base.Swap();
     _isLive = failure.empty();
     return _isLive ? kExitDone : FailRun(failure);

@@ -71,7 +71,7 @@ private:
     Table _table;
     PartFileNames _pictureNames;
     IndexBase _base;
-    std::string _folder;  ///< of the new index; empty until it is open
+    std::string _folder;  ///< of the new index, while it is being written
     std::optional<IndexWriter> _writer;
     std::FILE* _failedList = nullptr;  ///< failed.txt, once something has failed
     std::string _writeFailure;         ///< why the batch was ended
