@@ -1,12 +1,12 @@
 #include "IndexWriter.h"
 
+#include "FileSync.h"
+
 #include "IDX_WT_File.h"
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -14,23 +14,14 @@ namespace {
 
 constexpr unsigned int kOpenPieces = 1;  // appends go to the last piece alone
 
-/// Forces a file, or the names in a folder, to the disk.
-std::string Sync(const std::string& iPath) {
-    const int file = open(iPath.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return iPath + ": " + std::strerror(errno);
-    const std::string failure = fsync(file) == 0 ? "" : iPath + ": " + std::strerror(errno);
-    close(file);
-    return failure;
-}
-
 std::string SyncAll(const std::string& iFolder) {
     std::error_code error;
     for (fs::directory_iterator entry(iFolder, error); !error && entry != fs::directory_iterator();
          entry.increment(error)) {
-        const std::string failure = Sync(entry->path().string());
+        const std::string failure = SyncPath(entry->path().string());
         if (!failure.empty()) return failure;
     }
-    return error ? iFolder + ": " + error.message() : Sync(iFolder);
+    return error ? iFolder + ": " + error.message() : SyncPath(iFolder);
 }
 
 }  // namespace

@@ -91,7 +91,8 @@ std::string IndexBase::Swap() {
     if (IDX_Failed(Manager().GetCurrentPath(kIndexKind, live)) || live != _folder.c_str()) {
         return Failure(_path + ": the new index didn't become live");
     }
-    return SyncDirectory();
+    const std::string failure = SyncDirectory();
+    return failure.empty() ? "" : "the new index is live, but may not be on the disk: " + failure;
 }
 
 /// The redirecting file and the names beside it.

@@ -20,7 +20,7 @@ which takes its place when it is whole. A folder stands for all meshes below it.
 
 Exit code: 0 done; 2 wrong usage or nothing to index; 3 done, but parts failed (they are named in
 failed.txt beside the report); 4 the new index is damaged; 5 full disk, no permission, locked and
-the like; 130 interrupted. With 2, 4, 5 and 130 the live index is as it was.
+the like; 130 interrupted. With 2, 4, 5 and 130 the live index stays as it was.
 )";
 
 void Declare(Arguments& ioArguments) {

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <limits>
 #include <new>
+#include <poll.h>
 #include <sys/resource.h>
 
 namespace {
@@ -38,17 +39,30 @@ private:
     const char* _name;
 };
 
+/// Waits until a pipe has something, or a request to stop comes.
+void WaitFor(int iPipe) {
+    pollfd pipes[] = {
+        {InterruptDescriptor(), POLLIN, 0},
+        {iPipe,                 POLLIN, 0},
+    };
+    (void)poll(pipes, std::size(pipes), -1);
+}
+
 /// A report holds numbers as int.
 int ReportNumber(std::uint64_t iNumber) {
     constexpr std::uint64_t kLargest = std::numeric_limits<int>::max();
     return static_cast<int>(std::min(iNumber, kLargest));
 }
 
-/// The largest memory in use so far, of this process or of its largest child.
-int PeakKiB(int iWho) {
+/// What this process, or its children, used: the largest memory of one process, and processor time of all.
+void ReportUsage(const char* iWhose, __rusage_who iWho) {
     rusage usage = {};
-    (void)getrusage(static_cast<__rusage_who>(iWho), &usage);
-    return static_cast<int>(usage.ru_maxrss);
+    (void)getrusage(iWho, &usage);
+    const std::int64_t seconds = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec;
+    const std::int64_t microseconds = usage.ru_utime.tv_usec + usage.ru_stime.tv_usec;
+    IDX_WT_Report::AddTag("PeakMemoryKiB", iWhose, static_cast<int>(usage.ru_maxrss));
+    IDX_WT_Report::AddTag(
+        "ProcessorMs", iWhose, static_cast<int>(seconds * 1000 + microseconds / 1000));
 }
 
 std::string LevelsOf(const PartFacts& iFacts) {
@@ -200,14 +214,38 @@ int IndexRun::FinishFiles() {
 }
 
 int IndexRun::Swap() {
+    _folder.clear();  // from here on it may be the live one
     const std::string failure = _base.Swap();
     _isLive = failure.empty();
     return _isLive ? kExitDone : FailRun(failure);
 }
 
-/// What Verify() calls must not be trusted to have been written: it reads from the disk.
+/// Reads from the disk what was written.
 int IndexRun::Verify() {
-    return kExitDone;
+    ChildProcess check;
+    const std::string failure = check.Start(CheckWork(_folder));
+    if (!failure.empty()) return FailRun("no process: " + failure);
+    CheckMessage latest;
+    for (bool isAlive = true; isAlive;) {
+        WaitFor(check.Pipe());
+        if (IsInterrupted()) return FailRun("interrupted", kExitInterrupted);
+        isAlive = check.Receive();
+        std::string message;
+        while (check.TakeMessage(message)) isAlive = DecodeCheck(message, latest) && isAlive;
+        TellVerification(latest.share);
+    }
+    return JudgeVerification(latest, check.End());
+}
+
+int IndexRun::JudgeVerification(const CheckMessage& iResult, int iStatus) {
+    if (!iResult.isLast || iStatus != 0) {
+        return FailRun("the verification " + ReasonOfDeath(iStatus, 0), kExitDamaged);
+    }
+    for (const std::string& problem : iResult.problems) (void)FailRun(problem);
+    if (iResult.nProblems == 0) return kExitDone;
+    return FailRun(
+        "the new index is damaged: " + std::to_string(iResult.nProblems) + " problems",
+        kExitDamaged);
 }
 
 bool IndexRun::TakePart(const FinishedPart& iPart) {
@@ -243,6 +281,16 @@ std::string IndexRun::WritePicture(const FinishedPart& iPart) {
         _options.pictureFolder + "/" + _pictureNames.Make(iPart.identifier) + ".png";
     const std::string failure = WriteWholeFile(path, bytes.data(), bytes.size());
     return failure.empty() ? "" : path + " can't be written: " + failure;
+}
+
+void IndexRun::TellVerification(double iShare) {
+    if (_options.progress == ProgressStyle::Plain) return;
+    _console.Tell(
+        iShare, "verifying",
+        {
+            {"event", "verify"},
+            {"share", iShare  },
+    });
 }
 
 void IndexRun::TellPart(const FinishedPart& iPart) {
@@ -311,8 +359,8 @@ void IndexRun::ReportResult() const {
     IDX_WT_Report::AddTag("FailedParts", ReportNumber(_nFailed));
     IDX_WT_Report::AddTag("Triangles", ReportNumber(_nTriangles));
     IDX_WT_Report::AddTag("ImageKiB", ReportNumber(_imageBytes >> 10U));
-    IDX_WT_Report::AddTag("PeakMemoryKiB", "tool", PeakKiB(RUSAGE_SELF));
-    IDX_WT_Report::AddTag("PeakMemoryKiB", "largest child", PeakKiB(RUSAGE_CHILDREN));
+    ReportUsage("tool", RUSAGE_SELF);
+    ReportUsage("children", RUSAGE_CHILDREN);
     IDX_WT_Report::AddTag("Live", _isLive ? 1 : 0);
 }
 

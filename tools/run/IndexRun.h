@@ -1,6 +1,7 @@
 #ifndef IndexRun_h
 #define IndexRun_h
 
+#include "CheckJob.h"
 #include "Console.h"
 #include "IndexBase.h"
 #include "IndexOptions.h"
@@ -56,6 +57,8 @@ private:
     int FailRun(const std::string& iReason, int iExitCode = kExitEnvironment);
     std::string WritePart(const FinishedPart& iPart);
     std::string WritePicture(const FinishedPart& iPart);
+    int JudgeVerification(const CheckMessage& iResult, int iStatus);
+    void TellVerification(double iShare);
     void TellPart(const FinishedPart& iPart);
     void AddToTable(const FinishedPart& iPart);
     void ReportSettings() const;
@@ -68,7 +71,7 @@ private:
     Table _table;
     PartFileNames _pictureNames;
     IndexBase _base;
-    std::string _folder;  ///< of the new index; empty until it is open
+    std::string _folder;  ///< of the new index, while it is being written
     std::optional<IndexWriter> _writer;
     std::FILE* _failedList = nullptr;  ///< failed.txt, once something has failed
     std::string _writeFailure;         ///< why the batch was ended
