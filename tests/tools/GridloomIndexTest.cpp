@@ -1,5 +1,7 @@
-// gridloom-index as a process: exit codes, reasons, files. The meshes are a cube in several formats.
+// What gridloom-index makes of mesh files: formats, reasons, depths. The meshes are a cube in several formats.
 
+#include "PartIndex.h"
+#include "Queries.h"
 #include "TemporaryFolder.h"
 
 #include <cstdio>
@@ -96,10 +98,10 @@ protected:
         SetContent(path.string(), iBytes);
     }
 
-    /// Runs the tool in the test's folder, after some shell commands.
+    /// Runs the tool in the test's folder, after some shell commands. Its index is "out".
     Outcome Run(const std::string& iArguments, const std::string& iBefore = "") const {
         const std::string command = "cd '" + (_folder / "") + "' && { " + iBefore + " '" +
-                                    GRIDLOOM_INDEX + "' " + iArguments + "; } 2>&1";
+                                    GRIDLOOM_INDEX + "' -index out " + iArguments + "; } 2>&1";
         Outcome outcome;
         std::FILE* pipe = popen(command.c_str(), "r");
         for (int c = 0; (c = std::fgetc(pipe)) != EOF;) {
@@ -110,12 +112,17 @@ protected:
         return outcome;
     }
 
+    /// The octree image of the one part whose identifier matches a pattern; empty when it isn't in the index.
+    std::string Image(const std::string& iPattern) const {
+        const PartIndex index = PartIndex::OpenBase(_folder / "out");
+        const std::vector<StoredPart> found = FindByName(index, iPattern);
+        if (found.size() != 1) return {};
+        const unsigned char* image = index.ImageOf(found[0].record);
+        return {reinterpret_cast<const char*>(image), found[0].record.octreeSize};
+    }
+
     /// The bytes of a file; empty when it isn't there.
     std::string Read(const std::string& iName) const { return ContentOf(_folder / iName); }
-
-    std::ptrdiff_t CountFiles(const std::string& iFolder) const {
-        return std::distance(fs::directory_iterator(_folder / iFolder), {});
-    }
 
     TemporaryFolder _folder;
 };
@@ -128,20 +135,21 @@ TEST_F(GridloomIndexTest, EveryFormatAndPolygonGivesTheSameImage) {
     Write("cube.bin", GltfBuffer());
     Write("g.gltf", kGltf);
     Write("notes.txt", "not a mesh");
-    const Outcome outcome = Run("--no-pictures -o out in", "gzip in/deep/er/f.obj &&");
+    const Outcome outcome = Run("in", "gzip in/deep/er/f.obj &&");
     ASSERT_EQ(outcome.exitCode, 0) << outcome.text;
-    EXPECT_EQ(CountFiles("out"), 6);
-    const std::string cube = Read("out/a.obj.octree");
+    const std::string cube = Image("a.obj");
     ASSERT_GT(cube.size(), 132U);
-    for (const char* name : {"b.OFF", "d.stl", "deep_er_f.obj.gz", "g.gltf-small"}) {
-        EXPECT_EQ(Read(std::string("out/") + name + ".octree"), cube) << name;
-        EXPECT_NE(outcome.text.find(std::string(name) + " "), std::string::npos) << outcome.text;
+    for (const char* name : {"b.OFF", "d.stl", "deep/er/f.obj.gz", "g.gltf#*/small"}) {
+        EXPECT_EQ(Image(name), cube) << name;
     }
+    EXPECT_NE(outcome.text.find("6 parts of 5 files done, 0 failed"), std::string::npos)
+        << outcome.text;
     EXPECT_NE(outcome.text.find(" 12 0 7 1/8/56/"), std::string::npos) << outcome.text;
 
+    const std::string big = Image("g.gltf#*/big");
     Write("placed/big.obj", ObjCube(2, 16));  // (x + 8) * 2
-    ASSERT_EQ(Run("--no-pictures -o out in/placed").exitCode, 0);
-    EXPECT_EQ(Read("out/g.gltf-big.octree"), Read("out/big.obj.octree"));
+    ASSERT_EQ(Run("in/placed").exitCode, 0);
+    EXPECT_EQ(big, Image("big.obj"));
 }
 
 TEST_F(GridloomIndexTest, NamesBadFilesAndGoesOn) {
@@ -168,10 +176,10 @@ TEST_F(GridloomIndexTest, NamesBadFilesAndGoesOn) {
     };
     for (const auto& bad : badFiles) Write(bad.name, bad.bytes);
     Write("good.obj", ObjCube(1, 0));
-    const Outcome outcome = Run("--no-pictures -o out in missing.stl in/../in");
-    EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_EQ(CountFiles("out"), 2) << "the good file, which was named twice";
-    EXPECT_FALSE(Read("out/good.obj-2.octree").empty());
+    const Outcome outcome = Run("in missing.stl in/../in");
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_EQ(Image("good.obj"), Image("good.obj~2")) << "the good file, which was named twice";
+    EXPECT_FALSE(Image("good.obj~2").empty());
     EXPECT_NE(outcome.text.find("failed: missing.stl: No such file"), std::string::npos);
     for (const auto& bad : badFiles) {
         const std::size_t at = outcome.text.find(std::string("failed: ") + bad.name + ": ");
@@ -184,13 +192,13 @@ TEST_F(GridloomIndexTest, NamesBadFilesAndGoesOn) {
 TEST_F(GridloomIndexTest, DepthAndCellSize) {
     Write("cube.obj", ObjCube(1, 0));
     const std::pair<const char*, const char*> cases[] = {
-        {"-d 2",         " 2 1/8/56 "    },
-        {"--depth=4",    " 4 1/8/56/"    },
-        {"-d 9 -c 0.5",  " 3 1/8/56/296 "},
-        {"-d 9 -c 0.49", " 4 1/8/56/"    },
+        {"-depth 2",             " 2 1/8/56 "    },
+        {"--depth=4",            " 4 1/8/56/"    },
+        {"-depth 9 -voxel 0.5",  " 3 1/8/56/296 "},
+        {"-depth 9 -voxel 0.49", " 4 1/8/56/"    },
     };
     for (const auto& [options, row] : cases) {
-        const Outcome outcome = Run(std::string("--no-pictures -o out in ") + options);
+        const Outcome outcome = Run(std::string("in ") + options);
         EXPECT_EQ(outcome.exitCode, 0);
         EXPECT_NE(outcome.text.find(row), std::string::npos) << options << outcome.text;
     }
@@ -199,33 +207,13 @@ TEST_F(GridloomIndexTest, DepthAndCellSize) {
 TEST_F(GridloomIndexTest, TwoRunsGiveTheSameBytesWhateverCameBefore) {
     Write("cube.obj", ObjCube(1, 0));
     Write("other.obj", ObjCube(3, 7));
-    ASSERT_EQ(Run("-d 5 -o first in/cube.obj").exitCode, 0);
-    ASSERT_EQ(Run("-d 5 -o second in/other.obj in/cube.obj").exitCode, 0);
-    for (const std::string name : {"cube.obj.octree", "cube.obj.png"}) {
-        EXPECT_FALSE(Read("first/" + name).empty());
-        EXPECT_EQ(Read("first/" + name), Read("second/" + name)) << name;
-    }
-}
-
-TEST_F(GridloomIndexTest, FullDiskLeavesNoFile) {
-    Write("cube.obj", ObjCube(1, 0));
-    const Outcome outcome = Run("-o out in", "trap '' XFSZ; ulimit -f 1;");
-    EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_NE(
-        outcome.text.find("out/cube.obj.octree: can't be written: File too large"),
-        std::string::npos)
-        << outcome.text;
-    EXPECT_EQ(CountFiles("out"), 0);
-}
-
-TEST_F(GridloomIndexTest, WrongUsage) {
-    for (const char* arguments :
-         {"", "-d 1 in", "-d 20 in", "-d 7x in", "-c 0 in", "-c nan in", "--up x in",
-          "--nonsense in", "-o"}) {
-        EXPECT_EQ(Run(arguments).exitCode, 2) << arguments;
-    }
-    EXPECT_EQ(Run("--help").exitCode, 0);
-    EXPECT_EQ(Run("--version").exitCode, 0);
+    ASSERT_EQ(Run("-depth 5 -pictures first in/cube.obj").exitCode, 0);
+    const std::string image = Image("cube.obj");
+    ASSERT_EQ(Run("-depth 5 -pictures second in/other.obj in/cube.obj").exitCode, 0);
+    EXPECT_FALSE(image.empty());
+    EXPECT_EQ(Image("cube.obj"), image);
+    EXPECT_FALSE(Read("first/cube.obj.png").empty());
+    EXPECT_EQ(Read("first/cube.obj.png"), Read("second/cube.obj.png"));
 }
 
 }  // namespace
