@@ -446,6 +446,22 @@ TEST_P(TreeOnStore, ThirtyTwoLevelsAreWalkedAndNotOneMore) {
     }
 }
 
+/// What a cut file has lost isn't taken from what a page or block held before.
+TEST_P(TreeOnStore, ACutFileFailsWhereItEnds) {
+    for (std::size_t end = kFourKeys.size() - 1; end > 8; --end) {
+        SCOPED_TRACE(end);
+        _tree->Close();
+        std::filesystem::remove(_path);
+        SetContent(_path, kFourKeys.substr(0, end));
+        OpenRead();
+        unsigned int item = 1;
+        EXPECT_EQ(_tree->Find(Key(4), item), IDX_False);
+        EXPECT_EQ(item, 0u);
+        const char* tag = end < 200 ? "ReadAt (2)" : "ReadAt (6)";
+        EXPECT_EQ(_trace.Take().back(), std::string("IDX_WT_Tree234._Query.IDX_WT_File.") + tag);
+    }
+}
+
 /// Whatever a field says, each operation ends, and says something that a caller can rely on.
 TEST_P(TreeOnStore, AnyFieldIsReadSafely) {
     const unsigned int kOdd[] = {0, 1, 8, 35, 36, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFC, 0xFFFFFFFF};
