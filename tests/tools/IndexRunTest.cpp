@@ -313,11 +313,6 @@ TEST_F(IndexRunTest, OneWriterAtATime) {
     EXPECT_EQ(Run({}).exitCode, 0);
 }
 
-const CallsOf kChangingCalls = {
-    {SYS_openat, SYS_write, SYS_pwrite64, SYS_writev, SYS_unlink, SYS_unlinkat, SYS_rename,
-     SYS_mkdir, SYS_fsync, SYS_ftruncate}
-};
-
 /// Every second kill meets what the one before it has left.
 TEST_F(IndexRunTest, KilledInItsFirstRunTheNextNeedsNoHand) {
     Write("cube.obj", ObjCube(4));

@@ -101,6 +101,12 @@ Outcome RunTool(
     return RunningTool(program, arguments, before).Wait();
 }
 
+const CallsOf kChangingCalls = {
+    {SYS_openat, SYS_write, SYS_pwrite64, SYS_writev, SYS_unlink, SYS_unlinkat, SYS_rename,
+     SYS_renameat2, SYS_mkdir, SYS_mkdirat, SYS_rmdir, SYS_ftruncate, SYS_fallocate, SYS_fsync,
+     SYS_fdatasync}
+};
+
 bool CallsOf::Match(const __ptrace_syscall_info& call) const {
     constexpr unsigned long kWriting = O_WRONLY | O_RDWR | O_CREAT;
     const auto number = static_cast<long>(call.entry.nr);

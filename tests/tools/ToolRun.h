@@ -52,6 +52,9 @@ struct CallsOf {
     bool Match(const __ptrace_syscall_info& call) const;
 };
 
+/// All that change something on the disk.
+extern const CallsOf kChangingCalls;
+
 /// Runs a tool up to its n-th system call of some kinds, counted from 1, and does something to it before that call
 /// is made. Then the tool goes on, unless it was killed.
 /// @return false when it ended before
