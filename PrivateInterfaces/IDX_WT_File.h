@@ -10,6 +10,7 @@ class IDX_Base_Identifier;
 class IDX_Base_String;
 class IDX_WT_Identifier;
 class IdxFile;
+class PagedFile;
 
 /// A file of bytes under 32-bit offsets: an append, a positioned read and a positioned write. What the
 /// bytes mean is up to the caller; the file has no header of its own.
@@ -82,9 +83,6 @@ public:
     IDX_Bool IsOpened() const;     ///< the path is open in this process
     IDX_Bool IsReadWrite() const;  ///< the path is open for writing in this process
 
-    /// Has the processor fetch a few bytes that are soon to be read. Changes nothing else; any offset will do.
-    void Prefetch(unsigned int iOffset, unsigned int iDataSize) const;
-
     IDX_Bool ReadAt(unsigned int iOffset, unsigned short& oValue);
     IDX_Bool ReadAt(unsigned int iOffset, unsigned int& oValue);
     IDX_Bool ReadAt(unsigned int iOffset, float& oValue);
@@ -121,10 +119,14 @@ public:
     IDX_Bool SwapRealAt(unsigned int iOffset);
 
 private:
+    friend class PagesInHand;
     friend class IDX_WT_SplittedFile;
 
     /// The registry's entry of the path.
     IdxFile& Entry() const;
+
+    /// Where the bytes of the path are held; null when closed and for a device or pipe.
+    const PagedFile* Pages() const;
 
     void SetPath(const char* iPath);
 

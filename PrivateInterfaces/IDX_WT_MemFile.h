@@ -75,13 +75,6 @@ public:
     /// GetSize().
     unsigned int GetFileSize() const { return m_writtenSize; }
 
-    /// Has the processor fetch a few bytes that are soon to be read. Changes nothing else; any offset will do.
-    void Prefetch(unsigned int iOffset, unsigned int iDataSize) const {
-        if (iOffset >= m_writtenSize || iDataSize > m_writtenSize - iOffset) return;
-        __builtin_prefetch(m_buffer + iOffset);
-        __builtin_prefetch(m_buffer + iOffset + iDataSize - 1);
-    }
-
     // The forms for values go through the operations above.
     using IDX_WT_File::ReadAt;
     using IDX_WT_File::Write;
@@ -94,6 +87,8 @@ protected:
     virtual IDX_Bool ReadFile(const char* iPath, bool iForWriting);
 
 private:
+    friend class BlockInHand;
+
     enum Mode : unsigned int { NotOpened = 0, ReadOnly = 1, ReadWrite = 2 };
 
     IDX_Bool CreateFile(const char* iPath);

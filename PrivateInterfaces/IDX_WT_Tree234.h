@@ -9,6 +9,9 @@
 
 class IDX_Base_Identifier;
 
+template <class Hand>
+class Tree234Search;
+
 /// How the file of every tree starts. A subclass's manifest begins with it. 8 bytes.
 struct IDX_234Struct_Manifest {
     unsigned short endian;   //  0  2  IDX_Base_Endian::one() of the writer
@@ -126,8 +129,10 @@ protected:
 private:
     enum OpenMode : unsigned int { NotOpened = 0, ReadOnly = 1, ReadWrite = 2 };
 
-    struct Visit;
     struct Walk;
+
+    template <class Hand>
+    friend class Tree234Search;
 
     IDX_WT_File m_diskFile;
     IDX_WT_MemFile m_memFile;
@@ -163,35 +168,6 @@ private:
         unsigned int iChildIndex,
         IDX_Bool iInsert,
         unsigned int& oItemOffset);
-
-    // The steps of _Query. Each gives false when it failed, with its tag traced.
-
-    bool VisitNode(Visit& ioVisit);
-
-    bool FindNode(Visit& ioVisit);
-    bool FindRoot(Visit& ioVisit);
-    bool FindChild(Visit& ioVisit);
-    bool AppendEmptyRoot(Visit& ioVisit);
-
-    bool Split(Visit& ioVisit);
-    bool AppendParent(Visit& ioVisit);
-    bool OpenGapInParent(Visit& ioVisit);
-    bool AppendSibling(Visit& ioVisit);
-    bool FillGapInParent(Visit& ioVisit);
-    bool TrimNode(Visit& ioVisit);
-    bool ChooseHalf(Visit& ioVisit);
-
-    bool SearchInnerNode(Visit& ioVisit);
-    bool SearchLeaf(Visit& ioVisit);
-    bool FindPlace(Visit& ioVisit, const char* iReadTag, const char* iCompareTag);
-
-    void PrefetchBelow(const Visit& iVisit) const;
-
-    bool InsertIntoLeaf(Visit& ioVisit);
-    bool AppendItem(
-        Visit& ioVisit, const char* iItemTag, const char* iIdentifierTag, const char* iNodeTag);
-
-    bool ReadIdentifier(unsigned int iItem);
 };
 
 #endif

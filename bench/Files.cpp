@@ -9,6 +9,7 @@
 // write of 16 MiB into a new file.
 
 #include "ByteStores.h"
+#include "RunProgram.h"
 #include "TableReporter.h"
 
 #include "IdxFile.h"
@@ -17,7 +18,6 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
-#include <iostream>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -197,12 +197,5 @@ void Main() {
 }  // namespace
 
 int main(int iCount, char** iArguments) {
-    try {
-        benchmark::Initialize(&iCount, iArguments);
-        Main();
-        return 0;
-    } catch (const std::exception& failure) {
-        std::cerr << "bench_files: " << failure.what() << '\n';
-        return 1;
-    }
+    return RunProgram("bench_files", Main, iCount, iArguments);
 }

@@ -6,6 +6,7 @@
 // All contestants hold the same cells and are asked for the same ones.
 
 #include "OctreeImage.h"
+#include "RunProgram.h"
 #include "TableReporter.h"
 
 #ifdef BENCH_OPENVDB
@@ -22,7 +23,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <iostream>
 #include <map>
 #include <memory>
 #include <random>
@@ -205,12 +205,5 @@ void Main() {
 }  // namespace
 
 int main(int iCount, char** iArguments) {
-    try {
-        benchmark::Initialize(&iCount, iArguments);
-        Main();
-        return 0;
-    } catch (const std::exception& failure) {
-        std::cerr << "bench_lookups: " << failure.what() << '\n';
-        return 1;
-    }
+    return RunProgram("bench_lookups", Main, iCount, iArguments);
 }

@@ -5,13 +5,13 @@
 // The mesh files are looked for in $GRIDLOOM_MESHES. Takes the options of Google Benchmark.
 
 #include "PlainVoxelizer.h"
+#include "RunProgram.h"
 #include "TableReporter.h"
 
 #include "PLMIdxOctreeBuilder.h"
 
 #include <cstdlib>
 #include <ctime>
-#include <iostream>
 #include <map>
 #include <stdexcept>
 
@@ -139,12 +139,5 @@ void Main() {
 }  // namespace
 
 int main(int iCount, char** iArguments) {
-    try {
-        benchmark::Initialize(&iCount, iArguments);
-        Main();
-        return 0;
-    } catch (const std::exception& failure) {
-        std::cerr << "bench_phases: " << failure.what() << '\n';
-        return 1;
-    }
+    return RunProgram("bench_phases", Main, iCount, iArguments);
 }

@@ -9,6 +9,7 @@
 #include "Mesh.h"
 #include "OctreeImageCheck.h"
 #include "PartIndex.h"
+#include "RunProgram.h"
 #include "TableReporter.h"
 
 #include "PLMIdxOctreeBuilder.h"
@@ -17,7 +18,6 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
-#include <iostream>
 #include <random>
 #include <stdexcept>
 
@@ -187,12 +187,5 @@ void Main() {
 }  // namespace
 
 int main(int iCount, char** iArguments) {
-    try {
-        benchmark::Initialize(&iCount, iArguments);
-        Main();
-        return 0;
-    } catch (const std::exception& failure) {
-        std::cerr << "bench_queries: " << failure.what() << '\n';
-        return 1;
-    }
+    return RunProgram("bench_queries", Main, iCount, iArguments);
 }

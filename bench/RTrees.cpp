@@ -6,6 +6,7 @@
 // at 10^5 and M = 16 alone. All find the same boxes.
 
 #include "BoxIndexes.h"
+#include "RunProgram.h"
 #include "TableReporter.h"
 
 #include <cmath>
@@ -219,12 +220,5 @@ void Main() {
 }  // namespace
 
 int main(int iCount, char** iArguments) {
-    try {
-        benchmark::Initialize(&iCount, iArguments);
-        Main();
-        return 0;
-    } catch (const std::exception& failure) {
-        std::cerr << "bench_rtree: " << failure.what() << '\n';
-        return 1;
-    }
+    return RunProgram("bench_rtree", Main, iCount, iArguments);
 }

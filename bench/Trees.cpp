@@ -7,6 +7,7 @@
 // 10^5 and 10^6 keys, inserted in random and in rising order. The naive stream is measured at 10^5 alone.
 
 #include "Dictionaries.h"
+#include "RunProgram.h"
 #include "TableReporter.h"
 
 #include <algorithm>
@@ -14,7 +15,6 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
-#include <iostream>
 #include <random>
 #include <stdexcept>
 #include <unistd.h>
@@ -180,12 +180,5 @@ void Main() {
 }  // namespace
 
 int main(int iCount, char** iArguments) {
-    try {
-        benchmark::Initialize(&iCount, iArguments);
-        Main();
-        return 0;
-    } catch (const std::exception& failure) {
-        std::cerr << "bench_tree: " << failure.what() << '\n';
-        return 1;
-    }
+    return RunProgram("bench_tree", Main, iCount, iArguments);
 }

@@ -35,33 +35,33 @@ static_assert(
     "octree image: OctreeHeader");
 static_assert(std::is_trivially_copyable<OctreeHeader>::value, "octree image: header is bytes");
 
+/// Passes what a header and an octree both say to `iCopy`, pair by pair, the header's first. The type and the
+/// records aren't among them.
+template <class Header, class Octree, class Copy>
+void ForEachSharedField(Header& ioHeader, Octree& ioOctree, const Copy& iCopy) {
+    iCopy(ioHeader.version, ioOctree._version);
+    iCopy(ioHeader.depth, ioOctree._depth);
+    iCopy(ioHeader.bbOrigin, ioOctree._bbOrigin);
+    iCopy(ioHeader.bbSize, ioOctree._bbSize);
+    iCopy(ioHeader.hasCuboid, ioOctree._hasCuboid);
+    iCopy(ioHeader.cuboidMatrix, ioOctree._cuboidMatrix);
+    iCopy(ioHeader.cuboidPoint1, ioOctree._cuboidPoint1);
+    iCopy(ioHeader.cuboidPoint2, ioOctree._cuboidPoint2);
+}
+
 /// The header of an octree's image.
 /// @param iSize  bytes of its records
 inline OctreeHeader HeaderOf(const PLMIdxIBaseOctree& iOctree, unsigned int iSize) {
     OctreeHeader header = {};
     header.type = iOctree._type;
-    header.version = iOctree._version;
-    header.depth = iOctree._depth;
-    header.bbOrigin = iOctree._bbOrigin;
-    header.bbSize = iOctree._bbSize;
-    header.hasCuboid = iOctree._hasCuboid;
-    header.cuboidMatrix = iOctree._cuboidMatrix;
-    header.cuboidPoint1 = iOctree._cuboidPoint1;
-    header.cuboidPoint2 = iOctree._cuboidPoint2;
     header.size = iSize;
+    ForEachSharedField(header, iOctree, [](auto& oTo, const auto& iFrom) { oTo = iFrom; });
     return header;
 }
 
 /// Gives an octree what the header says of it; its type and its records are the caller's concern.
 inline void TakeHeader(PLMIdxIBaseOctree& ioOctree, const OctreeHeader& iHeader) {
-    ioOctree._version = iHeader.version;
-    ioOctree._depth = iHeader.depth;
-    ioOctree._bbOrigin = iHeader.bbOrigin;
-    ioOctree._bbSize = iHeader.bbSize;
-    ioOctree._hasCuboid = iHeader.hasCuboid;
-    ioOctree._cuboidMatrix = iHeader.cuboidMatrix;
-    ioOctree._cuboidPoint1 = iHeader.cuboidPoint1;
-    ioOctree._cuboidPoint2 = iHeader.cuboidPoint2;
+    ForEachSharedField(iHeader, ioOctree, [](const auto& iFrom, auto& oTo) { oTo = iFrom; });
 }
 
 /// Record of a cell that lies three or more levels above the bottom. 8 bytes.

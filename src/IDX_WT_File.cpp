@@ -156,6 +156,10 @@ inline IdxFile& IDX_WT_File::Entry() const {
     return *m_entry;
 }
 
+const PagedFile* IDX_WT_File::Pages() const {
+    return Entry().m_pages;
+}
+
 void IDX_WT_File::SetPath(const char* iPath) {
     m_path = iPath;
     m_entry = nullptr;
@@ -276,11 +280,6 @@ IDX_Bool IDX_WT_File::WriteAt(unsigned int iOffset, const void* iData, unsigned 
     if (!entry.Seek(iOffset)) return TraceNo("IDX_WT_File.WriteAt.fseek");
     if (!entry.Write(iOffset, iData, iDataSize)) return TraceNo("IDX_WT_File.WriteAt.fwrite");
     return IDX_True;
-}
-
-void IDX_WT_File::Prefetch(unsigned int iOffset, unsigned int iDataSize) const {
-    const PagedFile* pages = Entry().m_pages;
-    if (pages != nullptr) pages->Prefetch(iOffset, iDataSize);
 }
 
 IDX_Bool IDX_WT_File::ReadAt(unsigned int iOffset, unsigned short& oValue) {

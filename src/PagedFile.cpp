@@ -93,7 +93,7 @@ PagedFile::PagedFile(dev_t iDevice, ino_t iNumber, std::size_t iEnd, bool iHasHo
 
 PagedFile::~PagedFile() {
     for (std::size_t page = 0; page < _nPages; ++page) {
-        if (_pages[page] != nullptr) _pool.Release(_pages[page]);
+        if (_pages[page].frame != nullptr) _pool.Release(_pages[page].frame);
     }
     std::free(_pages);
     PagedFile** link = &_files;
@@ -248,16 +248,16 @@ PageFrame* PagedFile::FindOrTake(std::size_t iPage) {
     const auto page = static_cast<unsigned int>(iPage);
     if (!_pool.IsWorthTaking(this, page) || !GrowTable(iPage)) return nullptr;
     frame = _pool.Take(this, page);
-    _pages[iPage] = frame;
+    if (frame != nullptr) _pages[iPage] = {frame, frame->bytes};
     return frame;
 }
 
 bool PagedFile::GrowTable(std::size_t iPage) {
     if (iPage < _nPages) return true;
     const std::size_t nPages = std::max(iPage + 1, 2 * _nPages);
-    auto* pages = static_cast<PageFrame**>(std::realloc(_pages, nPages * sizeof(PageFrame*)));
+    auto* pages = static_cast<HeldPage*>(std::realloc(_pages, nPages * sizeof(HeldPage)));
     if (pages == nullptr) return false;
-    std::fill(pages + _nPages, pages + nPages, nullptr);
+    std::fill(pages + _nPages, pages + nPages, HeldPage{});
     _pages = pages;
     _nPages = nPages;
     return true;
@@ -343,7 +343,7 @@ void PagedFile::SetClean(PageFrame& ioFrame) {
 bool PagedFile::Flush() {
     if (_nDirty == 0) return true;
     for (std::size_t page = _lowestDirty; page <= _highestDirty; ++page) {
-        if (_pages[page] != nullptr && _pages[page]->IsDirty()) {
+        if (_pages[page].frame != nullptr && _pages[page].frame->IsDirty()) {
             WriteBackFrom(static_cast<unsigned int>(page));
         }
     }
@@ -355,14 +355,14 @@ bool PagedFile::WriteBackFrom(unsigned int iPage) {
     const int nPages = CollectRun(iPage, run);
     std::size_t size = 0;
     for (int i = 0; i < nPages; ++i) size += run[i].iov_len;
-    const std::size_t offset = OffsetOf(iPage) + _pages[iPage]->dirtyFrom;
+    const std::size_t offset = OffsetOf(iPage) + _pages[iPage].frame->dirtyFrom;
     const ssize_t written = pwritev(Descriptor(true), run, nPages, static_cast<off_t>(offset));
     const bool all = written >= 0 && static_cast<std::size_t>(written) == size;
     for (int i = 0; i < nPages; ++i) {
-        PageFrame& frame = *_pages[iPage + static_cast<unsigned int>(i)];
+        PageFrame& frame = *_pages[iPage + static_cast<unsigned int>(i)].frame;
         if (all || WriteBack(frame)) SetClean(frame);
     }
-    return !_pages[iPage]->IsDirty();
+    return !_pages[iPage].frame->IsDirty();
 }
 
 int PagedFile::CollectRun(unsigned int iPage, iovec* oRun) const {
@@ -387,15 +387,15 @@ bool PagedFile::WriteBack(const PageFrame& iFrame) const {
 }
 
 void PagedFile::Drop(unsigned int iPage) {
-    PageFrame* frame = _pages[iPage];
+    PageFrame* frame = _pages[iPage].frame;
     SetClean(*frame);
-    _pages[iPage] = nullptr;
+    _pages[iPage] = {};
     _pool.Release(frame);
 }
 
 void PagedFile::DropDirty() {
     for (std::size_t page = _lowestDirty; _nDirty != 0 && page <= _highestDirty; ++page) {
-        if (_pages[page] != nullptr && _pages[page]->IsDirty()) {
+        if (_pages[page].frame != nullptr && _pages[page].frame->IsDirty()) {
             Drop(static_cast<unsigned int>(page));
         }
     }

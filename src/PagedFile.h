@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <span>
 #include <sys/types.h>
 
 /// One file of the disk, with the part of its content that is held in memory. All streams of the process
@@ -66,13 +67,22 @@ public:
         return true;
     }
 
+    /// The bytes that are held from an offset on, up to the end of its page.
+    std::span<const unsigned char> HeldFrom(std::size_t iOffset) const {
+        const HeldPage page = Held(iOffset >> kPageBits);
+        const std::size_t from = iOffset & (kPageSize - 1);
+        if (page.frame == nullptr || from >= page.frame->valid) return {};
+        page.frame->recent = true;
+        return {page.bytes + from, page.frame->valid - from};
+    }
+
     /// Has the processor fetch bytes that are soon to be read, if one page holds them.
     void Prefetch(std::size_t iOffset, std::size_t iSize) const {
-        const PageFrame* frame = Find(iOffset >> kPageBits);
+        const unsigned char* bytes = Held(iOffset >> kPageBits).bytes;
         const std::size_t from = iOffset & (kPageSize - 1);
-        if (frame == nullptr || from + iSize > kPageSize) return;
-        __builtin_prefetch(frame->bytes + from);
-        __builtin_prefetch(frame->bytes + from + iSize - 1);
+        if (bytes == nullptr || from + iSize > kPageSize) return;
+        __builtin_prefetch(bytes + from);
+        __builtin_prefetch(bytes + from + iSize - 1);
     }
 
     // For the pool.
@@ -117,8 +127,16 @@ private:
     /// How many bytes from `iOffset` on, at most `iSize`, lie in pages that aren't held.
     std::size_t NotHeld(std::size_t iOffset, std::size_t iSize) const;
 
+    /// A place in the table of pages. It has the way to the bytes, too: it is taken without waiting for the frame.
+    struct HeldPage {
+        PageFrame* frame = nullptr;  ///< null where not held
+        unsigned char* bytes = nullptr;
+    };
+
+    HeldPage Held(std::size_t iPage) const { return iPage < _nPages ? _pages[iPage] : HeldPage{}; }
+
     /// The page if it is held.
-    PageFrame* Find(std::size_t iPage) const { return iPage < _nPages ? _pages[iPage] : nullptr; }
+    PageFrame* Find(std::size_t iPage) const { return Held(iPage).frame; }
 
     /// The page, with or without valid bytes in it; null when it can't be held.
     PageFrame* FindOrTake(std::size_t iPage);
@@ -173,7 +191,7 @@ private:
     Stream* _streams;
     dev_t _device;
     ino_t _number;
-    PageFrame** _pages;  ///< by page number; null where not held
+    HeldPage* _pages;  ///< by page number
     std::size_t _nPages;
     std::size_t _knownEnd;     ///< nothing that this process knows of lies behind it
     std::size_t _heldEnd;      ///< end of what is dirty; 0 when nothing is

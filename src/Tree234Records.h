@@ -15,6 +15,8 @@ static_assert(
     std::is_trivially_copyable<IDX_234Struct_Manifest>::value,
     "identifier tree file: the manifest is copied as bytes");
 
+constexpr unsigned int kTree234RootOffset = offsetof(IDX_234Struct_Manifest, root);
+
 /// A node of the tree. Its items stand to the left; a 0 ends them. 28 bytes.
 struct Tree234Node {
     static constexpr unsigned int kMaxItems = 3;
@@ -46,5 +48,9 @@ static_assert(
 static_assert(
     std::is_trivially_copyable<Tree234Node>::value,
     "identifier tree file: nodes are copied as bytes");
+
+/// No sound tree is higher: one of h levels has 2^h - 1 nodes or more, each with an item, which take 28 and 20
+/// bytes, and a file ends before 2^31.
+constexpr unsigned int kMaxTree234Levels = 32;
 
 #endif

@@ -1,10 +1,9 @@
 // Boxes that are enlarged by what is seen through a matrix, against boxes worked out by hand and
 // a plain loop over all occupied cells.
 
-#include "Meshes.h"
+#include "Images.h"
 
 #include "IDX_WT_GeometryServices.h"
-#include "PLMIdxOctreeBuilder.h"
 #include "PLMIdxWTOctreeServices.h"
 
 #include <cmath>
@@ -19,18 +18,17 @@ using Services = IDX_WT_GeometryServices;
 struct Box {
     IDX_Point low;
     IDX_Point high;
-
-    bool operator==(const Box& other) const {
-        const auto same = [](const IDX_Point& a, const IDX_Point& b) {
-            return a.x == b.x && a.y == b.y && a.z == b.z;
-        };
-        return same(low, other.low) && same(high, other.high);
-    }
 };
 
-std::ostream& operator<<(std::ostream& stream, const Box& box) {
-    return stream << '(' << box.low.x << ", " << box.low.y << ", " << box.low.z << ") to ("
-                  << box.high.x << ", " << box.high.y << ", " << box.high.z << ')';
+Box Cube(float iLow, float iHigh) {
+    const IDX_Point low = {iLow, iLow, iLow};
+    const IDX_Point high = {iHigh, iHigh, iHigh};
+    return {low, high};
+}
+
+/// Coordinate by coordinate, low before high; zeros of either sign are one.
+std::array<float, 6> Numbers(const Box& box) {
+    return {box.low.x, box.low.y, box.low.z, box.high.x, box.high.y, box.high.z};
 }
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
@@ -38,12 +36,8 @@ constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 /// A quarter turn about Z with a doubling along Z, then a shift: (x, y, z) to (10 - y, x, 2 z + 1).
 PLMIdxMatrix QuarterTurn() {
     PLMIdxMatrix matrix;
-    const float rows[3][4] = {
-        {0, -1, 0, 10},
-        {1, 0,  0, 0 },
-        {0, 0,  2, 1 }
-    };
-    std::copy(&rows[0][0], &rows[0][0] + 12, &matrix.coefficients[0][0]);
+    const float rows[12] = {0, -1, 0, 10, 1, 0, 0, 0, 0, 0, 2, 1};
+    std::copy(rows, rows + 12, &matrix.coefficients[0][0]);
     return matrix;
 }
 
@@ -70,37 +64,35 @@ private:
     const PLMIdxIBaseOctree& _octree;
 };
 
-/// The occupied cells of an octree on their own level, found from the root for each place.
-void CollectCells(
+/// Enlarges a box by the spheres around the occupied cells, one by one, each found on its own level.
+/// @param radius  of the sphere around the cell of which `centre` is the middle
+void EnlargeByCells(
     const PLMIdxIBaseOctree& octree,
     const IDX_Base_Octree_Iterator& iterator,
-    const Box& cell,
-    std::vector<Box>& cells) {
+    const IDX_Point& centre,
+    const IDX_Point& size,
+    float radius,
+    Box& box) {
+    const IDX_Point half = {size.x / 2, size.y / 2, size.z / 2};
     for (unsigned int child = 0; child < 8; ++child) {
-        Box part = cell;
-        const auto half = [child](float& low, float& high, unsigned int axis) {
-            const float middle = (low + high) * 0.5f;
-            ((child >> axis & 1u) != 0 ? low : high) = middle;
-        };
-        half(part.low.x, part.high.x, 0);
-        half(part.low.y, part.high.y, 1);
-        half(part.low.z, part.high.z, 2);
+        const IDX_Point middle = {
+            centre.x + (child & 1 ? half.x : -half.x) / 2,
+            centre.y + (child & 2 ? half.y : -half.y) / 2,
+            centre.z + (child & 4 ? half.z : -half.z) / 2};
         const IDX_Base_Octree_TestResult state = octree.Test(iterator, child);
-        if (state == OCTREE_FULL) cells.push_back(part);
-        if (state != OCTREE_PARTIAL) continue;
         IDX_Base_Octree_Iterator inner = iterator;
-        octree.Move(inner, child);
-        CollectCells(octree, inner, part, cells);
+        if (state == OCTREE_FULL) {
+            Services::EnlargeBoxSphere(box.low, box.high, middle, radius / 2, QuarterTurn());
+        } else if (state == OCTREE_PARTIAL && octree.Move(inner, child) == IDX_S_OK) {
+            EnlargeByCells(octree, inner, middle, half, radius / 2, box);
+        }
     }
 }
 
 }  // namespace
 
 TEST(GeometryServices, EnlargeByPointsCornersAndSpheres) {
-    const Box start = {
-        {0, 0, 0},
-        {4, 4, 4}
-    };
+    const Box start = Cube(0, 4);
     const PLMIdxMatrix identity;
     const PLMIdxMatrix turn = QuarterTurn();
     const struct {
@@ -142,8 +134,8 @@ TEST(GeometryServices, EnlargeByPointsCornersAndSpheres) {
                 Services::IsBoxEnlarged(box.low, box.high, first, last, each.matrix, enlarged));
             EXPECT_TRUE(Services::EnlargeBox(box.low, box.high, first, last, each.matrix));
         }
-        EXPECT_EQ(box, each.expected);
-        EXPECT_EQ(enlarged == IDX_True, !(box == start));
+        EXPECT_EQ(Numbers(box), Numbers(each.expected));
+        EXPECT_EQ(enlarged == IDX_True, Numbers(box) != Numbers(start));
     }
 }
 
@@ -153,93 +145,54 @@ TEST(OctreeServices, AFullOctreeGivesTheCubesOfItsCells) {
     CountingOctree counting(octree);
     PLMIdxWTOctreeServices services(counting);
     EXPECT_EQ(services.GetDepth(), 2u);
-    const PLMIdxMatrix identity;
-    const auto radius =
-        static_cast<float>(std::sqrt(12.0));  // of the octree; half of it of a child
-    const float low = 1 - radius * 0.5f;
-    const float high = 3 + radius * 0.5f;
-    Box box = {
-        {2, 2, 2},
-        {2, 2, 2}
-    };
-    EXPECT_EQ(services.ExpandBox(box.low, box.high, identity), IDX_S_OK);
-    EXPECT_EQ(
-        box, (Box{
-                 {low,  low,  low },
-                 {high, high, high}
-    }));
+    // The radius of the sphere around the octree. That of a child is half of it.
+    const auto radius = static_cast<float>(std::sqrt(12.0));
+    Box box = Cube(2, 2);
+    EXPECT_EQ(services.ExpandBox(box.low, box.high, PLMIdxMatrix()), IDX_S_OK);
+    EXPECT_EQ(Numbers(box), Numbers(Cube(1 - radius * 0.5f, 3 + radius * 0.5f)));
     EXPECT_EQ(counting.nTests, 8);
 
     // A box that holds the sphere of the whole octree: nothing is asked.
-    box = {
-        {2 - radius, 2 - radius, 2 - radius},
-        {2 + radius, 2 + radius, 2 + radius}
-    };
-    EXPECT_EQ(services.ExpandBox(box.low, box.high, identity), IDX_S_OK);
+    box = Cube(2 - radius, 2 + radius);
+    EXPECT_EQ(services.ExpandBox(box.low, box.high, PLMIdxMatrix()), IDX_S_OK);
     EXPECT_EQ(counting.nTests, 8);
 }
 
 TEST(OctreeServices, AnOctreeWithNothingInItLeavesTheBox) {
-    const PLMIdxMatrix identity;
-    Box box = {
-        {5, 5, 5},
-        {6, 6, 6}
-    };
-    const Box before = box;
+    Box box = Cube(5, 6);
     const PLMIdxWTOptimOctree_0 none;
-    EXPECT_EQ(PLMIdxWTOctreeServices(none).ExpandBox(box.low, box.high, identity), IDX_S_OK);
     PLMIdxWTWorkingOctree empty;
-    empty.SetBB({0, 0, 0}, {8, 8, 8});
     empty._depth = 3;
-    empty.Reset();
-    EXPECT_EQ(PLMIdxWTOctreeServices(empty).ExpandBox(box.low, box.high, identity), IDX_S_OK);
-    EXPECT_EQ(box, before);
+    empty.SetBB({0, 0, 0}, {8, 8, 8});
+    for (const PLMIdxIBaseOctree* octree :
+         std::initializer_list<const PLMIdxIBaseOctree*>{&none, &empty}) {
+        PLMIdxWTOctreeServices services(*octree);
+        EXPECT_EQ(services.ExpandBox(box.low, box.high, PLMIdxMatrix()), IDX_S_OK);
+        EXPECT_EQ(Numbers(box), Numbers(Cube(5, 6)));
+    }
 }
 
 TEST(OctreeServices, AgreeWithAllCellsOneByOneAndVisitFewer) {
     PLMIdxOctreeBuilder builder;
     builder.SetParameters(5, 0, IDX_False);
-    const Mesh mesh = BoxMesh({-1, 2, 0}, {3, 5, 1});
-    ASSERT_EQ(
-        builder.DrawGeometry(
-            mesh.points.data(), static_cast<unsigned int>(mesh.points.size()),
-            mesh.triangles.data(), static_cast<unsigned int>(mesh.triangles.size())),
-        IDX_S_OK);
+    ASSERT_EQ(Draw(builder, BoxMesh({-1, 2, 0}, {3, 5, 1})), IDX_S_OK);
     const PLMIdxIBaseOctree& octree = builder.GetOctree();
-    IDX_Point origin;
+    IDX_Point low;
     IDX_Point size;
-    octree.GetBB(origin, size);
-    const Box whole = {
-        origin, {origin.x + size.x, origin.y + size.y, origin.z + size.z}
-    };
-    std::vector<Box> cells;
-    CountingOctree all(octree);
-    CollectCells(all, {}, whole, cells);
-    ASSERT_GT(cells.size(), 100u);
+    octree.GetBB(low, size);
+    const IDX_Point centre = {low.x + size.x / 2, low.y + size.y / 2, low.z + size.z / 2};
+    const auto radius = static_cast<float>(std::sqrt(0.75 * size.x * size.x));
 
-    const PLMIdxMatrix turn = QuarterTurn();
-    Box expected = {
-        {8, 0, 2},
-        {8, 0, 2}
-    };
-    for (const Box& cell : cells) {
-        // Half the side of the octree's box times the root of three, halved once for each level.
-        float radius = static_cast<float>(std::sqrt(3.0 * 0.25 * size.x * size.x));
-        for (float side = size.x; side > cell.high.x - cell.low.x; side *= 0.5f) radius *= 0.5f;
-        const IDX_Point centre = {
-            (cell.low.x + cell.high.x) * 0.5f, (cell.low.y + cell.high.y) * 0.5f,
-            (cell.low.z + cell.high.z) * 0.5f};
-        Services::EnlargeBoxSphere(expected.low, expected.high, centre, radius, turn);
-    }
+    const IDX_Point start = {8, 0, 2};
+    Box expected = {start, start};
+    CountingOctree all(octree);
+    EnlargeByCells(all, {}, centre, size, radius, expected);
+    Box box = {start, start};
     CountingOctree counting(octree);
-    Box box = {
-        {8, 0, 2},
-        {8, 0, 2}
-    };
-    EXPECT_EQ(PLMIdxWTOctreeServices(counting).ExpandBox(box.low, box.high, turn), IDX_S_OK);
-    for (float IDX_Point::*axis : {&IDX_Point::x, &IDX_Point::y, &IDX_Point::z}) {
-        EXPECT_NEAR(box.low.*axis, expected.low.*axis, 1e-5f);
-        EXPECT_NEAR(box.high.*axis, expected.high.*axis, 1e-5f);
+    PLMIdxWTOctreeServices services(counting);
+    EXPECT_EQ(services.ExpandBox(box.low, box.high, QuarterTurn()), IDX_S_OK);
+    for (std::size_t i = 0; i < 6; ++i) {
+        EXPECT_NEAR(Numbers(box)[i], Numbers(expected)[i], 1e-5f);
     }
     EXPECT_GT(counting.nTests, 8);
     EXPECT_LT(counting.nTests, all.nTests);

@@ -17,21 +17,17 @@ constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kMax = std::numeric_limits<float>::max();
 
-struct DepthCase {
+// clang-format off
+const struct {
     const char* name;
     IDX_Point extent;
     int maxDepth;
     float voxelSize;
     IDX_Bool useVoxelSize;
-    int ofStream;
-    int ofMesh;
-};
-
-// clang-format off
-const DepthCase kDepthCases[] = {
+    int ofStream, ofMesh;
+} kDepthCases[] = {
     {"side met exactly",          {16, 16, 16},    6,  1,    IDX_True,  4,  4},
     {"one halving too far",       {10, 10, 10},    6,  1,    IDX_True,  3,  4},
-    {"no wanted side",            {10, 10, 10},    6,  0,    IDX_True,  6,  6},
     {"coarsest",                  {10, 10, 10},    1,  0,    IDX_True,  2,  2},
     {"negative depth",            {10, 10, 10},   -3,  0,    IDX_True,  2,  2},
     {"side above the whole box",  {1, 1, 1},       6,  100,  IDX_True,  2,  2},
@@ -44,7 +40,7 @@ const DepthCase kDepthCases[] = {
 // clang-format on
 
 TEST(Builder, ChoosesTheDepth) {
-    for (const DepthCase& row : kDepthCases) {
+    for (const auto& row : kDepthCases) {
         SCOPED_TRACE(row.name);
         PLMIdxOctreeBuilder builder;
         builder.SetParameters(row.maxDepth, row.voxelSize, row.useVoxelSize);
@@ -56,12 +52,9 @@ TEST(Builder, ChoosesTheDepth) {
         ASSERT_EQ(Draw(builder, corners), IDX_S_OK);
         EXPECT_EQ(builder.GetDepth(), row.ofMesh);
     }
-}
-
-TEST(Builder, RefusesADepthThatIsNotCounted) {
-    PLMIdxOctreeBuilder builder;
-    builder.SetParameters(PLMIdxWTWorkingOctree::MAXDEPTH, 0, IDX_False);
-    EXPECT_EQ(builder.Init({0, 0, 0}, {1e6f, 1, 1}), IDX_E_FAIL);
+    PLMIdxOctreeBuilder tooDeep;
+    tooDeep.SetParameters(PLMIdxWTWorkingOctree::MAXDEPTH, 0, IDX_False);
+    EXPECT_EQ(tooDeep.Init({0, 0, 0}, {1e6f, 1, 1}), IDX_E_FAIL);
 }
 
 // Small and far objects
@@ -90,15 +83,12 @@ TEST(SmallAndFar, BecomesOneFullBox) {
     EXPECT_EQ(size.z, 1.75000025f + 0.75000025f);
 }
 
-struct PrecisionCase {
-    const char* value;  ///< of IDX_BBOX_SMALL_FAR_PRECISION, null when it isn't set
-    IDX_Point low;
-    IDX_Point high;
-    bool smallAndFar;
-};
-
 // clang-format off
-const PrecisionCase kPrecisionCases[] = {
+const struct PrecisionCase {
+    const char* value;  ///< of IDX_BBOX_SMALL_FAR_PRECISION, null when it isn't set
+    IDX_Point low, high;
+    bool smallAndFar;
+} kPrecisionCases[] = {
     {nullptr,       kFarLow,    kFarHigh,        true},
     {nullptr,       {0, 0, 0},  {1, 1, 1},       false},
     {nullptr,       {0, 0, 5},  {1, 1, 5},       true},
@@ -151,20 +141,14 @@ TEST(Stream, WithoutARootNothingIsTouched) {
 
 // Whole meshes
 
-struct InputCase {
+// clang-format off
+const struct {
     const char* name;
     long int status;
     int depth;
-    std::size_t solid;
+    std::ptrdiff_t solid;
     void (*spoil)(Mesh& cube);
-};
-
-void SetPoint(Mesh& mesh, std::size_t index, IDX_Point point) {
-    mesh.points[index] = point;
-}
-
-// clang-format off
-const InputCase kInputCases[] = {
+} kInputCases[] = {
     {"as it is",                 IDX_S_OK,   3, 512, [](Mesh&) {}},
     {"no points",                IDX_S_OK,   0, 0,   [](Mesh& m) { m.points.clear(); }},
     {"no triangles",             IDX_S_OK,   0, 0,   [](Mesh& m) { m.triangles.clear(); }},
@@ -178,14 +162,14 @@ const InputCase kInputCases[] = {
     {"1e30 in size",             IDX_S_OK,   3, 512, [](Mesh& m) { m = BoxMesh({-1e30f, -1e30f, -1e30f}, {1e30f, 1e30f, 1e30f}); }},
     {"denormal size",            IDX_S_OK,   3, 512, [](Mesh& m) { m = BoxMesh({0, 0, 0}, {1e-38f, 1e-38f, 1e-38f}); }},
     {"wider than a float",       IDX_S_OK,   3, 1,   [](Mesh& m) { m = BoxMesh({-kMax, -kMax, -kMax}, {kMax, kMax, kMax}); }},
-    {"infinite",                 IDX_S_OK,   3, 1,   [](Mesh& m) { SetPoint(m, 7, {kInf, 1, 1}); SetPoint(m, 0, {0, -kInf, 0}); }},
+    {"infinite",                 IDX_S_OK,   3, 1,   [](Mesh& m) { m.points[7] = {kInf, 1, 1}; m.points[0] = {0, -kInf, 0}; }},
 };
 // clang-format on
 
 TEST(WholeMesh, OddInputHasItsStatusAndTheBuilderGoesOn) {
     TraceRecorder trace;
     const Mesh cube = BoxMesh({0, 0, 0}, {1, 1, 1});
-    for (const InputCase& row : kInputCases) {
+    for (const auto& row : kInputCases) {
         SCOPED_TRACE(row.name);
         PLMIdxOctreeBuilder builder;
         builder.SetParameters(3, 0, IDX_False);
@@ -196,8 +180,7 @@ TEST(WholeMesh, OddInputHasItsStatusAndTheBuilderGoesOn) {
         EXPECT_EQ(Draw(builder, mesh), row.status);
         EXPECT_EQ(builder.GetDepth(), row.depth);
         const std::vector<bool> solid = SolidCells(builder.GetOctree());
-        EXPECT_EQ(
-            static_cast<std::size_t>(std::count(solid.begin(), solid.end(), true)), row.solid);
+        EXPECT_EQ(std::count(solid.begin(), solid.end(), true), row.solid);
         ASSERT_EQ(Draw(builder, cube), IDX_S_OK);
         EXPECT_EQ(ImageOf(builder), before);
     }
@@ -209,21 +192,20 @@ TEST(WholeMesh, OddInputHasItsStatusAndTheBuilderGoesOn) {
 
 /// Answers each triangle with one status and draws none.
 struct Refusing : PLMIdxOctreeBuilder {
-    long int answer;
-    int calls = 0;
-
-    explicit Refusing(long int iAnswer) : answer(iAnswer) {}
+    explicit Refusing(long int iAnswer) : answer(iAnswer) { SetParameters(4, 0, IDX_False); }
     long int DrawTriangle(IDX_Point const&, IDX_Point const&, IDX_Point const&) override {
         ++calls;
         return answer;
     }
+
+    long int answer;
+    int calls = 0;
 };
 
 TEST(WholeMesh, GoesThroughTheSlotOfDrawTriangle) {
     const Mesh cube = BoxMesh({0, 0, 0}, {1, 1, 1});
     TraceRecorder trace;
     Refusing outside(IDX_S_NOTHING_DONE);
-    outside.SetParameters(4, 0, IDX_False);
     EXPECT_EQ(Draw(outside, cube), IDX_S_OK);
     EXPECT_EQ(outside.calls, 12);
     EXPECT_EQ(
@@ -231,7 +213,6 @@ TEST(WholeMesh, GoesThroughTheSlotOfDrawTriangle) {
         Lines{"PLMIdxOctreeBuilder.DrawTriangles - 12 / 12 triangles outside initial BB!!"});
     for (const long int failure : {IDX_E_FAIL, 0x80004005L}) {
         Refusing failing(failure);
-        failing.SetParameters(4, 0, IDX_False);
         EXPECT_EQ(Draw(failing, cube), IDX_E_FAIL);
         EXPECT_EQ(failing.calls, 3) << "once for each depth from 4 to 2";
         EXPECT_EQ(trace.Take(), Lines(3, "PLMIdxOctreeBuilder.DrawTriangles.DrawTriangle"));

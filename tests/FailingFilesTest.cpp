@@ -1,8 +1,7 @@
 // System calls that fail: each call of a run once, and all from each call on. A write that was refused says
 // so with its tag, and one that was taken is in the file, or its loss is told.
 
-#include "TemporaryFolder.h"
-#include "TraceRecorder.h"
+#include "FileCase.h"
 
 #include "IDX_WT_File.h"
 #include "IdxFile.h"
@@ -10,69 +9,57 @@
 #include <cerrno>
 #include <cstdio>
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <sys/uio.h>
 #include <vector>
 
 namespace {
 
-struct Failures {
-    int calls = 0;
-    int from = 0;  ///< the first call that fails, counted from 1; 0 for none
-    int to = 0;
-    int error = ENOSPC;
+int calls = 0;
+int firstRefused = 0;  ///< counted from 1
+int lastRefused = 0;
 
-    bool Next() {
-        ++calls;
-        if (calls < from || calls > to) return false;
-        errno = error;
-        return true;
+/// Calls the genuine function, or gives what it gives when the disk is full.
+template <class Result, class... Parameters, class... Arguments>
+Result Call(Result (*)(Parameters...), const char* name, Result failure, Arguments... arguments) {
+    ++calls;
+    if (calls >= firstRefused && calls <= lastRefused) {
+        errno = ENOSPC;
+        return failure;
     }
-};
-Failures failures;
-
-template <class Function>
-Function* Genuine(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+    return reinterpret_cast<Result (*)(Parameters...)>(dlsym(RTLD_NEXT, name))(arguments...);
 }
 
 }  // namespace
 
+#pragma GCC visibility push(default)
 extern "C" {
 
-__attribute__((visibility("default"))) ssize_t pread(int d, void* data, size_t size, off_t at) {
-    static auto* genuine = Genuine<decltype(pread)>("pread");
-    return failures.Next() ? -1 : genuine(d, data, size, at);
+ssize_t pread(int d, void* data, size_t size, off_t at) {
+    return Call(pread, "pread", ssize_t{-1}, d, data, size, at);
 }
 
-__attribute__((visibility("default"))) ssize_t pwrite(
-    int d, const void* data, size_t size, off_t at) {
-    static auto* genuine = Genuine<decltype(pwrite)>("pwrite");
-    return failures.Next() ? -1 : genuine(d, data, size, at);
+ssize_t pwrite(int d, const void* data, size_t size, off_t at) {
+    return Call(pwrite, "pwrite", ssize_t{-1}, d, data, size, at);
 }
 
-__attribute__((visibility("default"))) ssize_t pwritev(
-    int d, const struct iovec* pieces, int nPieces, off_t at) {
-    static auto* genuine = Genuine<decltype(pwritev)>("pwritev");
-    return failures.Next() ? -1 : genuine(d, pieces, nPieces, at);
+ssize_t pwritev(int d, const struct iovec* pieces, int nPieces, off_t at) {
+    return Call(pwritev, "pwritev", ssize_t{-1}, d, pieces, nPieces, at);
 }
 
-__attribute__((visibility("default"))) int fallocate(int d, int mode, off_t at, off_t size) {
-    static auto* genuine = Genuine<decltype(fallocate)>("fallocate");
-    return failures.Next() ? -1 : genuine(d, mode, at, size);
+int fallocate(int d, int mode, off_t at, off_t size) {
+    return Call(fallocate, "fallocate", -1, d, mode, at, size);
 }
 
-__attribute__((visibility("default"))) int fseek(FILE* stream, long offset, int whence) {
-    static auto* genuine = Genuine<decltype(fseek)>("fseek");
-    return failures.Next() ? -1 : genuine(stream, offset, whence);
+int fseek(FILE* stream, long offset, int whence) {
+    return Call(fseek, "fseek", -1, stream, offset, whence);
 }
 
-__attribute__((visibility("default"))) FILE* fopen(const char* path, const char* mode) {
-    static auto* genuine = Genuine<decltype(fopen)>("fopen");
-    return failures.Next() ? nullptr : genuine(path, mode);
+FILE* fopen(const char* path, const char* mode) {
+    return Call(fopen, "fopen", static_cast<FILE*>(nullptr), path, mode);
 }
 
 }  // extern "C"
+#pragma GCC visibility pop
 
 namespace {
 
@@ -105,7 +92,7 @@ struct Expected {
     }
 };
 
-class FailingFiles : public testing::TestWithParam<std::size_t> {
+class FailingFiles : public FileCase, public testing::WithParamInterface<std::size_t> {
 protected:
     FailingFiles() { IdxFile::SetPageMemory(GetParam()); }
     ~FailingFiles() override { IdxFile::SetPageMemory(std::size_t{256} << 20U); }
@@ -150,7 +137,9 @@ protected:
         SetContent(path, std::string(9001, 'o'));
         _expected = {};
         _expected.Put(0, std::string(9001, 'o'), true);
-        failures = {0, from, to, ENOSPC};
+        calls = 0;
+        firstRefused = from;
+        lastRefused = to;
         const bool opened = _file.OpenWrite(path.c_str()) == IDX_True;
         const Lines tags = _trace.Take();
         if (opened) {
@@ -167,8 +156,7 @@ protected:
             EXPECT_EQ(_file.IsOpened(), IDX_False);
         }
         _file.Close();
-        _calls = failures.calls;
-        failures = {};
+        lastRefused = 0;
         return _trace.Take();
     }
 
@@ -185,11 +173,8 @@ protected:
         Read(16000, 8300);
     }
 
-    TemporaryFolder _folder;
-    TraceRecorder _trace;
     IDX_WT_File _file;
     Expected _expected;
-    int _calls = 0;
 };
 
 }  // namespace
@@ -197,7 +182,7 @@ protected:
 TEST_P(FailingFiles, OneFailureLosesNothingThatWasTaken) {
     EXPECT_EQ(Run(0, 0), Lines());
     EXPECT_TRUE(_expected.Meets(ContentOf(_folder / "file")));
-    const int nCalls = _calls;
+    const int nCalls = calls;
     EXPECT_GT(nCalls, 5);
     for (int n = 1; n <= nCalls && !HasFailure(); ++n) {
         SCOPED_TRACE(n);
@@ -208,7 +193,7 @@ TEST_P(FailingFiles, OneFailureLosesNothingThatWasTaken) {
 
 TEST_P(FailingFiles, WhatIsLostToADeadDiskIsTold) {
     Run(0, 0);
-    const int nCalls = _calls;
+    const int nCalls = calls;
     for (int n = 1; n <= nCalls && !HasFailure(); ++n) {
         SCOPED_TRACE(n);
         const Lines tags = Run(n, nCalls * 100);

@@ -1,14 +1,11 @@
 // Random sequences of operations over several objects that share files, beside a flat model: a string
 // of bytes for each file, and a mode and a size for each spelling of its path.
 
-#include "TemporaryFolder.h"
-#include "TraceRecorder.h"
+#include "FileCase.h"
 
 #include "IDX_WT_File.h"
 #include "IdxFile.h"
 
-#include <gtest/gtest.h>
-#include <map>
 #include <random>
 
 namespace {
@@ -16,7 +13,8 @@ namespace {
 enum Mode { Closed, Reading, Writing };
 
 struct ModelEntry {
-    std::string* content = nullptr;  ///< of the file, shared by all spellings of its path
+    std::string path;
+    std::string* content;  ///< of the file, shared by all spellings of its path
     Mode mode = Closed;
     unsigned int size = 0;
 };
@@ -26,16 +24,12 @@ std::string PastTheEnd(unsigned int offset, unsigned int fileSize, unsigned int 
            ",fSize=" + std::to_string(fileSize) + ",dSize=" + std::to_string(size) + "]";
 }
 
-class FileModel : public testing::TestWithParam<std::size_t> {
+class FileModel : public FileCase, public testing::WithParamInterface<std::size_t> {
 protected:
     static constexpr unsigned int kObjects = 4;
 
     FileModel() {
-        const std::string folder = _folder / "";
-        for (const char* name : {"a", "b"}) SetContent(folder + name, "");
-        _entries[folder + "a"].content = &_a;
-        _entries[folder + "./a"].content = &_a;
-        _entries[folder + "b"].content = &_b;
+        for (const ModelEntry& entry : _entries) SetContent(entry.path, "");
     }
 
     void TearDown() override {
@@ -71,39 +65,32 @@ protected:
         if (end > entry.size) entry.size = (end + 3) & ~3u;
     }
 
-    void Expect(IDX_Bool result, const Lines& tags) {
-        EXPECT_EQ(result, tags.empty() ? IDX_True : IDX_False);
-        EXPECT_EQ(_trace.Take(), tags);
-    }
-
     void Open(unsigned int object);
-    void Append(unsigned int object);
-    void Overwrite(unsigned int object);
+    void Write(unsigned int object, bool appends);
     void Read(unsigned int object);
     void Release(unsigned int object, bool close);
     void Step();
 
-    TemporaryFolder _folder;
-    TraceRecorder _trace;
     std::string _a;
     std::string _b;
-    std::map<std::string, ModelEntry> _entries;
+    ModelEntry _entries[3] = {
+        {_folder / "a",   &_a},
+        {_folder / "./a", &_a},
+        {_folder / "b",   &_b}
+    };
     IDX_WT_File _files[kObjects];
     ModelEntry* _of[kObjects] = {};
     std::mt19937_64 _random;
 };
 
 void FileModel::Open(unsigned int object) {
-    const auto chosen = std::next(_entries.begin(), Random(3));
-    ModelEntry& entry = chosen->second;
+    ModelEntry& entry = _entries[Random(3)];
     const bool write = entry.mode == Closed ? Random(3) != 0 : entry.mode == Writing;
     if (write && _of[object] != nullptr) _of[object]->mode = Closed;
     // The other spelling sees what is in the file.
     for (IDX_WT_File& file : _files) file.Flush();
-    Expect(
-        write ? _files[object].OpenWrite(chosen->first.c_str())
-              : _files[object].OpenRead(chosen->first.c_str()),
-        {});
+    const char* path = entry.path.c_str();
+    Expect(write ? _files[object].OpenWrite(path) : _files[object].OpenRead(path));
     if (entry.mode == Closed) {
         entry.size = static_cast<unsigned int>(entry.content->size());
         if (write) entry.size = (entry.size + 3) & ~3u;
@@ -112,60 +99,43 @@ void FileModel::Open(unsigned int object) {
     _of[object] = &entry;
 }
 
-void FileModel::Append(unsigned int object) {
+void FileModel::Write(unsigned int object, bool appends) {
     const std::string bytes = RandomBytes(RandomSize());
-    const IDX_Bool result =
-        _files[object].Write(bytes.data(), static_cast<unsigned int>(bytes.size()));
-    ModelEntry* entry = _of[object];
-    if (entry == nullptr || entry->mode != Writing) {
-        return Expect(result, {"IDX_WT_File.Write.InvalidFile"});
-    }
-    Expect(result, {});
-    Put(*entry, entry->size, bytes);
-}
-
-void FileModel::Overwrite(unsigned int object) {
-    const std::string bytes = RandomBytes(RandomSize());
-    ModelEntry* entry = _of[object];
-    const unsigned int offset = entry != nullptr ? RandomOffset(*entry) : 0;
-    const IDX_Bool result =
-        _files[object].WriteAt(offset, bytes.data(), static_cast<unsigned int>(bytes.size()));
-    if (entry == nullptr || entry->mode != Writing) {
-        return Expect(result, {"IDX_WT_File.Write.InvalidFile"});
-    }
-    Expect(result, {});
-    Put(*entry, offset, bytes);
+    const auto size = static_cast<unsigned int>(bytes.size());
+    IDX_WT_File& file = _files[object];
+    ModelEntry& entry = *_of[object];
+    const unsigned int offset = appends ? entry.size : RandomOffset(entry);
+    const bool isOpen = entry.mode == Writing;
+    Expect(
+        appends ? file.Write(bytes.data(), size) : file.WriteAt(offset, bytes.data(), size),
+        isOpen ? Lines() : Lines{"IDX_WT_File.Write.InvalidFile"});
+    if (isOpen) Put(entry, offset, bytes);
 }
 
 void FileModel::Read(unsigned int object) {
-    ModelEntry* entry = _of[object];
-    const unsigned int offset = entry != nullptr ? RandomOffset(*entry) : 0;
+    const ModelEntry& entry = *_of[object];
+    const unsigned int offset = RandomOffset(entry);
     std::string bytes(RandomSize(), ' ');
     const auto size = static_cast<unsigned int>(bytes.size());
     const IDX_Bool result = _files[object].ReadAt(offset, bytes.data(), size);
-    if (entry == nullptr || entry->mode == Closed) {
-        return Expect(result, {"IDX_WT_File.ReadAt.InvalidFile"});
+    if (entry.mode == Closed) return Expect(result, {"IDX_WT_File.ReadAt.InvalidFile"});
+    if (offset + size > entry.content->size()) {
+        return Expect(result, {PastTheEnd(offset, entry.size, size)});
     }
-    if (offset + size > entry->content->size()) {
-        return Expect(result, {PastTheEnd(offset, entry->size, size)});
-    }
-    Expect(result, {});
-    EXPECT_EQ(bytes, entry->content->substr(offset, size));
+    Expect(result);
+    EXPECT_EQ(bytes, entry.content->substr(offset, size));
 }
 
 void FileModel::Release(unsigned int object, bool close) {
-    ModelEntry* entry = _of[object];
-    const bool writing = entry != nullptr && entry->mode == Writing;
+    ModelEntry& entry = *_of[object];
+    const bool writing = entry.mode == Writing;
     if (close) {
         EXPECT_EQ(_files[object].Close(), IDX_True);
-        if (entry != nullptr) entry->mode = Closed;
+        entry.mode = Closed;
     } else {
         _files[object].Flush();
     }
-    for (const auto& [path, known] : _entries) {
-        if (!writing || &known != entry) continue;
-        EXPECT_TRUE(ContentOf(path) == *entry->content) << path;
-    }
+    EXPECT_TRUE(!writing || ContentOf(entry.path) == *entry.content) << entry.path;
 }
 
 void FileModel::Step() {
@@ -174,8 +144,7 @@ void FileModel::Step() {
     if (kind < 4) return Open(object);
     if (kind < 5) return Release(object, true);
     if (kind < 8) return Release(object, false);
-    if (kind < 35) return Append(object);
-    return kind < 65 ? Overwrite(object) : Read(object);
+    return kind < 65 ? Write(object, kind < 35) : Read(object);
 }
 
 }  // namespace
@@ -189,7 +158,6 @@ TEST_P(FileModel, AgreesOnResultsSizesBytesAndTrace) {
         for (int step = 0; step < 400 && !HasFailure(); ++step) {
             Step();
             for (unsigned int i = 0; i < kObjects; ++i) {
-                if (_of[i] == nullptr) continue;
                 EXPECT_EQ(_files[i].GetSize(), _of[i]->size);
                 EXPECT_EQ(_files[i].IsOpened() == IDX_True, _of[i]->mode != Closed);
                 EXPECT_EQ(_files[i].IsReadWrite() == IDX_True, _of[i]->mode == Writing);

@@ -6,7 +6,6 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
-#include <map>
 
 namespace {
 
@@ -35,35 +34,6 @@ struct OpenWriter : PLMIdxWTOptimOctree_0 {
     Bytes Records() const { return Bytes(_buffer, _buffer + _size); }
 };
 
-/// An octree of another form: the states of its cells, by path. Cells not in the map are empty.
-struct MapOctree : PLMIdxIBaseOctree {
-    std::map<Path, IDX_Base_Octree_TestResult> cells;
-    mutable std::vector<Path> paths = {{}};  ///< an iterator's offset is an index into these
-
-    explicit MapOctree(unsigned int depth) : PLMIdxIBaseOctree(IDX_WORKING_OCTREE) {
-        _depth = depth;
-    }
-
-    IDX_Base_Octree_TestResult Test(const Iterator& iterator, unsigned int child) const override {
-        Path path = paths[iterator.offset];
-        path.push_back(child);
-        const auto found = cells.find(path);
-        return found == cells.end() ? OCTREE_EMPTY : found->second;
-    }
-
-    long int Move(Iterator& iterator, unsigned int child) const override {
-        paths.push_back(paths[iterator.offset]);
-        paths.back().push_back(child);
-        iterator.offset = static_cast<unsigned int>(paths.size() - 1);
-        ++iterator.depth;
-        return IDX_S_OK;
-    }
-
-    int GetSizeInFiles() const override { return 0; }
-    long int Save(IDX_WT_SplittedFile&, unsigned int&, unsigned int&) const override { return 0; }
-    long int Load(void*) override { return 0; }
-};
-
 Iterator At(const PLMIdxIBaseOctree& octree, const Path& path) {
     Iterator iterator;
     for (const unsigned int child : path) EXPECT_EQ(octree.Move(iterator, child), IDX_S_OK);
@@ -87,16 +57,14 @@ TEST(Octrees, NewOnesAreEmpty) {
     const PLMIdxWTWorkingOctree writableWorking;
     const PLMIdxOptimOctree_0 compact;
     const PLMIdxWTOptimOctree_0 writer;
-    for (const PLMIdxIBaseOctree* octree : std::initializer_list<const PLMIdxIBaseOctree*>{
-             &working, &writableWorking, &compact, &writer}) {
-        for (unsigned int child = 0; child < 8; ++child)
-            EXPECT_EQ(octree->Test({}, child), OCTREE_EMPTY);
+    const PLMIdxIBaseOctree* const octrees[] = {&working, &writableWorking, &compact, &writer};
+    for (const PLMIdxIBaseOctree* octree : octrees) {
+        EXPECT_EQ(StateOf(*octree, {5}), OCTREE_EMPTY);
         Iterator iterator;
         EXPECT_EQ(octree->Move(iterator, 3), IDX_E_FAIL);
         EXPECT_EQ(iterator.depth, 1u);
         EXPECT_EQ(iterator.offset, 0u);
         EXPECT_EQ(octree->GetSizeInFiles(), 132);
-        EXPECT_EQ(octree->_version, 1u);
     }
 }
 
@@ -117,28 +85,24 @@ TEST(WorkingOctree, RefusesToBeStored) {
                           "PLMIdxWTWorkingOctree.Load - Not Implemented"}));
 }
 
-struct ResetCase {
-    int depth;
-    unsigned int arena;
-    long int status;
-    unsigned int size;
-    int rootCount;
-};
-
-// clang-format off
-const ResetCase kResetCases[] = {
-    {0,  1024, IDX_S_OK,   0,   0},
-    {1,  1024, IDX_E_FAIL, 0,   0},
-    {2,  160,  IDX_S_OK,   160, 1},
-    {2,  159,  IDX_E_FAIL, 0,   1},
-    {3,  52,   IDX_S_OK,   52,  1},
-    {3,  51,   IDX_E_FAIL, 0,   1},
-    {19, 1024, IDX_S_OK,   52,  1},
-};
-// clang-format on
-
 TEST(WorkingOctree, ResetMakesTheRoot) {
-    for (const ResetCase& row : kResetCases) {
+    const struct {
+        int depth;
+        unsigned int arena;
+        long int status;
+        unsigned int size;
+        int rootCount;
+    } kCases[] = {
+        {0,  1024, IDX_S_OK,   0,   0},
+        {1,  1024, IDX_E_FAIL, 0,   0},
+        {2,  160,  IDX_S_OK,   160, 1},
+        {2,  159,  IDX_E_FAIL, 0,   1},
+        {3,  52,   IDX_S_OK,   52,  1},
+        {3,  51,   IDX_E_FAIL, 0,   1},
+        {19, 1024, IDX_S_OK,   52,  1},
+        {20, 1024, IDX_E_FAIL, 0,   0},
+    };
+    for (const auto& row : kCases) {
         SCOPED_TRACE(testing::Message() << row.depth << " in " << row.arena);
         const ArenaSize arena(row.arena);
         OpenWorking octree(row.depth);
@@ -146,19 +110,14 @@ TEST(WorkingOctree, ResetMakesTheRoot) {
         EXPECT_EQ(octree._size, row.size);
         EXPECT_EQ(octree._nCellsByDepth[0], row.rootCount);
     }
-    OpenWorking tooDeep(PLMIdxWTWorkingOctree::MAXDEPTH);
-    EXPECT_EQ(tooDeep.Reset(), IDX_E_FAIL);
 }
 
 TEST(WorkingOctree, MoveCreateMakesAPathOnce) {
     const ArenaSize arena(212);
     OpenWorking octree(3);
-    for (int time = 0; time < 2; ++time) {
-        octree.Make({6, 3, 5});
-        EXPECT_EQ(octree._size, 212u);
-        for (int level = 0; level < 4; ++level) EXPECT_EQ(octree._nCellsByDepth[level], 1);
-    }
-    EXPECT_EQ(StateOf(octree, {6}), OCTREE_PARTIAL);
+    octree.Make({6, 3, 5});
+    octree.Make({6, 3, 5});
+    EXPECT_EQ(octree._size, 212u);
     EXPECT_EQ(StateOf(octree, {6, 3}), OCTREE_PARTIAL);
     EXPECT_EQ(StateOf(octree, {6, 3, 5}), OCTREE_SURFACE);
     EXPECT_EQ(At(octree, {6}).offset, 52u);
@@ -240,24 +199,6 @@ TEST(WorkingOctree, ReduceDepth) {
     EXPECT_EQ(octree._hasCuboid, 1);
 }
 
-TEST(WorkingOctree, ConstructFromAnyForm) {
-    MapOctree source(3);
-    source.cells = {
-        {{4},       OCTREE_PARTIAL},
-        {{4, 1},    OCTREE_PARTIAL},
-        {{4, 1, 0}, OCTREE_FULL   },
-        {{6},       OCTREE_FULL   },
-    };
-    OpenWorking octree;
-    ASSERT_EQ(octree.ConstructFrom(source), IDX_S_OK);
-    EXPECT_EQ(octree._size, 212u);
-    for (const auto& [path, state] : source.cells) EXPECT_EQ(StateOf(octree, path), state);
-    ASSERT_EQ(octree.ConstructFrom(source, 2), IDX_S_OK);
-    EXPECT_EQ(StateOf(octree, {4, 1}), OCTREE_SURFACE);
-    const ArenaSize arena(211);
-    EXPECT_EQ(OpenWorking().ConstructFrom(source), IDX_E_FAIL);
-}
-
 // The compact form
 
 /// Child 7 of the root is full; in child 0, group 3 holds its cells 0 and 7.
@@ -278,15 +219,6 @@ Bytes ImageOf(const PLMIdxWTOptimOctree_0& octree) {
     return Bytes(block.get(), block.get() + size);
 }
 
-/// Fields of four bytes, one after the other.
-template <class... Fields>
-Bytes Words(Fields... fields) {
-    Bytes bytes(4 * sizeof...(fields));
-    std::size_t at = 0;
-    ((std::memcpy(&bytes[at], &fields, 4), at += 4), ...);
-    return bytes;
-}
-
 TEST(CompactOctree, IsReadWhereItLies) {
     OpenWorking working;
     MakeExample(working);
@@ -299,8 +231,7 @@ TEST(CompactOctree, IsReadWhereItLies) {
     ASSERT_EQ(octree.Load(&image[1]), IDX_S_OK);
     EXPECT_EQ(octree.GetSizeInFiles(), 148);
     EXPECT_EQ(octree._bbSize.y, 5);
-    for (unsigned int child = 1; child < 7; ++child)
-        EXPECT_EQ(octree.Test({}, child), OCTREE_EMPTY);
+    EXPECT_EQ(StateOf(octree, {1}), OCTREE_EMPTY);
     EXPECT_EQ(StateOf(octree, {7}), OCTREE_FULL);
     EXPECT_EQ(StateOf(octree, {0, 3}), OCTREE_PARTIAL);
     EXPECT_EQ(StateOf(octree, {0, 3, 7}), OCTREE_FULL);
@@ -308,12 +239,8 @@ TEST(CompactOctree, IsReadWhereItLies) {
     EXPECT_EQ(At(octree, {0}).offset, 8u);
     EXPECT_EQ(At(octree, {0, 3}).offset, 11u);
     EXPECT_EQ(At(octree, {0, 3, 7}).offset, 0u);
-    for (const unsigned int child : {1u, 7u}) {
-        Iterator iterator;
-        EXPECT_EQ(octree.Move(iterator, child), IDX_E_FAIL);
-        EXPECT_EQ(iterator.depth, 1u);
-        EXPECT_EQ(iterator.offset, 0u);
-    }
+    Iterator iterator;
+    EXPECT_EQ(octree.Move(iterator, 7), IDX_E_FAIL) << "a full cell";
 
     for (const std::size_t changed : {0U, 4U}) {  // kind, version
         Bytes other = ImageOf(writer);
@@ -325,27 +252,39 @@ TEST(CompactOctree, IsReadWhereItLies) {
     EXPECT_EQ(octree._depth, 3u) << "a failed load changes nothing";
     EXPECT_EQ(StateOf(octree, {0, 3, 7}), OCTREE_FULL);
     EXPECT_EQ(writer.Load(&image[1]), IDX_E_FAIL) << "a writer is never a view";
+
+    ASSERT_EQ(working.ConstructFrom(octree), IDX_S_OK) << "the way back";
+    EXPECT_EQ(working._size, 212u);
+    for (const Path& path : {
+             Path{7 },
+             Path{ 0, 3, 0},
+             Path{ 0, 3, 6},
+             Path{ 0, 3, 7}
+    }) {
+        EXPECT_EQ(StateOf(working, path), StateOf(octree, path));
+    }
+    ASSERT_EQ(working.ConstructFrom(octree, 2), IDX_S_OK);
+    EXPECT_EQ(StateOf(working, {0, 3}), OCTREE_SURFACE);
+    const ArenaSize arena(211);
+    EXPECT_EQ(OpenWorking().ConstructFrom(octree), IDX_E_FAIL);
 }
 
 /// A root with the partial children 1 and 6, of which the first has two node sets and the other one.
-MapOctree TwoBranches() {
-    MapOctree source(4);
-    source.cells = {
-        {{1},    OCTREE_PARTIAL},
-        {{1, 0}, OCTREE_PARTIAL},
-        {{1, 3}, OCTREE_PARTIAL},
-        {{2},    OCTREE_SURFACE},
-        {{6},    OCTREE_PARTIAL},
-        {{6, 5}, OCTREE_PARTIAL},
-        {{6, 7}, OCTREE_FULL   },
-    };
-    return source;
-}
+struct TwoBranches : OpenWorking {
+    TwoBranches() : OpenWorking(4) {
+        Make({1, 0});
+        Make({1, 3});
+        Fill({}, 2, OCTREE_SURFACE);
+        Make({6, 5});
+        Fill(At(*this, {6}), 7, OCTREE_FULL);
+    }
+};
 
 TEST(CompactOctree, RecordsStandInTheOrderOfTheWalk) {
     OpenWriter writer;
     ASSERT_EQ(writer.ConstructFrom(TwoBranches()), IDX_S_OK);
-    Bytes expected = Words(0x1034, 8, 0x0041, 24, 0x8400, 40);
+    Bytes expected = {0x34, 0x10, 0, 0, 8,    0,    0, 0, 0x41, 0, 0, 0,
+                      24,   0,    0, 0, 0x00, 0x84, 0, 0, 40,   0, 0, 0};
     expected.resize(48);  // three node sets without a cell
     EXPECT_EQ(writer.Records(), expected);
     EXPECT_EQ(At(writer, {6}).offset, 16u);
@@ -356,29 +295,26 @@ TEST(CompactOctree, SmallSources) {
     OpenWriter writer;
     ASSERT_EQ(writer.ConstructFrom(OpenWorking(0)), IDX_S_OK);
     EXPECT_EQ(writer._buffer, nullptr) << "an empty octree takes no block";
-    EXPECT_EQ(writer.ConstructFrom(MapOctree(1)), IDX_E_FAIL);
-    ASSERT_EQ(writer.ConstructFrom(OpenWorking(2)), IDX_S_OK);
-    EXPECT_EQ(writer.Records(), Bytes(8));
+    EXPECT_EQ(writer.ConstructFrom(OpenWorking(1)), IDX_E_FAIL);
     OpenWorking twoFull(3);
     twoFull.Fill({}, 0, OCTREE_FULL);
     twoFull.Fill({}, 5, OCTREE_FULL);
     ASSERT_EQ(writer.ConstructFrom(twoFull), IDX_S_OK);
-    EXPECT_EQ(writer.Records(), Words(0x0802, 0));
-    OpenWorking surface(2);
-    for (unsigned int cell = 0; cell < 8; ++cell) surface.Make({4, cell});
-    ASSERT_EQ(writer.ConstructFrom(surface), IDX_S_OK);
-    EXPECT_EQ(writer.Records(), (Bytes{0, 0, 0, 0, 255, 0, 0, 0}));
+    EXPECT_EQ(writer.Records(), (Bytes{0x02, 0x08, 0, 0, 0, 0, 0, 0}));
+    ASSERT_EQ(writer.ConstructFrom(OpenWorking(2)), IDX_S_OK);
+    EXPECT_EQ(writer.Records(), Bytes(8));
     EXPECT_EQ(writer._FillCell({}, 1), 1);
     EXPECT_EQ(writer._FillCell(At(writer, {2}), 6), 1);
     EXPECT_EQ(writer._FillCell(At(writer, {2, 6}), 0), IDX_E_FAIL);
-    EXPECT_EQ(writer.Records(), (Bytes{0, 255, 64, 0, 255, 0, 0, 0}));
+    EXPECT_EQ(writer.Records(), (Bytes{0, 255, 64, 0, 0, 0, 0, 0}));
 }
 
 TEST(CompactOctree, AFullBlockAndTheFullOctree) {
-    struct {
+    const TwoBranches source;
+    const struct {
         unsigned int block;
         const char* tag;
-    } const kCases[] = {
+    } kCases[] = {
         {48, nullptr                                                            },
         {47, "PLMIdxWTOptimOctree_0._SubConstructFrom._AllocOptim(NodeSetOptim)"},
         {23, "PLMIdxWTOptimOctree_0._SubConstructFrom._AllocOptim(NodeOptim)"   },
@@ -388,7 +324,7 @@ TEST(CompactOctree, AFullBlockAndTheFullOctree) {
         const ArenaSize arena(row.block);
         TraceRecorder trace;
         OpenWriter writer;
-        EXPECT_EQ(writer.ConstructFrom(TwoBranches()), row.tag ? IDX_E_FAIL : IDX_S_OK);
+        EXPECT_EQ(writer.ConstructFrom(source), row.tag ? IDX_E_FAIL : IDX_S_OK);
         const Lines full = {"PLMIdxWTOptimOctree_0._Alloc.MaxSize", row.tag ? row.tag : ""};
         EXPECT_EQ(trace.Take(), row.tag ? full : Lines());
     }
@@ -397,7 +333,7 @@ TEST(CompactOctree, AFullBlockAndTheFullOctree) {
     EXPECT_EQ(writer.Records(), Bytes(8, 255));
     EXPECT_EQ(writer._depth, 2u);
     EXPECT_EQ(writer._bbOrigin.z, 3);
-    ASSERT_EQ(writer.ConstructFrom(TwoBranches()), IDX_S_OK) << "takes a whole block again";
+    ASSERT_EQ(writer.ConstructFrom(source), IDX_S_OK) << "takes a whole block again";
     EXPECT_EQ(writer._size, 48u);
 }
 
@@ -405,14 +341,14 @@ TEST(CompactOctree, EqualityLooksAtTheCellsAlone) {
     OpenWriter a;
     OpenWriter b;
     EXPECT_TRUE(a == b);
-    MapOctree source = TwoBranches();
+    TwoBranches source;
     ASSERT_EQ(a.ConstructFrom(source), IDX_S_OK);
     EXPECT_FALSE(a == b);
     source._bbSize = {9, 9, 9};
     source._hasCuboid = 1;
     ASSERT_EQ(b.ConstructFrom(source), IDX_S_OK);
     EXPECT_TRUE(a == b);
-    source.cells[{6, 5, 7}] = OCTREE_FULL;
+    source.Fill(At(source, {6, 5}), 7, OCTREE_FULL);
     ASSERT_EQ(b.ConstructFrom(source), IDX_S_OK);
     EXPECT_FALSE(a == b);
     ASSERT_EQ(a.ConstructFrom(OpenWorking(2)), IDX_S_OK);

@@ -42,30 +42,31 @@ bool areDirectoriesGone = false;
 
 // The program's own services, which the libraries call.
 
-__attribute__((visibility("default"))) void* operator new(
-    std::size_t size, const std::nothrow_t&) noexcept {
+#pragma GCC visibility push(default)
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return IsRefused() ? nullptr : ::operator new(size);
 }
 
-__attribute__((visibility("default"))) void* operator new[](
-    std::size_t size, const std::nothrow_t&) noexcept {
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     return IsRefused() ? nullptr : ::operator new[](size);
 }
 
-extern "C" __attribute__((visibility("default"))) int fclose(FILE* stream) {
+extern "C" int fclose(FILE* stream) {
     static auto* genuine = reinterpret_cast<decltype(fclose)*>(dlsym(RTLD_NEXT, "fclose"));
     if (atClose != nullptr) atClose(stream);
     return genuine(stream);
 }
 
 /// The destructor of the directory manager, as the end of the process calls it.
-extern "C" __attribute__((visibility("default"))) void _ZN22PLMIdxDirectoryManagerD1Ev(
-    PLMIdxDirectoryManager* manager) {
+extern "C" void _ZN22PLMIdxDirectoryManagerD1Ev(PLMIdxDirectoryManager* manager) {
     static auto* genuine = reinterpret_cast<void (*)(PLMIdxDirectoryManager*)>(
         dlsym(RTLD_NEXT, "_ZN22PLMIdxDirectoryManagerD1Ev"));
     genuine(manager);
     areDirectoriesGone = true;
 }
+
+#pragma GCC visibility pop
 
 namespace {
 
@@ -162,39 +163,29 @@ TEST(CommandLine, TextsAndStore) {
         const char* outcome;
         const char* messages;  ///< shown before the usage text; null without that
     } const rows[] = {
-        {"",                             "0",                      nullptr                                                    },
-        {"-in a -fast -hidden c -old d", "0 in=a fast= hidden=c",  nullptr                                                    },
-        {"-fast -größe b",             "0 fast= größe=b",      nullptr                                                    },
-        {"-h",                           "1",                      ""                                                         },
-        {"-help stray",                  "1",                      ""                                                         },
-        {"-in a -? stray",               "1 in=a",                 ""                                                         },
-        {"-fast -help",                  "1 fast=",                ""                                                         },
-        {"-in -h",                       "failed",                 "I: Error: A value is mandatory after -in.\n"              },
-        {"-in h help",                   "failed in=h",            "I: Error: Unknown command line argument: help\n"          },
-        {"-helpme",                      "failed",                 "I: Error: Parameter -helpme is unknown.\n"                },
-        {"stray -in a",                  "failed",                 "I: Error: Unknown command line argument: stray\n"         },
-        {"-in a %s",                     "failed in=a",            "I: Error: Unknown command line argument: %s\n"            },
-        {"_ a",                          "failed",                 "I: Error: Unknown command line argument: \n"              },
-        {"- a",                          "failed",                 "I: Error: Parameter - is unknown.\n"                      },
-        {"-IN -h",                       "failed",                 "I: Error: Parameter -IN is unknown.\n"                    },
-        {"-%n",                          "failed",                 "I: Error: Parameter -%n is unknown.\n"                    },
-        {"-in _",                        "0 in=",                  nullptr                                                    },
-        {"-in %s",                       "0 in=%s",                nullptr                                                    },
-        {"-in",                          "failed",                 "I: Error: A value is mandatory after -in.\n"              },
-        {"-in -5",                       "failed",                 "I: Error: A value is mandatory after -in.\n"              },
-        {"-old",                         "failed",                 "I: Error: A value is mandatory after -old.\n"             },
-        {"-c -in a",                     "failed",                 "I: Error: A value is mandatory after -c.\n"               },
-        {"-fast x",                      "failed",                 "I: Error: x is unexpected ! Parameter -fast is boolean.\n"},
-        {"-fast _",                      "failed",                 "I: Error:  is unexpected ! Parameter -fast is boolean.\n" },
-        {"-in a -in b",                  "failed in=a",            "I: Error: Parameter -in is defined twice.\n"              },
-        {"-fast -fast",                  "failed fast=",           "I: Error: Parameter -fast is defined twice.\n"            },
-        {"-old 1 -old 2",                "0",                      nullptr                                                    },
-        {"-c A=1 -c A=2=3= -c B==",      "0 (A|1) (A|2=3=) (B|=)", nullptr                                                    },
-        {"-c A=1 -c B -c C=1",           "failed (A|1)",           noPair                                                     },
-        {"-c =x",                        "failed",                 noPair                                                     },
-        {"-c =",                         "failed",                 noPair                                                     },
-        {"-c _",                         "failed",                 noPair                                                     },
-        {"-c %d=",                       "failed",                 noValue                                                    },
+        {"",                              "0",                      nullptr                                                    },
+        {"-in %s -fast -hidden c -old d", "0 in=%s fast= hidden=c", nullptr                                                    },
+        {"-fast -h",                      "1 fast=",                ""                                                         },
+        {"-in a -? stray",                "1 in=a",                 ""                                                         },
+        {"-in -h",                        "failed",                 "I: Error: A value is mandatory after -in.\n"              },
+        {"-in h help",                    "failed in=h",            "I: Error: Unknown command line argument: help\n"          },
+        {"-helpme",                       "failed",                 "I: Error: Parameter -helpme is unknown.\n"                },
+        {"-in a %s",                      "failed in=a",            "I: Error: Unknown command line argument: %s\n"            },
+        {"_ a",                           "failed",                 "I: Error: Unknown command line argument: \n"              },
+        {"- a",                           "failed",                 "I: Error: Parameter - is unknown.\n"                      },
+        {"-IN%n -help",                   "failed",                 "I: Error: Parameter -IN%n is unknown.\n"                  },
+        {"-in _ -größe b",              "0 in= größe=b",        nullptr                                                    },
+        {"-old",                          "failed",                 "I: Error: A value is mandatory after -old.\n"             },
+        {"-c -in a",                      "failed",                 "I: Error: A value is mandatory after -c.\n"               },
+        {"-fast x",                       "failed",                 "I: Error: x is unexpected ! Parameter -fast is boolean.\n"},
+        {"-in a -in b",                   "failed in=a",            "I: Error: Parameter -in is defined twice.\n"              },
+        {"-fast -fast",                   "failed fast=",           "I: Error: Parameter -fast is defined twice.\n"            },
+        {"-old 1 -old 2",                 "0",                      nullptr                                                    },
+        {"-c A=1 -c A=2=3= -c B==",       "0 (A|1) (A|2=3=) (B|=)", nullptr                                                    },
+        {"-c A=1 -c B -c C=1",            "failed (A|1)",           noPair                                                     },
+        {"-c =x",                         "failed",                 noPair                                                     },
+        {"-c _",                          "failed",                 noPair                                                     },
+        {"-c %d=",                        "failed",                 noValue                                                    },
     };
     for (const auto& row : rows) {
         const std::string shown = row.messages != nullptr ? row.messages + kUsage : "";
@@ -227,15 +218,13 @@ TEST(CommandLine, ANameIsDeclaredOnce) {
     const std::string text = InChild([] {
         Tool tool;
         for (const char* name : {"in", "old", "c"}) {
-            const long int results[] = {
-                tool.reader.DeclareParameter(name, true, true, "a usage of its own"),
-                tool.reader.IgnoreParameter(name),
-                tool.reader.RedirectParameter(name, &tool.connexion)};
-            for (const long int result : results) std::printf("%d", result == IDX_E_FAIL);
+            EXPECT_EQ(tool.reader.DeclareParameter(name, true, true, "its own"), IDX_E_FAIL);
+            EXPECT_EQ(tool.reader.IgnoreParameter(name), IDX_E_FAIL);
+            EXPECT_EQ(tool.reader.RedirectParameter(name, &tool.connexion), IDX_E_FAIL);
         }
         tool.reader.Usage();
     });
-    EXPECT_EQ(text, "111111111" + kUsage);
+    EXPECT_EQ(text, kUsage);
 }
 
 TEST(CommandLine, ASecondReading) {
@@ -246,12 +235,9 @@ TEST(CommandLine, ASecondReading) {
         second.Run("-fast -in b -old 1");  // the store has a value from elsewhere
         first.Run("-in c");
     });
-    EXPECT_EQ(
-        text,
-        "\n0 in=a"
-        "\nD: Error when setting param -in.\nfailed in=a fast="
-        "\nI: Error: Parameter -in is defined twice.\n" +
-            kUsage + "failed in=a fast=");
+    const std::string second = "\nD: Error when setting param -in.\nfailed in=a fast=";
+    const std::string third = "\nI: Error: Parameter -in is defined twice.\n" + kUsage;
+    EXPECT_EQ(text, "\n0 in=a" + second + third + "failed in=a fast=");
 }
 
 /// A specific reader that answers as it is told.
@@ -287,7 +273,6 @@ TEST(CommandLine, SpecificReaders) {
         {0x80004005L,        {0, 0, 0}, end        },
         {IDX_E_FAIL,         {2, 1, 2}, noFit      },
         {IDX_E_FAIL,         {2, 2, 3}, noFit      },
-        {IDX_E_FAIL,         {0, 2, 2}, noFit      },
     };
     for (const auto& row : rows) {
         const std::string text = InChild([&] {

@@ -17,13 +17,6 @@ const char* const kRoot = "IDX_WT_RTree.AdjustTree.IDX_WT_RTreeStorageHandler.Al
 const char* const kSplitAlloc = "IDX_WT_RTree.Split.IDX_WT_RTreeStorageHandler.Alloc";
 const char* const kSplit = "IDX_WT_RTree.AdjustTree.Split";
 
-void InsertRow(IDX_WT_RTree& tree, unsigned int count, unsigned int first = 0) {
-    for (unsigned int i = first; i < count; ++i) {
-        const auto x = static_cast<float>(i * 37 % 101);
-        ASSERT_EQ(tree.Insert(Box({x, 0, 0}, {x + 1, 1, 1}), i), IDX_True);
-    }
-}
-
 /// Holds an image of almost 2^32 bytes: a full leaf as the root, and leaves of one entry each.
 struct HugeImage : IDX_WT_File {
     static constexpr unsigned int kNodeSize = 12 + 28 * 65535;
@@ -45,20 +38,16 @@ struct HugeImage : IDX_WT_File {
     }
 };
 
-#ifndef GRIDLOOM_SANITIZED
-std::set<std::size_t> refusedSizes;
-int callsUntilRefusal = -1;  ///< calls that still succeed; below 0 for all
-bool isOnce = false;         ///< one call is refused, and not all from then on
-
-bool IsRefused() {
-    if (callsUntilRefusal != 0) {
-        callsUntilRefusal -= callsUntilRefusal > 0;
-        return false;
-    }
-    if (isOnce) callsUntilRefusal = -1;
-    return true;
+/// A tree that lost its storage takes nothing, and is usable again after Init.
+void ExpectLost(OpenRTree& tree) {
+    EXPECT_EQ(tree.m_storage, nullptr);
+    EXPECT_EQ(tree.Insert(Box(), 0), IDX_False);
+    EXPECT_EQ(tree.Init(2, 4), IDX_True);
+    InsertBars(tree, 0, 200);
+    OpenRTree expected(2, 4);
+    InsertBars(expected, 0, 200);
+    EXPECT_EQ(ImageOf(tree), ImageOf(expected));
 }
-#endif
 
 }  // namespace
 
@@ -70,13 +59,28 @@ TEST(RTreeMemory, TwoToTheThirtyTwoBytesOfNodes) {
     EXPECT_EQ(tree.GetSize(), HugeImage::kSize);
     EXPECT_EQ(tree.Insert(Box(), 0), IDX_False);
     EXPECT_EQ(trace.Take(), (Lines{kAlloc, kRoot}));
-    EXPECT_EQ(tree.m_storage, nullptr);
-    EXPECT_EQ(tree.Insert(Box(), 0), IDX_False);
-    EXPECT_EQ(tree.Init(2, 4), IDX_True);
-    InsertRow(tree, 50);
+    ExpectLost(tree);
 }
 
 #ifndef GRIDLOOM_SANITIZED
+
+namespace {
+
+std::set<std::size_t> refusedSizes;
+int callsUntilRefusal = -1;  ///< calls that succeed before one is refused; below 0 for all
+
+bool IsRefused() {
+    return callsUntilRefusal >= 0 && callsUntilRefusal-- == 0;
+}
+
+enum Start { New, Used, Loaded };
+
+/// Makes a tree ready for the bars from number 1500 on.
+IDX_Bool Ready(OpenRTree& tree, Start start, const Bytes& image) {
+    return start == Loaded ? LoadBytes(tree, image) : tree.Init(2, 20);
+}
+
+}  // namespace
 
 extern "C" {
 void* __libc_realloc(void*, std::size_t);
@@ -88,80 +92,49 @@ __attribute__((visibility("default"))) void* aligned_alloc(
     return IsRefused() ? nullptr : __libc_memalign(alignment, size);
 }
 __attribute__((visibility("default"))) void* realloc(void* block, std::size_t size) {
-    if (refusedSizes.count(size) != 0) return nullptr;
-    if (IsRefused()) return nullptr;
-    return __libc_realloc(block, size);
+    const bool isRefused = refusedSizes.count(size) != 0 || IsRefused();
+    return isRefused ? nullptr : __libc_realloc(block, size);
 }
 }
 
-TEST(RTreeMemory, InitWithoutABlock) {
-    TraceRecorder trace;
-    OpenRTree expected(1, 20);
-    InsertRow(expected, 100);
-    int blocks = 0;
-    for (IDX_Bool result = IDX_False; result == IDX_False; ++blocks) {
-        for (const bool isUsed : {false, true}) {
-            OpenRTree tree;
-            if (isUsed) {
-                tree.Init(2, 4);
-                InsertRow(tree, 20);
-            }
-            callsUntilRefusal = blocks;
-            result = tree.Init(1, 20);
-            callsUntilRefusal = -1;
-            if (result == IDX_False) {
-                EXPECT_EQ(tree.Insert(Box(), 0), IDX_False);
-            }
-            EXPECT_EQ(tree.Init(1, 20), IDX_True);
-            InsertRow(tree, 100);
-            EXPECT_EQ(ImageOf(tree), ImageOf(expected));
-        }
-    }
-    EXPECT_GE(blocks, 5);
-    EXPECT_EQ(trace.Take(), Lines{});
-}
-
-/// The storage grows by a smaller step then, and a tree without the copy of its inner nodes is the same.
+/// Without a block Init, Load and the first Insert after it fail, and work when there is memory again. Later
+/// the storage grows by a smaller step, and a tree without the copy of its inner nodes is the same.
 TEST(RTreeMemory, AnyOneBlockRefused) {
-    OpenRTree expected(2, 4);
-    InsertRow(expected, 3000);
-    for (const bool isLoaded : {false, true}) {
-        for (int call = 0; call < 60; ++call) {
-            SCOPED_TRACE(call);
-            OpenRTree tree(2, 4);
-            OpenRTree half(2, 4);
-            if (isLoaded) InsertRow(half, 1500);
-            const Bytes image = ImageOf(half);
+    TraceRecorder trace;
+    for (const Start start : {New, Used, Loaded}) {
+        OpenRTree expected(2, 20);
+        if (start == Loaded) InsertBars(expected, 0, 1500);
+        const Bytes image = ImageOf(expected);
+        InsertBars(expected, 1500, 3000);
+        int call = 0;
+        for (bool isOver = false; !isOver; ++call) {
+            SCOPED_TRACE(testing::Message() << "start " << start << ", call " << call);
+            OpenRTree tree;
+            if (start != New) tree.Init(2, 4);
+            if (start != New) InsertBars(tree, 0, 20);
             callsUntilRefusal = call;
-            isOnce = true;
-            if (isLoaded && LoadBytes(tree, image) == IDX_False) {
-                ASSERT_EQ(LoadBytes(tree, image), IDX_True);
+            if (Ready(tree, start, image) == IDX_False) {
+                EXPECT_EQ(tree.m_storage, nullptr);
+                EXPECT_EQ(tree.Insert(Box(), 0), IDX_False);
+                ASSERT_EQ(Ready(tree, start, image), IDX_True);
             }
-            InsertRow(tree, 3000, isLoaded ? 1500 : 0);
-            const bool isOver = callsUntilRefusal >= 0;
-            callsUntilRefusal = -1;
-            isOnce = false;
+            // A loaded tree takes its working arrays now.
+            if (tree.Insert(Bar(51, 53), 1500) == IDX_False) {
+                EXPECT_EQ(start, Loaded);
+                EXPECT_EQ(ImageOf(tree), image);
+                ASSERT_EQ(tree.Insert(Bar(51, 53), 1500), IDX_True);
+            }
+            InsertBars(tree, 1501, 3000);
+            isOver = std::exchange(callsUntilRefusal, -1) >= 0;
             ASSERT_EQ(ImageOf(tree), ImageOf(expected));
-            if (isOver) break;
         }
+        EXPECT_GE(call, 8);
     }
+    EXPECT_EQ(trace.Take(), Lines{});
 }
 
 TEST(RTreeMemory, StorageThatCannotGrow) {
     TraceRecorder trace;
-    OpenRTree expected(2, 4);
-    InsertRow(expected, 200);
-    // Eight nodes of 124 bytes fit into the first block.
-    for (const std::set<std::size_t>& refused : {
-             std::set<std::size_t>{2048   },
-             std::set<std::size_t>{ 2048, 124992}
-    }) {
-        OpenRTree tree(2, 4);
-        refusedSizes = refused;
-        InsertRow(tree, 200);
-        refusedSizes.clear();
-        EXPECT_EQ(ImageOf(tree), ImageOf(expected));
-    }
     const struct {
         unsigned short maxChildren;
         unsigned int succeeding;  ///< insertions
@@ -176,48 +149,15 @@ TEST(RTreeMemory, StorageThatCannotGrow) {
         OpenRTree tree(2, 4);
         refusedSizes = c.refused;
         if (tree.Init(2, c.maxChildren) == IDX_True) {
-            InsertRow(tree, c.succeeding);
+            InsertBars(tree, 0, c.succeeding);
             EXPECT_EQ(tree.Insert(Box(), 0), IDX_False);
         }
         EXPECT_EQ(trace.Take(), c.tags);
-        EXPECT_EQ(tree.m_storage, nullptr);
-        EXPECT_EQ(tree.Insert(Box(), 0), IDX_False);
+        refusedSizes = {2048, 124992};  // eight nodes of 124 bytes fit into the first block
+        ExpectLost(tree);
         refusedSizes.clear();
-        EXPECT_EQ(tree.Init(2, 4), IDX_True);
-        InsertRow(tree, 200);
-        EXPECT_EQ(ImageOf(tree), ImageOf(expected));
     }
     EXPECT_EQ(trace.Take(), Lines{});
-}
-
-TEST(RTreeMemory, LoadWithoutABlock) {
-    TraceRecorder trace;
-    OpenRTree source(2, 4);
-    InsertRow(source, 100);
-    for (const bool isUsed : {false, true}) {
-        OpenRTree tree;
-        if (isUsed) tree.Init(2, 4);
-        refusedSizes = {source.GetSize()};
-        EXPECT_EQ(LoadBytes(tree, ImageOf(source)), IDX_False);
-        refusedSizes.clear();
-        EXPECT_EQ(tree.m_storage, nullptr);
-        EXPECT_EQ(tree.Insert(Box(), 0), IDX_False);
-        EXPECT_EQ(LoadBytes(tree, ImageOf(source)), IDX_True);
-        EXPECT_EQ(ImageOf(tree), ImageOf(source));
-    }
-    EXPECT_EQ(trace.Take(), Lines{});
-}
-
-TEST(RTreeMemory, LoadedTreeWithoutWorkingArrays) {
-    OpenRTree source(2, 4);
-    InsertRow(source, 100);
-    OpenRTree tree;
-    ASSERT_EQ(LoadBytes(tree, ImageOf(source)), IDX_True);
-    callsUntilRefusal = 0;
-    EXPECT_EQ(tree.Insert(Box(), 0), IDX_False);
-    callsUntilRefusal = -1;
-    EXPECT_EQ(ImageOf(tree), ImageOf(source));
-    EXPECT_EQ(tree.Insert(Box(), 0), IDX_True);
 }
 
 #endif

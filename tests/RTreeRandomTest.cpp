@@ -1,47 +1,36 @@
 // The library beside the flat reference on random sequences of boxes: the same bytes, to the last.
 // GRIDLOOM_RANDOM_TREES: how many sequences; GRIDLOOM_RANDOM_SEED: the seed of the first.
 
+#include "FromEnvironment.h"
 #include "OpenRTree.h"
 #include "RTreeReference.h"
 
-#include <cstdlib>
+#include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
-#include <random>
 
 namespace {
 
 using Box = IDX_Base_BoundingBox;
 
-unsigned long FromEnvironment(const char* name, unsigned long standard) {
-    const char* text = std::getenv(name);
-    return text == nullptr ? standard : std::strtoul(text, nullptr, 10);
-}
-
 enum Kind { Uniform, Clustered, Flat, Lattice, Nested, Equal, Huge, Odd, Anything, KindCount };
 
 /// Boxes of one kind, one after the other.
-class Boxes {
+class Boxes : public Random {
 public:
-    Boxes(Kind kind, unsigned long seed) : _kind(kind), _random(seed) {}
-
-    unsigned int Below(unsigned int limit) {
-        return static_cast<unsigned int>((_random() >> 32) * limit >> 32);
-    }
+    Boxes(Kind kind, unsigned long seed) : Random(seed), _kind(kind) {}
 
     Box Next() { return Next(_kind == Anything ? static_cast<Kind>(Below(Anything)) : _kind); }
 
 private:
-    float Unit() { return static_cast<float>(Below(1u << 24)) / static_cast<float>(1u << 24); }
-
     Box Next(Kind kind) {
         switch (kind) {
             case Clustered:
                 return Around(static_cast<float>(Below(5)) * 10.0f, 1.0f, 0.1f);
             case Flat:
-                return Cut(Around(0.0f, 1.0f, 0.2f), 1u << Below(3));
+                return OnLattice(1);
             case Lattice:
-                return OnLattice();
+                return OnLattice(4);
             case Nested:
                 return Concentric(static_cast<float>(++_count));
             case Equal:
@@ -49,86 +38,74 @@ private:
             case Huge:
                 return Concentric(std::ldexp(1.0f, 30 + static_cast<int>(Below(97))));
             case Odd:
-                return WithOddities(OnLattice());
+                return WithOddities(OnLattice(4));
             default:
                 return Around(0.0f, 1.0f, 0.05f);
         }
     }
 
     Box Around(float centre, float spread, float size) {
-        float low[3];
-        float high[3];
-        for (int axis = 0; axis < 3; ++axis) {
-            low[axis] = centre + (Unit() - 0.5f) * spread;
-            high[axis] = low[axis] + Unit() * size;
-        }
-        return Box({low[0], low[1], low[2]}, {high[0], high[1], high[2]});
+        const IDX_Point low = PointIn(centre - spread / 2, centre + spread / 2);
+        const IDX_Point extent = PointIn(0, size);
+        return Box(low, {low.x + extent.x, low.y + extent.y, low.z + extent.z});
     }
 
-    Box OnLattice() {
-        const auto step = [this] { return static_cast<float>(Below(7)) - 3.0f; };
-        const IDX_Point low = {step(), step(), step()};
-        const auto edge = [this] { return static_cast<float>(Below(4)); };
-        return Box(low, {low.x + edge(), low.y + edge(), low.z + edge()});
+    /// Its height is less than a limit.
+    Box OnLattice(unsigned int heights) {
+        const auto number = [this](unsigned int limit) { return static_cast<float>(Below(limit)); };
+        const IDX_Point low = {number(7) - 3, number(7) - 3, number(7) - 3};
+        return Box(low, {low.x + number(4), low.y + number(4), low.z + number(heights)});
     }
 
     static Box Concentric(float half) { return Box({-half, -half, -half}, {half, half, half}); }
 
-    /// No extent along the axes of a set.
-    static Box Cut(const Box& box, unsigned int axes) {
-        const IDX_Point low = box.GetLow();
-        IDX_Point high = box.GetHigh();
-        if (axes & 1) high.x = low.x;
-        if (axes & 2) high.y = low.y;
-        if (axes & 4) high.z = low.z;
-        return Box(low, high);
-    }
-
     /// Some coordinates NaN, infinite, or zeros of either sign; low and high may have changed places.
-    Box WithOddities(const Box& box) {
+    Box WithOddities(Box box) {
         const float nan = std::numeric_limits<float>::quiet_NaN();
         const float infinity = std::numeric_limits<float>::infinity();
         const float odd[] = {nan, infinity, -infinity, 0.0f, -0.0f, 0.0f, -0.0f, 3e38f, 1e-42f};
         float coordinates[6];
         std::memcpy(coordinates, &box, sizeof coordinates);
         for (float& coordinate : coordinates) {
-            if (Below(4) == 0) coordinate = odd[Below(9)];
-            if (coordinate == 0.0f && Below(2) == 0) coordinate = -coordinate;
+            if (OneIn(4)) coordinate = odd[Below(9)];
+            if (coordinate == 0.0f && OneIn(2)) coordinate = -coordinate;
         }
-        return Box(
-            {coordinates[0], coordinates[1], coordinates[2]},
-            {coordinates[3], coordinates[4], coordinates[5]});
+        std::memcpy(&box, coordinates, sizeof coordinates);
+        return box;
     }
 
     Kind _kind;
-    std::mt19937_64 _random;
     unsigned int _count = 0;
 };
 
-/// The tree goes out and comes back in half-way, as it may.
-void Reload(OpenRTree& tree, OpenRTree& other) {
-    ASSERT_EQ(LoadBytes(other, ImageOf(tree)), IDX_True);
+/// Some trees have been in use before: another fan-out, more nodes, a larger or a smaller block.
+void MaybeUse(OpenRTree& tree, Boxes& boxes) {
+    const unsigned int use = boxes.Below(4);
+    if (use == 0) tree.Init(1, 9);
+    if (use == 0) InsertBars(tree, 0, boxes.Below(900));
+    OpenRTree small(0, 2);
+    if (use == 1) (void)LoadBytes(tree, ImageOf(small));
 }
 
 void CompareSequence(Kind kind, unsigned long seed) {
     Boxes boxes(kind, seed);
-    const unsigned int maxChildren = 2 + boxes.Below(boxes.Below(3) == 0 ? 63 : 15);
+    const unsigned int maxChildren = 2 + boxes.Below(boxes.OneIn(3) ? 63 : 15);
     const unsigned int minFill =
-        boxes.Below(2) == 0 ? maxChildren * 3 / 10 : boxes.Below(maxChildren + 2);
-    // Splits of one entry alone make a tree as high as a list is long.
+        boxes.OneIn(2) ? maxChildren * 3 / 10 : boxes.Below(maxChildren + 2);
+    // Splits of one entry alone make a tree as high as a list is long, as do volumes without bounds.
     const bool isThin = minFill >= maxChildren - 1;
-    const unsigned int count = boxes.Below(isThin ? 120 : boxes.Below(20) == 0 ? 2500 : 400);
-    const unsigned int reloadAt = boxes.Below(3) == 0 ? boxes.Below(count + 1) : count + 1;
+    const bool isLong = kind < Huge && boxes.OneIn(15);
+    const unsigned int count = boxes.Below(isThin ? 120 : isLong ? 2500 : 400);
+    const unsigned int reloadAt = boxes.OneIn(3) ? boxes.Below(count + 1) : count + 1;
     RTreeReference reference(minFill, maxChildren);
-    OpenRTree trees[2] = {
-        {minFill,   maxChildren},
-        {         }
-    };
+    OpenRTree trees[2];
+    for (OpenRTree& tree : trees) MaybeUse(tree, boxes);
     OpenRTree* tree = &trees[0];
+    tree->Init(static_cast<unsigned short>(minFill), static_cast<unsigned short>(maxChildren));
     for (unsigned int i = 0; i < count; ++i) {
         const Box box = boxes.Next();
-        if (i == reloadAt) {
-            Reload(trees[0], trees[1]);
+        if (i == reloadAt) {  // the tree goes out and comes back in, as it may
+            ASSERT_EQ(LoadBytes(trees[1], ImageOf(trees[0])), IDX_True);
             tree = &trees[1];
         }
         reference.Insert(box, i);

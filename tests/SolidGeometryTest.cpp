@@ -1,10 +1,8 @@
 // Shapes whose solid cells follow from geometry alone.
 
-#include "ExactOverlap.h"
 #include "Images.h"
 
 #include <algorithm>
-#include <bit>
 #include <gtest/gtest.h>
 
 namespace {
@@ -59,19 +57,17 @@ Cells Without(const Cells& a, const Cells& b) {
     return [=](int x, int y, int z) { return a(x, y, z) && !b(x, y, z); };
 }
 
-struct CellCase {
-    const char* name;
-    Cells wall;
-    Cells solid;  ///< null when nothing but the wall is
-};
-
 /// A shell without one cell of its wall.
 Cells Holed(int low, int high, int x, int y, int z) {
     return Without(Shell(low, high), Cell(x, y, z));
 }
 
 // clang-format off
-const CellCase kCellCases[] = {
+const struct {
+    const char* name;
+    Cells wall;
+    Cells solid;  ///< null when nothing but the wall is
+} kCellCases[] = {
     {"closed shell",             Shell(4, 11), Block(4, 11)},
     {"one cell inside",          Shell(6, 8),  Block(6, 8)},
     {"hole towards -X",          Holed(4, 11, 4, 7, 7),   nullptr},
@@ -97,7 +93,7 @@ const CellCase kCellCases[] = {
 // clang-format on
 
 TEST(SolidGeometry, CellsBehindWalls) {
-    for (const CellCase& row : kCellCases) {
+    for (const auto& row : kCellCases) {
         SCOPED_TRACE(row.name);
         const Cells corners = Both(Cell(0, 0, 0), Cell(15, 15, 15));
         const Cells expected = Both(corners, row.solid ? row.solid : row.wall);
@@ -114,78 +110,38 @@ TEST(SolidGeometry, CellsBehindWalls) {
 
 // Boxes: their faces lie in the border cells
 
-struct BoxCase {
-    const char* name;
-    unsigned int openFaces;
-    std::size_t (*solid)(std::size_t side);
-};
-
-std::size_t Whole(std::size_t n) {
-    return n * n * n;
-}
-
-std::size_t Cup(std::size_t n) {
-    return Whole(n) - (n - 2) * (n - 2) * (n - 1);
-}
-
-std::size_t Tube(std::size_t n) {
-    return Whole(n) - (n - 2) * (n - 2) * n;
-}
-
-std::size_t TwoLayers(std::size_t n) {
-    return 2 * n * n;
-}
-
-const BoxCase kBoxCases[] = {
-    {"closed",                        0,              Whole    },
-    {"cup open to -X",                kLowX,          Cup      },
-    {"cup open to -Y",                kLowY,          Cup      },
-    {"cup open to -Z",                kLowZ,          Cup      },
-    {"cup open to +X is taken solid", kHighX,         Whole    },
-    {"cup open to +Y is taken solid", kHighY,         Whole    },
-    {"cup open to +Z is taken solid", kHighZ,         Whole    },
-    {"tube along Y",                  kLowY | kHighY, Tube     },
-    {"sheet on the mid-plane",        0x3F & ~kLowZ,  TwoLayers},
-    {"sheet across X",                0x3F & ~kLowX,  TwoLayers},
-};
-
 TEST(SolidGeometry, BoxesAndCups) {
-    for (const BoxCase& row : kBoxCases) {
+    // Of n cells along each axis.
+    using Number = std::size_t;
+    const auto whole = [](Number n) { return n * n * n; };
+    const auto cup = [](Number n) { return n * n * n - (n - 2) * (n - 2) * (n - 1); };
+    const auto tube = [](Number n) { return n * n * n - (n - 2) * (n - 2) * n; };
+    const auto sheet = [](Number n) { return 2 * n * n; };
+    const struct {
+        const char* name;
+        unsigned int openFaces;
+        Number (*solid)(Number side);
+    } kCases[] = {
+        {"closed",                        0,              whole},
+        {"cup open to -X",                kLowX,          cup  },
+        {"cup open to -Y",                kLowY,          cup  },
+        {"cup open to -Z",                kLowZ,          cup  },
+        {"cup open to +X is taken solid", kHighX,         whole},
+        {"cup open to +Y is taken solid", kHighY,         whole},
+        {"cup open to +Z is taken solid", kHighZ,         whole},
+        {"tube along Y",                  kLowY | kHighY, tube },
+        {"sheet on the mid-plane",        0x3F & ~kLowZ,  sheet},
+        {"sheet across X",                0x3F & ~kLowX,  sheet},
+    };
+    for (const auto& row : kCases) {
         SCOPED_TRACE(row.name);
         for (int depth = 2; depth <= 5; ++depth) {
-            const std::size_t expected = row.solid(std::size_t{1} << depth);
+            const Number expected = row.solid(Number{1} << depth);
             const Mesh near = BoxMesh({0, 0, 0}, {1, 1, 1}, row.openFaces);
             EXPECT_EQ(Count(Build(near, depth)), expected) << depth;
-            if (row.solid == TwoLayers) continue;  // there no cell border is exactly in the middle
+            if (row.solid == +sheet) continue;  // there no cell border is exactly in the middle
             const Mesh far = BoxMesh({1e5f, -1e5f, 0}, {1e5f + 64, -1e5f + 64, 64}, row.openFaces);
             EXPECT_EQ(Count(Build(far, depth)), expected) << depth << ", far";
-        }
-    }
-}
-
-// Single triangles against every cell
-
-TEST(SolidGeometry, TrianglesMarkTheCellsThatTheyMeet) {
-    Random random(3);
-    for (int i = 0; i < 40; ++i) {
-        const std::array<IDX_Point, 3> p = {
-            random.PointIn(-1, 1), random.PointIn(-1, 1), random.PointIn(-1, 1)};
-        OpenBuilder builder;
-        builder.SetParameters(kDepth, 0, IDX_False);
-        ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
-        ASSERT_EQ(builder.DrawTriangle(p[0], p[1], p[2]), IDX_S_OK);
-        const SolidSet solid = SolidCells(builder._workingOctree);
-        const float low = builder._workingOctree._bbOrigin.x;
-        const float half = builder._workingOctree._bbSize.x / kSide / 2;
-        for (std::size_t cell = 0; cell < solid.size(); ++cell) {
-            Triple centre;
-            std::size_t at = cell;
-            for (float& coordinate : centre) {
-                coordinate = low + static_cast<float>(2 * (at % kSide) + 1) * half;
-                at /= kSide;
-            }
-            ASSERT_EQ(solid[cell], Overlap(centre, {half, half, half}, std::bit_cast<Corners>(p)))
-                << i << ", cell " << cell;
         }
     }
 }

@@ -5,11 +5,11 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
-    FuzzedBuilder builder(input);
+    PLMIdxOctreeBuilder builder;
+    SetParameters(builder, input);
     Mesh mesh;
     const unsigned int nPoints = input.Byte() % 64;
-    for (unsigned int i = 0; i < nPoints; ++i)
-        mesh.points.push_back(input.Point(builder.anyFloats));
+    for (unsigned int i = 0; i < nPoints; ++i) mesh.points.push_back(input.Point());
     while (!input.IsAtEnd() && mesh.triangles.size() < 32) {
         unsigned int v[3];
         for (unsigned int& index : v) {
@@ -18,10 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         mesh.AddFace(v[0], v[1], v[2]);
     }
-    const long int status = builder.ours.DrawGeometry(
-        mesh.points.data(), nPoints, mesh.triangles.data(),
-        static_cast<unsigned int>(mesh.triangles.size()));
-    if (builder.compares) builder.ExpectSameStatus(status, builder.plain.DrawGeometry(mesh));
-    builder.ExpectSoundImage();
+    (void)Draw(builder, mesh);
+    ExpectSoundImage(builder);
     return 0;
 }

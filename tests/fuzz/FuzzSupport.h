@@ -1,9 +1,7 @@
 #ifndef FuzzSupport_h
 #define FuzzSupport_h
 
-#include "ReferenceBuilder.h"
-
-#include "PLMIdxOctreeBuilder.h"
+#include "Images.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,27 +15,19 @@ public:
     float Float();
 
     /// Coordinates are small whole numbers, one byte each, or any floats, four bytes each.
-    IDX_Point Point(bool anyFloats);
+    IDX_Point Point();
+
+    bool anyFloats = false;
 
 private:
     const std::uint8_t* _next;
     const std::uint8_t* _end;
 };
 
-/// The library's builder with parameters out of the input and, when a bit there asks for it, the
-/// reference beside it. A difference ends the process.
-struct FuzzedBuilder {
-    explicit FuzzedBuilder(FuzzInput& input);
+/// Takes flags and the parameters of a builder out of the input.
+void SetParameters(PLMIdxOctreeBuilder& builder, FuzzInput& input);
 
-    void ExpectSameStatus(long int ofLibrary, long int ofReference) const;
-
-    /// Walks the stored image to its last cell, with every position inside it.
-    void ExpectSoundImage();
-
-    PLMIdxOctreeBuilder ours;
-    reference::Builder plain;
-    bool compares;
-    bool anyFloats;
-};
+/// Walks the stored image to its last cell, with every position inside it.
+void ExpectSoundImage(PLMIdxOctreeBuilder& builder);
 
 #endif

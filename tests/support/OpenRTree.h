@@ -7,6 +7,20 @@
 #include "IDX_WT_RTree.h"
 
 #include <cstring>
+#include <gtest/gtest.h>
+
+/// A piece of the X axis with a square section of 1: its volume is its length.
+inline IDX_Base_BoundingBox Bar(float from, float to) {
+    return IDX_Base_BoundingBox({from, 0, 0}, {to, 1, 1});
+}
+
+/// Inserts the bars `first` to `end` of a line that jumps to and fro, all of one shape.
+inline void InsertBars(IDX_WT_RTree& tree, unsigned int first, unsigned int end) {
+    for (unsigned int i = first; i < end; ++i) {
+        const auto x = static_cast<float>(i * 37 % 101);
+        ASSERT_EQ(tree.Insert(Bar(x, x + 2), i), IDX_True);
+    }
+}
 
 /// An R-tree that shows its storage.
 struct OpenRTree : IDX_WT_RTree {

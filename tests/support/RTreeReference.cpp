@@ -30,18 +30,14 @@ float RTreeReference::Growth(const Box& iBox, const Box& iAdded) {
 }
 
 unsigned int RTreeReference::NewNode(unsigned int iLevel) {
-    const Entry none = {};
-    _nodes.push_back({0, iLevel, 0, 0, std::vector<Entry>(_maxChildren, none)});
+    const auto level = static_cast<unsigned short>(iLevel);
+    _nodes.push_back({0, level, 0, 0, std::vector<Entry>(_maxChildren)});
     return static_cast<unsigned int>(_nodes.size()) - 1;
 }
 
 void RTreeReference::Insert(const IDX_Base_BoundingBox& iBox, unsigned int iValue) {
-    const IDX_Point low = iBox.GetLow();
-    const IDX_Point high = iBox.GetHigh();
-    const Entry entry = {
-        {{low.x, low.y, low.z}, {high.x, high.y, high.z}},
-        iValue
-    };
+    Entry entry = {{}, iValue};
+    std::memcpy(&entry.box, &iBox, sizeof entry.box);
     Put(ChooseLeaf(entry.box), entry);
 }
 
@@ -64,43 +60,42 @@ unsigned int RTreeReference::ChooseLeaf(const Box& iBox) const {
     return at;
 }
 
+RTreeReference::Box RTreeReference::CoverOf(unsigned int iNode) const {
+    const Node& node = _nodes[iNode];
+    Box box = node.entries[0].box;
+    for (unsigned int slot = 1; slot < node.count; ++slot) {
+        box = Union(box, node.entries[slot].box);
+    }
+    return box;
+}
+
+void RTreeReference::Append(unsigned int iNode, const Entry& iEntry) {
+    Node& node = _nodes[iNode];
+    if (node.level != 0) {
+        _nodes[iEntry.value].parent = iNode;
+        _nodes[iEntry.value].slot = node.count;
+    }
+    node.entries[node.count++] = iEntry;
+}
+
+/// Puts an entry into a node, splits those that are full, and works out the boxes up to the root.
 void RTreeReference::Put(unsigned int iNode, const Entry& iEntry) {
     unsigned int at = iNode;
     Entry entry = iEntry;
     while (_nodes[at].count == _maxChildren) {
         if (at == _root) {
-            const unsigned int root = NewNode(_nodes[at].level + 1);
-            _nodes[root].count = 1;
-            _nodes[root].entries[0].value = at;
-            _nodes[at].slot = 0;
-            _nodes[at].parent = root;
-            _root = root;
+            _root = NewNode(_nodes[at].level + 1u);
+            Append(_root, {{}, at});
         }
-        Entry stayed;
-        Entry moved;
-        Split(at, entry, stayed, moved);
-        _nodes[_nodes[at].parent].entries[_nodes[at].slot].box = stayed.box;
-        at = _nodes[at].parent;
-        entry = moved;
-    }
-    Node& node = _nodes[at];
-    if (node.level != 0) {
-        _nodes[entry.value].parent = at;
-        _nodes[entry.value].slot = node.count;
-    }
-    node.entries[node.count++] = entry;
-    Adjust(at);
-}
-
-/// Works out the boxes of the nodes from `iNode` up to the root.
-void RTreeReference::Adjust(unsigned int iNode) {
-    for (unsigned int at = iNode; at != _root; at = _nodes[at].parent) {
+        const unsigned int newNode = Split(at, entry);
         const Node& node = _nodes[at];
-        Box box = node.entries[0].box;
-        for (unsigned int slot = 1; slot < node.count; ++slot) {
-            box = Union(box, node.entries[slot].box);
-        }
-        _nodes[node.parent].entries[node.slot].box = box;
+        _nodes[node.parent].entries[node.slot].box = CoverOf(at);
+        at = node.parent;
+        entry = {CoverOf(newNode), newNode};
+    }
+    for (Append(at, entry); at != _root; at = _nodes[at].parent) {
+        const Node& node = _nodes[at];
+        _nodes[node.parent].entries[node.slot].box = CoverOf(at);
     }
 }
 
@@ -148,14 +143,9 @@ std::vector<int> RTreeReference::Groups(const std::vector<Entry>& iEntries) cons
         const float d1 = Growth(covers[1], box);
         const float v0 = Volume(covers[0]);
         const float v1 = Volume(covers[1]);
-        int group = 0;
-        if (d1 < d0) {
-            group = 1;
-        } else if (!(d0 < d1) && v1 < v0) {
-            group = 1;
-        } else if (!(d0 < d1) && !(v0 < v1) && counts[1] < counts[0]) {
-            group = 1;
-        }
+        const int fewer = counts[1] < counts[0] ? 1 : 0;
+        const int smaller = v1 < v0 ? 1 : v0 < v1 ? 0 : fewer;
+        const int group = d1 < d0 ? 1 : d0 < d1 ? 0 : smaller;
         groups[chosen] = group;
         covers[group] = Union(covers[group], box);
         ++counts[group];
@@ -163,44 +153,32 @@ std::vector<int> RTreeReference::Groups(const std::vector<Entry>& iEntries) cons
     return groups;
 }
 
-void RTreeReference::Split(unsigned int iNode, const Entry& iEntry, Entry& oOld, Entry& oNew) {
+/// Gives the new node.
+unsigned int RTreeReference::Split(unsigned int iNode, const Entry& iEntry) {
     const unsigned int newNode = NewNode(_nodes[iNode].level);
     std::vector<Entry> entries = _nodes[iNode].entries;
     entries.push_back(iEntry);
     const std::vector<int> groups = Groups(entries);
     _nodes[iNode].count = 0;
-    oOld.value = iNode;
-    oNew.value = newNode;
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        const unsigned int at = groups[i] == 0 ? iNode : newNode;
-        Entry& cover = groups[i] == 0 ? oOld : oNew;
-        Node& node = _nodes[at];
-        cover.box = node.count == 0 ? entries[i].box : Union(cover.box, entries[i].box);
-        if (node.level != 0) {
-            _nodes[entries[i].value].parent = at;
-            _nodes[entries[i].value].slot = node.count;
-        }
-        node.entries[node.count++] = entries[i];
+        Append(groups[i] == 0 ? iNode : newNode, entries[i]);
     }
+    return newNode;
 }
 
 Bytes RTreeReference::Nodes() const {
     Bytes bytes;
-    const auto append = [&bytes](unsigned int value, int size) {
-        for (int i = 0; i < size; ++i) bytes.push_back(static_cast<unsigned char>(value >> 8 * i));
+    const auto put = [&bytes](const auto& value) {
+        const auto* first = reinterpret_cast<const unsigned char*>(&value);
+        bytes.insert(bytes.end(), first, first + sizeof value);
     };
     for (const Node& node : _nodes) {
-        append(node.parent * NodeSize(), 4);
-        append(node.level, 2);
-        append(node.count, 2);
-        append(node.slot, 2);
-        append(0, 2);
-        for (unsigned int slot = 0; slot < _maxChildren; ++slot) {
-            const Entry& entry = node.entries[slot];
-            unsigned int coordinates[6];
-            std::memcpy(coordinates, &entry.box, sizeof coordinates);
-            for (const unsigned int bits : coordinates) append(bits, 4);
-            append(node.level == 0 ? entry.value : entry.value * NodeSize(), 4);
+        const unsigned short header[4] = {node.level, node.count, node.slot, 0};
+        put(node.parent * NodeSize());
+        put(header);
+        for (const Entry& entry : node.entries) {
+            put(entry.box);
+            put(node.level == 0 ? entry.value : entry.value * NodeSize());
         }
     }
     return bytes;

@@ -27,7 +27,8 @@ private:
         unsigned int value;  ///< of an inner node: the number of the child
     };
     struct Node {
-        unsigned int parent, level, count, slot;
+        unsigned int parent;  ///< its number
+        unsigned short level, count, slot;
         std::vector<Entry> entries;  ///< all slots, those behind `count` too
     };
 
@@ -38,10 +39,11 @@ private:
     unsigned int NodeSize() const { return 12 + 28 * _maxChildren; }
     unsigned int NewNode(unsigned int iLevel);
     unsigned int ChooseLeaf(const Box& iBox) const;
+    Box CoverOf(unsigned int iNode) const;
+    void Append(unsigned int iNode, const Entry& iEntry);
     void Put(unsigned int iNode, const Entry& iEntry);
-    void Adjust(unsigned int iNode);
     std::vector<int> Groups(const std::vector<Entry>& iEntries) const;
-    void Split(unsigned int iNode, const Entry& iEntry, Entry& oOld, Entry& oNew);
+    unsigned int Split(unsigned int iNode, const Entry& iEntry);
 
     unsigned int _minFill;
     unsigned int _maxChildren;

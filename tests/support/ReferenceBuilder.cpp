@@ -124,7 +124,7 @@ long int Tree::CopyBelow(const Tree& source, Cell cell) {
 
 Builder::Builder(std::uint64_t arena, float epsilon) : _epsilon(epsilon) {
     tree.arena = arena;
-    PutHeader(0);
+    Store(0);
 }
 
 void Builder::SetDepthAndBox(int depth, const Triple& origin, const Triple& size) {
@@ -283,11 +283,9 @@ long int Builder::End() {
         SetDepthAndBox(0, {}, {});
         return Pack();
     }
-    _header.origin = tree.origin;
-    _header.size = tree.size;
-    _header.hasCuboid = 0;
     _records.assign(8, 255);
-    PutHeader(2);
+    _stored.isThere = 0;  // the rest of it stays
+    Store(2);
     return IDX_S_OK;
 }
 
@@ -446,12 +444,10 @@ void Builder::SetAsEmptyOrFull(Cell cell) {
 // The stored image
 
 long int Builder::Pack() {
-    _header = cuboid;
-    _header.origin = tree.origin;
-    _header.size = tree.size;
     _records.assign(tree.depth == 0 ? 0 : 8, 0);
     if (tree.depth != 0) PackBelow(kRoot, 0);
-    PutHeader(tree.depth);
+    _stored = cuboid;
+    Store(tree.depth);
     return IDX_S_OK;
 }
 
@@ -482,7 +478,7 @@ void Builder::PackBelow(Cell cell, std::size_t record) {
     }
 }
 
-void Builder::PutHeader(unsigned int depth) {
+void Builder::Store(unsigned int depth) {
     image.assign(132, 0);
     const auto put = [this](std::size_t offset, const auto& value) {
         std::memcpy(&image[offset], &value, sizeof value);
@@ -490,11 +486,11 @@ void Builder::PutHeader(unsigned int depth) {
     put(0, 2u);  // kind
     put(4, 1u);  // version
     put(8, depth);
-    put(12, _header.origin);
-    put(24, _header.size);
-    put(36, _header.hasCuboid);
-    put(40, _header.matrix);
-    put(104, _header.points);
+    put(12, tree.origin);
+    put(24, tree.size);
+    put(36, _stored.isThere);
+    put(40, _stored.matrix);
+    put(104, _stored.points);
     put(128, static_cast<std::uint32_t>(_records.size()));
     image.insert(image.end(), _records.begin(), _records.end());
 }

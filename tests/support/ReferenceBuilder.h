@@ -46,11 +46,9 @@ struct Tree {
     long int Fail(const char* tag);
 };
 
-/// The part of a stored image that isn't cells.
-struct Header {
-    Triple origin = {};
-    Triple size = {};
-    int hasCuboid = 0;
+/// What a stored image holds beside the box and the cells.
+struct Cuboid {
+    int isThere = 0;
     IDX_Base_4x4Matrix matrix;
     std::array<IDX_Point, 2> points = {};
 };
@@ -67,7 +65,7 @@ public:
     int maxDepth = 6;
     float voxelSize = 0;
     IDX_Bool useVoxelSize = IDX_False;
-    Header cuboid;  ///< its cuboid is the one of the octree under construction
+    Cuboid cuboid;
     Tree tree;
     std::vector<unsigned char> image;  ///< of the packed octree
     std::string output;                ///< what goes to the standard output
@@ -87,12 +85,12 @@ private:
     void SetAsEmptyOrFull(Cell cell);
     long int Pack();
     void PackBelow(Cell cell, std::size_t record);
-    void PutHeader(unsigned int depth);
+    void Store(unsigned int depth);
 
     float _epsilon;
     bool _smallAndFar = false;
     int _drawn = 0;
-    Header _header;
+    Cuboid _stored;
     std::vector<unsigned char> _records;
     std::vector<int> _links;  ///< of the tags, from position 1
 };

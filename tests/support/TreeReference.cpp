@@ -41,35 +41,12 @@ unsigned int TreeReference::Append(const std::string& data) {
     return static_cast<unsigned int>(offset);
 }
 
-std::string TreeReference::IdOf(unsigned int item) const {
-    return _bytes.substr(item + _itemSize + 4, At(item + _itemSize));
-}
-
 int TreeReference::Order(const std::string& id, unsigned int item) const {
-    return id.compare(IdOf(item));
+    return id.compare(_bytes.substr(item + _itemSize + 4, At(item + _itemSize)));
 }
 
 std::string TreeReference::File(bool filledUp) const {
     return filledUp ? _bytes : _bytes.substr(0, _end);
-}
-
-unsigned int TreeReference::Query(const std::string& id) const {
-    for (unsigned int node = At(kRoot); node != 0;) {
-        unsigned int i = 0;
-        for (; i < 3 && At(node + kItems + 4 * i) != 0; ++i) {
-            const int order = Order(id, At(node + kItems + 4 * i));
-            if (order == 0) return At(node + kItems + 4 * i);
-            if (order < 0) break;
-        }
-        node = At(node + 4 * i);
-    }
-    return 0;
-}
-
-unsigned int TreeReference::AppendItem(const std::string& record, const std::string& id) {
-    const unsigned int item = Append(record);
-    Append(Bytes(static_cast<unsigned int>(id.size())) + id);
-    return item;
 }
 
 /// The child at `index` is full. Its right half goes to the end of the file, its middle item into the parent.
@@ -112,7 +89,8 @@ unsigned int TreeReference::Insert(const std::string& record, const std::string&
             if (order <= 0) break;
         }
         if (order == 0 || At(node) == 0) {
-            const unsigned int item = AppendItem(record, id);
+            const unsigned int item = Append(record);
+            Append(Bytes(static_cast<unsigned int>(id.size())) + id);
             for (unsigned int i = 2; order != 0 && i > place; --i) {
                 Set(node + kItems + 4 * i, At(node + kItems + 4 * (i - 1)));
             }
@@ -123,17 +101,4 @@ unsigned int TreeReference::Insert(const std::string& record, const std::string&
         index = place;
         node = At(node + 4 * place);
     }
-}
-
-void TreeReference::Visit(unsigned int node, std::vector<unsigned int>& items) const {
-    for (unsigned int i = 0; i < 4; ++i) {
-        if (At(node + 4 * i) != 0) Visit(At(node + 4 * i), items);
-        if (i < 3 && At(node + kItems + 4 * i) != 0) items.push_back(At(node + kItems + 4 * i));
-    }
-}
-
-std::vector<unsigned int> TreeReference::Items() const {
-    std::vector<unsigned int> items;
-    if (At(kRoot) != 0) Visit(At(kRoot), items);
-    return items;
 }

@@ -2,7 +2,6 @@
 #define TreeReference_h
 
 #include <string>
-#include <vector>
 
 /// The identifier tree written down flat: one string of bytes, read and changed in place, numbers in the byte
 /// order of this machine. Slow, and without any check.
@@ -11,12 +10,6 @@ public:
     TreeReference(unsigned int itemSize, unsigned int manifestSize);
 
     unsigned int Insert(const std::string& record, const std::string& id);
-    unsigned int Query(const std::string& id) const;
-
-    /// Offsets of all items, in rising order of their identifiers.
-    std::vector<unsigned int> Items() const;
-
-    std::string IdOf(unsigned int item) const;
 
     /// The file, filled up to a multiple of 4 behind its last byte, as the memory store leaves it, or not.
     std::string File(bool filledUp) const;
@@ -27,8 +20,6 @@ private:
     unsigned int Append(const std::string& data);
     void SplitChild(unsigned int parent, unsigned int index);
     int Order(const std::string& id, unsigned int item) const;
-    unsigned int AppendItem(const std::string& record, const std::string& id);
-    void Visit(unsigned int node, std::vector<unsigned int>& items) const;
 
     unsigned int _itemSize;
     std::string _bytes;    ///< its length is a multiple of 4

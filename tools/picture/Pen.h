@@ -54,8 +54,7 @@ public:
 
     /// Paints pixels with their top left corner at a place, each as a square of iScale.
     /// @param iOpacity  1 hides what is below, 0 isn't seen
-    void Paint(
-        const Pixels& iPixels, double iX, double iY, double iScale, double iOpacity = 1.0);
+    void Paint(const Pixels& iPixels, double iX, double iY, double iScale, double iOpacity = 1.0);
 
     /// A bar of a round length, with its right end at a place.
     /// @param iPixelsPerUnit  pixels for one model unit

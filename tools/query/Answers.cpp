@@ -22,7 +22,8 @@ std::string BoxText(const Box& iBox) {
     for (const Point* corner : {&iBox.low, &iBox.high}) {
         if (!text.empty()) text += " to ";
         for (std::size_t axis = 0; axis < corner->size(); ++axis) {
-            text += (axis == 0 ? "" : ",") + Number((*corner)[axis]);
+            if (axis != 0) text += ',';
+            text += Number((*corner)[axis]);
         }
     }
     return text;
@@ -85,8 +86,9 @@ void PrintLine(const char* iName, const std::string& iValue) {
 std::string DepthsText(const Stats& iStats) {
     std::string text;
     for (const auto& [depth, nParts] : iStats.depths) {
-        text += (text.empty() ? "" : ", ") + std::to_string(depth) + " (" + std::to_string(nParts) +
-                (nParts == 1 ? " part)" : " parts)");
+        if (!text.empty()) text += ", ";
+        text += std::to_string(depth) + " (" + std::to_string(nParts);
+        text += nParts == 1 ? " part)" : " parts)";
     }
     return text;
 }
