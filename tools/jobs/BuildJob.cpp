@@ -11,10 +11,15 @@ void AddNote(std::string& ioNote, const std::string& iNote) {
     ioNote += ioNote.empty() ? iNote : "; " + iNote;
 }
 
+/// What stands behind the last '/' or '#': of a long path it says the most.
+std::string LastName(const std::string& iIdentifier) {
+    return iIdentifier.substr(iIdentifier.find_last_of("/#") + 1);
+}
+
 void DrawPicture(const PartToBuild& iPart, const BuiltPart& iBuilt, PartResult& ioResult) {
     SheetFacts facts;
-    facts.name = iPart.identifier;
-    facts.source = iPart.source;
+    facts.name = LastName(iPart.identifier);
+    facts.source = iPart.identifier;
     facts.nTriangles = iBuilt.facts.nTriangles;
     facts.nSolid = iBuilt.facts.nSolid;
     facts.nInside = iBuilt.facts.nInside;

@@ -18,8 +18,7 @@ struct BuildSettings {
 /// One part to be built.
 struct PartToBuild {
     const MeshPart* mesh;    ///< must live until the child was started
-    std::string identifier;  ///< for its picture, as are the others
-    std::string source;
+    std::string identifier;  ///< for its picture, as is the next
     UpAxis up;
 };
 

@@ -115,10 +115,9 @@ std::vector<PartPipeline::Place> PartPipeline::NextRun() const {
 }
 
 PartToBuild PartPipeline::Describe(const Place& iPlace) const {
-    const InputFile& file = _files[iPlace.iFile];
-    const UpAxis usual = IsZUpFileName(file.path) ? UpAxis::Z : UpAxis::Y;
-    return {
-        &_openParts.at(iPlace).mesh, IdentifierOf(iPlace), file.name, _settings.up.value_or(usual)};
+    const bool isZUp = IsZUpFileName(_files[iPlace.iFile].path);
+    const UpAxis usual = isZUp ? UpAxis::Z : UpAxis::Y;
+    return {&_openParts.at(iPlace).mesh, IdentifierOf(iPlace), _settings.up.value_or(usual)};
 }
 
 /// A part of a file that holds several bears its node's path.
