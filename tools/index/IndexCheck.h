@@ -20,7 +20,8 @@ struct IndexCheckResult {
 };
 
 /// Reads an index whole: the structure of every file, every octree image, and that identifier, record, image and box
-/// lead to each other, with no byte that belongs to nothing.
+/// lead to each other, with no byte that belongs to nothing. What no reader looks at may hold anything: the slots of
+/// an R-tree node that aren't in use, the cuboid of an octree without one.
 /// @param iProgress  told the share that is done, from 0 to 1; may be empty
 IndexCheckResult CheckIndex(
     const std::string& iFolder, const std::function<void(double)>& iProgress);

@@ -10,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -72,7 +73,9 @@ private:
     struct Place {
         std::size_t iFile = 0;
         std::size_t iPart = 0;
-        auto operator<=>(const Place&) const = default;
+        bool operator<(const Place& iOther) const {
+            return std::tie(iFile, iPart) < std::tie(iOther.iFile, iOther.iPart);
+        }
     };
 
     /// A file of which not all is handed on yet.
