@@ -34,6 +34,13 @@ double Channel(double iHue, double iSaturation, double iValue, double iShift) {
     return iValue * (1.0 - iSaturation * (1.0 - ramp));
 }
 
+/// The end of a long name: it tells the parts of one scene apart.
+std::string EndOf(const std::string& iName) {
+    constexpr std::size_t kMost = 32;
+    if (iName.size() <= kMost) return iName;
+    return std::string("...").append(iName, iName.size() - kMost);
+}
+
 class Picture {
 public:
     Picture(cairo_t* ioContext, const AssemblyFacts& iFacts)
@@ -143,7 +150,7 @@ private:
             _pen.Fill(kLegendLeft, y - 17.0, kSwatch, kSwatch, _colours[p]);
             _pen.Use(kInk);
             const double width = kWidth - kMargin - kLegendLeft - 34.0;
-            const std::string name = Plain(_facts.parts[p].name);
+            const std::string name = EndOf(Plain(_facts.parts[p].name));
             _pen.FittedText(kLegendLeft + 34.0, y, name, kTextSize, false, width);
             y += kLegendStep;
             ++nDrawn;
