@@ -36,7 +36,7 @@ double Channel(double iHue, double iSaturation, double iValue, double iShift) {
 
 /// The end of a long name: it tells the parts of one scene apart.
 std::string EndOf(const std::string& iName) {
-    constexpr std::size_t kMost = 32;
+    constexpr std::size_t kMost = 28;
     if (iName.size() <= kMost) return iName;
     return std::string("...").append(iName, iName.size() - kMost);
 }
