@@ -284,7 +284,8 @@ TEST(PartIndex, AnyDamageIsToldAndHarmless) {
         const std::string sound = ContentOf(path);
         for (std::size_t at = 0; at < sound.size(); ++at) {
             std::string damaged = sound;
-            damaged[at] = static_cast<char>(damaged[at] ^ (1 + random() % 255));
+            damaged[at] =
+                static_cast<char>(static_cast<unsigned char>(damaged[at]) ^ (1 + random() % 255));
             SetContent(path, damaged);
             CheckIndex(folder / "", {});
             AskAll(folder / "");
