@@ -73,12 +73,13 @@ void Console::Complain(const char* iKind, const std::string& iName, const std::s
     std::fprintf(
         stderr, "gridloom-index: %s: %s: %s\n", iKind, Printable(iName).c_str(),
         Printable(iText).c_str());
-    if (_style == ProgressStyle::Json)
+    if (_style == ProgressStyle::Json) {
         PrintEvent({
             {"event",  std::string(iKind)},
             {"name",   iName             },
             {"reason", iText             }
         });
+    }
 }
 
 void Table::Print() const {

@@ -1,6 +1,8 @@
 #include "BoxTree.h"
 
-#include <cmath>
+#include <array>
+#include <bit>
+#include <cstdint>
 #include <vector>
 
 namespace {
@@ -12,11 +14,13 @@ std::string At(unsigned int iNode, const char* iText) {
     return "node " + std::to_string(iNode) + ": " + iText;
 }
 
-bool IsSame(const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
-    return std::memcmp(&iFirst, &iSecond, sizeof iFirst) == 0;
-}
+using Bits = std::array<std::uint32_t, 6>;
 
 }  // namespace
+
+bool HaveSameBits(const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
+    return std::bit_cast<Bits>(iFirst) == std::bit_cast<Bits>(iSecond);
+}
 
 std::string BoxTree::CheckHeader() const {
     if (_size < kHeaderSize) return "is shorter than its header";
@@ -55,7 +59,7 @@ bool BoxTree::EnclosesChild(unsigned int iNode, unsigned int iSlot) const {
     for (unsigned int slot = 1; slot < Count(entry.value); ++slot) {
         box.Union(EntryOf(entry.value, slot).box);
     }
-    return IsSame(box, entry.box);
+    return HaveSameBits(box, entry.box);
 }
 
 std::string BoxTree::Check() const {

@@ -7,6 +7,9 @@
 #include <cstring>
 #include <string>
 
+/// Whether all coordinates of two boxes are the same, bit for bit: a NaN is like itself, and 0 isn't like -0.
+bool HaveSameBits(const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond);
+
 /// Reads an R-tree image where it lies. docs/file-formats.md, "R-tree image". Check() comes first: from then on no
 /// walk leaves the image, and every walk ends.
 class BoxTree {

@@ -4,7 +4,6 @@
 #include "PartTreeCheck.h"
 
 #include <algorithm>
-#include <cstring>
 #include <tuple>
 
 namespace {
@@ -111,7 +110,7 @@ private:
             [](const BoxOfItem& a, unsigned int item) { return a.item < item; });
         if (found == _boxes.end() || found->item != iPart.item) {
             Add(iPart.identifier, "no box leads to it");
-        } else if (std::memcmp(&found->box, &iPart.record.box, sizeof found->box) != 0) {
+        } else if (!HaveSameBits(found->box, iPart.record.box)) {
             Add(iPart.identifier, "its box and that of its record differ");
         }
     }

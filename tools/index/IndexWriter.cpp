@@ -18,7 +18,7 @@ std::string SyncAll(const std::string& iFolder) {
     std::error_code error;
     for (fs::directory_iterator entry(iFolder, error); !error && entry != fs::directory_iterator();
          entry.increment(error)) {
-        const std::string failure = SyncPath(entry->path().string());
+        std::string failure = SyncPath(entry->path().string());
         if (!failure.empty()) return failure;
     }
     return error ? iFolder + ": " + error.message() : SyncPath(iFolder);

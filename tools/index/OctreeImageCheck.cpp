@@ -99,7 +99,7 @@ private:
 std::string CheckOctreeImage(
     const unsigned char* iBytes, std::size_t iSize, std::uint64_t& oOccupied) {
     oOccupied = 0;
-    const std::string failure = CheckHeader(iBytes, iSize);
+    std::string failure = CheckHeader(iBytes, iSize);
     if (!failure.empty()) return failure;
     const auto depth = Load<Header>(iBytes, 0).depth;
     if (depth == 0) return {};

@@ -129,6 +129,7 @@ private:
         const bool all = std::none_of(
             iParts.begin(), iParts.end(), [](const ShownPart& part) { return part.isHighlighted; });
         std::vector<Colour> colours;
+        colours.reserve(iParts.size());
         std::size_t place = 0;
         for (const ShownPart& part : iParts) {
             colours.push_back(all || part.isHighlighted ? ColourOf(place++) : kGrey);

@@ -109,14 +109,14 @@ void PutCornersBigEndian(std::FILE* ioFile, const Face& iFace) {
 bool WritePly(const ExportedParts& iParts, std::FILE* ioFile) {
     std::uint64_t nFaces = 0;
     if (!CountFaces(iParts, nFaces)) return false;
+    const auto count = static_cast<unsigned long long>(nFaces);
     std::fprintf(
         ioFile,
         "ply\nformat binary_little_endian 1.0\nelement vertex %llu\nproperty float x\n"
         "property float y\nproperty float z\nproperty uchar red\nproperty uchar green\n"
         "property uchar blue\nelement face %llu\nproperty list uchar int vertex_indices\n"
         "end_header\n",
-        static_cast<unsigned long long>(nFaces * kCorners),
-        static_cast<unsigned long long>(nFaces));
+        count * kCorners, count);
     ForEachFace(iParts, [&](const ExportedPart& part, const Face& face) {
         PutColouredCorners(ioFile, part, face);
     });

@@ -104,7 +104,7 @@ std::string IndexBase::SyncDirectory() const {
     const std::string directory = fs::path(live.ConvertToChar()).parent_path().string();
     for (const std::string& path :
          {directory + "/" + IDX_Base_Constants::IDXBUFFER_FILE_BASE_NAME, directory, _path}) {
-        const std::string failure = SyncPath(path);
+        std::string failure = SyncPath(path);
         if (!failure.empty()) return failure;
     }
     return {};
