@@ -3,21 +3,16 @@
 // keys the large trees have.
 
 #include "FailingStore.h"
+#include "FromEnvironment.h"
 #include "OpenTree.h"
 #include "TemporaryFolder.h"
 #include "TreeReference.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
 
 namespace {
-
-unsigned int FromEnvironment(const char* name, unsigned int otherwise) {
-    const char* text = std::getenv(name);
-    return text != nullptr ? static_cast<unsigned int>(std::atoi(text)) : otherwise;
-}
 
 /// A number as 8 bytes in rising order.
 std::string BigEndian(unsigned long long number) {
@@ -160,7 +155,7 @@ private:
 
 TEST(TreeRandom, BytesAndAnswersAreThoseOfTheReference) {
     const TemporaryFolder folder;
-    const unsigned int nSequences = FromEnvironment("GRIDLOOM_RANDOM_TREE_FILES", 1000);
+    const unsigned long nSequences = FromEnvironment("GRIDLOOM_RANDOM_TREE_FILES", 1000);
     for (unsigned int seed = 0; seed < nSequences && !HasFailure(); ++seed) {
         SCOPED_TRACE("sequence " + std::to_string(seed));
         Sequence(folder / "tree", seed).Run();
@@ -169,7 +164,7 @@ TEST(TreeRandom, BytesAndAnswersAreThoseOfTheReference) {
 
 TEST(TreeRandom, LargeTreesAreTheSameOnBothStores) {
     const TemporaryFolder folder;
-    const unsigned int nKeys = FromEnvironment("GRIDLOOM_TREE_KEYS", 20000);
+    const unsigned long nKeys = FromEnvironment("GRIDLOOM_TREE_KEYS", 20000);
     Side disk(folder / "tree", Disk, 32, 8);
     Side memory(folder / "tree", Memory, 32, 8);
     TreeReference reference(32, 8);
