@@ -18,6 +18,9 @@ function(gridloom_settings target)
         $<$<BOOL:${GRIDLOOM_WERROR}>:-Werror>
         # The bytes of an index don't depend on the processor: no fused multiply-add.
         -ffp-contract=off)
+    if(CMAKE_UNITY_BUILD)  # GCC takes sources that are merged into one for headers
+        target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+    endif()
     if(GRIDLOOM_ARCH)
         target_compile_options(${target} PRIVATE -march=${GRIDLOOM_ARCH})
     endif()

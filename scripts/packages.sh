@@ -3,7 +3,8 @@
 # shellcheck shell=bash disable=SC2034
 
 packages_build=(g++ cmake ninja-build)
-packages_tools=(pkg-config libassimp-dev libcairo2-dev zlib1g-dev nlohmann-json3-dev fonts-dejavu-core)
+packages_tools=(pkg-config libassimp-dev libcairo2-dev libpng-dev zlib1g-dev nlohmann-json3-dev
+                fonts-dejavu-core)
 packages_tests=(libgtest-dev libgmp-dev)
 packages_check=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config shellcheck)
 packages_bench=(libbenchmark-dev libopenvdb-dev libtbb-dev libboost-dev liboctomap-dev

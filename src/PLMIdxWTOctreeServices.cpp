@@ -1,14 +1,13 @@
 #include "PLMIdxWTOctreeServices.h"
 
 #include "TraceFailure.h"
+#include "WorkingOctreeRecords.h"
 
 #include "IDX_WT_GeometryServices.h"
 
 #include <cmath>
 
 namespace {
-
-constexpr unsigned int kChildren = 8;
 
 struct Cell {
     IDX_Point low;

@@ -1,5 +1,6 @@
 #include "IndexCheck.h"
 
+#include "IndexFiles.h"
 #include "OctreeImageCheck.h"
 #include "PartTreeCheck.h"
 
@@ -7,8 +8,6 @@
 #include <tuple>
 
 namespace {
-
-constexpr std::size_t kAlignment = 4;
 
 /// A box of the R-tree with the item that it leads to.
 struct BoxOfItem {
@@ -123,7 +122,7 @@ private:
         std::vector<std::size_t> ends(_index.Pieces().size(), 0);
         for (const Place& place : _places) {
             std::size_t& end = ends[place.piece];
-            const std::size_t start = (end + kAlignment - 1) / kAlignment * kAlignment;
+            const std::size_t start = NextBlock(end);
             if (place.offset != start) {
                 return Add(
                     _index.NameOfPiece(place.piece),

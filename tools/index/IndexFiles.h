@@ -23,6 +23,14 @@ constexpr unsigned int kPieceSize = 1U << 30;
 constexpr unsigned short kBoxesMinFill = 6;
 constexpr unsigned short kBoxesMaxChildren = 16;
 
+/// Images, nodes and items begin at multiples of this many bytes.
+constexpr unsigned int kBlockAlignment = 4;
+
+/// Where the next of them begins behind the end of one.
+constexpr std::size_t NextBlock(std::size_t iEnd) {
+    return (iEnd + kBlockAlignment - 1) / kBlockAlignment * kBlockAlignment;
+}
+
 /// The record of one part in the identifier tree. 48 bytes.
 struct PartRecord {
     std::uint32_t octreePiece;    //  0  4  piece of the octrees that holds the image

@@ -1,10 +1,11 @@
 #include "OctreeImageCheck.h"
 
+#include "Finite.h"
+
 #include "IDXOctreeType.h"
 #include "IDX_Point.h"
 
 #include <bit>
-#include <cmath>
 #include <cstring>
 
 namespace {
@@ -32,10 +33,6 @@ Value Load(const unsigned char* iBytes, std::size_t iOffset) {
     Value value;
     std::memcpy(&value, iBytes + iOffset, sizeof value);
     return value;
-}
-
-bool IsFinite(const IDX_Point& iPoint) {
-    return std::isfinite(iPoint.x) && std::isfinite(iPoint.y) && std::isfinite(iPoint.z);
 }
 
 /// Why a header can't stand before these records; empty when it can.

@@ -1,11 +1,11 @@
 #include "PartIndex.h"
 
+#include "Finite.h"
 #include "OctreeImageCheck.h"
 
 #include "IDX_Base_Constants.h"
 #include "PLMIdxDirectory.h"
 
-#include <cmath>
 #include <filesystem>
 #include <sys/stat.h>
 
@@ -31,10 +31,6 @@ Stamp StampOf(const std::string& iPath) {
     struct stat status = {};
     if (stat(iPath.c_str(), &status) != 0) return {0, 0};
     return {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-}
-
-bool IsFinite(const IDX_Point& iPoint) {
-    return std::isfinite(iPoint.x) && std::isfinite(iPoint.y) && std::isfinite(iPoint.z);
 }
 
 }  // namespace

@@ -13,9 +13,8 @@ namespace {
 
 constexpr unsigned int kFirst = sizeof(IDX_234Struct_Manifest) + sizeof(PartsManifest);
 constexpr unsigned short kEndian = 1;
-constexpr unsigned short kVersion = 45;
+constexpr unsigned short kTreeVersion = 45;
 constexpr unsigned int kMostLevels = 32;
-constexpr unsigned int kAlignment = 4;
 constexpr unsigned int kLengthSize = 4;
 
 /// 28 bytes.
@@ -36,7 +35,7 @@ public:
         const auto manifest = Load<IDX_234Struct_Manifest>(0);
         const auto own = Load<PartsManifest>(sizeof manifest);
         if (manifest.endian != kEndian) return "was written in another byte order";
-        if (manifest.version != kVersion) return "is of another version";
+        if (manifest.version != kTreeVersion) return "is of another version";
         if (own.format != kPartsFormat) return "isn't the tree of a part index";
         if (manifest.root != 0) Visit(manifest.root, 0);
         if (!_failure.empty()) return _failure;
@@ -59,7 +58,7 @@ private:
 
     /// Whether a stretch lies behind the manifest and in the file.
     bool IsInFile(unsigned int iOffset, std::size_t iLength) const {
-        return iOffset >= kFirst && iOffset % kAlignment == 0 && iOffset <= _size &&
+        return iOffset >= kFirst && iOffset % kBlockAlignment == 0 && iOffset <= _size &&
                iLength <= _size - iOffset;
     }
 
@@ -119,7 +118,7 @@ private:
         std::sort(_cover.begin(), _cover.end());
         std::size_t end = kFirst;
         for (const auto& [offset, length] : _cover) {
-            const std::size_t start = (end + kAlignment - 1) / kAlignment * kAlignment;
+            const std::size_t start = NextBlock(end);
             if (offset != start)
                 return "at " + std::to_string(start) + ": bytes of no node or item";
             end = start + length;

@@ -1,5 +1,6 @@
 #include "MeshImport.h"
 
+#include "Finite.h"
 #include "MeshBytes.h"
 #include "UniqueNames.h"
 #include "Utf8.h"
@@ -12,7 +13,6 @@
 #include <assimp/LogStream.hpp>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
-#include <cmath>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -186,10 +186,6 @@ IDX_Point Place(const WorldTransform& iWorld, const aiVector3D& iVertex) {
     const aiVector3t<double> placed = iWorld * aiVector3t<double>(iVertex.x, iVertex.y, iVertex.z);
     return {
         static_cast<float>(placed.x), static_cast<float>(placed.y), static_cast<float>(placed.z)};
-}
-
-bool IsFinite(const IDX_Point& iPoint) {
-    return std::isfinite(iPoint.x) && std::isfinite(iPoint.y) && std::isfinite(iPoint.z);
 }
 
 /// Turns the nodes of a triangulated scene into parts.

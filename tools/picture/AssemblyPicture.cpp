@@ -9,16 +9,12 @@
 
 namespace {
 
-// The picture, in pixels: title above, the view below it, the legend on the right.
-constexpr int kWidth = 1880;
-constexpr int kHeight = 1400;
-constexpr double kMargin = 44.0;
-constexpr double kBodyTop = 146.0;
-constexpr int kViewWidth = 1400;
-constexpr int kViewHeight = 1110;
+// On the sheet: title above, the view below it, the legend on the right.
+constexpr double kAssemblyTop = 146.0;
+constexpr int kAssemblyWidth = 1400;
+constexpr int kAssemblyHeight = 1110;
 constexpr double kLegendLeft = 1490.0;
 constexpr double kLegendStep = 34.0;
-constexpr double kSwatch = 22.0;
 
 constexpr Colour kGrey = {0.80, 0.81, 0.83};
 constexpr double kContextOpacity = 0.45;
@@ -47,8 +43,8 @@ public:
         : _pen(ioContext),
           _facts(iFacts),
           _projection(iFacts.up),
-          _view(_projection, FrameOf(), kViewWidth, kViewHeight),
-          _context(_projection, FrameOf(), kViewWidth, kViewHeight),
+          _view(_projection, FrameOf(), kAssemblyWidth, kAssemblyHeight),
+          _context(_projection, FrameOf(), kAssemblyWidth, kAssemblyHeight),
           _colours(ChooseColours(iFacts.parts)),
           _nHighlighted(static_cast<std::size_t>(
               std::count_if(iFacts.parts.begin(), iFacts.parts.end(), [](const ShownPart& part) {
@@ -68,17 +64,17 @@ public:
     }
 
     void Finish() {
-        _pen.Fill(0.0, 0.0, kWidth, kHeight, kPaper);
-        _pen.Paint(_context.Resolve(), kMargin, kBodyTop + 10.0, 1.0, kContextOpacity);
-        _pen.Paint(_view.Resolve(), kMargin, kBodyTop + 10.0, 1.0);
-        const double textWidth = kWidth - 2.0 * kMargin;
+        _pen.Fill(0.0, 0.0, kSheetWidth, kSheetHeight, kPaper);
+        _pen.Paint(_context.Resolve(), kSheetMargin, kAssemblyTop + 10.0, 1.0, kContextOpacity);
+        _pen.Paint(_view.Resolve(), kSheetMargin, kAssemblyTop + 10.0, 1.0);
+        const double textWidth = kSheetWidth - 2.0 * kSheetMargin;
         _pen.Use(kInk);
-        _pen.FittedText(kMargin, 70.0, Plain(_facts.title), kTitleSize, true, textWidth);
+        _pen.FittedText(kSheetMargin, 70.0, Plain(_facts.title), kTitleSize, true, textWidth);
         _pen.Use(kFaint);
-        _pen.FittedText(kMargin, 106.0, Plain(_facts.subtitle), kTextSize, false, textWidth);
-        _pen.Fill(kMargin, 124.0, textWidth, 2.0, kLine);
-        _pen.Axes(_projection, kMargin + 76.0, kHeight - 76.0);
-        _pen.ScaleBar(kMargin + kViewWidth, kHeight - 62.0, _view.PixelsPerUnit());
+        _pen.FittedText(kSheetMargin, 106.0, Plain(_facts.subtitle), kTextSize, false, textWidth);
+        _pen.Fill(kSheetMargin, 124.0, textWidth, 2.0, kLine);
+        _pen.Axes(_projection, kSheetMargin + 76.0, kSheetHeight - 76.0);
+        _pen.ScaleBar(kSheetMargin + kAssemblyWidth, kSheetHeight - 62.0, _view.PixelsPerUnit());
         DrawLegend();
     }
 
@@ -138,9 +134,10 @@ private:
     }
 
     void DrawLegend() {
-        const auto most = static_cast<std::size_t>((kHeight - kBodyTop - 90.0) / kLegendStep);
+        const auto most =
+            static_cast<std::size_t>((kSheetHeight - kAssemblyTop - 90.0) / kLegendStep);
         const std::size_t nWanted = _nHighlighted != 0 ? _nHighlighted : _facts.parts.size();
-        double y = kBodyTop + 40.0;
+        double y = kAssemblyTop + 40.0;
         std::size_t nDrawn = 0;
         for (std::size_t p = 0; p < _facts.parts.size(); ++p) {
             if (_nHighlighted != 0 && !_facts.parts[p].isHighlighted) continue;
@@ -150,7 +147,7 @@ private:
             }
             _pen.Fill(kLegendLeft, y - 17.0, kSwatch, kSwatch, _colours[p]);
             _pen.Use(kInk);
-            const double width = kWidth - kMargin - kLegendLeft - 34.0;
+            const double width = kSheetWidth - kSheetMargin - kLegendLeft - 34.0;
             const std::string name = EndOf(Plain(_facts.parts[p].name));
             _pen.FittedText(kLegendLeft + 34.0, y, name, kTextSize, false, width);
             y += kLegendStep;
@@ -191,7 +188,7 @@ std::string DrawAssembly(
     const std::function<const PLMIdxIBaseOctree&(std::size_t iPart)>& iOctreeOf,
     const std::function<void(std::size_t iDone)>& iProgress,
     std::string& oPng) {
-    const PngCanvas canvas(kWidth, kHeight);
+    const PngCanvas canvas(kSheetWidth, kSheetHeight);
     Picture picture(canvas.Context(), iFacts);
     for (std::size_t part = 0; part < iFacts.parts.size(); ++part) {
         picture.DrawPart(part, iOctreeOf(part));

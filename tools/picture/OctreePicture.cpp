@@ -12,15 +12,12 @@
 
 namespace {
 
-// The sheet, in pixels: title and facts above, the view on the left, three slices on the right.
-constexpr int kSheetWidth = 1880;
-constexpr int kSheetHeight = 1400;
-constexpr double kMargin = 44.0;
-constexpr double kBodyTop = 176.0;
-constexpr int kViewWidth = 1190;
-constexpr int kViewHeight = 1080;
+// On the sheet: title and facts above, the view on the left, three slices on the right.
+constexpr double kPartTop = 176.0;
+constexpr int kPartWidth = 1190;
+constexpr int kPartHeight = 1080;
 constexpr double kSlicesLeft = 1320.0;
-constexpr double kSliceWidth = kSheetWidth - kMargin - kSlicesLeft;
+constexpr double kSliceWidth = kSheetWidth - kSheetMargin - kSlicesLeft;
 constexpr double kSlicesHeight = 980.0;  // of all three together
 constexpr double kCaptionHeight = 38.0;  // above each slice
 constexpr double kSliceGap = 22.0;       // below each slice
@@ -114,13 +111,14 @@ public:
 
 private:
     void DrawHeading() {
-        const double width = kSlicesLeft - 2.0 * kMargin;
+        const double width = kSlicesLeft - 2.0 * kSheetMargin;
         _pen.Use(kInk);
-        _pen.FittedText(kMargin, 70.0, Plain(_facts.name), kTitleSize, true, width);
+        _pen.FittedText(kSheetMargin, 70.0, Plain(_facts.name), kTitleSize, true, width);
         _pen.Use(kFaint);
-        _pen.FittedText(kMargin, 106.0, Plain(_facts.source), kTextSize, false, width);
-        _pen.FittedText(kMargin, 136.0, Figures(), kTextSize, false, kSheetWidth - 2.0 * kMargin);
-        _pen.Fill(kMargin, 154.0, kSheetWidth - 2.0 * kMargin, 2.0, kLine);
+        _pen.FittedText(kSheetMargin, 106.0, Plain(_facts.source), kTextSize, false, width);
+        _pen.FittedText(
+            kSheetMargin, 136.0, Figures(), kTextSize, false, kSheetWidth - 2.0 * kSheetMargin);
+        _pen.Fill(kSheetMargin, 154.0, kSheetWidth - 2.0 * kSheetMargin, 2.0, kLine);
     }
 
     std::string Figures() const {
@@ -141,7 +139,6 @@ private:
     }
 
     void DrawLegend() {
-        constexpr double kSwatch = 22.0;
         const bool hasInside = _facts.nInside > 0;
         _pen.Font(kTextSize);
         _pen.Fill(kSlicesLeft, 52.0, kSwatch, kSwatch, kSurface);
@@ -155,12 +152,12 @@ private:
 
     void DrawBody() {
         const Projection projection(_facts.up);
-        VoxelView view(projection, FindFrame(_grid, projection), kViewWidth, kViewHeight);
+        VoxelView view(projection, FindFrame(_grid, projection), kPartWidth, kPartHeight);
         view.Draw(_grid, Placement(), kSurface);
-        _pen.Paint(view.Resolve(), kMargin, kBodyTop + 10.0, 1.0);
+        _pen.Paint(view.Resolve(), kSheetMargin, kPartTop + 10.0, 1.0);
         const double below = kSheetHeight - 62.0;
-        _pen.Axes(projection, kMargin + 76.0, below - 14.0);
-        _pen.ScaleBar(kMargin + kViewWidth, below, view.PixelsPerUnit() / _cellSide);
+        _pen.Axes(projection, kSheetMargin + 76.0, below - 14.0);
+        _pen.ScaleBar(kSheetMargin + kPartWidth, below, view.PixelsPerUnit() / _cellSide);
     }
 
     void DrawSlices() {
@@ -174,8 +171,8 @@ private:
             height += slice.Height();
         }
         const double scale = std::min(kSliceWidth / width, kSlicesHeight / height);
-        _pen.Fill(kSlicesLeft - 42.0, kBodyTop + 6.0, 2.0, kSheetHeight - kBodyTop - 44.0, kLine);
-        double top = kBodyTop;
+        _pen.Fill(kSlicesLeft - 42.0, kPartTop + 6.0, 2.0, kSheetHeight - kPartTop - 44.0, kLine);
+        double top = kPartTop;
         for (const Slice& slice : slices) {
             DrawSlice(slice, top, scale);
             top += kCaptionHeight + scale * slice.Height() + kSliceGap;

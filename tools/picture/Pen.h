@@ -15,11 +15,17 @@ constexpr Colour kInk = {0.13, 0.16, 0.20};
 constexpr Colour kFaint = {0.42, 0.46, 0.51};
 constexpr Colour kLine = {0.85, 0.87, 0.89};
 
+// The sheet that every picture fills, in pixels.
+constexpr int kSheetWidth = 1880;
+constexpr int kSheetHeight = 1400;
+constexpr double kSheetMargin = 44.0;
+
 constexpr std::array<const char*, 3> kAxisNames = {"x", "y", "z"};
 
 constexpr double kTitleSize = 38.0;
 constexpr double kTextSize = 20.0;
 constexpr double kSmallestText = 12.0;
+constexpr double kSwatch = 22.0;  // side of a colour in a legend
 
 /// A number with so many digits.
 std::string Number(double iValue, int iDigits);

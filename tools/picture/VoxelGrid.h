@@ -33,6 +33,9 @@ public:
         return _cells[Index(iPosition)];
     }
 
+    /// The cells along the x axis through a position of the grid, from x = 0.
+    const Cell* Row(int iY, int iZ) const { return &_cells[Index({0, iY, iZ})]; }
+
     /// Calls a function with the position of each occupied cell.
     template <typename Function>
     void ForEachCell(Function iFunction) const {

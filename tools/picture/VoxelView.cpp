@@ -46,16 +46,25 @@ Neighbourhood LookAround(const VoxelGrid& iGrid, const Position& iCell) {
     // Over a flat face of a solid, this is the sum of the offsets of occupied cells along its normal.
     constexpr double kFlatSum = (2 * kReach + 1) * (2 * kReach + 1) * (kReach * (kReach + 1)) / 2.0;
     constexpr double kCells = (2 * kReach + 1) * (2 * kReach + 1) * (2 * kReach + 1);
+    Position low;
+    Position high;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        low[axis] = std::max(-kReach, -iCell[axis]);
+        high[axis] = std::min(kReach, iGrid.Side() - 1 - iCell[axis]);
+    }
     std::array<int, 3> sum = {0, 0, 0};
     int count = 0;
-    for (int z = -kReach; z <= kReach; ++z) {
-        for (int y = -kReach; y <= kReach; ++y) {
-            for (int x = -kReach; x <= kReach; ++x) {
-                const Position position = {iCell[0] + x, iCell[1] + y, iCell[2] + z};
-                const int occupied = iGrid.At(position) != VoxelGrid::Empty ? 1 : 0;
-                sum = {sum[0] + x * occupied, sum[1] + y * occupied, sum[2] + z * occupied};
-                count += occupied;
+    for (int z = low[2]; z <= high[2]; ++z) {
+        for (int y = low[1]; y <= high[1]; ++y) {
+            const VoxelGrid::Cell* const row = iGrid.Row(iCell[1] + y, iCell[2] + z) + iCell[0];
+            int inRow = 0;
+            for (int x = low[0]; x <= high[0]; ++x) {
+                const int occupied = row[x] != VoxelGrid::Empty ? 1 : 0;
+                sum[0] += x * occupied;
+                inRow += occupied;
             }
+            sum = {sum[0], sum[1] + y * inRow, sum[2] + z * inRow};
+            count += inRow;
         }
     }
     return {
@@ -148,6 +157,7 @@ private:
             lit.blue += light * colour.blue;
             ++nHit;
         }
+        if (nHit == 0) return 0;
         const double coverage = nHit / kAll;
         const auto channel = [&](double iValue) {  // premultiplied: never above the coverage
             return static_cast<std::uint32_t>(
@@ -207,7 +217,8 @@ public:
           _positive(iProjection.Viewer()[iAxis] > 0.0),
           _edgeU(MapEdge((iAxis + 1) % 3)),
           _edgeV(MapEdge((iAxis + 2) % 3)),
-          _area(_edgeU[0] * _edgeV[1] - _edgeU[1] * _edgeV[0]) {}
+          _u(Across(_edgeU, _edgeV)),
+          _v(Across(_edgeV, _edgeU)) {}
 
     Vector Normal() const {
         Vector normal = {0.0, 0.0, 0.0};
@@ -241,6 +252,11 @@ private:
         edge[iAxis] = _placement.cell[iAxis];
         return _screen.Map(edge, false);
     }
+    /// How the share of an edge grows on the screen: 1 at its end, 0 along the other edge.
+    static std::array<double, 2> Across(const Vector& iEdge, const Vector& iOther) {
+        const double area = iEdge[0] * iOther[1] - iEdge[1] * iOther[0];  // signed
+        return {iOther[1] / area, -iOther[0] / area};
+    }
     static int First(double iStart, double iU, double iV) {
         return std::max(0, static_cast<int>(iStart + std::min(0.0, iU) + std::min(0.0, iV)));
     }
@@ -252,8 +268,8 @@ private:
         constexpr double kSlack = 1e-6;  // so that no crack shows between two faces
         const double x = iX + 0.5 - iStart[0];
         const double y = iY + 0.5 - iStart[1];
-        const double u = (x * _edgeV[1] - y * _edgeV[0]) / _area;
-        const double v = (y * _edgeU[0] - x * _edgeU[1]) / _area;
+        const double u = x * _u[0] + y * _u[1];
+        const double v = x * _v[0] + y * _v[1];
         if (std::min(u, v) < -kSlack || std::max(u, v) > 1.0 + kSlack) return;
         const double depth = iStart[2] + u * _edgeU[2] + v * _edgeV[2];
         ioCanvas.Put(iX, iY, depth, iShade * EdgeLine(u, v));
@@ -274,7 +290,9 @@ private:
     bool _positive;
     Vector _edgeU;  ///< the edges of a face, mapped
     Vector _edgeV;
-    double _area;  ///< of the mapped face, signed
+    std::array<double, 2>
+        _u;  ///< what a step to the right, and one down, adds to the share of an edge
+    std::array<double, 2> _v;
 };
 
 void DrawCell(
