@@ -52,14 +52,15 @@ bool PartPipeline::IsOver() const {
     return _next.iFile == _files.size();
 }
 
-/// Fills the places of work: with imports that go on, then parts that wait, then the next files.
+/// Fills the places of work: with imports that go on, then the next files up to long runs of parts, then such runs.
 bool PartPipeline::StartProcesses() {
+    const std::size_t enough = kLongestRun * _settings.nProcesses;
     std::size_t slots = ResumeImports(_settings.nProcesses - _builds.size());
     for (; slots > 0; --slots) {
-        if (!_waiting.empty()) {
-            if (!StartBuild()) return false;
-        } else if (_nStarted < _files.size() && HasRoom()) {
+        if (_waiting.size() < enough && _nStarted < _files.size() && HasRoom()) {
             if (!StartImport()) return false;
+        } else if (!_waiting.empty()) {
+            if (!StartBuild()) return false;
         } else {
             break;
         }
