@@ -10,6 +10,7 @@
 #include "OctreeImageCheck.h"
 #include "PartIndex.h"
 #include "RunProgram.h"
+#include "ScratchFolder.h"
 #include "TableReporter.h"
 
 #include "PLMIdxOctreeBuilder.h"
@@ -29,24 +30,6 @@ constexpr int kGrid = 6;
 constexpr int kDepth = 7;
 constexpr int kQuestions = 2000;
 constexpr double kStep = 0.9;  // from one copy to the next, in sides of its box
-
-/// A folder that goes with its object.
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        std::string name = (fs::temp_directory_path() / "gridloom-bench-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the index");
-        path = name;
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-    ~ScratchFolder() {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
-    }
-
-    std::string path;
-};
 
 IDX_Base_BoundingBox BoxOfPoints(const std::vector<IDX_Point>& iPoints) {
     IDX_Base_BoundingBox box(iPoints.front(), iPoints.front());

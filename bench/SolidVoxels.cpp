@@ -4,6 +4,7 @@
 // resident memory over what the process held with the mesh loaded.
 
 #include "Contestants.h"
+#include "ScratchFolder.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -167,24 +168,6 @@ struct Task {
     size_t triangles;
     unsigned int depth;
     std::map<std::string, std::vector<Measurement>> runs;  ///< by contestant
-};
-
-/// A folder for the meshes, removed at the end.
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string name = (fs::temp_directory_path() / "bench_solid.XXXXXX").string();
-        if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
-        path = name;
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    fs::path path;
 };
 
 /// Makes the meshes and stores them flat, so that a run's memory doesn't know how they were read.
@@ -371,7 +354,7 @@ void Main(const std::vector<std::string>& iArguments) {
         return;
     }
     const Options options = ReadOptions(iArguments);
-    const TemporaryFolder folder;
+    const ScratchFolder folder;
     std::vector<Task> tasks = Prepare(options, folder.path);
     RunAll(options, tasks);
     WriteCsv(tasks, options);

@@ -259,6 +259,28 @@ TEST_F(IndexRunTest, OnePartThatCrashesIsOneFailure) {
     EXPECT_EQ(ReportTag("Parts"), 1);
 }
 
+TEST_F(IndexRunTest, AnImportThatCrashesBesideOthersIsTriedAlone) {
+    for (int n = 1; n <= 9; ++n) Write(Numbered("", n) + ".obj", ObjCube(4, 10 * n));
+    constexpr int kPoints = 2000000;  // small when packed, and long to read
+    std::string slow;
+    for (int n = 0; n < kPoints; ++n) slow += "v 1 2 3\n";
+    Write("5.obj", slow + ObjCube(4, 50, kPoints));
+    ASSERT_EQ(std::system(("gzip " + _in + "/5.obj").c_str()), 0);
+    for (const int nCrashes : {1, 2}) {
+        RunningTool tool(GRIDLOOM_INDEX, With({"-jobs", "1"}));
+        for (int crash = 0; crash < nCrashes; ++crash) {
+            const pid_t child = tool.AwaitWorkingChild();
+            ASSERT_GT(child, 0);
+            (void)kill(child, SIGABRT);
+            while (kill(child, 0) == 0) usleep(1000);
+        }
+        const Outcome outcome = tool.Wait();
+        EXPECT_EQ(outcome.exitCode, nCrashes == 1 ? 0 : 3) << outcome.errors;
+        EXPECT_EQ(ReportTag("Parts"), nCrashes == 1 ? 9 : 8);
+        EXPECT_EQ(FailedList(), nCrashes == 1 ? "" : "5.obj.gz\tthe import crashed: Aborted\n");
+    }
+}
+
 TEST_F(IndexRunTest, ARequestToStopLeavesTheLiveIndexAndNoProcess) {
     Write("cube.obj", ObjCube(4));
     ASSERT_EQ(Run({}).exitCode, 0);

@@ -35,12 +35,14 @@ private:
 
 }  // namespace
 
-ChildProcess::Work ImportWork(const std::string& iPath, const ImportLimits& iLimits) {
+ChildProcess::Work ImportWork(const std::vector<std::string>& iPaths, const ImportLimits& iLimits) {
     return [=](const Outlet& iOutlet) {
         LimitMemory(iLimits.memoryMiB);
-        LimitTime(iLimits.seconds);
         MeshSender sender(iOutlet);
-        ImportMeshFile(iPath, sender);
+        for (const std::string& path : iPaths) {
+            LimitTime(iLimits.seconds);
+            ImportMeshFile(path, sender);
+        }
     };
 }
 

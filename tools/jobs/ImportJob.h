@@ -5,6 +5,7 @@
 #include "Mesh.h"
 
 #include <string>
+#include <vector>
 
 /// What the import of one file may use before it is given up.
 struct ImportLimits {
@@ -12,8 +13,9 @@ struct ImportLimits {
     unsigned int seconds = 120;     ///< processor time
 };
 
-/// The work of a child that imports a mesh file: its messages are an ImportedFile, then its parts one by one.
-ChildProcess::Work ImportWork(const std::string& iPath, const ImportLimits& iLimits);
+/// The work of a child that imports mesh files one behind the other: its messages are for each an ImportedFile, then its
+/// parts one by one.
+ChildProcess::Work ImportWork(const std::vector<std::string>& iPaths, const ImportLimits& iLimits);
 
 // The messages, at the other end. False for bytes that can't be from a sound import.
 

@@ -36,7 +36,10 @@ PartPipeline::PartPipeline(
     const std::vector<InputFile>& iFiles,
     const PipelineSettings& iSettings,
     BatchReceiver& ioReceiver)
-    : _files(iFiles), _settings(iSettings), _receiver(ioReceiver) {}
+    : _files(iFiles),
+      _settings(iSettings),
+      _receiver(ioReceiver),
+      _queue(iFiles, iSettings.nProcesses) {}
 
 PartPipeline::Outcome PartPipeline::Run() {
     while (true) {
@@ -52,12 +55,11 @@ bool PartPipeline::IsOver() const {
     return _next.iFile == _files.size();
 }
 
-/// Fills the places of work: with imports that go on, then the next files up to long runs of parts, then such runs.
+/// Fills the places of work: with imports that go on, then the next files, then parts that wait.
 bool PartPipeline::StartProcesses() {
-    const std::size_t enough = kLongestRun * _settings.nProcesses;
     std::size_t slots = ResumeImports(_settings.nProcesses - _builds.size());
     for (; slots > 0; --slots) {
-        if (_waiting.size() < enough && _nStarted < _files.size() && HasRoom()) {
+        if (WantsImport()) {
             if (!StartImport()) return false;
         } else if (!_waiting.empty()) {
             if (!StartBuild()) return false;
@@ -71,9 +73,9 @@ bool PartPipeline::StartProcesses() {
 /// Says which imports may go on. The others soon wait at their full pipes.
 /// @return places of work that are left
 std::size_t PartPipeline::ResumeImports(std::size_t iSlots) {
-    for (auto& [place, file] : _openFiles) {
-        file.isRead = file.isImporting && iSlots > 0 && MayRead(place);
-        if (file.isRead) --iSlots;
+    for (Import& import : _imports) {
+        import.isRead = iSlots > 0 && MayRead(import.files.first);
+        if (import.isRead) --iSlots;
     }
     return iSlots;
 }
@@ -88,14 +90,29 @@ bool PartPipeline::HasRoom() const {
     return _heldBytes < kHeldBytes && _openParts.size() < kHeldParts;
 }
 
+/// Whether a file is to be taken: while there is room, up to what fills long runs of parts, or when all waits for it.
+bool PartPipeline::WantsImport() const {
+    if (_queue.IsEmpty()) return false;
+    if (_queue.First() == _next.iFile) return true;
+    return HasRoom() && _waiting.size() < kLongestRun * _settings.nProcesses;
+}
+
 bool PartPipeline::StartImport() {
-    const InputFile& input = _files[_nStarted];
-    OpenFile& file = _openFiles[_nStarted++];
-    file.failure = input.failure;
-    if (!file.failure.empty()) return true;
-    _failure = file.import.Start(ImportWork(input.path, _settings.import));
-    file.isImporting = file.isRead = _failure.empty();
-    return file.isImporting;
+    const FileRun files = _queue.Take();
+    std::vector<std::string> paths;
+    for (std::size_t place = files.first; place < files.end; ++place) {
+        OpenFile& file = _openFiles[place];
+        file.failure = _files[place].failure;
+        file.isImporting = file.failure.empty();
+        if (file.isImporting) paths.push_back(_files[place].path);
+    }
+    if (paths.empty()) return true;
+    Import& import = _imports.emplace_back();
+    import.files = files;
+    import.isAlone = files.Size() == 1;
+    import.isRead = true;
+    _failure = import.process.Start(ImportWork(paths, _settings.import));
+    return _failure.empty();
 }
 
 bool PartPipeline::StartBuild() {
@@ -134,52 +151,79 @@ void PartPipeline::Wait() {
         {InterruptDescriptor(), POLLIN, 0}
     };
     for (const Build& build : _builds) pipes.push_back({build.process.Pipe(), POLLIN, 0});
-    for (const auto& [place, file] : _openFiles) {
-        if (file.isRead) pipes.push_back({file.import.Pipe(), POLLIN, 0});
+    for (const Import& import : _imports) {
+        if (import.isRead) pipes.push_back({import.process.Pipe(), POLLIN, 0});
     }
     if (pipes.size() == 1 || poll(pipes.data(), pipes.size(), -1) <= 0) return;
 
     auto pipe = std::next(pipes.begin());
     std::erase_if(
         _builds, [&](Build& ioBuild) { return (pipe++)->revents != 0 && !ReceiveBuild(ioBuild); });
-    for (auto& [place, file] : _openFiles) {
-        if (file.isRead && (pipe++)->revents != 0) ReceiveImport(place, file);
-    }
+    std::erase_if(_imports, [&](Import& ioImport) {
+        return ioImport.isRead && (pipe++)->revents != 0 && !ReceiveImport(ioImport);
+    });
 }
 
-void PartPipeline::ReceiveImport(std::size_t iFile, OpenFile& ioFile) {
-    const bool isAlive = ioFile.import.Receive();
+/// @return false when the child has ended
+bool PartPipeline::ReceiveImport(Import& ioImport) {
+    const bool isAlive = ioImport.process.Receive();
+    bool isSound = true;
     std::string message;
-    while (ioFile.import.TakeMessage(message)) {
-        if (TakeImportMessage(iFile, ioFile, message)) continue;
-        return EndImport(ioFile, false, _settings.import.seconds);
+    while (isSound && ioImport.process.TakeMessage(message)) {
+        isSound = TakeImportMessage(ioImport, message);
     }
-    if (!isAlive) EndImport(ioFile, true, _settings.import.seconds);
+    if (isAlive && isSound) return true;
+    EndImport(ioImport, isSound);
+    return false;
 }
 
 /// @return false for a message that can't be from a sound import
-bool PartPipeline::TakeImportMessage(
-    std::size_t iFile, OpenFile& ioFile, const std::string& iMessage) {
-    if (!ioFile.told) return DecodeFile(iMessage, ioFile.told.emplace());
-    OpenPart part;
-    if (ioFile.nReceived == ioFile.told->nParts || !DecodePart(iMessage, part.mesh)) return false;
-    const Place place = {iFile, ioFile.nReceived++};
-    part.size = BytesOf(part.mesh);
-    _heldBytes += part.size;
-    _openParts.emplace(place, std::move(part));
-    _waiting.insert(place);
+bool PartPipeline::TakeImportMessage(Import& ioImport, const std::string& iMessage) {
+    if (ioImport.files.Size() == 0) return false;
+    const std::size_t place = ioImport.files.first;
+    OpenFile& file = _openFiles.at(place);
+    if (file.told) {
+        if (!TakeMesh({place, file.nReceived}, iMessage)) return false;
+        ++file.nReceived;
+    } else {
+        ImportedFile told;
+        if (!DecodeFile(iMessage, told)) return false;
+        file.told = std::move(told);
+    }
+    if (file.nReceived == file.told->nParts) CloseImport(ioImport, file.told->failure);
     return true;
 }
 
+bool PartPipeline::TakeMesh(const Place& iPlace, const std::string& iMessage) {
+    OpenPart part;
+    if (!DecodePart(iMessage, part.mesh)) return false;
+    part.size = BytesOf(part.mesh);
+    _heldBytes += part.size;
+    _openParts.emplace(iPlace, std::move(part));
+    _waiting.insert(iPlace);
+    return true;
+}
+
+/// Ends the file that comes now; one that failed beside others waits again.
+void PartPipeline::CloseImport(Import& ioImport, const std::string& iFailure) {
+    const std::size_t place = ioImport.files.first++;
+    OpenFile& file = _openFiles.at(place);
+    if (!iFailure.empty() && file.nReceived == 0 && !ioImport.isAlone) {
+        file.told.reset();
+        return _queue.GiveBack({place, place + 1});
+    }
+    file.failure = iFailure;
+    file.isImporting = false;
+}
+
 /// @param iIsSound  false when the import has sent what can't be
-void PartPipeline::EndImport(OpenFile& ioFile, bool iIsSound, unsigned int iSeconds) {
-    const int status = ioFile.import.End();
-    ioFile.isImporting = ioFile.isRead = false;
-    const bool isComplete = ioFile.told && ioFile.nReceived == ioFile.told->nParts;
-    if (ioFile.told) ioFile.failure = ioFile.told->failure;
-    if (!ioFile.failure.empty() || (isComplete && iIsSound && status == 0)) return;
-    ioFile.failure =
-        "the import " + (iIsSound ? ReasonOfDeath(status, iSeconds) : "sent what can't be read");
+void PartPipeline::EndImport(Import& ioImport, bool iIsSound) {
+    const int status = ioImport.process.End();
+    if (ioImport.files.Size() == 0) return;
+    const std::string reason = iIsSound ? ReasonOfDeath(status, _settings.import.seconds)
+                                        : std::string("sent what can't be read");
+    CloseImport(ioImport, "the import " + reason);
+    _queue.GiveBack(ioImport.files);
 }
 
 /// @return false when the child has ended: what it hasn't finished waits again, but for the part it died of

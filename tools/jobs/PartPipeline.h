@@ -2,6 +2,7 @@
 #define PartPipeline_h
 
 #include "BuildJob.h"
+#include "FileQueue.h"
 #include "ImportJob.h"
 #include "InputFiles.h"
 
@@ -50,7 +51,9 @@ public:
 /// Imports files and builds their parts in child processes, several at a time, and hands the results on in the
 /// order of the input: what comes out doesn't depend on the number of processes.
 ///
-///     files -> import child (one a file) -> parts that wait -> build child (a run of parts) -> results in order
+///     files -> import child (a run of files) -> parts that wait -> build child (a run of parts) -> results in order
+///
+/// A file that fails in a run is imported once more, alone: no file suffers from another one.
 ///
 /// One thread, which starts the children and gathers what they send. What it holds is bounded, whatever the number
 /// of parts: it leaves the pipes of imports alone while it holds more than enough.
@@ -80,9 +83,7 @@ private:
 
     /// A file of which not all is handed on yet.
     struct OpenFile {
-        ChildProcess import;
-        bool isImporting = false;
-        bool isRead = false;               ///< its import may go on
+        bool isImporting = false;          ///< or waits for it
         std::optional<ImportedFile> told;  ///< once the import has told of it
         std::size_t nReceived = 0;         ///< parts
         std::string failure;               ///< of the file, or of the rest of it
@@ -97,6 +98,14 @@ private:
         std::size_t size = 0;  ///< bytes of the mesh or the result
     };
 
+    /// A child that imports a run of files.
+    struct Import {
+        ChildProcess process;
+        FileRun files;        ///< without those that have come; the first one comes now
+        bool isAlone;         ///< from the start: no other file can have harmed it
+        bool isRead = false;  ///< it may go on
+    };
+
     /// A child that builds a run of parts.
     struct Build {
         ChildProcess process;
@@ -109,6 +118,7 @@ private:
     std::size_t ResumeImports(std::size_t iSlots);
     bool MayRead(std::size_t iFile) const;
     bool HasRoom() const;
+    bool WantsImport() const;
     bool StartImport();
     bool StartBuild();
     std::vector<Place> NextRun() const;
@@ -117,9 +127,11 @@ private:
 
     // Gathering
     void Wait();
-    void ReceiveImport(std::size_t iFile, OpenFile& ioFile);
-    bool TakeImportMessage(std::size_t iFile, OpenFile& ioFile, const std::string& iMessage);
-    static void EndImport(OpenFile& ioFile, bool iIsSound, unsigned int iSeconds);
+    bool ReceiveImport(Import& ioImport);
+    bool TakeImportMessage(Import& ioImport, const std::string& iMessage);
+    bool TakeMesh(const Place& iPlace, const std::string& iMessage);
+    void CloseImport(Import& ioImport, const std::string& iFailure);
+    void EndImport(Import& ioImport, bool iIsSound);
     bool ReceiveBuild(Build& ioBuild);
     void Finish(const Place& iPlace, PartResult iResult);
 
@@ -134,11 +146,12 @@ private:
     BatchReceiver& _receiver;
     std::string _failure;
 
-    std::size_t _nStarted = 0;  ///< files
-    Place _next;                ///< what is handed on next
+    FileQueue _queue;
+    Place _next;  ///< what is handed on next
     std::map<std::size_t, OpenFile> _openFiles;
     std::map<Place, OpenPart> _openParts;
     std::set<Place> _waiting;  ///< parts that no child builds yet
+    std::vector<Import> _imports;
     std::vector<Build> _builds;
     std::size_t _heldBytes = 0;  ///< of all open parts
 };
