@@ -29,8 +29,8 @@ std::string ColumnOf(int iJobs) {
 bool BuildIndex(const fs::path& iBase, const fs::path& iMeshes, int iJobs) {
     const std::string jobs = std::to_string(iJobs);
     const char* const words[] = {
-        BENCH_INDEX_TOOL, "-index", iBase.c_str(), "-depth", "7", "-jobs", jobs.c_str(),
-        "-progress", "none", iMeshes.c_str(), nullptr};
+        BENCH_INDEX_TOOL, "-index",    iBase.c_str(), "-depth",        "7",    "-jobs",
+        jobs.c_str(),     "-progress", "none",        iMeshes.c_str(), nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
@@ -61,7 +61,10 @@ void Main() {
     const fs::path assembly = fs::path(meshes == nullptr ? "" : meshes) / "assembly" / "saw";
     if (!fs::exists(assembly)) return;
     const ScratchFolder folder;
-    TableReporter reporter("assembly", {{"times as fast", ColumnOf(1), ColumnOf(2)}});
+    TableReporter reporter(
+        "assembly", {
+                        {"times as fast", ColumnOf(1), ColumnOf(2)}
+    });
     for (const int jobs : {1, 2}) {
         reporter.Announce(kRow, {ColumnOf(jobs)});
         const auto run = [&, jobs](benchmark::State& ioState) {
