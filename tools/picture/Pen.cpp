@@ -34,9 +34,10 @@ std::vector<unsigned char> BytesOf(cairo_surface_t* iSurface) {
     std::vector<unsigned char> bytes;
     bytes.reserve(3 * static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
     for (int y = 0; y < height; ++y, row += cairo_image_surface_get_stride(iSurface)) {
-        for (int x = 0; x < width; ++x) {
+        const unsigned char* next = row;
+        for (int x = 0; x < width; ++x, next += sizeof(std::uint32_t)) {
             std::uint32_t pixel;  // 0x__RRGGBB
-            std::memcpy(&pixel, row + 4 * x, sizeof pixel);
+            std::memcpy(&pixel, next, sizeof pixel);
             for (const unsigned int shift : {16U, 8U, 0U})
                 bytes.push_back(static_cast<unsigned char>(pixel >> shift));
         }
