@@ -1,6 +1,7 @@
 #include "FileQueue.h"
 
-#include <algorithm>
+#include "RunLength.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <limits>
@@ -9,7 +10,6 @@ namespace {
 
 constexpr std::size_t kMostFiles = 16;
 constexpr std::uint64_t kMostBytes = 4U << 20U;  // of a run
-constexpr std::size_t kRunsPerProcess = 3;       // so that the last ones end at about the same time
 
 std::uint64_t BytesOf(const InputFile& iFile) {
     std::error_code error;
@@ -35,8 +35,7 @@ void FileQueue::GiveBack(const FileRun& iRun) {
 }
 
 FileRun FileQueue::NextRun() const {
-    const std::size_t share = (_files.size() - _nTaken) / (kRunsPerProcess * _nProcesses);
-    const std::size_t most = std::clamp<std::size_t>(share, 1, kMostFiles);
+    const std::size_t most = RunLength(_files.size() - _nTaken, _nProcesses, kMostFiles);
     FileRun run = {_nTaken, _nTaken + 1};
     std::uint64_t nBytes = BytesOf(_files[run.first]);
     if (!_files[run.first].failure.empty()) return run;

@@ -2,8 +2,9 @@
 
 #include "Interrupt.h"
 #include "MeshImport.h"
+#include "RunLength.h"
 
-#include <algorithm>
+#include <iterator>
 #include <poll.h>
 
 namespace {
@@ -14,7 +15,6 @@ constexpr std::size_t kHeldParts = 1024;
 
 /// Small parts go to a child by the dozen, or starting it would cost more than building them.
 constexpr std::size_t kLongestRun = 32;
-constexpr std::size_t kRunsPerProcess = 3;  // so that the last ones end at about the same time
 
 std::size_t BytesOf(const MeshPart& iMesh) {
     return iMesh.points.size() * sizeof(IDX_Point) + iMesh.triangles.size() * sizeof(IDX_Triangle);
@@ -127,8 +127,7 @@ bool PartPipeline::StartBuild() {
 
 /// The first parts that wait: as many as leave enough for the other processes.
 std::vector<PartPipeline::Place> PartPipeline::NextRun() const {
-    const std::size_t share = _waiting.size() / (kRunsPerProcess * _settings.nProcesses);
-    const std::size_t length = std::clamp<std::size_t>(share, 1, kLongestRun);
+    const std::size_t length = RunLength(_waiting.size(), _settings.nProcesses, kLongestRun);
     return {_waiting.begin(), std::next(_waiting.begin(), static_cast<std::ptrdiff_t>(length))};
 }
 
