@@ -100,18 +100,26 @@ private:
     std::mt19937_64 _random{1};
 };
 
+/// The index in a folder, its octrees examined.
+PartIndex OpenExamined(const std::string& iFolder) {
+    PartIndex index(iFolder);
+    index.ForEach([&](const StoredPart& part) { index.OctreeOf(part); });
+    return index;
+}
+
 using Question = std::function<std::size_t(const PartIndex&, const Point&, std::size_t iNumber)>;
 
 /// Asks many times, each time at another place, and notes how long each answer took.
-void Ask(benchmark::State& ioState, const PartIndex& iIndex, const Question& iQuestion) {
+void Ask(benchmark::State& ioState, const std::string& iFolder, const Question& iQuestion) {
     using Clock = std::chrono::steady_clock;
+    const PartIndex index = OpenExamined(iFolder);
     std::vector<double> times;
     for (auto _ : ioState) {
-        PointSource points(iIndex);
+        PointSource points(index);
         for (std::size_t i = 0; i < kQuestions; ++i) {
             const Point point = points.Next();
             const Clock::time_point start = Clock::now();
-            benchmark::DoNotOptimize(iQuestion(iIndex, point, i));
+            benchmark::DoNotOptimize(iQuestion(index, point, i));
             const std::chrono::duration<double, std::micro> time = Clock::now() - start;
             times.push_back(time.count());
         }
@@ -144,12 +152,11 @@ void Main() {
     const std::vector<Workload> workloads = FindWorkloads(fs::path());
     const ScratchFolder folder;
     WriteIndex(folder.path, MakeMesh(workloads.front()));
-    const PartIndex index(folder.path);
     TableReporter reporter("question", {});
     for (const auto& [name, question] : Questions()) {
         reporter.Announce(name, {"median us", "99 of 100 us"});
-        const auto run = [&index, &ask = question](benchmark::State& ioState) {
-            Ask(ioState, index, ask);
+        const auto run = [&folder, &ask = question](benchmark::State& ioState) {
+            Ask(ioState, folder.path, ask);
         };
         benchmark::RegisterBenchmark((name + "/ask").c_str(), run)->Iterations(3);
     }

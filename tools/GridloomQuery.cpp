@@ -79,7 +79,7 @@ private:
     int Verify() const {
         Progress progress("verifying");
         const IndexCheckResult result =
-            CheckIndex(_index.Folder(), [&](double share) { progress.Show(share); });
+            CheckIndex(_index, [&](double share) { progress.Show(share); });
         PrintCheck(result, _options.json);
         return result.nProblems == 0 ? kExitFound : kExitDamaged;
     }

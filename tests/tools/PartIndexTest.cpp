@@ -247,6 +247,21 @@ TEST(PartIndex, AnEmptyIndexIsSoundAndAnswersNothing) {
     EXPECT_TRUE(FindByName(index, "*").empty());
 }
 
+TEST(PartIndex, OneThatAnotherHasClosedIsNotTakenForEmpty) {
+    const TemporaryFolder folder;
+    const TraceRecorder trace;  // what the library says of it
+    WriteParts(
+        folder / "", {
+                         Build({"a", {0, 0, 0}, {1, 1, 1}}
+                         )
+    });
+    const PartIndex index(folder / "");
+    EXPECT_EQ(CheckIndex(index, {}).problems, Names());
+    EXPECT_EQ(CheckIndex(folder / "", {}).problems, Names());  // opens a second one, and closes it
+    EXPECT_THROW(FindByName(index, "a"), IndexError);
+    EXPECT_THROW(FindByName(index, "*"), IndexError);
+}
+
 /// Asks everything. Only an IndexError may come of it.
 void AskAll(const std::string& folder) {
     try {

@@ -43,8 +43,8 @@ bool Encloses(const PLMIdxIBaseOctree& iOctree, const IDX_Base_BoundingBox& iBox
 /// One verification.
 class Check {
 public:
-    Check(const std::string& iFolder, const std::function<void(double)>& iProgress)
-        : _index(iFolder), _progress(iProgress) {}
+    Check(const PartIndex& iIndex, const std::function<void(double)>& iProgress)
+        : _index(iIndex), _progress(iProgress) {}
 
     IndexCheckResult Run() {
         std::vector<unsigned int> items;
@@ -137,23 +137,35 @@ private:
         }
     }
 
-    PartIndex _index;
+    const PartIndex& _index;
     const std::function<void(double)>& _progress;
     IndexCheckResult _result;
     std::vector<BoxOfItem> _boxes;  ///< in rising order of the items
     std::vector<Place> _places;
 };
 
+IndexCheckResult OneProblem(const IndexError& iError) {
+    IndexCheckResult result;
+    result.problems.emplace_back(iError.what());
+    result.nProblems = 1;
+    return result;
+}
+
 }  // namespace
+
+IndexCheckResult CheckIndex(const PartIndex& iIndex, const std::function<void(double)>& iProgress) {
+    try {
+        return Check(iIndex, iProgress).Run();
+    } catch (const IndexError& error) {
+        return OneProblem(error);
+    }
+}
 
 IndexCheckResult CheckIndex(
     const std::string& iFolder, const std::function<void(double)>& iProgress) {
-    IndexCheckResult result;
     try {
-        return Check(iFolder, iProgress).Run();
+        return CheckIndex(PartIndex(iFolder), iProgress);
     } catch (const IndexError& error) {
-        result.problems.emplace_back(error.what());
-        result.nProblems = 1;
+        return OneProblem(error);
     }
-    return result;
 }

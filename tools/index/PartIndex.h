@@ -35,7 +35,8 @@ struct StoredPart {
 
 /// An index open for reading. Its files are mapped, its octrees are walked where they lie. Nothing is trusted:
 /// what is damaged is told by an IndexError before it is used. A swap by a writer doesn't touch an index that is
-/// open.
+/// open. In a process only one may be open on a folder at a time: the first that goes closes the identifier tree
+/// for the others, which tell it from then on as damaged.
 class PartIndex {
 public:
     /// Opens the live index under a base.

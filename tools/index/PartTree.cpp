@@ -25,8 +25,10 @@ bool PartTree::Add(const std::string& iIdentifier, PartRecord iRecord, unsigned 
     return Insert(item, IdentifierOf(iIdentifier), oItem) == IDX_True;
 }
 
+// The library takes a manifest that it can't read for that of an empty tree. So it isn't asked once the file is closed.
+
 bool PartTree::Find(const std::string& iIdentifier, unsigned int& oItem) const {
-    return Query(IdentifierOf(iIdentifier), oItem) == IDX_True;
+    return m_file->IsOpened() == IDX_True && Query(IdentifierOf(iIdentifier), oItem) == IDX_True;
 }
 
 bool PartTree::Read(unsigned int iItem, PartRecord& oRecord, std::string& oIdentifier) const {
@@ -45,7 +47,7 @@ bool PartTree::ForEach(const std::function<bool(unsigned int iItem)>& iTake) {
         return function(item) ? IDX_True : IDX_False;
     };
     auto take = iTake;
-    return EnumItems(forward, &take) == IDX_True;
+    return m_file->IsOpened() == IDX_True && EnumItems(forward, &take) == IDX_True;
 }
 
 bool PartTree::WriteCount(unsigned int iParts) {
