@@ -247,19 +247,24 @@ TEST(PartIndex, AnEmptyIndexIsSoundAndAnswersNothing) {
     EXPECT_TRUE(FindByName(index, "*").empty());
 }
 
-TEST(PartIndex, OneThatAnotherHasClosedIsNotTakenForEmpty) {
+TEST(PartIndex, WhatHasLostItsPartsIsNotTakenForEmpty) {
     const TemporaryFolder folder;
     const TraceRecorder trace;  // what the library says of it
-    WriteParts(
-        folder / "", {
-                         Build({"a", {0, 0, 0}, {1, 1, 1}}
-                         )
-    });
-    const PartIndex index(folder / "");
-    EXPECT_EQ(CheckIndex(index, {}).problems, Names());
-    EXPECT_EQ(CheckIndex(folder / "", {}).problems, Names());  // opens a second one, and closes it
-    EXPECT_THROW(FindByName(index, "a"), IndexError);
-    EXPECT_THROW(FindByName(index, "*"), IndexError);
+    WriteParts(folder / "", RandomParts(1));
+    {
+        const PartIndex index(folder / "");
+        EXPECT_EQ(CheckIndex(index, {}).problems, Names());
+        EXPECT_EQ(CheckIndex(folder / "", {}).problems, Names());  // a second one, which closes it
+        EXPECT_THROW(FindByName(index, "part0"), IndexError);
+        EXPECT_THROW(FindByName(index, "*"), IndexError);
+    }
+    const std::string sound = ContentOf(folder / kPartsName);
+    unsigned int root = 0;
+    std::memcpy(&root, &sound[4], sizeof root);
+    SetContent(folder / kPartsName, std::string(sound).replace(root + 16, 4, 4, '\0'));
+    EXPECT_THROW(FindByName(PartIndex(folder / ""), "*"), IndexError) << "a node without its item";
+    SetContent(folder / kPartsName, std::string(sound).replace(4, 4, 4, '\0'));
+    EXPECT_THROW(PartIndex(folder / ""), IndexError) << "a manifest without its root";
 }
 
 /// Asks everything. Only an IndexError may come of it.

@@ -121,11 +121,14 @@ StoredPart PartIndex::Read(unsigned int iItem) const {
 }
 
 void PartIndex::ForEach(const std::function<void(const StoredPart&)>& iTake) const {
+    unsigned int nTaken = 0;
     const bool isWhole = _parts->ForEach([&](unsigned int item) {
         iTake(Read(item));
+        ++nTaken;
         return true;
     });
     if (!isWhole) ThrowDamaged(_folder + kPartsName, "a node or an identifier can't be read");
+    if (nTaken != _nParts) ThrowDamaged(_folder + kPartsName, "has another number of parts");
 }
 
 const unsigned char* PartIndex::ImageOf(const PartRecord& iRecord) const {

@@ -25,10 +25,13 @@ bool PartTree::Add(const std::string& iIdentifier, PartRecord iRecord, unsigned 
     return Insert(item, IdentifierOf(iIdentifier), oItem) == IDX_True;
 }
 
-// The library takes a manifest that it can't read for that of an empty tree. So it isn't asked once the file is closed.
+bool PartTree::HasManifest() const {
+    unsigned int nParts = 0;
+    return ReadCount(nParts);
+}
 
 bool PartTree::Find(const std::string& iIdentifier, unsigned int& oItem) const {
-    return m_file->IsOpened() == IDX_True && Query(IdentifierOf(iIdentifier), oItem) == IDX_True;
+    return HasManifest() && Query(IdentifierOf(iIdentifier), oItem) == IDX_True;
 }
 
 bool PartTree::Read(unsigned int iItem, PartRecord& oRecord, std::string& oIdentifier) const {
@@ -47,7 +50,7 @@ bool PartTree::ForEach(const std::function<bool(unsigned int iItem)>& iTake) {
         return function(item) ? IDX_True : IDX_False;
     };
     auto take = iTake;
-    return m_file->IsOpened() == IDX_True && EnumItems(forward, &take) == IDX_True;
+    return HasManifest() && EnumItems(forward, &take) == IDX_True;
 }
 
 bool PartTree::WriteCount(unsigned int iParts) {
@@ -56,8 +59,12 @@ bool PartTree::WriteCount(unsigned int iParts) {
 }
 
 bool PartTree::ReadCount(unsigned int& oParts) const {
-    PartsManifest manifest;
-    if (m_file->ReadAt(kOwnManifest, &manifest, sizeof manifest) != IDX_True) return false;
-    oParts = manifest.nParts;
-    return manifest.format == kPartsFormat;
+    IDX_234Struct_Manifest tree;
+    PartsManifest own;
+    if (m_file->ReadAt(0, &tree, sizeof tree) != IDX_True ||
+        m_file->ReadAt(kOwnManifest, &own, sizeof own) != IDX_True) {
+        return false;
+    }
+    oParts = own.nParts;
+    return own.format == kPartsFormat && (tree.root == 0) == (own.nParts == 0);
 }
