@@ -2,6 +2,7 @@
 
 #include "AdjustableConstants.h"
 #include "Images.h"
+#include "LimitedMemory.h"
 #include "TraceRecorder.h"
 
 #include "IDX_Base_GeometryServices.h"
@@ -9,25 +10,14 @@
 #include "PLMIdxWTOctreeServices.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 namespace {
 
 bool canDecide = true;
 
-constexpr unsigned int kTooMuch = 0xFFFFFF00u;  ///< 4095 MiB, more than the process may have
+constexpr unsigned int kTooMuch = 0xFFFFFF00u;  ///< 4095 MiB
 
 const char* const kNoArena = "PLMIdxWTWorkingOctree._Alloc.AllocationFailed ( 4095 MB )";
-
-/// No block of `kTooMuch` bytes from now on. Under a sanitizer its options see to that.
-void LimitMemory() {
-#ifndef GRIDLOOM_SANITIZED
-    rlimit limit;
-    getrlimit(RLIMIT_AS, &limit);
-    limit.rlim_cur = 2u << 30;
-    setrlimit(RLIMIT_AS, &limit);
-#endif
-}
 
 const Mesh kCube = BoxMesh({0, 0, 0}, {1, 1, 1});
 

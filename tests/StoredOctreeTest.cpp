@@ -3,6 +3,7 @@
 #include "AdjustableConstants.h"
 #include "FileCase.h"
 #include "Images.h"
+#include "LimitedMemory.h"
 
 #include "IDX_WT_SplittedFile.h"
 #include "PLMIdxOctreeLoader.h"
@@ -33,16 +34,6 @@ constexpr std::size_t kSize = 128;
 std::string With(std::string image, std::size_t at, unsigned int word) {
     std::memcpy(&image[at], &word, sizeof word);
     return image;
-}
-
-/// No block of 4095 MiB from now on. Under a sanitizer its options see to that.
-void LimitMemory() {
-#ifndef GRIDLOOM_SANITIZED
-    rlimit limit;
-    getrlimit(RLIMIT_AS, &limit);
-    limit.rlim_cur = 2u << 30;
-    setrlimit(RLIMIT_AS, &limit);
-#endif
 }
 
 class StoredOctrees : public FileCase {
