@@ -388,6 +388,6 @@ void IndexRun::Summarize(int iExitCode) {
     }
     const char* live = _isLive ? "the new index is live" : "the live index is as it was";
     std::printf(
-        "%zu parts of %zu files done, %zu failed; %s: %s\n", _nDone, _files.size(), _nFailed,
-        _options.base.c_str(), live);
+        "%zu part%s of %zu file%s done, %zu failed; %s: %s\n", _nDone, _nDone == 1 ? "" : "s",
+        _files.size(), _files.size() == 1 ? "" : "s", _nFailed, _options.base.c_str(), live);
 }
