@@ -24,6 +24,11 @@ public:
     /// beyond that is written or dropped as further pages are needed. 256 MiB unless set.
     static void SetPageMemory(std::size_t iBytes);
 
+    /// Brings to the files of the process what was written to them and waits in memory, as IDX_WT_File::Flush
+    /// does for one.
+    /// @return false when something can't reach its file
+    static bool FlushAll();
+
 private:
     friend class IDX_WT_File;
 
@@ -49,8 +54,9 @@ private:
     /// The position of the stream's end; false when it can't be told or isn't below 2^31.
     bool FindEnd(unsigned int& oPosition);
 
-    /// Goes to an offset; false from 2^31 on, or when a stream that serves itself can't.
-    bool Seek(unsigned int iOffset);
+    /// Goes to an offset; false from 2^31 on, when as many bytes as are to be written there would end at 2^31
+    /// or past it, or when a stream that serves itself can't.
+    bool Seek(unsigned int iOffset, unsigned int iWrittenSize = 0);
 
     /// Reads at the offset of the last Seek; `oAtEnd` when the file ended too early.
     bool Read(unsigned int iOffset, void* oData, unsigned int iSize, bool& oAtEnd);

@@ -262,7 +262,7 @@ IDX_Bool IDX_WT_File::Write(const void* iData, unsigned int iDataSize) {
     const unsigned int offset = GetSize();
     PagedFile* pages = entry.m_pages;
     if (pages == nullptr || !pages->WriteHeld(offset, iData, iDataSize)) {
-        if (!entry.Seek(offset)) return TraceNo("IDX_WT_File.Write.fseek");
+        if (!entry.Seek(offset, iDataSize)) return TraceNo("IDX_WT_File.Write.fseek");
         if (!entry.Write(offset, iData, iDataSize)) return TraceNo("IDX_WT_File.Write.fwrite");
     }
     entry.m_size = Align(0ULL + entry.m_size + iDataSize, entry.m_size);
@@ -276,8 +276,10 @@ IDX_Bool IDX_WT_File::WriteAt(unsigned int iOffset, const void* iData, unsigned 
     const unsigned long long end = 0ULL + iOffset + iDataSize;
     if (end > entry.m_size) entry.m_size = Align(end, entry.m_size);
     PagedFile* pages = entry.m_pages;
-    if (pages != nullptr && pages->WriteHeld(iOffset, iData, iDataSize)) return IDX_True;
-    if (!entry.Seek(iOffset)) return TraceNo("IDX_WT_File.WriteAt.fseek");
+    if (pages != nullptr && iDataSize != 0 && pages->WriteHeld(iOffset, iData, iDataSize)) {
+        return IDX_True;
+    }
+    if (!entry.Seek(iOffset, iDataSize)) return TraceNo("IDX_WT_File.WriteAt.fseek");
     if (!entry.Write(iOffset, iData, iDataSize)) return TraceNo("IDX_WT_File.WriteAt.fwrite");
     return IDX_True;
 }

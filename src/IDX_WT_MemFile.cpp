@@ -1,5 +1,6 @@
 #include "IDX_WT_MemFile.h"
 
+#include "PagedFile.h"
 #include "RawMemory.h"
 #include "TraceFailure.h"
 
@@ -25,9 +26,13 @@ long int MeasureSize(FILE* ioStream) {
 }
 
 /// Opens a stream without a buffer of its own: the block is one, and no byte waits for fclose.
+/// What an IDX_WT_File of the process holds back of the file goes there first.
 FILE* OpenStream(const char* iPath, const char* iMode) {
     FILE* stream = std::fopen(iPath, iMode);
-    if (stream != nullptr) (void)std::setvbuf(stream, nullptr, _IONBF, 0);
+    if (stream == nullptr) return nullptr;
+    (void)std::setvbuf(stream, nullptr, _IONBF, 0);
+    PagedFile* pages = PagedFile::Find(fileno(stream));
+    if (pages != nullptr) (void)pages->Flush();
     return stream;
 }
 
@@ -235,9 +240,12 @@ IDX_Bool IDX_WT_MemFile::Align() {
 }
 
 IDX_Bool IDX_WT_MemFile::WriteBack() {
+    PagedFile* pages = PagedFile::Find(fileno(m_stream));
+    if (pages != nullptr) (void)pages->Flush();  // it was written before
     const bool written =
         std::fseek(m_stream, 0, SEEK_SET) == 0 &&
         (m_writtenSize == 0 || std::fwrite(m_buffer, 1, m_writtenSize, m_stream) == m_writtenSize);
+    if (pages != nullptr) pages->DropPages(false);  // an IDX_WT_File of the file reads what is new
     return written ? IDX_True : IDX_False;
 }
 

@@ -62,6 +62,7 @@ IDX_Bool IDX_WT_SplittedFile::OpenWrite(const char* iPath) {
 void IDX_WT_SplittedFile::Close() {
     for (unsigned int slot = 0; slot < m_cacheSize; ++slot) {
         if (m_slotFile[slot] == kFreeSlot) continue;
+        m_slots[slot].Flush();  // who sees the lock gone finds the piece whole
         if (m_slotLocked[slot] != 0) (void)Unlock(m_slotFile[slot]);  // may be gone already
         m_slotLocked[slot] = 0;
         (void)m_slots[slot].Close();  // always IDX_True

@@ -3,6 +3,7 @@
 #include "PagedFile.h"
 #include "Require.h"
 
+#include "IDX_Base_Trace.h"
 #include "VEXHashCodeIter.h"
 #include "VEXUnicodeString.h"
 
@@ -15,7 +16,7 @@ void IdxFile::SetPageMemory(std::size_t iBytes) {
 IdxFile::IdxFile() : m_size(0), m_stream(nullptr), m_mode(NotOpened), m_pages(nullptr) {}
 
 IdxFile::~IdxFile() {
-    CloseStream();
+    if (!CloseStream()) IDX_Base_Trace::Debug("IDX_WT_File.Close.fclose");
 }
 
 IdxFile* IdxFile::GetFile(const VEXUnicodeString& iPath) {
@@ -40,8 +41,8 @@ bool IdxFile::FindEnd(unsigned int& oPosition) {
     return true;
 }
 
-bool IdxFile::Seek(unsigned int iOffset) {
-    if (iOffset > PagedFile::kEndOfOffsets) return false;
+bool IdxFile::Seek(unsigned int iOffset, unsigned int iWrittenSize) {
+    if (std::size_t{iOffset} + iWrittenSize > PagedFile::kEndOfOffsets) return false;
     return m_pages != nullptr || std::fseek(m_stream, static_cast<long>(iOffset), SEEK_SET) == 0;
 }
 
@@ -65,6 +66,17 @@ bool IdxFile::Write(unsigned int iOffset, const void* iData, unsigned int iSize)
 
 bool IdxFile::Flush() {
     return m_pages != nullptr ? m_pages->Flush() : std::fflush(m_stream) == 0;
+}
+
+bool IdxFile::FlushAll() {
+    bool all = true;
+    VEXHashCodeIter iterator(HashFiles.dico);
+    while (iterator++ != nullptr) {
+        auto* idxFile = static_cast<IdxFile*>(HashFiles.dico[iterator]);
+        Require(idxFile != nullptr, "AssertionFailed:idxFile");
+        if (idxFile->m_mode == ReadWrite && !idxFile->Flush()) all = false;
+    }
+    return all;
 }
 
 bool IdxFile::CloseStream() {

@@ -4,6 +4,7 @@
 
 #include "IDX_Base_Constants.h"
 #include "IDX_WT_File.h"
+#include "IdxFile.h"
 #include "VEXDirectory.h"
 #include "VEXFile.h"
 #include "VEXListValVEXUnicodeString.h"
@@ -197,6 +198,10 @@ long int PLMIdxDirectory::SwapIndexPath() {
     if (!HasLiveIndex()) return IDX_E_FAIL;
     const RedirectingFilePath path(_basePath);
     if (!path.Fits()) return TraceStatus("PLMIdxDirectory.Swap3DIndexPath.snprintf", IDX_E_FAIL);
+    // A tool may swap before it closes the new index: readers must find all of it.
+    if (!IdxFile::FlushAll()) {
+        return TraceStatus("PLMIdxDirectory.Swap3DIndexPath.Flush", IDX_E_FAIL);
+    }
     IDX_WT_File file;
     if (file.OpenWrite(path.Get()) != IDX_True) {
         return TraceStatus("PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.OpenWrite", IDX_E_FAIL);

@@ -14,15 +14,16 @@ PageFrame* PagePool::Take(PagedFile* iFile, unsigned int iPage) {
     PageFrame* frame = _free;
     _free = frame->nextFree;
     ++_nInUse;
-    *frame = {iFile, nullptr, frame->bytes, iPage, 0, 0, 0, true, false};
+    *frame = {iFile, nullptr, frame->bytes, frame->dirty, iPage, 0, 0, true};
     return frame;
 }
 
 void PagePool::Release(PageFrame* ioFrame) {
+    ioFrame->dirty.Clear();
     ioFrame->file = nullptr;
     ioFrame->nextFree = _free;
     _free = ioFrame;
-    if (--_nInUse == 0) ReleaseBlocks();
+    if (--_nInUse == 0) ReleaseBlocks(kFirstBlockFrames);
 }
 
 void PagePool::SetLimit(std::size_t iBytes) {
@@ -43,7 +44,9 @@ bool PagePool::IsWorthTaking(const PagedFile* iFile, unsigned int iPage) {
 bool PagePool::Grow() {
     const unsigned int nFrames = _blocks == nullptr ? kFirstBlockFrames : kBlockFrames;
     const std::size_t size = std::size_t{nFrames} * kPageSize;
-    auto* block = static_cast<Block*>(std::calloc(1, sizeof(Block) + nFrames * sizeof(PageFrame)));
+    constexpr std::size_t kDirtySize = kDirtyWords * sizeof(std::uint64_t);
+    auto* block = static_cast<Block*>(
+        std::calloc(1, sizeof(Block) + nFrames * (sizeof(PageFrame) + kDirtySize)));
     if (block == nullptr) return false;
     block->bytes = static_cast<unsigned char*>(std::aligned_alloc(size, size));
     if (block->bytes == nullptr) {
@@ -52,6 +55,7 @@ bool PagePool::Grow() {
     }
     if (nFrames == kBlockFrames) madvise(block->bytes, size, MADV_HUGEPAGE);
     block->frames = reinterpret_cast<PageFrame*>(block + 1);
+    block->dirty = reinterpret_cast<std::uint64_t*>(block->frames + nFrames);
     block->nFrames = nFrames;
     block->next = _blocks;
     _blocks = block;
@@ -62,6 +66,7 @@ bool PagePool::Grow() {
 void PagePool::AddFrames(Block& ioBlock) {
     for (unsigned int i = ioBlock.nFrames; i-- > 0;) {
         ioBlock.frames[i].bytes = ioBlock.bytes + std::size_t{i} * kPageSize;
+        ioBlock.frames[i].dirty = DirtyBytes(ioBlock.dirty + std::size_t{i} * kDirtyWords);
         ioBlock.frames[i].nextFree = _free;
         _free = &ioBlock.frames[i];
     }
@@ -85,7 +90,7 @@ bool PagePool::EvictOne() {
         if (frame.file == nullptr) continue;
         if (frame.recent) {
             frame.recent = false;
-        } else if (frame.IsDirty() && !frame.file->WriteBackFrom(frame.page)) {
+        } else if (frame.dirty.Any() && !frame.file->WriteBackPage(frame.page)) {
             frame.recent = true;
             ++nFailed;
         } else {
@@ -97,28 +102,34 @@ bool PagePool::EvictOne() {
 }
 
 void PagePool::DropAll() {
-    for (Block* block = _blocks; block != nullptr;) {
-        Block* next = block->next;  // with the last page its block may go
-        for (unsigned int i = 0; i < block->nFrames && _nInUse != 0; ++i) {
+    // With the last page of all the blocks go: no block may be looked at then.
+    for (Block* block = _blocks; _nInUse != 0 && block != nullptr;) {
+        Block* next = block->next;
+        const unsigned int nFrames = block->nFrames;
+        for (unsigned int i = 0; _nInUse != 0 && i < nFrames; ++i) {
             PageFrame& frame = block->frames[i];
             if (frame.file == nullptr) continue;
-            if (frame.IsDirty() && !frame.file->WriteBackFrom(frame.page)) continue;
+            if (frame.dirty.Any() && !frame.file->WriteBackPage(frame.page)) continue;
             frame.file->Drop(frame.page);
         }
-        if (_nInUse == 0) return;
         block = next;
     }
 }
 
-void PagePool::ReleaseBlocks() {
-    _free = nullptr;
-    _handBlock = nullptr;
-    _handFrame = 0;
-    while (_blocks->next != nullptr) {
+void PagePool::ForgetAll() {
+    _nInUse = 0;
+    ReleaseBlocks(0);
+}
+
+void PagePool::ReleaseBlocks(unsigned int iKeptFrames) {
+    while (_blocks != nullptr && _blocks->nFrames != iKeptFrames) {
         Block* block = _blocks;
         _blocks = block->next;
         std::free(block->bytes);
         std::free(block);
     }
-    AddFrames(*_blocks);
+    _free = nullptr;
+    _handBlock = nullptr;
+    _handFrame = 0;
+    if (_blocks != nullptr) AddFrames(*_blocks);
 }

@@ -1,6 +1,8 @@
 #ifndef PagePool_h
 #define PagePool_h
 
+#include "DirtyBytes.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -10,20 +12,16 @@ constexpr unsigned int kPageBits = 12;
 constexpr unsigned int kPageSize = 1U
                                    << kPageBits;  ///< 4 KiB, the unit in which systems hold files
 
-/// A page of a file in memory. Bytes from 0 to `valid` are as in the file, or newer; those from
-/// `dirtyFrom` to `dirtyTo` aren't in the file yet.
+/// A page of a file in memory. Bytes from 0 to `valid` are as in the file, or newer.
 struct PageFrame {
     PagedFile* file;  ///< null when free
     PageFrame* nextFree;
     unsigned char* bytes;  ///< kPageSize of them
+    DirtyBytes dirty;      ///< of the valid ones
     unsigned int page;     ///< offset in the file, in pages
     std::uint16_t valid;
-    std::uint16_t dirtyFrom;
-    std::uint16_t dirtyTo;  ///< equal to dirtyFrom when clean
-    bool recent;            ///< touched since the hand last passed
-    bool spaceTaken;        ///< the file system has promised the blocks under the page
-
-    bool IsDirty() const { return dirtyFrom != dirtyTo; }
+    std::uint16_t room;  ///< what is written before here may wait: its blocks are in the file
+    bool recent;         ///< touched since the hand last passed
 };
 
 /// All page frames of the process, up to a limit. When none is free the one that a clock's hand finds
@@ -46,14 +44,20 @@ public:
     /// Sets how many bytes of pages may be held, and drops all pages that can be dropped.
     void SetLimit(std::size_t iBytes);
 
+    /// Forgets all pages without a look at them: in a new process, whose copies they are of another's.
+    void ForgetAll();
+
 private:
+    static constexpr unsigned int kDirtyWords = kPageSize / DirtyBytes::kWordBits;
+
     /// Frames and the memory under them. The first block is small and stays; all others are one huge page of
     /// the processor, which spares most of the page faults.
     struct Block {
         Block* next;
         unsigned int nFrames;
         unsigned char* bytes;
-        PageFrame* frames;  ///< nFrames of them, behind the block
+        PageFrame* frames;     ///< nFrames of them, after the block
+        std::uint64_t* dirty;  ///< kDirtyWords for each frame, after the frames
     };
     static constexpr unsigned int kFirstBlockFrames = 16;
     static constexpr unsigned int kBlockFrames = 512;
@@ -71,8 +75,8 @@ private:
     /// Writes back and drops every page that can be written back.
     void DropAll();
 
-    /// Gives the memory back but for the first block. No page may be in use.
-    void ReleaseBlocks();
+    /// Gives the memory of blocks back, but for the block of that many frames. No page may be in use.
+    void ReleaseBlocks(unsigned int iKeptFrames);
 
     void AddFrames(Block& ioBlock);
 

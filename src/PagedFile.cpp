@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <new>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -17,9 +18,8 @@ constexpr std::size_t kStraightSize = kPageSize;
 /// Most pages that one system call writes back.
 constexpr int kRunPages = 64;
 
-/// Space is taken ahead of appended bytes, an eighth of the file at a time: a system call for each page would
-/// cost more than the write. It is at least a page, and bounded so that little is left unused.
-constexpr std::size_t kMostSpaceAhead = std::size_t{1} << 20U;
+/// Appends start at multiples of it, which leaves up to 3 bytes of padding before them.
+constexpr std::size_t kAlignment = 4;
 
 std::size_t PageOf(std::size_t iOffset) {
     return iOffset >> kPageBits;
@@ -27,10 +27,6 @@ std::size_t PageOf(std::size_t iOffset) {
 
 std::size_t OffsetOf(std::size_t iPage) {
     return iPage << kPageBits;
-}
-
-std::size_t RoundUpToPage(std::size_t iOffset) {
-    return (iOffset + kPageSize - 1) & ~std::size_t{kPageSize - 1};
 }
 
 /// Reads until all has come, the file ends or an error occurs.
@@ -62,11 +58,13 @@ std::size_t WriteFully(
     return done;
 }
 
-/// True when the process may make a file that long.
-bool IsAllowedEnd(std::size_t iEnd) {
+/// Where files of the process must end; PagedFile::kEndOfOffsets when the system sets no limit.
+std::size_t AllowedEnd() {
     rlimit limit = {};
-    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
-           iEnd <= limit.rlim_cur;
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) {
+        return PagedFile::kEndOfOffsets;
+    }
+    return std::min<std::size_t>(limit.rlim_cur, PagedFile::kEndOfOffsets);
 }
 
 }  // namespace
@@ -74,20 +72,28 @@ bool IsAllowedEnd(std::size_t iEnd) {
 constinit PagePool PagedFile::_pool;
 constinit PagedFile* PagedFile::_files = nullptr;
 
-PagedFile::PagedFile(dev_t iDevice, ino_t iNumber, std::size_t iEnd, bool iHasHoles)
+struct PagedFile::Pieces {
+    iovec bytes[kRunPages];
+    int count = 0;
+    std::size_t size = 0;
+
+    void Add(const PageFrame& iFrame, DirtyBytes::Run iRun) {
+        bytes[count++] = {iFrame.bytes + iRun.from, iRun.to - iRun.from};
+        size += iRun.to - iRun.from;
+    }
+};
+
+PagedFile::PagedFile(dev_t iDevice, ino_t iNumber)
     : _next(_files),
       _streams(nullptr),
       _device(iDevice),
       _number(iNumber),
+      _fileEnd(0),
       _pages(nullptr),
       _nPages(0),
-      _knownEnd(iEnd),
-      _heldEnd(0),
-      _spaceEnd(iHasHoles ? 0 : iEnd),
       _nDirty(0),
       _lowestDirty(0),
-      _highestDirty(0),
-      _canTakeSpace(true) {
+      _highestDirty(0) {
     _files = this;
 }
 
@@ -102,6 +108,9 @@ PagedFile::~PagedFile() {
 }
 
 PagedFile* PagedFile::Attach(FILE* ioStream, bool iForWriting) {
+    // Without the handler a child would write what waits here.
+    static const bool isHandled = pthread_atfork(nullptr, nullptr, ForgetInherited) == 0;
+    if (!isHandled) return nullptr;
     auto* stream = new (std::nothrow) Stream{nullptr, ioStream, fileno(ioStream), iForWriting};
     PagedFile* file = stream != nullptr ? Of(stream->descriptor) : nullptr;
     if (file == nullptr) {
@@ -109,24 +118,48 @@ PagedFile* PagedFile::Attach(FILE* ioStream, bool iForWriting) {
         return nullptr;
     }
     std::setvbuf(ioStream, nullptr, _IONBF, 0);
+    if (iForWriting && file->Descriptor(true) < 0) file->StartWriting(stream->descriptor);
     stream->next = file->_streams;
     file->_streams = stream;
     return file;
 }
 
+PagedFile* PagedFile::Find(int iDescriptor) {
+    struct stat status = {};
+    if (fstat(iDescriptor, &status) != 0) return nullptr;
+    PagedFile* file = _files;
+    while (file != nullptr && (file->_device != status.st_dev || file->_number != status.st_ino)) {
+        file = file->_next;
+    }
+    return file;
+}
+
 PagedFile* PagedFile::Of(int iDescriptor) {
+    PagedFile* file = Find(iDescriptor);
+    if (file != nullptr) {
+        (void)file->Flush();  // what can't go is still held for all who have the file open
+        return file;
+    }
     struct stat status = {};
     if (fstat(iDescriptor, &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
-    constexpr std::int64_t kBlockUnit = 512;
-    const auto end = static_cast<std::size_t>(status.st_size);
+    return new (std::nothrow) PagedFile(status.st_dev, status.st_ino);
+}
+
+void PagedFile::StartWriting(int iDescriptor) {
+    struct stat status = {};
+    if (fstat(iDescriptor, &status) != 0) return;
+    _fileEnd = static_cast<std::size_t>(status.st_size);
+    _blocks = FileBlocks(iDescriptor, _fileEnd);
+}
+
+void PagedFile::ForgetInherited() {
     for (PagedFile* file = _files; file != nullptr; file = file->_next) {
-        if (file->_device == status.st_dev && file->_number == status.st_ino) {
-            file->_knownEnd = std::max(file->_knownEnd, end);
-            return file;
-        }
+        std::free(file->_pages);
+        file->_pages = nullptr;
+        file->_nPages = 0;
+        file->_nDirty = 0;
     }
-    const bool hasHoles = status.st_blocks * kBlockUnit < status.st_size;
-    return new (std::nothrow) PagedFile(status.st_dev, status.st_ino, end, hasHoles);
+    _pool.ForgetAll();
 }
 
 bool PagedFile::Detach(FILE* iStream) {
@@ -136,7 +169,7 @@ bool PagedFile::Detach(FILE* iStream) {
     const bool written = !stream->forWriting || Flush();
     *link = stream->next;
     delete stream;
-    if (Descriptor(true) < 0) DropDirty();
+    if (!written && Descriptor(true) < 0) DropPages(true);
     if (_streams == nullptr) delete this;
     return written;
 }
@@ -162,21 +195,15 @@ std::size_t PagedFile::Read(
 
 std::size_t PagedFile::ReadSome(
     std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError) {
-    PageFrame* frame = Find(PageOf(iOffset));
+    PageFrame* frame = Held(PageOf(iOffset)).frame;
     if (frame == nullptr) {
         const std::size_t notHeld = NotHeld(iOffset, iSize);
         if (notHeld < kStraightSize) frame = FindOrTake(PageOf(iOffset));
         if (frame == nullptr) {
-            return ReadStraight(iOffset, oData, notHeld, oError);
+            return ReadFully(Descriptor(false), iOffset, oData, notHeld, oError);
         }
     }
     return ReadPage(*frame, iOffset & (kPageSize - 1), oData, iSize, oError);
-}
-
-std::size_t PagedFile::ReadStraight(
-    std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError) const {
-    const std::size_t n = ReadFully(Descriptor(false), iOffset, oData, iSize, oError);
-    return oError ? n : n + FillHole(iOffset + n, oData + n, iSize - n);
 }
 
 std::size_t PagedFile::ReadPage(
@@ -208,42 +235,93 @@ std::size_t PagedFile::WriteSome(
     const std::size_t from = iOffset & (kPageSize - 1);
     const std::size_t size = std::min<std::size_t>(kPageSize - from, iSize);
     PageFrame* frame = FindOrTake(PageOf(iOffset));
-    if (frame != nullptr && Prepare(*frame, from)) {
+    const bool isReady = frame != nullptr && Prepare(*frame, from);
+    if (isReady) SetRoom(*frame, _blocks.End());
+    if (isReady && from + size <= frame->room) {
         Put(*frame, from, iData, size);
         return size;
     }
+    const std::size_t done = WriteStraight(iOffset, iData, size);
+    if (isReady && done != 0) Show(*frame, from, iData, done);
     if (frame != nullptr && frame->valid == 0) Drop(frame->page);
-    return WriteStraight(iOffset, iData, size);
+    return done;
 }
 
 std::size_t PagedFile::WriteStraight(
     std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
-    const std::size_t size = WriteFully(Descriptor(true), iOffset, iData, iSize);
-    const std::size_t end = iOffset + size;
-    if (iOffset <= _spaceEnd) _spaceEnd = std::max(_spaceEnd, end);
-    _knownEnd = std::max(_knownEnd, end);
-    for (std::size_t done = 0; done < size;) {
-        const std::size_t from = (iOffset + done) & (kPageSize - 1);
-        const std::size_t inPage = std::min<std::size_t>(kPageSize - from, size - done);
-        PageFrame* frame = Find(PageOf(iOffset + done));
-        // Behind a gap the page isn't valid: it will be read from the file.
-        if (frame != nullptr && from <= frame->valid) {
-            std::memcpy(frame->bytes + from, iData + done, inPage);
-            frame->valid = std::max(frame->valid, static_cast<std::uint16_t>(from + inPage));
-        }
-        done += inPage;
+    std::size_t done = 0;
+    if (iOffset + iSize > _fileEnd) done = WriteWithTail(iOffset, iData, iSize);
+    done += WriteFully(Descriptor(true), iOffset + done, iData + done, iSize - done);
+    if (done != 0) NoteWritten(iOffset, iOffset + done);
+    for (std::size_t shown = 0; shown < done;) {
+        const std::size_t from = (iOffset + shown) & (kPageSize - 1);
+        const std::size_t inPage = std::min<std::size_t>(kPageSize - from, done - shown);
+        PageFrame* frame = Held(PageOf(iOffset + shown)).frame;
+        // After a gap the page isn't valid: it will be read from the file.
+        if (frame != nullptr && from <= frame->valid) Show(*frame, from, iData + shown, inPage);
+        shown += inPage;
     }
-    return size;
+    return done;
+}
+
+std::size_t PagedFile::WriteWithTail(
+    std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
+    PageFrame* tail = _fileEnd != 0 ? Held(PageOf(_fileEnd - 1)).frame : nullptr;
+    if (tail == nullptr) return 0;
+    DirtyBytes::Run run = tail->dirty.NextRun(0);
+    for (; run.from != run.to; run = tail->dirty.NextRun(run.to)) {
+        if (OffsetOf(tail->page) + run.to == iOffset) break;
+        (void)WriteBack(*tail, run);  // what can't go waits on
+    }
+    const std::size_t before = run.to - run.from;
+    if (before == 0) return 0;
+    const iovec both[] = {
+        {tail->bytes + run.from,            before},
+        {const_cast<unsigned char*>(iData), iSize }
+    };
+    const ssize_t written =
+        pwritev(Descriptor(true), both, 2, static_cast<off_t>(iOffset - before));
+    if (written < static_cast<ssize_t>(before)) {
+        (void)WriteBack(*tail, run);  // there is room for it where there is none for more
+        return 0;
+    }
+    NoteWritten(iOffset - before, iOffset);
+    SetClean(*tail, run);
+    return static_cast<std::size_t>(written) - before;
+}
+
+void PagedFile::NoteWritten(std::size_t iFrom, std::size_t iTo) {
+    _blocks.NoteWritten(iFrom, iTo);
+    _fileEnd = std::max(_fileEnd, iTo);
+}
+
+void PagedFile::Show(
+    PageFrame& ioFrame, std::size_t iFrom, const unsigned char* iData, std::size_t iSize) {
+    const std::size_t start = OffsetOf(ioFrame.page);
+    const std::size_t to = iFrom + iSize;
+    std::memcpy(ioFrame.bytes + iFrom, iData, iSize);
+    ioFrame.valid = std::max(ioFrame.valid, static_cast<std::uint16_t>(to));
+    SetClean(ioFrame, {static_cast<unsigned int>(iFrom), static_cast<unsigned int>(to)});
+    SetRoom(ioFrame, _blocks.EndAfter(start + ioFrame.room, start + iFrom, start + to));
+}
+
+void PagedFile::SetRoom(PageFrame& ioFrame, std::size_t iEndOfBlocks) const {
+    const std::size_t start = OffsetOf(ioFrame.page);
+    const std::size_t before = start + ioFrame.room;
+    std::size_t end = std::min(iEndOfBlocks, start + kPageSize);
+    if (end > before) end = std::min(end, AllowedEnd());
+    if (end > before) ioFrame.room = static_cast<std::uint16_t>(end - start);
 }
 
 std::size_t PagedFile::NotHeld(std::size_t iOffset, std::size_t iSize) const {
     std::size_t end = iOffset;
-    while (end < iOffset + iSize && Find(PageOf(end)) == nullptr) end = OffsetOf(PageOf(end) + 1);
+    while (end < iOffset + iSize && Held(PageOf(end)).frame == nullptr)
+        end = OffsetOf(PageOf(end) + 1);
     return std::min(end - iOffset, iSize);
 }
 
 PageFrame* PagedFile::FindOrTake(std::size_t iPage) {
-    PageFrame* frame = Find(iPage);
+    PageFrame* frame = Held(iPage).frame;
     if (frame != nullptr) return frame;
     const auto page = static_cast<unsigned int>(iPage);
     if (!_pool.IsWorthTaking(this, page) || !GrowTable(iPage)) return nullptr;
@@ -270,58 +348,18 @@ bool PagedFile::Extend(PageFrame& ioFrame) {
     const std::size_t n = ReadFully(
         Descriptor(false), start + ioFrame.valid, ioFrame.bytes + ioFrame.valid,
         room - ioFrame.valid, error);
-    std::size_t valid = ioFrame.valid + n;
-    if (!error) valid += FillHole(start + valid, ioFrame.bytes + valid, room - valid);
-    ioFrame.valid = static_cast<std::uint16_t>(valid);
+    ioFrame.valid = static_cast<std::uint16_t>(ioFrame.valid + n);
     return !error;
 }
 
-std::size_t PagedFile::FillHole(
-    std::size_t iOffset, unsigned char* oData, std::size_t iSize) const {
-    if (iSize == 0 || iOffset >= _heldEnd) return 0;
-    const std::size_t size = std::min(iSize, _heldEnd - iOffset);
-    std::memset(oData, 0, size);
-    return size;
-}
-
 bool PagedFile::Prepare(PageFrame& ioFrame, std::size_t iFrom) {
-    const std::size_t validEnd = OffsetOf(ioFrame.page) + ioFrame.valid;
-    if (iFrom > ioFrame.valid && validEnd < _knownEnd && !Extend(ioFrame)) return false;
-    if (!ioFrame.IsDirty() && !TakeSpace(ioFrame)) return false;
-    if (iFrom > ioFrame.valid) {
-        std::memset(ioFrame.bytes + ioFrame.valid, 0, iFrom - ioFrame.valid);
-    }
+    const std::size_t valid = ioFrame.valid;
+    if (iFrom <= valid) return true;
+    const bool isAppend = iFrom % kAlignment == 0 && iFrom - valid < kAlignment &&
+                          OffsetOf(ioFrame.page) + valid >= _fileEnd;
+    if (!isAppend) return Extend(ioFrame) && iFrom <= ioFrame.valid;
+    std::memset(ioFrame.bytes + valid, 0, iFrom - valid);
     return true;
-}
-
-bool PagedFile::TakeSpace(PageFrame& ioFrame) {
-    const std::size_t start = OffsetOf(ioFrame.page);
-    const std::size_t end = start + kPageSize;
-    if (!IsAllowedEnd(end)) return false;
-    if (ioFrame.spaceTaken || end <= _spaceEnd) return true;
-    if (start <= _spaceEnd) {
-        const std::size_t ahead =
-            RoundUpToPage(std::clamp<std::size_t>(_knownEnd / 8, kPageSize, kMostSpaceAhead));
-        if (PromiseSpace(_spaceEnd, start + ahead - _spaceEnd)) {
-            _spaceEnd = start + ahead;
-            return true;
-        }
-    }
-    ioFrame.spaceTaken = PromiseSpace(start, kPageSize);
-    return ioFrame.spaceTaken;
-}
-
-bool PagedFile::PromiseSpace(std::size_t iOffset, std::size_t iSize) {
-    while (_canTakeSpace) {
-        if (fallocate(
-                Descriptor(true), FALLOC_FL_KEEP_SIZE, static_cast<off_t>(iOffset),
-                static_cast<off_t>(iSize)) == 0) {
-            return true;
-        }
-        if (errno == EOPNOTSUPP || errno == ENOSYS) _canTakeSpace = false;
-        if (errno != EINTR) return false;
-    }
-    return false;
 }
 
 void PagedFile::CountDirty(unsigned int iPage) {
@@ -333,69 +371,77 @@ void PagedFile::CountDirty(unsigned int iPage) {
     _highestDirty = std::max<std::size_t>(_highestDirty, iPage);
 }
 
-void PagedFile::SetClean(PageFrame& ioFrame) {
-    if (!ioFrame.IsDirty()) return;
-    ioFrame.dirtyFrom = 0;
-    ioFrame.dirtyTo = 0;
-    if (--_nDirty == 0) _heldEnd = 0;
+void PagedFile::SetClean(PageFrame& ioFrame, DirtyBytes::Run iRun) {
+    if (!ioFrame.dirty.Any()) return;
+    ioFrame.dirty.Remove(iRun.from, iRun.to);
+    if (!ioFrame.dirty.Any()) --_nDirty;
 }
 
 bool PagedFile::Flush() {
     if (_nDirty == 0) return true;
     for (std::size_t page = _lowestDirty; page <= _highestDirty; ++page) {
-        if (_pages[page].frame != nullptr && _pages[page].frame->IsDirty()) {
-            WriteBackFrom(static_cast<unsigned int>(page));
-        }
+        if (Held(page).frame != nullptr) (void)WriteBackPage(static_cast<unsigned int>(page));
     }
     return _nDirty == 0;
 }
 
-bool PagedFile::WriteBackFrom(unsigned int iPage) {
-    iovec run[kRunPages];
-    const int nPages = CollectRun(iPage, run);
-    std::size_t size = 0;
-    for (int i = 0; i < nPages; ++i) size += run[i].iov_len;
-    const std::size_t offset = OffsetOf(iPage) + _pages[iPage].frame->dirtyFrom;
-    const ssize_t written = pwritev(Descriptor(true), run, nPages, static_cast<off_t>(offset));
-    const bool all = written >= 0 && static_cast<std::size_t>(written) == size;
-    for (int i = 0; i < nPages; ++i) {
-        PageFrame& frame = *_pages[iPage + static_cast<unsigned int>(i)].frame;
-        if (all || WriteBack(frame)) SetClean(frame);
+bool PagedFile::WriteBackPage(unsigned int iPage) {
+    PageFrame& frame = *_pages[iPage].frame;
+    bool all = true;
+    for (DirtyBytes::Run run = frame.dirty.NextRun(0); run.from != run.to;
+         run = frame.dirty.NextRun(run.to)) {
+        all = WriteBack(frame, run) && all;
     }
-    return !_pages[iPage].frame->IsDirty();
+    return all;
 }
 
-int PagedFile::CollectRun(unsigned int iPage, iovec* oRun) const {
-    int nPages = 0;
-    for (std::size_t page = iPage; nPages < kRunPages; ++page) {
-        const PageFrame* frame = Find(page);
-        if (frame == nullptr || !frame->IsDirty()) break;
-        if (nPages != 0 && frame->dirtyFrom != 0) break;
-        oRun[nPages++] = {
-            frame->bytes + frame->dirtyFrom,
-            static_cast<std::size_t>(frame->dirtyTo - frame->dirtyFrom)};
-        if (frame->dirtyTo != kPageSize) break;
+bool PagedFile::WriteBack(const PageFrame& iFrame, DirtyBytes::Run iRun) {
+    const Pieces pieces = Collect(iFrame, iRun);
+    std::size_t offset = OffsetOf(iFrame.page) + iRun.from;
+    const ssize_t written =
+        pwritev(Descriptor(true), pieces.bytes, pieces.count, static_cast<off_t>(offset));
+    const bool atOnce = written == static_cast<ssize_t>(pieces.size);
+    bool all = true;
+    for (int i = 0; i < pieces.count; ++i) {
+        const auto* bytes = static_cast<const unsigned char*>(pieces.bytes[i].iov_base);
+        const std::size_t size = pieces.bytes[i].iov_len;
+        if (atOnce || WriteFully(Descriptor(true), offset, bytes, size) == size) {
+            const auto from = static_cast<unsigned int>(offset & (kPageSize - 1));
+            NoteWritten(offset, offset + size);
+            SetClean(*_pages[PageOf(offset)].frame, {from, from + static_cast<unsigned int>(size)});
+        } else {
+            all = false;
+        }
+        offset += size;
     }
-    return nPages;
+    return all;
 }
 
-bool PagedFile::WriteBack(const PageFrame& iFrame) const {
-    const std::size_t size = static_cast<std::size_t>(iFrame.dirtyTo - iFrame.dirtyFrom);
-    return WriteFully(
-               Descriptor(true), OffsetOf(iFrame.page) + iFrame.dirtyFrom,
-               iFrame.bytes + iFrame.dirtyFrom, size) == size;
+PagedFile::Pieces PagedFile::Collect(const PageFrame& iFrame, DirtyBytes::Run iRun) const {
+    Pieces pieces;
+    pieces.Add(iFrame, iRun);
+    std::size_t page = iFrame.page;
+    for (DirtyBytes::Run run = iRun; run.to == kPageSize && pieces.count < kRunPages;) {
+        const PageFrame* next = Held(++page).frame;
+        if (next == nullptr) break;
+        run = next->dirty.NextRun(0);
+        if (run.from != 0 || run.to == 0) break;
+        pieces.Add(*next, run);
+    }
+    return pieces;
 }
 
 void PagedFile::Drop(unsigned int iPage) {
     PageFrame* frame = _pages[iPage].frame;
-    SetClean(*frame);
+    SetClean(*frame, {0, kPageSize});
     _pages[iPage] = {};
     _pool.Release(frame);
 }
 
-void PagedFile::DropDirty() {
-    for (std::size_t page = _lowestDirty; _nDirty != 0 && page <= _highestDirty; ++page) {
-        if (_pages[page].frame != nullptr && _pages[page].frame->IsDirty()) {
+void PagedFile::DropPages(bool iAlsoDirty) {
+    for (std::size_t page = 0; page < _nPages; ++page) {
+        const PageFrame* frame = _pages[page].frame;
+        if (frame != nullptr && (iAlsoDirty || !frame->dirty.Any())) {
             Drop(static_cast<unsigned int>(page));
         }
     }

@@ -1,22 +1,24 @@
 #ifndef PagedFile_h
 #define PagedFile_h
 
+#include "FileBlocks.h"
 #include "PagePool.h"
 #include "RawMemory.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <span>
 #include <sys/types.h>
 
 /// One file of the disk, with the part of its content that is held in memory. All streams of the process
 /// on that file share it, by whatever name they opened it, so that none of them sees old bytes.
 ///
-/// Small accesses are served from pages; what is written stays there until Flush(), the last writer's
-/// leaving, or until its page must give way. A page is held back only once the file system has promised
-/// the space under it: else the bytes go straight to the file, so that a full disk is noticed by the
-/// write that meets it. Large accesses go straight to the file and keep the pages true.
+/// Small accesses are served from pages. What is written waits there only where the file has its block
+/// already (FileBlocks), until Flush(), the last writer's leaving, or until its page must give way; all
+/// else goes straight to the file. So a disk that is full is noticed by the write that meets it, and what
+/// waits at the end of the file is part of one page. Large accesses go straight to the file, too, and keep
+/// the pages true. The bytes that were written go to the file and no others.
+///
+/// A child process starts with no page and nothing that waits: that is its parent's to write.
 ///
 /// Offsets stay below kEndOfOffsets. Reads that run into the end ask the file anew each time.
 class PagedFile {
@@ -24,9 +26,13 @@ public:
     /// No byte of a file lies at or behind this offset.
     static constexpr std::size_t kEndOfOffsets = 0x7FFFFFFF;
 
-    /// The file under a stream that was just opened; the stream is made unbuffered. Null for what isn't a
-    /// regular file, and without memory: such a stream serves itself.
+    /// The file under a stream that was just opened; the stream is made unbuffered, and what waits for the
+    /// file goes to it, so that its size is true. Null for what isn't a regular file, and without memory:
+    /// such a stream serves itself.
     static PagedFile* Attach(FILE* ioStream, bool iForWriting);
+
+    /// The file under a descriptor, if a stream of the process has it open; null otherwise.
+    static PagedFile* Find(int iDescriptor);
 
     /// Forgets a stream that is about to be closed. The last writer that leaves writes back what is
     /// held, the last stream drops the pages and this object.
@@ -42,12 +48,16 @@ public:
     /// Writes bytes; false when not all of them could be written.
     bool Write(std::size_t iOffset, const unsigned char* iData, std::size_t iSize);
 
-    /// Brings all held bytes to the file; false when some are still held.
+    /// Brings all that waits to the file; false when something still waits.
     bool Flush();
+
+    /// Drops all pages where nothing waits, so that what is read next comes from the file; and if asked so,
+    /// also the others, with what waits there.
+    void DropPages(bool iAlsoDirty);
 
     /// The fast way of Read: true when one page holds it all.
     bool ReadHeld(std::size_t iOffset, void* oData, std::size_t iSize) {
-        PageFrame* frame = Find(iOffset >> kPageBits);
+        PageFrame* frame = Held(iOffset >> kPageBits).frame;
         const std::size_t from = iOffset & (kPageSize - 1);
         if (frame == nullptr || from + iSize > frame->valid) return false;
         frame->recent = true;
@@ -55,14 +65,12 @@ public:
         return true;
     }
 
-    /// The fast way of Write: true when it ends in a page that is dirty already and leaves no gap there.
+    /// The fast way of Write: true when all may wait in one page that is held and leaves no gap there.
+    /// @param iSize  at least 1
     bool WriteHeld(std::size_t iOffset, const void* iData, std::size_t iSize) {
-        PageFrame* frame = Find(iOffset >> kPageBits);
+        PageFrame* frame = Held(iOffset >> kPageBits).frame;
         const std::size_t from = iOffset & (kPageSize - 1);
-        if (frame == nullptr || !frame->IsDirty() || from > frame->valid ||
-            from + iSize > kPageSize) {
-            return false;
-        }
+        if (frame == nullptr || from > frame->valid || from + iSize > frame->room) return false;
         Put(*frame, from, iData, iSize);
         return true;
     }
@@ -87,10 +95,10 @@ public:
 
     // For the pool.
 
-    /// Writes back a run of dirty pages that starts with this one.
-    bool WriteBackFrom(unsigned int iPage);
+    /// Writes what waits in a page, and what follows on it; false when some of the page still waits.
+    bool WriteBackPage(unsigned int iPage);
 
-    /// Drops a page; what is dirty in it is lost.
+    /// Drops a page; what waits in it is lost.
     void Drop(unsigned int iPage);
 
 private:
@@ -101,11 +109,20 @@ private:
         bool forWriting;
     };
 
-    PagedFile(dev_t iDevice, ino_t iNumber, std::size_t iEnd, bool iHasHoles);
+    /// Bytes that go to the file in one system call: one piece of each page, each following on the one before.
+    struct Pieces;
+
+    PagedFile(dev_t iDevice, ino_t iNumber);
     ~PagedFile();
 
     /// The object of the file under a descriptor, new or not; null as Attach().
     static PagedFile* Of(int iDescriptor);
+
+    /// Takes note of the file as its first writer finds it.
+    void StartWriting(int iDescriptor);
+
+    /// Called in a new process: forgets all pages of all files.
+    static void ForgetInherited();
 
     /// The descriptor of a stream, if asked so of one open for writing; -1 when there is none.
     int Descriptor(bool iForWriting) const;
@@ -119,10 +136,23 @@ private:
         unsigned char* oData,
         std::size_t iSize,
         bool& oError);
-    std::size_t ReadStraight(
-        std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError) const;
     std::size_t WriteSome(std::size_t iOffset, const unsigned char* iData, std::size_t iSize);
     std::size_t WriteStraight(std::size_t iOffset, const unsigned char* iData, std::size_t iSize);
+
+    /// Before bytes that make the file longer: brings to the file what waits in the page where it ends. If
+    /// the bytes follow on that, they go in the same system call.
+    /// @return how many of the bytes went
+    std::size_t WriteWithTail(std::size_t iOffset, const unsigned char* iData, std::size_t iSize);
+
+    /// Takes note that bytes reached the file.
+    void NoteWritten(std::size_t iFrom, std::size_t iTo);
+
+    /// Makes a page true for bytes that reached the file. They may leave no gap in it but padding.
+    void Show(PageFrame& ioFrame, std::size_t iFrom, const unsigned char* iData, std::size_t iSize);
+
+    /// Takes note of how much of a page lies in blocks that the file has, if these end at an offset. What lies
+    /// past the process's limit of file sizes doesn't count.
+    void SetRoom(PageFrame& ioFrame, std::size_t iEndOfBlocks) const;
 
     /// How many bytes from `iOffset` on, at most `iSize`, lie in pages that aren't held.
     std::size_t NotHeld(std::size_t iOffset, std::size_t iSize) const;
@@ -135,54 +165,36 @@ private:
 
     HeldPage Held(std::size_t iPage) const { return iPage < _nPages ? _pages[iPage] : HeldPage{}; }
 
-    /// The page if it is held.
-    PageFrame* Find(std::size_t iPage) const { return Held(iPage).frame; }
-
     /// The page, with or without valid bytes in it; null when it can't be held.
     PageFrame* FindOrTake(std::size_t iPage);
     bool GrowTable(std::size_t iPage);
 
-    /// Reads what the file has behind the valid bytes of a page; false on an error.
+    /// Reads what the file has after the valid bytes of a page; false on an error.
     bool Extend(PageFrame& ioFrame);
 
-    /// Zeroes what the file doesn't have yet and will be a hole in it, since more is held behind. Gives
-    /// how many bytes these are, from the first on.
-    std::size_t FillHole(std::size_t iOffset, unsigned char* oData, std::size_t iSize) const;
-
-    /// Makes the page ready for bytes from `iFrom` on: nothing unknown before them, its space taken.
+    /// Makes the page ready for bytes from `iFrom` on: no byte before them may be unknown. The padding before
+    /// an append is known to be zero.
     bool Prepare(PageFrame& ioFrame, std::size_t iFrom);
 
-    /// Puts bytes into a page that is ready for them.
+    /// Puts bytes into a page that is ready for them, to wait there.
     void Put(PageFrame& ioFrame, std::size_t iFrom, const void* iData, std::size_t iSize) {
         CopyBytes(ioFrame.bytes + iFrom, iData, iSize);
-        const auto from = static_cast<std::uint16_t>(iFrom);
-        const auto to = static_cast<std::uint16_t>(iFrom + iSize);
-        if (!ioFrame.IsDirty()) {
-            ioFrame.dirtyFrom = from;
-            ioFrame.dirtyTo = to;
-            CountDirty(ioFrame.page);
-        } else {
-            ioFrame.dirtyFrom = std::min(ioFrame.dirtyFrom, from);
-            ioFrame.dirtyTo = std::max(ioFrame.dirtyTo, to);
-        }
-        ioFrame.valid = std::max(ioFrame.valid, to);
+        const auto from = static_cast<unsigned int>(iFrom);
+        const auto to = static_cast<unsigned int>(iFrom + iSize);
+        if (!ioFrame.dirty.Any()) CountDirty(ioFrame.page);
+        ioFrame.dirty.Add(from, to);
+        ioFrame.valid = std::max(ioFrame.valid, static_cast<std::uint16_t>(to));
         ioFrame.recent = true;
-        const std::size_t end = (std::size_t{ioFrame.page} << kPageBits) + to;
-        _heldEnd = std::max(_heldEnd, end);
-        _knownEnd = std::max(_knownEnd, end);
     }
 
     void CountDirty(unsigned int iPage);
-    void SetClean(PageFrame& ioFrame);
 
-    /// Has the file system promise the blocks under a page, so that the page can be held back.
-    bool TakeSpace(PageFrame& ioFrame);
-    bool PromiseSpace(std::size_t iOffset, std::size_t iSize);
+    /// Takes note that these bytes of a page no longer wait.
+    void SetClean(PageFrame& ioFrame, DirtyBytes::Run iRun);
 
-    /// The dirty bytes that follow on each other from a page on, at most kRunPages pieces.
-    int CollectRun(unsigned int iPage, struct iovec* oRun) const;
-    bool WriteBack(const PageFrame& iFrame) const;
-    void DropDirty();
+    /// Writes what waits in a run, and what follows on it in further pages; false when some of it still waits.
+    bool WriteBack(const PageFrame& iFrame, DirtyBytes::Run iRun);
+    Pieces Collect(const PageFrame& iFrame, DirtyBytes::Run iRun) const;
 
     static PagePool _pool;
     static PagedFile* _files;
@@ -191,15 +203,14 @@ private:
     Stream* _streams;
     dev_t _device;
     ino_t _number;
-    HeldPage* _pages;  ///< by page number
+    std::size_t
+        _fileEnd;  ///< as its first writer found it, or further on where the process has written
+    FileBlocks _blocks;  ///< of a file that has a writer
+    HeldPage* _pages;    ///< by page number
     std::size_t _nPages;
-    std::size_t _knownEnd;     ///< nothing that this process knows of lies behind it
-    std::size_t _heldEnd;      ///< end of what is dirty; 0 when nothing is
-    std::size_t _spaceEnd;     ///< the blocks below it are the file's already
-    std::size_t _nDirty;       ///< pages
-    std::size_t _lowestDirty;  ///< page numbers between which all dirty pages lie
+    std::size_t _nDirty;       ///< pages in which bytes wait
+    std::size_t _lowestDirty;  ///< page numbers between which all these pages lie
     std::size_t _highestDirty;
-    bool _canTakeSpace;  ///< false once the file system said that it makes no such promise
 };
 
 #endif
