@@ -2,6 +2,7 @@
 
 #include "PagedFile.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <sys/mman.h>
 
@@ -14,12 +15,12 @@ PageFrame* PagePool::Take(PagedFile* iFile, unsigned int iPage) {
     PageFrame* frame = _free;
     _free = frame->nextFree;
     ++_nInUse;
-    *frame = {iFile, nullptr, frame->bytes, frame->dirty, iPage, 0, 0, true};
+    auto* bits = reinterpret_cast<std::uint64_t*>(frame->bytes + kPageSize);
+    *frame = {iFile, nullptr, frame->bytes, WrittenBytes(bits, kPageSize), 0, iPage, 0, 0, true};
     return frame;
 }
 
 void PagePool::Release(PageFrame* ioFrame) {
-    ioFrame->dirty.Clear();
     ioFrame->file = nullptr;
     ioFrame->nextFree = _free;
     _free = ioFrame;
@@ -42,20 +43,19 @@ bool PagePool::IsWorthTaking(const PagedFile* iFile, unsigned int iPage) {
 }
 
 bool PagePool::Grow() {
-    const unsigned int nFrames = _blocks == nullptr ? kFirstBlockFrames : kBlockFrames;
-    const std::size_t size = std::size_t{nFrames} * kPageSize;
-    constexpr std::size_t kDirtySize = kDirtyWords * sizeof(std::uint64_t);
-    auto* block = static_cast<Block*>(
-        std::calloc(1, sizeof(Block) + nFrames * (sizeof(PageFrame) + kDirtySize)));
+    const bool isFirst = _blocks == nullptr;
+    const unsigned int nFrames = isFirst ? kFirstBlockFrames : kBlockFrames;
+    const std::size_t size = isFirst ? nFrames * kFrameSize : kHugePageSize;
+    auto* block = static_cast<Block*>(std::calloc(1, sizeof(Block) + nFrames * sizeof(PageFrame)));
     if (block == nullptr) return false;
-    block->bytes = static_cast<unsigned char*>(std::aligned_alloc(size, size));
+    block->bytes = static_cast<unsigned char*>(
+        std::aligned_alloc(isFirst ? alignof(std::uint64_t) : kHugePageSize, size));
     if (block->bytes == nullptr) {
         std::free(block);
         return false;
     }
-    if (nFrames == kBlockFrames) madvise(block->bytes, size, MADV_HUGEPAGE);
+    if (!isFirst) madvise(block->bytes, size, MADV_HUGEPAGE);
     block->frames = reinterpret_cast<PageFrame*>(block + 1);
-    block->dirty = reinterpret_cast<std::uint64_t*>(block->frames + nFrames);
     block->nFrames = nFrames;
     block->next = _blocks;
     _blocks = block;
@@ -65,8 +65,7 @@ bool PagePool::Grow() {
 
 void PagePool::AddFrames(Block& ioBlock) {
     for (unsigned int i = ioBlock.nFrames; i-- > 0;) {
-        ioBlock.frames[i].bytes = ioBlock.bytes + std::size_t{i} * kPageSize;
-        ioBlock.frames[i].dirty = DirtyBytes(ioBlock.dirty + std::size_t{i} * kDirtyWords);
+        ioBlock.frames[i].bytes = ioBlock.bytes + i * kFrameSize;
         ioBlock.frames[i].nextFree = _free;
         _free = &ioBlock.frames[i];
     }
@@ -90,7 +89,7 @@ bool PagePool::EvictOne() {
         if (frame.file == nullptr) continue;
         if (frame.recent) {
             frame.recent = false;
-        } else if (frame.dirty.Any() && !frame.file->WriteBackPage(frame.page)) {
+        } else if (frame.written.Wait() && !frame.file->WriteBackPage(frame.page)) {
             frame.recent = true;
             ++nFailed;
         } else {
@@ -109,7 +108,7 @@ void PagePool::DropAll() {
         for (unsigned int i = 0; _nInUse != 0 && i < nFrames; ++i) {
             PageFrame& frame = block->frames[i];
             if (frame.file == nullptr) continue;
-            if (frame.dirty.Any() && !frame.file->WriteBackPage(frame.page)) continue;
+            if (frame.written.Wait() && !frame.file->WriteBackPage(frame.page)) continue;
             frame.file->Drop(frame.page);
         }
         block = next;

@@ -1,7 +1,7 @@
 #ifndef PagePool_h
 #define PagePool_h
 
-#include "DirtyBytes.h"
+#include "WrittenBytes.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,13 +12,16 @@ constexpr unsigned int kPageBits = 12;
 constexpr unsigned int kPageSize = 1U
                                    << kPageBits;  ///< 4 KiB, the unit in which systems hold files
 
+constexpr unsigned int kBitsSize = WrittenBytes::SizeOfBits(kPageSize);
+
 /// A page of a file in memory. Bytes from 0 to `valid` are as in the file, or newer.
 struct PageFrame {
     PagedFile* file;  ///< null when free
     PageFrame* nextFree;
-    unsigned char* bytes;  ///< kPageSize of them
-    DirtyBytes dirty;      ///< of the valid ones
-    unsigned int page;     ///< offset in the file, in pages
+    unsigned char* bytes;   ///< kPageSize of them, then kBitsSize for those of `written`
+    WrittenBytes written;   ///< since the file was flushed; some of the valid ones
+    unsigned int nFlushes;  ///< of the file, when `written` began
+    unsigned int page;      ///< offset in the file, in pages
     std::uint16_t valid;
     std::uint16_t room;  ///< what is written before here may wait: its blocks are in the file
     bool recent;         ///< touched since the hand last passed
@@ -38,7 +41,7 @@ public:
     /// Null without memory, or when no page can be written back.
     PageFrame* Take(PagedFile* iFile, unsigned int iPage);
 
-    /// Makes a frame free. What is dirty in it is lost.
+    /// Makes a frame free. What waits in it is lost.
     void Release(PageFrame* ioFrame);
 
     /// Sets how many bytes of pages may be held, and drops all pages that can be dropped.
@@ -48,19 +51,18 @@ public:
     void ForgetAll();
 
 private:
-    static constexpr unsigned int kDirtyWords = kPageSize / DirtyBytes::kWordBits;
-
     /// Frames and the memory under them. The first block is small and stays; all others are one huge page of
     /// the processor, which spares most of the page faults.
     struct Block {
         Block* next;
         unsigned int nFrames;
         unsigned char* bytes;
-        PageFrame* frames;     ///< nFrames of them, after the block
-        std::uint64_t* dirty;  ///< kDirtyWords for each frame, after the frames
+        PageFrame* frames;  ///< nFrames of them, after the block
     };
     static constexpr unsigned int kFirstBlockFrames = 16;
-    static constexpr unsigned int kBlockFrames = 512;
+    static constexpr std::size_t kFrameSize = kPageSize + kBitsSize;
+    static constexpr std::size_t kHugePageSize = std::size_t{2} << 20U;
+    static constexpr unsigned int kBlockFrames = kHugePageSize / kFrameSize;
     static constexpr unsigned int kMissSlots = 256;
 
     /// Adds a block of free frames; false without memory.

@@ -77,7 +77,7 @@ struct PagedFile::Pieces {
     int count = 0;
     std::size_t size = 0;
 
-    void Add(const PageFrame& iFrame, DirtyBytes::Run iRun) {
+    void Add(const PageFrame& iFrame, WrittenBytes::Run iRun) {
         bytes[count++] = {iFrame.bytes + iRun.from, iRun.to - iRun.from};
         size += iRun.to - iRun.from;
     }
@@ -91,9 +91,10 @@ PagedFile::PagedFile(dev_t iDevice, ino_t iNumber)
       _fileEnd(0),
       _pages(nullptr),
       _nPages(0),
-      _nDirty(0),
-      _lowestDirty(0),
-      _highestDirty(0) {
+      _nWaiting(0),
+      _lowestWaiting(0),
+      _highestWaiting(0),
+      _nFlushes(0) {
     _files = this;
 }
 
@@ -148,6 +149,7 @@ PagedFile* PagedFile::Of(int iDescriptor) {
 void PagedFile::StartWriting(int iDescriptor) {
     struct stat status = {};
     if (fstat(iDescriptor, &status) != 0) return;
+    DropPages(false);  // what was known of their blocks may no longer hold
     _fileEnd = static_cast<std::size_t>(status.st_size);
     _blocks = FileBlocks(iDescriptor, _fileEnd);
 }
@@ -157,7 +159,7 @@ void PagedFile::ForgetInherited() {
         std::free(file->_pages);
         file->_pages = nullptr;
         file->_nPages = 0;
-        file->_nDirty = 0;
+        file->_nWaiting = 0;
     }
     _pool.ForgetAll();
 }
@@ -242,7 +244,7 @@ std::size_t PagedFile::WriteSome(
         return size;
     }
     const std::size_t done = WriteStraight(iOffset, iData, size);
-    if (isReady && done != 0) Show(*frame, from, iData, done);
+    if (isReady && done != 0 && from > frame->valid) Show(*frame, from, iData, done);
     if (frame != nullptr && frame->valid == 0) Drop(frame->page);
     return done;
 }
@@ -268,8 +270,8 @@ std::size_t PagedFile::WriteWithTail(
     std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
     PageFrame* tail = _fileEnd != 0 ? Held(PageOf(_fileEnd - 1)).frame : nullptr;
     if (tail == nullptr) return 0;
-    DirtyBytes::Run run = tail->dirty.NextRun(0);
-    for (; run.from != run.to; run = tail->dirty.NextRun(run.to)) {
+    WrittenBytes::Run run = tail->written.NextRun(0);
+    for (; !run.IsEmpty(); run = tail->written.NextRun(run.to)) {
         if (OffsetOf(tail->page) + run.to == iOffset) break;
         (void)WriteBack(*tail, run);  // what can't go waits on
     }
@@ -286,7 +288,7 @@ std::size_t PagedFile::WriteWithTail(
         return 0;
     }
     NoteWritten(iOffset - before, iOffset);
-    SetClean(*tail, run);
+    SetInFile(*tail, run);
     return static_cast<std::size_t>(written) - before;
 }
 
@@ -301,7 +303,10 @@ void PagedFile::Show(
     const std::size_t to = iFrom + iSize;
     std::memcpy(ioFrame.bytes + iFrom, iData, iSize);
     ioFrame.valid = std::max(ioFrame.valid, static_cast<std::uint16_t>(to));
-    SetClean(ioFrame, {static_cast<unsigned int>(iFrom), static_cast<unsigned int>(to)});
+    const WrittenBytes::Run run = {static_cast<unsigned int>(iFrom), static_cast<unsigned int>(to)};
+    ForgetFlushed(ioFrame);
+    ioFrame.written.AddInFile(run.from, run.to);
+    SetInFile(ioFrame, run);
     SetRoom(ioFrame, _blocks.EndAfter(start + ioFrame.room, start + iFrom, start + to));
 }
 
@@ -315,8 +320,9 @@ void PagedFile::SetRoom(PageFrame& ioFrame, std::size_t iEndOfBlocks) const {
 
 std::size_t PagedFile::NotHeld(std::size_t iOffset, std::size_t iSize) const {
     std::size_t end = iOffset;
-    while (end < iOffset + iSize && Held(PageOf(end)).frame == nullptr)
+    while (end < iOffset + iSize && Held(PageOf(end)).frame == nullptr) {
         end = OffsetOf(PageOf(end) + 1);
+    }
     return std::min(end - iOffset, iSize);
 }
 
@@ -362,40 +368,49 @@ bool PagedFile::Prepare(PageFrame& ioFrame, std::size_t iFrom) {
     return true;
 }
 
-void PagedFile::CountDirty(unsigned int iPage) {
-    if (_nDirty++ == 0) {
-        _lowestDirty = iPage;
-        _highestDirty = iPage;
+void PagedFile::StartWaiting(PageFrame& ioFrame) {
+    ForgetFlushed(ioFrame);
+    const std::size_t page = ioFrame.page;
+    if (_nWaiting++ == 0) {
+        _lowestWaiting = page;
+        _highestWaiting = page;
     }
-    _lowestDirty = std::min<std::size_t>(_lowestDirty, iPage);
-    _highestDirty = std::max<std::size_t>(_highestDirty, iPage);
+    _lowestWaiting = std::min(_lowestWaiting, page);
+    _highestWaiting = std::max(_highestWaiting, page);
 }
 
-void PagedFile::SetClean(PageFrame& ioFrame, DirtyBytes::Run iRun) {
-    if (!ioFrame.dirty.Any()) return;
-    ioFrame.dirty.Remove(iRun.from, iRun.to);
-    if (!ioFrame.dirty.Any()) --_nDirty;
+void PagedFile::ForgetFlushed(PageFrame& ioFrame) const {
+    if (ioFrame.nFlushes == _nFlushes || ioFrame.written.Wait()) return;
+    ioFrame.nFlushes = _nFlushes;
+    ioFrame.written.Forget(kPageSize);
+}
+
+void PagedFile::SetInFile(PageFrame& ioFrame, WrittenBytes::Run iRun) {
+    if (!ioFrame.written.Wait()) return;
+    ioFrame.written.SetInFile(iRun);
+    if (!ioFrame.written.Wait()) --_nWaiting;
 }
 
 bool PagedFile::Flush() {
-    if (_nDirty == 0) return true;
-    for (std::size_t page = _lowestDirty; page <= _highestDirty; ++page) {
+    ++_nFlushes;
+    if (_nWaiting == 0) return true;
+    for (std::size_t page = _lowestWaiting; page <= _highestWaiting; ++page) {
         if (Held(page).frame != nullptr) (void)WriteBackPage(static_cast<unsigned int>(page));
     }
-    return _nDirty == 0;
+    return _nWaiting == 0;
 }
 
 bool PagedFile::WriteBackPage(unsigned int iPage) {
     PageFrame& frame = *_pages[iPage].frame;
     bool all = true;
-    for (DirtyBytes::Run run = frame.dirty.NextRun(0); run.from != run.to;
-         run = frame.dirty.NextRun(run.to)) {
+    for (WrittenBytes::Run run = frame.written.NextRun(0); !run.IsEmpty();
+         run = frame.written.NextRun(run.to)) {
         all = WriteBack(frame, run) && all;
     }
     return all;
 }
 
-bool PagedFile::WriteBack(const PageFrame& iFrame, DirtyBytes::Run iRun) {
+bool PagedFile::WriteBack(const PageFrame& iFrame, WrittenBytes::Run iRun) {
     const Pieces pieces = Collect(iFrame, iRun);
     std::size_t offset = OffsetOf(iFrame.page) + iRun.from;
     const ssize_t written =
@@ -408,7 +423,8 @@ bool PagedFile::WriteBack(const PageFrame& iFrame, DirtyBytes::Run iRun) {
         if (atOnce || WriteFully(Descriptor(true), offset, bytes, size) == size) {
             const auto from = static_cast<unsigned int>(offset & (kPageSize - 1));
             NoteWritten(offset, offset + size);
-            SetClean(*_pages[PageOf(offset)].frame, {from, from + static_cast<unsigned int>(size)});
+            SetInFile(
+                *_pages[PageOf(offset)].frame, {from, from + static_cast<unsigned int>(size)});
         } else {
             all = false;
         }
@@ -417,14 +433,14 @@ bool PagedFile::WriteBack(const PageFrame& iFrame, DirtyBytes::Run iRun) {
     return all;
 }
 
-PagedFile::Pieces PagedFile::Collect(const PageFrame& iFrame, DirtyBytes::Run iRun) const {
+PagedFile::Pieces PagedFile::Collect(const PageFrame& iFrame, WrittenBytes::Run iRun) const {
     Pieces pieces;
     pieces.Add(iFrame, iRun);
     std::size_t page = iFrame.page;
-    for (DirtyBytes::Run run = iRun; run.to == kPageSize && pieces.count < kRunPages;) {
+    for (WrittenBytes::Run run = iRun; run.to == kPageSize && pieces.count < kRunPages;) {
         const PageFrame* next = Held(++page).frame;
         if (next == nullptr) break;
-        run = next->dirty.NextRun(0);
+        run = next->written.NextRun(0);
         if (run.from != 0 || run.to == 0) break;
         pieces.Add(*next, run);
     }
@@ -433,15 +449,15 @@ PagedFile::Pieces PagedFile::Collect(const PageFrame& iFrame, DirtyBytes::Run iR
 
 void PagedFile::Drop(unsigned int iPage) {
     PageFrame* frame = _pages[iPage].frame;
-    SetClean(*frame, {0, kPageSize});
+    SetInFile(*frame, {0, kPageSize});
     _pages[iPage] = {};
     _pool.Release(frame);
 }
 
-void PagedFile::DropPages(bool iAlsoDirty) {
+void PagedFile::DropPages(bool iAlsoWaiting) {
     for (std::size_t page = 0; page < _nPages; ++page) {
         const PageFrame* frame = _pages[page].frame;
-        if (frame != nullptr && (iAlsoDirty || !frame->dirty.Any())) {
+        if (frame != nullptr && (iAlsoWaiting || !frame->written.Wait())) {
             Drop(static_cast<unsigned int>(page));
         }
     }

@@ -53,7 +53,7 @@ public:
 
     /// Drops all pages where nothing waits, so that what is read next comes from the file; and if asked so,
     /// also the others, with what waits there.
-    void DropPages(bool iAlsoDirty);
+    void DropPages(bool iAlsoWaiting);
 
     /// The fast way of Read: true when one page holds it all.
     bool ReadHeld(std::size_t iOffset, void* oData, std::size_t iSize) {
@@ -68,10 +68,12 @@ public:
     /// The fast way of Write: true when all may wait in one page that is held and leaves no gap there.
     /// @param iSize  at least 1
     bool WriteHeld(std::size_t iOffset, const void* iData, std::size_t iSize) {
-        PageFrame* frame = Held(iOffset >> kPageBits).frame;
+        const HeldPage page = Held(iOffset >> kPageBits);
         const std::size_t from = iOffset & (kPageSize - 1);
-        if (frame == nullptr || from > frame->valid || from + iSize > frame->room) return false;
-        Put(*frame, from, iData, iSize);
+        if (page.frame == nullptr) return false;
+        __builtin_prefetch(page.bytes + kPageSize + from / 8, 1);  // the bits of `written`
+        if (from > page.frame->valid || from + iSize > page.frame->room) return false;
+        Put(*page.frame, from, iData, iSize);
         return true;
     }
 
@@ -181,20 +183,24 @@ private:
         CopyBytes(ioFrame.bytes + iFrom, iData, iSize);
         const auto from = static_cast<unsigned int>(iFrom);
         const auto to = static_cast<unsigned int>(iFrom + iSize);
-        if (!ioFrame.dirty.Any()) CountDirty(ioFrame.page);
-        ioFrame.dirty.Add(from, to);
+        if (!ioFrame.written.Wait()) StartWaiting(ioFrame);
+        ioFrame.written.AddWaiting(from, to);
         ioFrame.valid = std::max(ioFrame.valid, static_cast<std::uint16_t>(to));
         ioFrame.recent = true;
     }
 
-    void CountDirty(unsigned int iPage);
+    /// Makes ready for the first bytes of a page that wait.
+    void StartWaiting(PageFrame& ioFrame);
+
+    /// Forgets what was written to a page before the file was last flushed.
+    void ForgetFlushed(PageFrame& ioFrame) const;
 
     /// Takes note that these bytes of a page no longer wait.
-    void SetClean(PageFrame& ioFrame, DirtyBytes::Run iRun);
+    void SetInFile(PageFrame& ioFrame, WrittenBytes::Run iRun);
 
     /// Writes what waits in a run, and what follows on it in further pages; false when some of it still waits.
-    bool WriteBack(const PageFrame& iFrame, DirtyBytes::Run iRun);
-    Pieces Collect(const PageFrame& iFrame, DirtyBytes::Run iRun) const;
+    bool WriteBack(const PageFrame& iFrame, WrittenBytes::Run iRun);
+    Pieces Collect(const PageFrame& iFrame, WrittenBytes::Run iRun) const;
 
     static PagePool _pool;
     static PagedFile* _files;
@@ -208,9 +214,10 @@ private:
     FileBlocks _blocks;  ///< of a file that has a writer
     HeldPage* _pages;    ///< by page number
     std::size_t _nPages;
-    std::size_t _nDirty;       ///< pages in which bytes wait
-    std::size_t _lowestDirty;  ///< page numbers between which all these pages lie
-    std::size_t _highestDirty;
+    std::size_t _nWaiting;       ///< pages in which bytes wait
+    std::size_t _lowestWaiting;  ///< page numbers between which all these pages lie
+    std::size_t _highestWaiting;
+    unsigned int _nFlushes;
 };
 
 #endif
