@@ -26,7 +26,13 @@ class PagedFile;
 /// A length-prefixed value is a 32-bit count of bytes and those bytes, without a terminator.
 ///
 /// Operations that give IDX_Bool trace a tag and give IDX_False when they fail; the object stays usable.
-/// Bytes that were written may be held in memory until Flush(), Close() or the end of the process.
+///
+/// A small write may wait in memory until Flush(), Close() or the end of the process: where the disk has
+/// the room for it already, so that a write that gives IDX_True is in the file after Flush(). The size of
+/// the file on the disk trails the end of the data by less than 4096 bytes. Nothing else than the bytes that
+/// were written reaches the file, and a child process doesn't write what waited in its parent.
+/// docs/architecture.md, "Files", says what is in the file at which event.
+///
 /// One thread at a time for all files of the process.
 class GRIDLOOM_API IDX_WT_File {
 public:
@@ -68,14 +74,14 @@ public:
     virtual IDX_Bool ReadAt(unsigned int iOffset, void* oData, unsigned int iDataSize);
 
     /// Appends at GetSize(), which moves to the end of the data, rounded up to a multiple of 4.
-    /// Tags: "IDX_WT_File.Write.InvalidFile", ".InvalidData" (null or nothing to write), ".fseek",
-    /// ".fwrite"; GetSize() stays then.
+    /// Tags: "IDX_WT_File.Write.InvalidFile", ".InvalidData" (null or nothing to write), ".fseek" (ends at
+    /// 2^31 or past it), ".fwrite"; GetSize() stays then.
     virtual IDX_Bool Write(const void* iData, unsigned int iDataSize);
 
     /// Writes at `iOffset`. GetSize() grows first where the end lies behind it, and stays so on failure.
     /// Nothing to write is allowed, null data isn't.
     /// Tags: "IDX_WT_File.Write.InvalidFile", "IDX_WT_File.Write.InvalidData",
-    /// "IDX_WT_File.WriteAt.fseek", "IDX_WT_File.WriteAt.fwrite".
+    /// "IDX_WT_File.WriteAt.fseek" (ends at 2^31 or past it), "IDX_WT_File.WriteAt.fwrite".
     virtual IDX_Bool WriteAt(unsigned int iOffset, const void* iData, unsigned int iDataSize);
 
     // All that follows goes through the virtual operations.

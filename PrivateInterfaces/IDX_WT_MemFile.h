@@ -29,7 +29,8 @@ public:
     /// Close(false), whatever its result: what can't be written then is lost.
     ~IDX_WT_MemFile() override;
 
-    /// Loads an existing file, for reading alone. What is open is closed first.
+    /// Loads an existing file, for reading alone: with all that an IDX_WT_File of the process has written to it.
+    /// What is open is closed first.
     /// Tags: those of ReadFile, then "IDX_WT_MemFile.OpenRead.ReadFile".
     IDX_Bool OpenRead(const char* iPath) override;
 
@@ -63,7 +64,8 @@ public:
     /// "IDX_WT_MemFile.WriteAt.ResizeIfNeeded", "IDX_WT_MemFile.Write (alignment)".
     IDX_Bool WriteAt(unsigned int iOffset, const void* iData, unsigned int iDataSize) override;
 
-    /// Writes the content back if open for writing, and closes. When it can't be written all stays
+    /// Writes the content back if open for writing, and closes. An IDX_WT_File of the process that has the file
+    /// open reads it from then on. When it can't be written all stays
     /// as it was, so that Close can be tried again.
     /// Tag: "IDX_WT_MemoryFile.Close.fwrite".
     /// @param iKeepBuffer  true keeps the block for the next open

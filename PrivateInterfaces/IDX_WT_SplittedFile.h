@@ -49,7 +49,7 @@ public:
     /// Opens for writing, behind a Close() of what is open. Always IDX_True; touches nothing on the disk.
     IDX_Bool OpenWrite(const char* iPath);
 
-    /// Removes the lock files of the open pieces and closes them.
+    /// Brings the open pieces to the disk, removes their lock files and closes them.
     void Close();
 
     /// Brings all that was written to the files.

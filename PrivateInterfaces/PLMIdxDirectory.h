@@ -49,8 +49,9 @@ public:
     /// @param iWait   tries again up to 12 times, 5 seconds apart, and says so to the operator
     long int GetWritableIndexPath(VEXUnicodeString& oPath, bool iEmpty, bool iWait);
 
-    /// Makes the other sub-directory live, by one write of four bytes in place.
-    /// Tags: "PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.OpenWrite", ".IDX_WT_File.WriteAt",
+    /// Makes the other sub-directory live, by one write of four bytes in place. Brings to their files, before
+    /// that, what was written to any IDX_WT_File of the process and isn't closed yet.
+    /// Tags: "PLMIdxDirectory.Swap3DIndexPath.Flush", ".IDX_WT_File.OpenWrite", ".IDX_WT_File.WriteAt",
     /// ".snprintf"; the old one stays live then. Without a live one it fails.
     long int SwapIndexPath();
 
