@@ -5,7 +5,7 @@
 packages_build=(g++ cmake ninja-build)
 packages_tools=(pkg-config libassimp-dev libcairo2-dev libpng-dev zlib1g-dev nlohmann-json3-dev
                 fonts-dejavu-core)
-packages_tests=(libgtest-dev libgmp-dev)
+packages_tests=(libgtest-dev libgmp-dev e2fsprogs btrfs-progs xfsprogs)
 packages_check=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config shellcheck)
 packages_bench=(libbenchmark-dev libopenvdb-dev libtbb-dev libboost-dev liboctomap-dev
                 libspatialindex-dev liblmdb-dev libsqlite3-dev)
