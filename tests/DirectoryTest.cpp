@@ -92,6 +92,12 @@ std::string Number(unsigned int number) {
     return {reinterpret_cast<const char*>(&number), sizeof number};
 }
 
+std::string Numbers(unsigned int count, unsigned int number) {
+    std::string numbers;
+    for (unsigned int i = 0; i < count; ++i) numbers += Number(number);
+    return numbers;
+}
+
 class Directories : public FileCase {
 protected:
     Directories()
@@ -157,9 +163,7 @@ unsigned int GenerationOf(const std::string& folder) {
     if (a.size() != kRecords * sizeof(unsigned int) || a != b) return 0;
     unsigned int generation = 0;
     std::memcpy(&generation, a.data(), sizeof generation);
-    std::string expected;
-    for (unsigned int i = 0; i < kRecords; ++i) expected += Number(generation);
-    return a == expected ? generation : 0;
+    return a == Numbers(kRecords, generation) ? generation : 0;
 }
 
 /// Rebuilds and swaps until it is killed.
@@ -353,6 +357,32 @@ TEST_F(Directories, BuildingAndSwappingTellTheStepThatFailed) {
         directory.SwapIndexPath(),
         {"IDX_WT_File.OpenWrite.fopen", "PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.OpenWrite"});
     ExpectPath(directory.GetCurrentIndexPath(_path), "/2");
+}
+
+TEST_F(Directories, ASwapBringsAllFilesToTheDiskFirst) {
+    PLMIdxDirectory directory(_base.c_str());
+    directory.BuildIndexPath();
+    WriteIndex(_base + "/1", 1);
+    IDX_WT_File file;
+    file.OpenWrite((_base + "/1/a").c_str());
+    for (unsigned int i = 0; i < kRecords; ++i) file.WriteAt(i * 4, 2u);
+    file.Write(2u);
+    EXPECT_EQ(directory.SwapIndexPath(), IDX_S_OK);
+    const std::string expected = Numbers(kRecords + 1, 2);
+    EXPECT_TRUE(ContentOf(_base + "/1/a") == expected);
+    _trace.Take();
+    file.WriteAt(0, 3u);
+    if (ContentOf(_base + "/1/a") != expected) return;  // nothing is held on this file system
+    {
+        const FileSizeLimit none(0);
+        EXPECT_EQ(directory.SwapIndexPath(), kFailure);
+        const Lines tags = _trace.Take();
+        EXPECT_EQ(tags.empty() ? "" : tags.back(), "PLMIdxDirectory.Swap3DIndexPath.Flush");
+    }
+    EXPECT_EQ(ContentOf(_file), Number(1));
+    ExpectPath(directory.GetCurrentIndexPath(_path), "/1");
+    EXPECT_EQ(directory.SwapIndexPath(), IDX_S_OK);
+    EXPECT_EQ(ContentOf(_base + "/1/a").substr(0, 4), Number(3));
 }
 
 TEST_F(Directories, APathThatIsTooLongIsNeverCut) {

@@ -3,10 +3,14 @@
 
 #include "ByteTexts.h"
 #include "FileCase.h"
+#include "Peer.h"
 
 #include "IDX_WT_File.h"
 #include "IDX_WT_Identifier.h"
+#include "IDX_WT_MemFile.h"
+#include "IdxFile.h"
 
+#include <csignal>
 #include <memory>
 
 namespace {
@@ -16,6 +20,28 @@ using std::string_literals::operator""s;
 class Files : public FileCase {
 protected:
     void Open(IDX_WT_File& file, const std::string& path) { Expect(file.OpenWrite(path.c_str())); }
+
+    /// Writes every second record of 16 bytes, and does what may be done to the file then.
+    static bool DoStep(IDX_WT_File& file, const std::string& path, char step, char fill) {
+        const std::string record(16, fill);
+        switch (step) {
+            case 'o':
+                return file.OpenWrite(path.c_str()) == IDX_True;
+            case 'f':
+                return file.Flush(), true;
+            case 'c':
+                return file.Close() == IDX_True;
+            case 'p':
+                return IdxFile::SetPageMemory(0), true;
+            default:
+                break;
+        }
+        bool all = true;
+        for (unsigned int at = fill % 2 * 16u; at < 8192; at += 32) {
+            all = file.WriteAt(at, record.data(), 16) == IDX_True && all;
+        }
+        return all;
+    }
 
     std::string _path = _folder / "file";
 };
@@ -212,21 +238,27 @@ TEST_F(Files, OffsetsAreSigned32BitNumbers) {
     std::filesystem::resize_file(_path, kLimit - 9);
     Open(file, _path);
     EXPECT_EQ(file.GetSize(), kLimit - 8);
-    Expect(file.WriteAt(kLimit - 8, bytes, 8), {"IDX_WT_File.WriteAt.fwrite"});
-    EXPECT_EQ(file.GetSize(), kLimit) << "grows before the write";
-    Expect(file.Write(bytes, 1), {"IDX_WT_File.Write.fseek"});
     IDX_WT_Identifier identifier;
     identifier.GetByteArray() = ArrayOf("12345");
-    const std::string core = "IDX_WT_File.WriteAt.fwrite";
-    Expect(
-        file.WriteAt(kLimit - 8, ArrayOf("12345")),
-        {core, "IDX_WT_File.WriteAt(ByteArray).WriteAt(data)"});
-    Expect(
-        file.WriteAt(kLimit - 8, StringOf("12345")),
-        {core, "IDX_WT_File.WriteAt(String).WriteAt(data)"});
-    Expect(
-        file.WriteAt(kLimit - 8, identifier),
-        {core, "IDX_WT_File.WriteAt(IDX_Base_Identifier).WriteAt(data)"});
+    const std::string core = "IDX_WT_File.WriteAt.fseek";
+    Expect(file.Write(bytes, 8), {"IDX_WT_File.Write.fseek"});
+    EXPECT_EQ(file.GetSize(), kLimit - 8);
+    for (int inHand = 0; inHand < 2; ++inHand) {
+        Expect(file.WriteAt(kLimit - 8, bytes, 8), {core});
+        EXPECT_EQ(file.GetSize(), kLimit) << "grows before the write";
+        Expect(file.Write(bytes, 1), {"IDX_WT_File.Write.fseek"});
+        Expect(
+            file.WriteAt(kLimit - 8, ArrayOf("12345")),
+            {core, "IDX_WT_File.WriteAt(ByteArray).WriteAt(data)"});
+        Expect(
+            file.WriteAt(kLimit - 8, StringOf("12345")),
+            {core, "IDX_WT_File.WriteAt(String).WriteAt(data)"});
+        Expect(
+            file.WriteAt(kLimit - 8, identifier),
+            {core, "IDX_WT_File.WriteAt(IDX_Base_Identifier).WriteAt(data)"});
+        Expect(file.WriteAt(kLimit - 20, bytes, 8));  // and now its page may be in hand
+        Expect(file.WriteAt(kLimit - 12, bytes, 8));
+    }
     Expect(file.WriteAt(kLimit - 5, bytes, 4));
     Expect(file.ReadAt(kLimit - 5, bytes, 4));
     Expect(file.WriteAt(kLimit + 4, bytes, 0), {"IDX_WT_File.WriteAt.fseek"});
@@ -237,15 +269,136 @@ TEST_F(Files, OffsetsAreSigned32BitNumbers) {
     EXPECT_EQ(std::filesystem::file_size(_path), kLimit - 1);
 }
 
-TEST_F(Files, TheEndOfTheProcessWritesWhatIsHeld) {
-    const auto child = [this] {
-        auto* file = new IDX_WT_File;
-        file->OpenWrite(_path.c_str());
-        file->Write("held", 4);
-        std::exit(0);
-    };
-    EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
-    EXPECT_EQ(ContentOf(_path), "held");
+TEST_F(Files, AppendedBytesReachTheFileAPageAtATime) {
+    IDX_WT_File file;
+    Open(file, _path);
+    std::size_t end = 0;
+    const std::string record(5000, 'r');
+    for (const unsigned int size : {1u, 28u, 1000u, 4096u, 5000u, 27u}) {
+        for (int i = 0; i < 300; ++i) {
+            end = file.GetSize() + size;
+            Expect(file.Write(record.data(), size));
+            const std::size_t onDisk = std::filesystem::file_size(_path);
+            ASSERT_TRUE(onDisk <= end && onDisk + 4096 > end) << onDisk << " of " << end;
+        }
+    }
+    // Whoever opens it, under whatever name, finds all of it.
+    IDX_WT_File other;
+    Open(other, _folder / "./file");
+    EXPECT_EQ(std::filesystem::file_size(_path), end);
+    EXPECT_EQ(other.GetSize(), file.GetSize());
+    Expect(other.Write("tail", 3));
+    std::filesystem::create_hard_link(_path, _folder / "link");
+    IDX_WT_File reader;
+    Expect(reader.OpenRead((_folder / "link").c_str()));
+    EXPECT_EQ(reader.GetSize(), other.GetSize() - 1);
+    Expect(other.Write("tail", 3));
+    IDX_WT_MemFile inMemory;
+    Expect(inMemory.OpenWrite((_folder / "link").c_str()));
+    EXPECT_EQ(inMemory.GetSize(), other.GetSize() - 1);
+
+    // What a memory file writes back is there for all, and is the last word.
+    char bytes[3];
+    Expect(file.WriteAt(50, "old", 3));
+    Expect(file.ReadAt(4096, bytes, 3));
+    Expect(inMemory.WriteAt(4096, "new", 3));
+    Expect(inMemory.Close());
+    Expect(file.ReadAt(4096, bytes, 3));
+    EXPECT_EQ(std::string(bytes, 3), "new");
+    Expect(file.ReadAt(50, bytes, 3));
+    EXPECT_EQ(std::string(bytes, 3), ContentOf(_path).substr(50, 3));
+    file.Close();
+    EXPECT_EQ(std::string(bytes, 3), ContentOf(_path).substr(50, 3));
+}
+
+TEST_F(Files, ProcessesKeepTheirBytesApart) {
+    // Small letters are steps of this process, capitals those of the other one.
+    for (const std::string steps :
+         {"oOwWfFcC", "oOWwFfcC", "oOwWFfCc", "oOwWcC", "oOwWCc", "owOWCc", "oOwfWFcC", "oOwWpC"}) {
+        SCOPED_TRACE(steps);
+        SetContent(_path, std::string(8192, '.'));
+        IDX_WT_File file;
+        Peer peer([&](char step) { return DoStep(file, _path, step, 'b'); });
+        for (const char step : steps) {
+            const bool isOwn = std::islower(step) != 0;
+            EXPECT_TRUE(
+                isOwn ? DoStep(file, _path, step, 'a') : peer.Do(static_cast<char>(step + 32)));
+        }
+        IdxFile::SetPageMemory(std::size_t{256} << 20U);
+        file.Close();
+        EXPECT_EQ(peer.End(), 0);
+        std::string expected;
+        for (int i = 0; i < 256; ++i) expected += std::string(16, 'b') + std::string(16, 'a');
+        EXPECT_TRUE(ContentOf(_path) == expected);
+    }
+}
+
+TEST_F(Files, AForkNeverWritesWhatItInherited) {
+    for (const std::string steps : {"", "r", "f", "c", "p", "w", "wr", "wf", "wc", "wp"}) {
+        SCOPED_TRACE(steps);
+        SetContent(_path, std::string(8192, '.'));
+        IDX_WT_File file;
+        Open(file, _path);
+        ASSERT_TRUE(DoStep(file, _path, 'w', 'a'));
+        Expect(file.Write("tail", 4));
+        Peer peer([&](char step) {
+            char byte = 0;
+            if (step != 'r') return DoStep(file, _path, step, 'b');
+            return file.ReadAt(16, &byte, 1) == IDX_True && byte == ContentOf(_path)[16];
+        });
+        ASSERT_TRUE(DoStep(file, _path, 'w', 'c'));
+        Expect(file.WriteAt(8192, "newer", 5));
+        file.Flush();
+        for (const char step : steps) EXPECT_TRUE(peer.Do(step));
+        EXPECT_EQ(peer.End(), 0);
+        file.Close();
+        std::string expected;
+        const char own = steps.find('w') == std::string::npos ? '.' : 'b';
+        for (int i = 0; i < 256; ++i) expected += std::string(16, own) + std::string(16, 'c');
+        EXPECT_TRUE(ContentOf(_path) == expected + "newer");
+    }
+}
+
+TEST_F(Files, WhatADeathLosesOfAppends) {
+    void (*const ends[])() = {
+        [] { std::exit(0); }, [] { std::raise(SIGKILL); }, [] { std::abort(); },
+        [] { (void)IDX_WT_File().OpenRead("open"); }};
+    std::string expected;
+    for (unsigned int i = 0; i < 7000; ++i) expected += std::to_string(100000 + i) + "\n\0"s;
+    std::filesystem::current_path(_folder / "");
+    for (const auto end : ends) {
+        std::filesystem::remove("open");
+        const auto child = [&] {
+            auto* file = new IDX_WT_File;
+            file->OpenWrite("open");
+            for (int i = 0; i < 7000; ++i) file->Write(expected.data() + 8 * i, 7);
+            end();
+        };
+        EXPECT_EXIT(
+            child(), [](int) { return true; }, "");
+        const std::string content = ContentOf("open");
+        EXPECT_TRUE(expected.starts_with(content));
+        EXPECT_GT(content.size() + (end == ends[0] ? 2 : 4096), expected.size());
+    }
+}
+
+TEST_F(Files, TheMemoryForPagesMayChangeAtAnyMoment) {
+    IDX_WT_File files[3];
+    for (int i = 0; i < 3; ++i) {
+        SetContent(_path + std::to_string(i), std::string(3u << 20U, '.'));
+        Open(files[i], _path + std::to_string(i));
+    }
+    unsigned int value = 0;
+    for (const std::size_t nPages : {600u, 0u, 5000u, 17u, 16u, 1u, 513u, 65536u}) {
+        for (unsigned int page = 0; page < 768; ++page) {
+            Expect(files[page % 3].WriteAt(page * 4096, page));
+            Expect(files[(page + 1) % 3].ReadAt(page * 4096, value));
+        }
+        IdxFile::SetPageMemory(nPages * 4096);
+        Expect(files[0].ReadAt(0, value));
+    }
+    files[0].Close();
+    EXPECT_EQ(ContentOf(_path + "0").substr(3 * 4096, 4), "\3\0\0\0"s);
 }
 
 TEST_F(Files, FullDevicesAreNoticedAtTheSameWriteAsByAStream) {

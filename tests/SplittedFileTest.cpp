@@ -106,13 +106,17 @@ TEST_F(SplitFiles, LocksAreMarkers) {
     IDX_WT_File probe;
     Expect(probe.OpenWrite((_base + "0").c_str()));
     std::vector<IDX_Bool> openAtDeletion;
+    std::size_t sizeAtDeletion = 0;
     onDelete = [&] {
         openAtDeletion.push_back(probe.IsOpened());
+        sizeAtDeletion = ContentOf(_base + "0").size();
         return true;
     };
     EXPECT_EQ(writer.GetSize(1), 0u);
     EXPECT_EQ(writer.GetSize(0), 0u);
+    for (unsigned int i = 0; i < 1001; ++i) Expect(writer.Write(i));
     writer.Close();
+    EXPECT_EQ(sizeAtDeletion, 4004u) << "whoever sees no lock sees the whole piece";
     EXPECT_EQ(openAtDeletion, (std::vector<IDX_Bool>{IDX_False, IDX_False, IDX_True}));
 
     SetContent(_base + "0.lock", "");
