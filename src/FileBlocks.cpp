@@ -13,14 +13,6 @@
 
 namespace {
 
-/// True when the content lies in the file's own record on the disk, as ext4 can keep small files: it has no
-/// block yet.
-bool HasContentInRecord(int iDescriptor) {
-    constexpr unsigned int kInlineData = 0x10000000;
-    unsigned int flags = 0;
-    return ioctl(iDescriptor, FS_IOC_GETFLAGS, &flags) == 0 && (flags & kInlineData) != 0;
-}
-
 /// True when the file has a block that is another file's, too: it is copied when it is written to. True as
 /// well when the file system doesn't tell.
 bool MayShareBlocks(int iDescriptor) {
@@ -56,7 +48,6 @@ bool OverwritesInPlace(int iDescriptor, unsigned long iFileSystem) {
     constexpr unsigned long kXfs = 0x58465342;
     switch (iFileSystem) {
         case EXT4_SUPER_MAGIC:  // ext2 and ext3, too
-            return !HasContentInRecord(iDescriptor);
         case TMPFS_MAGIC:
             return true;
         case kXfs:
@@ -75,6 +66,14 @@ FileBlocks::FileBlocks(int iDescriptor, std::size_t iFileSize) {
     const auto block = static_cast<std::size_t>(system.f_bsize);
     if (!std::has_single_bit(block)) return;
     _unit = std::min<std::size_t>(block, kPageSize);
+    _mayLackBlocks = system.f_type == EXT4_SUPER_MAGIC && iFileSize < _unit;
     const off_t hole = iFileSize != 0 ? lseek(iDescriptor, 0, SEEK_HOLE) : 0;
-    if (hole > 0) _end = RoundUp(static_cast<std::size_t>(hole));
+    if (hole > 0) _end = EndAfter(0, 0, static_cast<std::size_t>(hole));
+}
+
+void FileBlocks::LookForBlocks(int iDescriptor) {
+    constexpr int kContentInRecord = 0x10000000;
+    int flags = 0;
+    _mayLackBlocks =
+        ioctl(iDescriptor, FS_IOC_GETFLAGS, &flags) != 0 || (flags & kContentInRecord) != 0;
 }

@@ -127,23 +127,24 @@ PagedFile* PagedFile::Attach(FILE* ioStream, bool iForWriting) {
 
 PagedFile* PagedFile::Find(int iDescriptor) {
     struct stat status = {};
-    if (fstat(iDescriptor, &status) != 0) return nullptr;
+    return fstat(iDescriptor, &status) == 0 ? Find(status.st_dev, status.st_ino) : nullptr;
+}
+
+PagedFile* PagedFile::Find(dev_t iDevice, ino_t iNumber) {
     PagedFile* file = _files;
-    while (file != nullptr && (file->_device != status.st_dev || file->_number != status.st_ino)) {
+    while (file != nullptr && (file->_device != iDevice || file->_number != iNumber)) {
         file = file->_next;
     }
     return file;
 }
 
 PagedFile* PagedFile::Of(int iDescriptor) {
-    PagedFile* file = Find(iDescriptor);
-    if (file != nullptr) {
-        (void)file->Flush();  // what can't go is still held for all who have the file open
-        return file;
-    }
     struct stat status = {};
     if (fstat(iDescriptor, &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
-    return new (std::nothrow) PagedFile(status.st_dev, status.st_ino);
+    PagedFile* file = Find(status.st_dev, status.st_ino);
+    if (file == nullptr) return new (std::nothrow) PagedFile(status.st_dev, status.st_ino);
+    (void)file->Flush();  // what can't go waits on, for all who have the file open
+    return file;
 }
 
 void PagedFile::StartWriting(int iDescriptor) {
@@ -293,7 +294,7 @@ std::size_t PagedFile::WriteWithTail(
 }
 
 void PagedFile::NoteWritten(std::size_t iFrom, std::size_t iTo) {
-    _blocks.NoteWritten(iFrom, iTo);
+    _blocks.NoteWritten(Descriptor(true), iFrom, iTo);
     _fileEnd = std::max(_fileEnd, iTo);
 }
 

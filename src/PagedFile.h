@@ -117,6 +117,8 @@ private:
     PagedFile(dev_t iDevice, ino_t iNumber);
     ~PagedFile();
 
+    static PagedFile* Find(dev_t iDevice, ino_t iNumber);
+
     /// The object of the file under a descriptor, new or not; null as Attach().
     static PagedFile* Of(int iDescriptor);
 

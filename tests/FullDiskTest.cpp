@@ -107,6 +107,18 @@ protected:
         return taken;
     }
 
+    /// Takes the disk off and puts it on again, and looks at what is there.
+    void CloseAndCompare(const std::string& path) {
+        _file.Close();
+        EXPECT_EQ(_trace.Take(), Lines());
+        if (*GetParam().make != '\0') {
+            ASSERT_TRUE(Run("umount " + _root));
+            ASSERT_TRUE(Run(_mount));
+        }
+        _expected.Flushed();
+        EXPECT_TRUE(_expected.Allows(ContentOf(path)));
+    }
+
     const std::string _root = _folder / "disk";
     const std::string _image = _folder / "image";
     const std::string _path = _root + "/file";
@@ -139,14 +151,14 @@ TEST_P(FullDisks, WhatWasTakenIsInTheFile) {
         EXPECT_TRUE(_expected.Allows(ContentOf(_path)));
     }
     for (std::size_t page = 0; page < kOldPages; ++page) Overwrite(page * kPage + 4080);
-    _file.Close();
-    EXPECT_EQ(_trace.Take(), Lines());
-    if (*GetParam().make != '\0') {
-        ASSERT_TRUE(Run("umount " + _root));
-        ASSERT_TRUE(Run(_mount));
-    }
-    _expected.Flushed();
-    EXPECT_TRUE(_expected.Allows(ContentOf(_path)));
+    CloseAndCompare(_path);
+
+    // The first bytes of a small file may need no block, and the next ones one.
+    const std::string small = _root + "/small";
+    _expected = {};
+    if (_file.OpenWrite(small.c_str()) != IDX_True) return;
+    for (int i = 0; i < 300; ++i) Append();
+    CloseAndCompare(small);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -155,6 +167,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Disk{"Ext4", "mkfs.ext4 -q -b 4096", true},
         Disk{"Ext4SmallBlocks", "mkfs.ext4 -q -b 1024", true},
+        Disk{"Ext4SmallFilesInRecords", "mkfs.ext4 -q -O inline_data", true},
         Disk{"Btrfs", "mkfs.btrfs -q", false},
         Disk{"Xfs", "mkfs.xfs -q", false},
         Disk{"Memory", "", true}),
