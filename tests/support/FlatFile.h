@@ -20,41 +20,50 @@ public:
 
     /// What a process wrote, whether it was told that the bytes were taken or refused.
     void Write(std::size_t offset, const std::string& data, bool taken = true) {
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            Byte& byte = At(offset + i);
-            if (taken) byte.value = data[i];
-            byte.marks = taken ? Held : Open;
-        }
-        _held.emplace_back(offset, offset + data.size());
-        if (taken) _end = std::max(_end, offset + data.size());
+        ForEach(offset, data.size(), [&](Byte& byte, std::size_t i) {
+            byte = taken ? Byte{data[i], Held} : Byte{byte.value, Open};
+        });
+        _held.emplace_back(offset, data.size());
         _farEnd = std::max(_farEnd, offset + data.size());
+        if (taken) _end = std::max(_end, offset + data.size());
     }
 
     /// What stands on the disk for sure.
-    void Set(std::size_t offset, const std::string& data, unsigned char marks = 0) {
-        for (std::size_t i = 0; i < data.size(); ++i) At(offset + i) = {data[i], marks};
+    void Set(std::size_t offset, const std::string& data) {
+        ForEach(offset, data.size(), [&](Byte& byte, std::size_t i) { byte = {data[i], 0}; });
         _end = std::max(_end, offset + data.size());
         _farEnd = std::max(_farEnd, _end);
     }
 
+    /// What another process wrote within the file. Where it met bytes that may wait in memory, all is open.
+    void WriteForeign(std::size_t offset, const std::string& data) {
+        ForEach(offset, data.size(), [&](Byte& byte, std::size_t i) {
+            const bool waits = (byte.marks & (Held | Open)) != 0;
+            byte = waits ? Byte{byte.value, Open} : Byte{data[i], Foreign};
+        });
+    }
+
     /// All that was taken is on the disk now.
     void Flushed() {
-        for (const auto& [from, to] : _held) Clear(from, to, Held);
+        for (const auto& [offset, size] : _held) Clear(offset, size, Held);
         _held.clear();
     }
 
     /// Nobody has the file open any more: what is on the disk is what is read next.
     void Closed() {
         Flushed();
-        for (auto& [number, page] : _pages) Clear(number * kPage, number * kPage + kPage, Foreign);
+        for (const auto& page : _pages) Clear(page.first * kPage, kPage, Foreign);
     }
 
     /// The first byte that differs from what was read, but for those with one of the marks; kNone when there is none.
-    std::size_t FirstDifference(
-        std::size_t offset, const std::string& data, unsigned char except) const {
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            const Byte byte = Get(offset + i);
-            if ((byte.marks & except) == 0 && byte.value != data[i]) return offset + i;
+    std::size_t FirstDifference(std::size_t offset, const std::string& data, int except) const {
+        static const Page none = {};
+        for (std::size_t i = 0; i < data.size();) {
+            const auto found = _pages.find((offset + i) / kPage);
+            const Page& page = found == _pages.end() ? none : found->second;
+            for (std::size_t at = (offset + i) % kPage; at < kPage && i < data.size(); ++at, ++i) {
+                if (page[at].value != data[i] && (page[at].marks & except) == 0) return offset + i;
+            }
         }
         return kNone;
     }
@@ -65,7 +74,11 @@ public:
                FirstDifference(0, content, Held | Open) == kNone;
     }
 
-    unsigned char MarksAt(std::size_t offset) const { return Get(offset).marks; }
+    /// Whether nothing but what is on the disk can be there.
+    bool IsSure(std::size_t offset) const {
+        const auto page = _pages.find(offset / kPage);
+        return page == _pages.end() || (page->second[offset % kPage].marks & (Held | Open)) == 0;
+    }
     std::size_t End() const { return _end; }        ///< of what was taken
     std::size_t FarEnd() const { return _farEnd; }  ///< of what was refused too
 
@@ -85,21 +98,24 @@ private:
     };
     using Page = std::array<Byte, kPage>;
 
-    Byte& At(std::size_t offset) { return _pages[offset / kPage][offset % kPage]; }
-
-    Byte Get(std::size_t offset) const {
-        const auto page = _pages.find(offset / kPage);
-        return page == _pages.end() ? Byte() : page->second[offset % kPage];
-    }
-
-    void Clear(std::size_t from, std::size_t to, unsigned char mark) {
-        for (std::size_t i = from; i < to; ++i) {
-            At(i).marks = static_cast<unsigned char>(At(i).marks & ~mark);
+    template <class Function>
+    void ForEach(std::size_t offset, std::size_t size, const Function& function) {
+        for (std::size_t i = 0; i < size;) {
+            Page& page = _pages[(offset + i) / kPage];
+            for (std::size_t at = (offset + i) % kPage; at < kPage && i < size; ++at, ++i) {
+                function(page[at], i);
+            }
         }
     }
 
-    std::map<std::size_t, Page> _pages;  ///< by number
-    std::vector<std::pair<std::size_t, std::size_t>> _held;
+    void Clear(std::size_t offset, std::size_t size, int mark) {
+        ForEach(offset, size, [&](Byte& byte, std::size_t) {
+            byte.marks = static_cast<unsigned char>(byte.marks & ~mark);
+        });
+    }
+
+    std::map<std::size_t, Page> _pages;                      ///< by number
+    std::vector<std::pair<std::size_t, std::size_t>> _held;  ///< offsets and sizes
     std::size_t _end = 0;
     std::size_t _farEnd = 0;
 };

@@ -12,7 +12,8 @@
 class Peer {
 public:
     /// @param work  does a step in the child; false when something isn't as it should be
-    explicit Peer(const std::function<bool(char)>& work) {
+    /// @param exits  the child ends as a program does, and closes its files; else at once
+    explicit Peer(const std::function<bool(char)>& work, bool exits = true) {
         std::fflush(nullptr);
         if (socketpair(AF_UNIX, SOCK_STREAM, 0, _ends) != 0) std::abort();
         _child = fork();
@@ -23,7 +24,8 @@ public:
             const char good = work(step);
             if (write(_ends[1], &good, 1) != 1) break;
         }
-        std::exit(0);  // as a program ends: the files that are still open are closed
+        if (exits) std::exit(0);
+        _exit(0);
     }
     ~Peer() { End(); }
     Peer(const Peer&) = delete;
@@ -35,7 +37,7 @@ public:
         return write(_ends[0], &step, 1) == 1 && read(_ends[0], &good, 1) == 1 && good != 0;
     }
 
-    /// Has the child end by exit() and waits for it; gives its exit status.
+    /// Has the child end and waits for it; gives its exit status.
     int End() {
         if (_child > 0) {
             close(_ends[0]);
