@@ -4,6 +4,7 @@
 #include "RawMemory.h"
 
 #include <bit>
+#include <cstring>
 #include <linux/fiemap.h>
 #include <linux/fs.h>
 #include <linux/magic.h>
@@ -20,7 +21,7 @@ bool MayShareBlocks(int iDescriptor) {
     alignas(fiemap) unsigned char bytes[sizeof(fiemap) + kExtents * sizeof(fiemap_extent)];
     auto* map = reinterpret_cast<fiemap*>(bytes);
     for (unsigned long long from = 0;;) {
-        *map = {};
+        std::memset(bytes, 0, sizeof(fiemap));
         map->fm_start = from;
         map->fm_length = FIEMAP_MAX_OFFSET - from;
         map->fm_extent_count = kExtents;
