@@ -120,7 +120,7 @@ public:
     void All();
 
 private:
-    bool May(unsigned int what) const { return (_may & what) != 0; }
+    bool May(unsigned int what) const { return (_may & what) == what; }
     bool CanFail() const { return failingCalls.disk == Disk::Dead; }
 
     // Operands out of the input.
@@ -213,7 +213,7 @@ Run::~Run() {
 unsigned int Run::Size() {
     const unsigned int byte = _input.Byte();
     if (byte < 200) return 1 + byte % 64;
-    return byte < 240 ? 4076 + byte - 200 : 5000 + (byte - 240) * 1777;
+    return byte < 240 ? 4076 + byte - 200 : 5000 + (byte - 240) * 777;
 }
 
 std::size_t Run::Offset(std::size_t end) {
@@ -724,7 +724,7 @@ void Run::Finish() {
 void Run::All() {
     const unsigned int pages[] = {65536, 0, 1, 2, 5};
     IdxFile::SetPageMemory(pages[_input.Byte() % 5] * std::size_t{4096});
-    const std::string old = Data(_input.Byte() * 357);
+    const std::string old = Data(_input.Byte() * 157);
     _files[0].Write(0, old);
     _files[0].flat.Set(0, old);
     _may = _input.Byte();

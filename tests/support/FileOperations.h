@@ -17,10 +17,11 @@
 std::string RunFileOperations(
     const std::uint8_t* data, std::size_t size, const std::string& folder);
 
-constexpr std::uint8_t kFarOffsets = 1;  ///< offsets near 2^31, too
-constexpr std::uint8_t kForks = 2;
-constexpr std::uint8_t kExits = 4;      ///< forked children end by exit()
-constexpr std::uint8_t kMoreDisks = 8;  ///< the disk changes on the way
-constexpr std::uint8_t kNoRepair = 16;  ///< the disk is as it is until the last file is closed
+// What may happen. The slow things take several bits, so that any byte has them less often.
+constexpr std::uint8_t kMoreDisks = 1;  ///< the disk changes on the way
+constexpr std::uint8_t kNoRepair = 2;   ///< the disk is as it is until the last file is closed
+constexpr std::uint8_t kForks = 4 + 8;
+constexpr std::uint8_t kExits = 16;                  ///< forked children end by exit()
+constexpr std::uint8_t kFarOffsets = 32 + 64 + 128;  ///< offsets near 2^31, too
 
 #endif

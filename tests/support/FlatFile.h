@@ -2,8 +2,8 @@
 #define FlatFile_h
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
+#include <cstring>
 #include <map>
 #include <string>
 #include <utility>
@@ -20,9 +20,11 @@ public:
 
     /// What a process wrote, whether it was told that the bytes were taken or refused.
     void Write(std::size_t offset, const std::string& data, bool taken = true) {
-        ForEach(offset, data.size(), [&](Byte& byte, std::size_t i) {
-            byte = taken ? Byte{data[i], Held} : Byte{byte.value, Open};
-        });
+        ForPages(
+            offset, data.size(), [&](Page& page, std::size_t at, std::size_t i, std::size_t n) {
+                if (taken) std::memcpy(&page.values[at], &data[i], n);
+                std::memset(&page.marks[at], taken ? Held : Open, n);
+            });
         _held.emplace_back(offset, data.size());
         _farEnd = std::max(_farEnd, offset + data.size());
         if (taken) _end = std::max(_end, offset + data.size());
@@ -30,17 +32,25 @@ public:
 
     /// What stands on the disk for sure.
     void Set(std::size_t offset, const std::string& data) {
-        ForEach(offset, data.size(), [&](Byte& byte, std::size_t i) { byte = {data[i], 0}; });
+        ForPages(
+            offset, data.size(), [&](Page& page, std::size_t at, std::size_t i, std::size_t n) {
+                std::memcpy(&page.values[at], &data[i], n);
+                std::memset(&page.marks[at], 0, n);
+            });
         _end = std::max(_end, offset + data.size());
         _farEnd = std::max(_farEnd, _end);
     }
 
     /// What another process wrote within the file. Where it met bytes that may wait in memory, all is open.
     void WriteForeign(std::size_t offset, const std::string& data) {
-        ForEach(offset, data.size(), [&](Byte& byte, std::size_t i) {
-            const bool waits = (byte.marks & (Held | Open)) != 0;
-            byte = waits ? Byte{byte.value, Open} : Byte{data[i], Foreign};
-        });
+        ForPages(
+            offset, data.size(), [&](Page& page, std::size_t at, std::size_t i, std::size_t n) {
+                for (const std::size_t end = at + n; at < end; ++at, ++i) {
+                    const bool waits = (page.marks[at] & (Held | Open)) != 0;
+                    page.marks[at] = waits ? Open : Foreign;
+                    if (!waits) page.values[at] = data[i];
+                }
+            });
     }
 
     /// All that was taken is on the disk now.
@@ -61,8 +71,11 @@ public:
         for (std::size_t i = 0; i < data.size();) {
             const auto found = _pages.find((offset + i) / kPage);
             const Page& page = found == _pages.end() ? none : found->second;
-            for (std::size_t at = (offset + i) % kPage; at < kPage && i < data.size(); ++at, ++i) {
-                if (page[at].value != data[i] && (page[at].marks & except) == 0) return offset + i;
+            const std::size_t at = (offset + i) % kPage;
+            const std::size_t end = i + std::min(kPage - at, data.size() - i);
+            if (std::memcmp(&page.values[at], &data[i], end - i) == 0) i = end;
+            for (std::size_t j = at; i < end; ++i, ++j) {
+                if (page.values[j] != data[i] && (page.marks[j] & except) == 0) return offset + i;
             }
         }
         return kNone;
@@ -77,7 +90,7 @@ public:
     /// Whether nothing but what is on the disk can be there.
     bool IsSure(std::size_t offset) const {
         const auto page = _pages.find(offset / kPage);
-        return page == _pages.end() || (page->second[offset % kPage].marks & (Held | Open)) == 0;
+        return page == _pages.end() || (page->second.marks[offset % kPage] & (Held | Open)) == 0;
     }
     std::size_t End() const { return _end; }        ///< of what was taken
     std::size_t FarEnd() const { return _farEnd; }  ///< of what was refused too
@@ -92,25 +105,26 @@ public:
     static constexpr std::size_t kPage = 4096;
 
 private:
-    struct Byte {
-        char value = 0;
-        unsigned char marks = 0;
+    struct Page {
+        char values[kPage] = {};
+        unsigned char marks[kPage] = {};
     };
-    using Page = std::array<Byte, kPage>;
 
+    /// Calls a function with each page of a range: where the range starts in it, how much lay before, how much is in it.
     template <class Function>
-    void ForEach(std::size_t offset, std::size_t size, const Function& function) {
+    void ForPages(std::size_t offset, std::size_t size, const Function& function) {
         for (std::size_t i = 0; i < size;) {
-            Page& page = _pages[(offset + i) / kPage];
-            for (std::size_t at = (offset + i) % kPage; at < kPage && i < size; ++at, ++i) {
-                function(page[at], i);
-            }
+            const std::size_t at = (offset + i) % kPage;
+            const std::size_t n = std::min(kPage - at, size - i);
+            function(_pages[(offset + i) / kPage], at, i, n);
+            i += n;
         }
     }
 
-    void Clear(std::size_t offset, std::size_t size, int mark) {
-        ForEach(offset, size, [&](Byte& byte, std::size_t) {
-            byte.marks = static_cast<unsigned char>(byte.marks & ~mark);
+    void Clear(std::size_t offset, std::size_t size, unsigned char mark) {
+        ForPages(offset, size, [&](Page& page, std::size_t at, std::size_t, std::size_t n) {
+            for (std::size_t i = at; i < at + n; ++i)
+                page.marks[i] &= static_cast<unsigned char>(~mark);
         });
     }
 
