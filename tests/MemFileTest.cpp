@@ -1,5 +1,5 @@
-// Memory files: a flat model beside random sequences; by hand the blocks and every failure. The
-// program supplies the memory, so that it can run out and never starts as zeros.
+// Memory files by hand: the blocks and every failure; FileModelTest has random sequences. The program supplies
+// the memory, so that it can run out and never starts as zeros.
 
 #include "FileCase.h"
 
@@ -10,8 +10,6 @@
 #include <algorithm>
 #include <cstring>
 #include <dlfcn.h>
-#include <map>
-#include <random>
 #include <sys/stat.h>
 
 namespace {
@@ -170,89 +168,4 @@ TEST_F(MemFiles, ACloseThatCantWriteCanBeTriedAgain) {
     Expect(full.OpenWrite("/dev/full"));
     Expect(full.Write("1", 1));
     Expect(full.Close(), {tag});
-}
-
-namespace {
-
-using Disk = std::map<std::string, std::string>;
-
-/// What the random sequences expect of one object.
-struct PlainMemFile {
-    int mode = 0;  ///< 0 closed, 1 for reading, 2 for writing
-    std::string path = "";
-    std::string content = "";
-
-    void Close(Disk& disk) {
-        if (mode == 2) disk[path].replace(0, content.size(), content);  // never shorter
-        mode = 0;
-        content.clear();
-    }
-
-    bool Open(Disk& disk, const std::string& name, int how) {
-        Close(disk);
-        if (how == 1 && disk.count(name) == 0) return false;
-        path = name;
-        content = disk[name];
-        mode = how;
-        return true;
-    }
-
-    bool WriteAt(std::size_t offset, const std::string& data) {
-        if (mode != 2) return false;
-        const std::size_t end = offset + data.size();
-        if (end > content.size()) content.resize((end + 3) / 4 * 4, '\0');
-        content.replace(offset, data.size(), data);
-        return true;
-    }
-};
-
-}  // namespace
-
-TEST_F(MemFiles, AgreeWithAFlatModel) {
-    const std::string paths[] = {_folder / "a", _folder / "b"};
-    for (unsigned int seed = 1; seed <= 150; ++seed) {
-        std::mt19937 random(seed);
-        const auto below = [&](std::size_t n) { return static_cast<unsigned int>(random() % n); };
-        for (const std::string& path : paths) std::filesystem::remove(path);
-        Disk disk;
-        IDX_WT_MemFile files[3];
-        PlainMemFile models[3];
-        for (int step = 0; step < 60; ++step) {
-            SCOPED_TRACE(testing::Message() << "seed " << seed << " step " << step);
-            const unsigned int i = below(3);
-            IDX_WT_MemFile& file = files[i];
-            PlainMemFile& model = models[i];
-            const std::size_t size = model.content.size();
-            const unsigned int offset = below(size + 10);
-            std::string data(below(40), static_cast<char>('a' + below(26)));
-            const auto count = static_cast<unsigned int>(data.size());
-            bool expected = true;
-            IDX_Bool result = IDX_True;
-            const unsigned int choice = below(10);
-            if (choice < 2) {
-                const std::string& path = paths[below(2)];
-                const int mode = below(3) == 0 ? 1 : 2;
-                expected = model.Open(disk, path, mode);
-                result = mode == 1 ? file.OpenRead(path.c_str()) : file.OpenWrite(path.c_str());
-            } else if (choice == 2) {
-                model.Close(disk);
-                result = file.Close(below(2) == 0);
-            } else if (choice < 5) {
-                expected = offset + count <= size;
-                const std::string wanted = expected ? model.content.substr(offset, count) : data;
-                result = file.ReadAt(offset, data.data(), count);
-                EXPECT_EQ(data, wanted);
-            } else {
-                const bool appends = choice > 6;
-                expected = model.WriteAt(appends ? size : offset, data);
-                result = appends ? file.Write(data.data(), count)
-                                 : file.WriteAt(offset, data.data(), count);
-                file.Flush();  // does nothing
-            }
-            ASSERT_EQ(result, expected ? IDX_True : IDX_False);
-            ASSERT_EQ(file.GetSize(), model.content.size());
-            ASSERT_EQ(file.GetFileSize(), model.content.size());
-            for (const auto& [path, content] : disk) ASSERT_EQ(ContentOf(path), content);
-        }
-    }
 }

@@ -85,11 +85,6 @@ struct PlainFile {
         Check(write(descriptor, data.data(), data.size()) >= 0, "a write of the test's own");
     }
 
-    void Punch(std::size_t page) const {
-        constexpr int kMode = FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE;
-        (void)syscall(SYS_fallocate, descriptor, kMode, page, FlatFile::kPage);
-    }
-
     /// All pages that were ever written.
     std::string Everything() const {
         std::string all = std::to_string(Size()) + '\n';
@@ -112,630 +107,542 @@ unsigned int Align(std::size_t size) {
     return static_cast<unsigned int>((size + 3) & ~std::size_t{3});
 }
 
+unsigned int Narrow(std::size_t number) {
+    return static_cast<unsigned int>(number);
+}
+
 class Run {
 public:
-    Run(const Input& input, const std::string& folder);
-    ~Run();
+    Run(const Input& input, const std::string& folder) : _input(input), _base(folder + "/p") {
+        const char* names[] = {"/p0", "/p1", "/./p0", "/link"};
+        for (int i = 0; i < 4; ++i) _entries[i] = {folder + names[i], &_files[i == 1 ? 1 : 0]};
+        for (int i = 0; i < 2; ++i) {
+            const char* path = _entries[i].path.c_str();
+            _files[i].descriptor = open(path, O_RDWR | O_CREAT | O_TRUNC, 0600);
+            Check(_files[i].descriptor >= 0, "a file of the test's own");
+        }
+        (void)link(_entries[0].path.c_str(), _entries[3].path.c_str());  // may be there
+    }
 
-    void All();
+    ~Run() {
+        failingCalls.Stop();
+        onDelete = nullptr;
+        _peer.reset();
+        for (const PlainFile& file : _files) close(file.descriptor);
+        IdxFile::SetPageMemory(kUsualMemory);
+    }
+
+    void All() {
+        SetPageMemory();
+        const std::string old = Data(_input.Byte() * 157);
+        _files[0].Write(0, old);
+        _files[0].flat.Set(0, old);
+        _may = _input.Byte();
+        ChangeDisk();
+        for (_chosen = 0; _chosen < 2; ++_chosen) Open();
+        while (!_input.IsAtEnd()) {
+            Step();
+            CheckStates();
+        }
+        Finish();
+    }
 
 private:
     bool May(unsigned int what) const { return (_may & what) == what; }
     bool CanFail() const { return failingCalls.disk == Disk::Dead; }
-
-    // Operands out of the input.
-    unsigned int Size();
-    std::size_t Offset(std::size_t end);
-    std::string Data(std::size_t size);
     IDX_WT_File& Object() { return _objects[_chosen]; }
 
-    // Checks.
-    void Expect(IDX_Bool result, const Lines& tags);
-    void CheckStates();
-    void CheckDisk(const PlainFile& file, unsigned char except);
+    // Operands.
 
-    // The model's part of what several operations do.
-    void Opened(Entry& entry, Mode mode);
-    void CloseEntry(Entry& entry, const Lines& tags);
+    /// Mostly of a record of a few bytes, else of about a page or an image.
+    std::size_t Size() {
+        const std::size_t byte = _input.Byte();
+        if (byte < 200) return 1 + byte % 64;
+        return byte < 240 ? 4076 + byte - 200 : 5000 + (byte - 240) * 777;
+    }
+
+    std::size_t Offset(std::size_t end) {
+        const std::size_t byte = _input.Byte();
+        if (byte < 128) return _input.Short() % (end + 10);
+        if (byte < 200) return _input.Short();
+        if (byte < 230) return (byte - 200) * FlatFile::kPage + _input.Byte() % 64;
+        if (byte < 240 || !May(kFarOffsets)) return end - std::min<std::size_t>(end, _input.Byte());
+        return kLimit + 40 - std::min(_input.Short() % 6000, 40 + _input.Byte() * 20);
+    }
+
+    /// Other bytes each time.
+    std::string Data(std::size_t size) {
+        ++_nWrites;
+        std::string data(size, ' ');
+        for (std::size_t i = 0; i < size; ++i) {
+            data[i] = static_cast<char>(1 + (_nWrites * 37 + i * 11 + i / 256) % 255);
+        }
+        return data;
+    }
+
+    // Checks.
+
+    void Expect(IDX_Bool result, const Lines& tags) {
+        const Lines traced = _trace.Take();
+        if ((result == IDX_True) == tags.empty() && traced == tags) return;
+        Check(false, tags.empty() ? "a success" : tags.front() + " is expected", traced);
+    }
+
+    /// Modes and sizes are as told, and less than a page of what was appended is missing on the disk.
+    void CheckStates() {
+        Check(_trace.Take().empty(), "a trace that belongs to nothing");
+        for (int i = 0; i < 3; ++i) {
+            if (_of[i] == nullptr) continue;
+            Check(_objects[i].GetSize() == _of[i]->size, "the size of a file");
+            Check(_objects[i].IsOpened() == (_of[i]->mode != Closed), "whether a file is open");
+            Check(_objects[i].IsReadWrite() == (_of[i]->mode == Writing), "whether it is written");
+        }
+        for (const PlainFile& file : _files) {
+            const std::size_t size = file.Size();
+            Check(file.isLost || size + FlatFile::kPage > file.flat.End(), "the disk is behind");
+            Check(file.isLost || size <= file.flat.FarEnd(), "the disk is ahead");
+        }
+    }
+
+    /// All that was taken is on the disk.
+    void CheckDisk(const PlainFile& file) {
+        if (file.isLost) return;
+        Check(file.Size() >= file.flat.End(), "the end of the file isn't on the disk");
+        for (const std::size_t page : file.flat.Pages()) {
+            const std::string data = file.Read(page, FlatFile::kPage);
+            const std::size_t at = file.flat.FirstDifference(page, data, FlatFile::Open);
+            Check(at == FlatFile::kNone, "the disk differs at " + std::to_string(at));
+        }
+    }
+
+    // What operations do to the model.
+
+    void Flushed(PlainFile& file) {
+        CheckDisk(file);
+        file.flat.Flushed();
+    }
+
+    void ForgetIfClosed(PlainFile& file) {
+        bool isOpen = _memoryOf == &file;
+        for (const Entry& entry : _entries) {
+            isOpen = isOpen || (entry.file == &file && entry.mode != Closed);
+        }
+        if (!isOpen) file.flat.Closed();
+    }
+
+    void Opened(Entry& entry, Mode mode) {
+        if (entry.mode != Closed) return;
+        entry.mode = mode;
+        const std::size_t size = entry.file->Size();
+        entry.size = mode == Writing ? Align(size) : Narrow(size);
+        if (!CanFail()) Flushed(*entry.file);
+    }
+
+    /// @param tags  what the close traced
+    void CloseEntry(Entry& entry, const Lines& tags) {
+        const bool isLost = CanFail() && tags == Lines{"IDX_WT_File.Close.fclose"};
+        Check(tags.empty() || isLost, "the trace of a close", tags);
+        if (isLost) entry.file->isLost = true;
+        if (entry.mode == Writing) Flushed(*entry.file);
+        entry.mode = Closed;
+        ForgetIfClosed(*entry.file);
+    }
+
+    /// @param outer  what is traced behind a tag of the file
     void Wrote(
         Entry& entry,
         std::size_t offset,
         const std::string& data,
         bool appends,
         IDX_Bool result,
-        const char* outerTag);
-    bool IsOpen(const PlainFile& file) const;
+        const Lines& outer = {}) {
+        const std::size_t end = offset + data.size();
+        const bool isOpen = entry.mode == Writing;
+        const bool isFar = end >= kLimit;
+        const bool mayRefuse = CanFail() || failingCalls.disk == Disk::Full;
+        Lines tags;
+        if (!isOpen) {
+            tags = {"IDX_WT_File.Write.InvalidFile"};
+        } else if (isFar || (result != IDX_True && mayRefuse)) {
+            const std::string operation = appends ? "IDX_WT_File.Write." : "IDX_WT_File.WriteAt.";
+            tags = {operation + (isFar ? "fseek" : "fwrite")};
+        }
+        if (!tags.empty()) tags.insert(tags.end(), outer.begin(), outer.end());
+        Expect(result, tags);
+        if (isOpen && end > entry.size && (!appends || result == IDX_True)) entry.size = Align(end);
+        if (isOpen && !isFar) entry.file->flat.Write(offset, data, result == IDX_True);
+    }
 
-    // Operations.
-    void Step();
-    void Open();
-    void Append(std::size_t size);
-    void Overwrite(std::size_t offset, std::size_t size);
-    void ReadAt(std::size_t offset, std::size_t size);
-    void Flush();
-    void ChangeDisk();
-    void WriteFromOutside();
-    void PunchHole();
-    void OpenInMemory();
-    void UseInMemory();
-    void UseSplit();
-    bool TouchPiece(int part);
-    void ReleasePiece();
-    void UsePeer();
-    bool DoInPeer(char step);
-    void Finish();
+    // Operations of the three objects.
+
+    void Open() {
+        Entry& entry = _entries[_input.Byte() % 4];
+        const Mode mostly = _input.Byte() % 3 == 0 ? Reading : Writing;
+        const bool wasOpen = entry.mode != Closed;
+        const Mode mode = wasOpen ? entry.mode : mostly;
+        const char* path = entry.path.c_str();
+        if (mode == Writing) Close();  // as it would by itself
+        _of[_chosen] = &entry;
+        const IDX_Bool result =
+            mode == Reading ? Object().OpenRead(path) : Object().OpenWrite(path);
+        const Lines tags = _trace.Take();
+        if (result == IDX_True) {
+            Check(tags.empty(), "the trace of an open", tags);
+            Opened(entry, mode);
+            if (!wasOpen && CanFail()) entry.size = Object().GetSize();
+            return;
+        }
+        const bool isFound = tags == Lines{"IDX_WT_File.OpenRead.fseek"};
+        const char* operation =
+            mode == Reading ? "IDX_WT_File.OpenRead." : "IDX_WT_File.OpenWrite.";
+        Check(
+            CanFail() && (isFound || tags == Lines{std::string(operation) + "fopen"}), "an open",
+            tags);
+        if (isFound && mode == Reading) entry.mode = Reading;  // the stream stays
+        if (entry.size == 0) entry.size = Object().GetSize();  // of a run before
+    }
+
+    void Close() {
+        if (_of[_chosen] == nullptr) return;
+        Check(Object().Close() == IDX_True, "a close");
+        CloseEntry(*_of[_chosen], _trace.Take());
+    }
+
+    void Flush() {
+        if (_of[_chosen] == nullptr) return;
+        Object().Flush();
+        const Lines tags = _trace.Take();
+        const bool failed = CanFail() && tags == Lines{"IDX_WT_File.Flush.fflush"};
+        Check(tags.empty() || failed, "the trace of a flush", tags);
+        if (_of[_chosen]->mode == Writing && !failed) Flushed(*_of[_chosen]->file);
+    }
+
+    void Append(std::size_t size) {
+        if (_of[_chosen] == nullptr) return;
+        const std::string data = Data(size);
+        const IDX_Bool result = Object().Write(data.data(), Narrow(size));
+        Wrote(*_of[_chosen], _of[_chosen]->size, data, true, result);
+    }
+
+    void Overwrite(std::size_t offset, std::size_t size) {
+        if (_of[_chosen] == nullptr) return;
+        Entry& entry = *_of[_chosen];
+        const std::string data = Data(size);
+        // On a full disk what has its blocks can be written.
+        const bool fits = failingCalls.disk == Disk::Full && entry.mode == Writing &&
+                          offset + size < kLimit &&
+                          BytesWithBlocks(entry.file->descriptor, offset, size) == size;
+        const IDX_Bool result = Object().WriteAt(Narrow(offset), data.data(), Narrow(size));
+        Check(!fits || result == IDX_True, "a write into blocks that are there is refused");
+        Wrote(entry, offset, data, false, result);
+    }
+
+    void ReadAt(std::size_t offset, std::size_t size) {
+        if (_of[_chosen] == nullptr) return;
+        const Entry& entry = *_of[_chosen];
+        const PlainFile& file = *entry.file;
+        std::string data(size, ' ');
+        const IDX_Bool result = Object().ReadAt(Narrow(offset), data.data(), Narrow(size));
+        if (entry.mode == Closed) return Expect(result, {"IDX_WT_File.ReadAt.InvalidFile"});
+        const std::string at = std::to_string(static_cast<int>(offset));
+        if (offset >= kLimit) return Expect(result, {"IDX_WT_File.ReadAt.fseek[" + at + "]"});
+        const Lines tags = _trace.Take();
+        if (result == IDX_True) {
+            const std::size_t differs =
+                file.flat.FirstDifference(offset, data, FlatFile::Open | FlatFile::Foreign);
+            const bool isRight = offset + size <= file.flat.FarEnd() && differs == FlatFile::kNone;
+            Check(tags.empty() && (isRight || file.isLost), "a read at " + at, tags);
+            return;
+        }
+        const std::string length = std::to_string(size) + "]";
+        if (CanFail() && tags == Lines{"IDX_WT_File.ReadAt.fread[" + length}) return;
+        Check(file.isLost || offset + size > file.flat.End(), "a read within the file fails", tags);
+        const std::string end = std::to_string(static_cast<int>(entry.size));
+        const std::string past =
+            "IDX_WT_File.ReadAt.InvalidOffset[fOffset=" + at + ",fSize=" + end + ",dSize=" + length;
+        Check(tags == Lines{past}, "the trace of a read beyond the end", tags);
+    }
+
+    // What happens around them.
+
+    void SetPageMemory() {
+        const unsigned int pages[] = {65536, 0, 1, 2, 5, 17};
+        IdxFile::SetPageMemory(pages[_input.Byte() % 6] * std::size_t{4096});
+    }
+
+    void ChangeDisk() {
+        const auto disk = static_cast<Disk>(_input.Byte() % 4);
+        const unsigned int after = _input.Short() % 2000;
+        const unsigned int count = _input.Byte();
+        failingCalls.Start(
+            disk, static_cast<int>(after), count == 255 ? 1000000 : static_cast<int>(count));
+    }
+
+    /// Other processes write, but for bytes that may wait for the disk here.
+    void WriteFromOutside() {
+        PlainFile& file = _files[_input.Byte() % 2];
+        const std::size_t offset = Offset(file.flat.End());
+        const std::size_t size = std::min<std::size_t>(Size() % 8192, file.Size());
+        if (file.isLost || offset > file.Size() - size) return;
+        const std::string data = Data(size);
+        std::string written = file.Read(offset, size);
+        for (std::size_t i = 0; i < size; ++i) {
+            if (!file.flat.IsSure(offset + i)) continue;
+            written[i] = data[i];
+            file.flat.WriteForeign(offset + i, data.substr(i, 1));
+        }
+        file.Write(offset, written);
+        ForgetIfClosed(file);
+    }
+
+    /// A page goes from a file that nobody has open.
+    void PunchHole() {
+        PlainFile& file = _files[_input.Byte() % 2];
+        const std::size_t page = Offset(file.flat.End()) / FlatFile::kPage * FlatFile::kPage;
+        for (const Entry& entry : _entries) {
+            if (entry.file == &file && entry.mode != Closed) return;
+        }
+        if (file.isLost || page + FlatFile::kPage > file.Size()) return;
+        constexpr int kMode = FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE;
+        (void)syscall(SYS_fallocate, file.descriptor, kMode, page, FlatFile::kPage);
+        file.flat.Set(page, std::string(FlatFile::kPage, '\0'));
+    }
+
+    void UseMemoryFile() {
+        const std::size_t how = _input.Byte() % 16;
+        if (_memoryOf == nullptr) {
+            const Entry& entry = _entries[how % 4];
+            PlainFile& file = *entry.file;
+            if (CanFail() || file.isLost || file.flat.FarEnd() > 1000000) return;
+            Expect(_memory.OpenWrite(entry.path.c_str()), {});
+            Flushed(file);
+            _memoryOf = &file;
+            _content = file.Read(0, file.Size());
+        } else if (how < 2) {
+            if (CanFail()) return;
+            Expect(_memory.Close(how == 0), {});
+            _memoryOf->flat.Set(0, _content);
+            ForgetIfClosed(*std::exchange(_memoryOf, nullptr));
+            _content.clear();
+        } else if (how < 8) {
+            std::string data(Size(), ' ');
+            const std::size_t offset = Offset(_content.size());
+            if (offset + data.size() > _content.size()) return;
+            Expect(_memory.ReadAt(Narrow(offset), data.data(), Narrow(data.size())), {});
+            Check(_content.compare(offset, data.size(), data) == 0, "a read of a memory file");
+        } else {
+            const std::string data = Data(Size());
+            const bool appends = how < 12;
+            const std::size_t end = _content.size();
+            const std::size_t offset = appends ? end : Offset(end) % 100000;
+            Expect(
+                appends ? _memory.Write(data.data(), Narrow(data.size()))
+                        : _memory.WriteAt(Narrow(offset), data.data(), Narrow(data.size())),
+                {});
+            _content.resize(std::max<std::size_t>(end, offset + data.size()));
+            if (_content.size() > end) _content.resize(Align(_content.size()));
+            _content.replace(offset, data.size(), data);
+        }
+        Check(_memory.GetSize() == _content.size(), "the size of a memory file");
+    }
+
+    /// The piece that the split file has open is closed, for all who share it.
+    void ReleasePiece() {
+        Lines tags = _trace.Take();
+        if (CanFail()) std::erase(tags, "IDX_WT_File.Flush.fflush");  // before the lock goes
+        if (_piece >= 0) CloseEntry(_entries[_piece], tags);
+        _piece = -1;
+    }
+
+    /// Has the split file open a piece; false when that would be a breach of contract.
+    bool TouchPiece(int piece) {
+        if (_piece == piece) return true;
+        if (_entries[piece].mode == Reading || CanFail()) return false;
+        const std::size_t size = _split.GetSize(static_cast<unsigned int>(piece));
+        ReleasePiece();
+        _piece = piece;
+        Opened(_entries[piece], Writing);
+        Check(size == _entries[piece].size, "the size of a piece");
+        return true;
+    }
+
+    void CloseSplit() {
+        onDelete = [this] {  // whoever sees no lock finds the whole piece
+            if (_entries[_piece].mode == Writing && !CanFail()) CheckDisk(*_entries[_piece].file);
+        };
+        _split.Close();
+        onDelete = nullptr;
+        ReleasePiece();
+        _isSplitOpen = false;
+    }
+
+    void UseSplit() {
+        const unsigned int how = _input.Byte() % 8;
+        const int piece = how % 2;
+        const std::string inner = "IDX_WT_SplittedFile.Write";
+        if (!_isSplitOpen) {
+            Expect(_split.OpenWrite(_base.c_str()), {});
+            _isSplitOpen = true;
+        } else if (how == 0) {
+            CloseSplit();
+        } else if (how < 5 && TouchPiece(piece)) {
+            const std::size_t offset = Offset(_entries[piece].size);
+            const std::string data = Data(Size());
+            const IDX_Bool result =
+                _split.WriteAt(how % 2, Narrow(offset), data.data(), Narrow(data.size()));
+            Wrote(_entries[piece], offset, data, false, result, {inner + "At.IDX_WT_File.WriteAt"});
+        } else if (how >= 5 && TouchPiece(0)) {
+            const std::string data = Data(Size());
+            const IDX_Bool result = _split.Write(data.data(), Narrow(data.size()));
+            Wrote(
+                _entries[0], _entries[0].size, data, true, result, {inner + ".IDX_WT_File.Write"});
+        }
+    }
+
+    /// A child of fork, which goes on with what it has inherited at any later time.
+    void StartPeer(unsigned int how) {
+        _peerOf = _of[_chosen];
+        if (_peerOf == nullptr || _peerOf->mode != Writing || _peerOf->file->isLost) return;
+        const std::size_t size = _peerOf->file->Size();
+        _peerData = Data(how % 128 + 1);
+        if (size > kLimit / 2 || size < _peerData.size()) return;
+        _peerOffset = Narrow(Offset(size) % (size - _peerData.size() + 1));
+        _peer = std::make_unique<Peer>([this](char step) { return DoInPeer(step); }, May(kExits));
+        if (how % 2 == 0) Check(_peer->Do('r'), "a child reads what the file has");
+    }
+
+    /// In the child.
+    bool DoInPeer(char step) {
+        const auto size = Narrow(_peerData.size());
+        std::string data(size, ' ');
+        switch (step) {
+            case 'r':
+                return Object().ReadAt(_peerOffset, data.data(), size) == IDX_True &&
+                       data == _peerOf->file->Read(_peerOffset, size);
+            case 'w':
+                if (Object().WriteAt(_peerOffset, _peerData.data(), size) != IDX_True) return false;
+                [[fallthrough]];
+            case 'f':
+                return Object().Flush(), true;
+            case 'c':
+                return Object().Close() == IDX_True;
+            default:
+                return IdxFile::SetPageMemory(0), true;
+        }
+    }
+
+    /// Only what the child writes itself may change the disk.
+    void UsePeer() {
+        const unsigned int how = _input.Byte();
+        if (!May(kForks) || failingCalls.disk != Disk::Sound) return;
+        if (_peer == nullptr) return StartPeer(how);
+        PlainFile& file = *_peerOf->file;
+        if (how % 8 < 3) {
+            Check(_peer->Do('w'), "a write of a child");
+            Check(file.Read(_peerOffset, _peerData.size()) == _peerData, "what a child wrote");
+            return file.flat.WriteForeign(_peerOffset, _peerData);
+        }
+        const std::string before[] = {_files[0].Everything(), _files[1].Everything()};
+        if (how % 8 < 6) Check(_peer->Do("fmc"[how % 8 - 3]), "a step of a child");
+        if (how % 8 >= 5) {
+            Check(_peer->End() == 0, "the end of a child");
+            _peer.reset();
+        }
+        Check(before[0] == _files[0].Everything(), "a child wrote what it inherited");
+        Check(before[1] == _files[1].Everything(), "a child wrote what it inherited");
+    }
+
+    void Step() {
+        const unsigned int byte = _input.Byte();
+        const unsigned int operation = byte % 32;
+        _chosen = byte / 32 % 3;
+        const std::size_t end = _of[_chosen] != nullptr ? _of[_chosen]->size : 0;
+        if (operation < 4) return Append(Size());
+        if (operation < 6) {
+            const std::size_t size = 1 + _input.Byte() % 64;
+            for (unsigned int n = _input.Byte() % 200; n > 0; --n) Append(size);
+        } else if (operation < 10) {
+            const std::size_t offset = Offset(end);
+            Overwrite(offset, Size());
+        } else if (operation < 12) {
+            const std::size_t step = 16 + 16 * _input.Byte();
+            std::size_t offset = Offset(end);
+            for (unsigned int n = _input.Byte() % 32; n > 0; --n) Overwrite(offset += step, 16);
+        } else if (operation < 16) {
+            const std::size_t offset = Offset(end);
+            ReadAt(offset, Size());
+        } else if (operation == 23 && May(kMoreDisks)) {
+            ChangeDisk();
+        } else {
+            using Operation = void (Run::*)();
+            static constexpr Operation kOperations[] = {
+                &Run::Flush,
+                &Run::Flush,
+                &Run::Close,
+                &Run::Open,
+                &Run::Open,
+                &Run::Open,
+                &Run::SetPageMemory,
+                &Run::Flush,
+                &Run::WriteFromOutside,
+                &Run::WriteFromOutside,
+                &Run::PunchHole,
+                &Run::UseMemoryFile,
+                &Run::UseMemoryFile,
+                &Run::UseSplit,
+                &Run::UseSplit,
+                &Run::UsePeer};
+            (this->*kOperations[operation - 16])();
+        }
+    }
+
+    void Finish() {
+        if (!May(kNoRepair)) failingCalls.Stop();
+        for (_chosen = 0; _chosen < 3; ++_chosen) Close();
+        if (_isSplitOpen) CloseSplit();
+        for (Entry& entry : _entries) {
+            if (entry.mode == Closed) continue;
+            _chosen = 0;
+            _of[0] = &entry;
+            const char* path = entry.path.c_str();
+            const bool reads = entry.mode == Reading;
+            Expect(reads ? Object().OpenRead(path) : Object().OpenWrite(path), {});
+            Close();
+        }
+        failingCalls.Stop();
+        if (_memoryOf != nullptr) {
+            Expect(_memory.Close(), {});
+            _memoryOf->flat.Set(0, _content);
+        }
+        for (const PlainFile& file : _files) CheckDisk(file);
+        if (_peer != nullptr) Check(_peer->End() == 0, "the end of a child");
+        for (const PlainFile& file : _files) CheckDisk(file);
+    }
 
     Input _input;
     unsigned int _may = 0;
     TraceRecorder _trace;
     PlainFile _files[2];
-    Entry _entries[4];
+    Entry _entries[4];  ///< pieces 0 and 1 of the split file, and other names of the first
     IDX_WT_File _objects[3];
     Entry* _of[3] = {};
-    unsigned int _chosen = 0;
+    unsigned int _chosen = 0;  ///< object
     unsigned int _nWrites = 0;
 
     IDX_WT_MemFile _memory;
     PlainFile* _memoryOf = nullptr;
-    std::string _inMemory;
+    std::string _content;  ///< of the memory file
 
     IDX_WT_SplittedFile _split{0, 1, true};
     std::string _base;
     bool _isSplitOpen = false;
-    int _piece = -1;
+    int _piece = -1;  ///< that is open; -1 for none
 
     std::unique_ptr<Peer> _peer;
     Entry* _peerOf = nullptr;
     unsigned int _peerOffset = 0;
     std::string _peerData;
 };
-
-Run::Run(const Input& input, const std::string& folder) : _input(input), _base(folder + "/p") {
-    const char* names[] = {"/p0", "/./p0", "/link", "/p1"};
-    for (int i = 0; i < 4; ++i) _entries[i] = {folder + names[i], &_files[i / 3]};
-    for (PlainFile& file : _files) {
-        const std::string& path = _entries[&file == _files ? 0 : 3].path;
-        file.descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
-        Check(file.descriptor >= 0, "a file of the test's own");
-    }
-    (void)link(_entries[0].path.c_str(), _entries[2].path.c_str());  // may be there
-}
-
-Run::~Run() {
-    failingCalls.Stop();
-    onDelete = nullptr;
-    _peer.reset();
-    for (const PlainFile& file : _files) close(file.descriptor);
-    IdxFile::SetPageMemory(kUsualMemory);
-}
-
-/// Mostly records of a few bytes, else about a page or an image.
-unsigned int Run::Size() {
-    const unsigned int byte = _input.Byte();
-    if (byte < 200) return 1 + byte % 64;
-    return byte < 240 ? 4076 + byte - 200 : 5000 + (byte - 240) * 777;
-}
-
-std::size_t Run::Offset(std::size_t end) {
-    const unsigned int byte = _input.Byte();
-    if (byte < 128) return _input.Short() % (end + 10);
-    if (byte < 200) return _input.Short();
-    if (byte < 230) return (byte - 200) * FlatFile::kPage + _input.Byte() % 64;
-    if (byte < 240 || !May(kFarOffsets)) return end - std::min<std::size_t>(end, _input.Byte());
-    return kLimit + 40 - std::min(_input.Short() % 6000, 40 + _input.Byte() * 20);
-}
-
-std::string Run::Data(std::size_t size) {
-    ++_nWrites;
-    std::string data(size, ' ');
-    for (std::size_t i = 0; i < size; ++i) {
-        data[i] = static_cast<char>(1 + (_nWrites * 37 + i * 11 + i / 256) % 255);
-    }
-    return data;
-}
-
-void Run::Expect(IDX_Bool result, const Lines& tags) {
-    const Lines traced = _trace.Take();
-    if ((result == IDX_True) == tags.empty() && traced == tags) return;
-    std::string wanted = "success";
-    for (const std::string& line : tags) wanted = (wanted == "success" ? "" : wanted + ", ") + line;
-    Check(false, (result == IDX_True ? "success" : "failure") + (" and not " + wanted), traced);
-}
-
-/// Whatever was done: modes and sizes are as told, and less than a page of what was appended is missing on the disk.
-void Run::CheckStates() {
-    Check(_trace.Take().empty(), "a trace that belongs to nothing");
-    for (int i = 0; i < 3; ++i) {
-        if (_of[i] == nullptr) continue;
-        Check(_objects[i].GetSize() == _of[i]->size, "the size of a file");
-        Check(_objects[i].IsOpened() == (_of[i]->mode != Closed), "whether a file is open");
-        Check(_objects[i].IsReadWrite() == (_of[i]->mode == Writing), "whether it may be written");
-    }
-    for (const PlainFile& file : _files) {
-        const std::size_t size = file.Size();
-        Check(file.isLost || size + FlatFile::kPage > file.flat.End(), "the disk is behind");
-        Check(file.isLost || size <= file.flat.FarEnd(), "the disk is ahead");
-    }
-}
-
-/// The disk has all bytes but for those with one of the marks.
-void Run::CheckDisk(const PlainFile& file, unsigned char except) {
-    if (file.isLost) return;
-    const bool all = (except & FlatFile::Held) == 0;
-    Check(!all || file.Size() >= file.flat.End(), "the end of the file isn't on the disk");
-    for (const std::size_t page : file.flat.Pages()) {
-        const std::size_t at =
-            file.flat.FirstDifference(page, file.Read(page, FlatFile::kPage), except);
-        Check(at == FlatFile::kNone, "the disk differs at " + std::to_string(at));
-    }
-}
-
-bool Run::IsOpen(const PlainFile& file) const {
-    for (const Entry& entry : _entries) {
-        if (entry.file == &file && entry.mode != Closed) return true;
-    }
-    return _memoryOf == &file;
-}
-
-void Run::Opened(Entry& entry, Mode mode) {
-    if (entry.mode != Closed) return;
-    entry.mode = mode;
-    PlainFile& file = *entry.file;
-    const std::size_t size = file.Size();
-    entry.size = mode == Writing ? Align(size) : static_cast<unsigned int>(size);
-    if (CanFail()) return;
-    CheckDisk(file, FlatFile::Open);
-    file.flat.Flushed();
-}
-
-/// @param tags  what the close traced
-void Run::CloseEntry(Entry& entry, const Lines& tags) {
-    const bool lost = tags == Lines{"IDX_WT_File.Close.fclose"};
-    Check(
-        tags.empty() || (lost && CanFail() && entry.mode == Writing), "the trace of a close", tags);
-    PlainFile& file = *entry.file;
-    if (lost) {
-        file.isLost = true;
-    } else if (entry.mode == Writing) {
-        CheckDisk(file, FlatFile::Open);
-        file.flat.Flushed();
-    }
-    entry.mode = Closed;
-    if (!IsOpen(file)) file.flat.Closed();
-}
-
-void Run::Open() {
-    Entry& entry = _entries[_input.Byte() % 4];
-    const unsigned int how = _input.Byte() % 3;
-    const Mode mode = entry.mode != Closed ? entry.mode : how == 0 ? Reading : Writing;
-    IDX_WT_File& object = Object();
-    if (mode == Writing && _of[_chosen] != nullptr && _of[_chosen]->mode != Closed) {
-        Check(object.Close() == IDX_True, "a close");  // as it would do by itself
-        CloseEntry(*_of[_chosen], _trace.Take());
-    }
-    _of[_chosen] = &entry;
-    const bool wasOpen = entry.mode != Closed;
-    const IDX_Bool result = mode == Reading ? object.OpenRead(entry.path.c_str())
-                                            : object.OpenWrite(entry.path.c_str());
-    if (result == IDX_True || !CanFail()) {
-        Expect(result, {});
-        Opened(entry, mode);
-        if (!wasOpen && CanFail()) entry.size = object.GetSize();
-        return;
-    }
-    const Lines tags = _trace.Take();
-    const char* opens =
-        mode == Reading ? "IDX_WT_File.OpenRead.fopen" : "IDX_WT_File.OpenWrite.fopen";
-    const bool sought = tags == Lines{"IDX_WT_File.OpenRead.fseek"};
-    Check(sought || tags == Lines{opens}, "the trace of an open that failed", tags);
-    if (sought && mode == Reading) entry.mode = Reading;  // the stream stays
-    if (entry.size == 0) entry.size = object.GetSize();   // of a run before
-}
-
-void Run::Wrote(
-    Entry& entry,
-    std::size_t offset,
-    const std::string& data,
-    bool appends,
-    IDX_Bool result,
-    const char* outerTag) {
-    Lines outer;
-    if (outerTag != nullptr) outer.emplace_back(outerTag);
-    const auto refused = [&](const std::string& tag) {
-        Lines tags = {tag};
-        tags.insert(tags.end(), outer.begin(), outer.end());
-        Expect(result, tags);
-    };
-    if (entry.mode != Writing) return refused("IDX_WT_File.Write.InvalidFile");
-    const std::size_t end = offset + data.size();
-    if (!appends && end > entry.size) entry.size = Align(end);
-    const std::string operation = appends ? "IDX_WT_File.Write." : "IDX_WT_File.WriteAt.";
-    if (end >= kLimit) return refused(operation + "fseek");
-    PlainFile& file = *entry.file;
-    const bool mayRefuse = CanFail() || failingCalls.disk == Disk::Full;
-    if (result != IDX_True && mayRefuse) {
-        refused(operation + "fwrite");
-    } else {
-        Expect(result, {});
-    }
-    file.flat.Write(offset, data, result == IDX_True);
-    if (appends && result == IDX_True) entry.size = Align(end);
-}
-
-void Run::Append(std::size_t size) {
-    if (_of[_chosen] == nullptr) return;
-    Entry& entry = *_of[_chosen];
-    const std::string data = Data(size);
-    const std::size_t offset = entry.size;
-    const IDX_Bool result = Object().Write(data.data(), static_cast<unsigned int>(size));
-    Wrote(entry, offset, data, true, result, nullptr);
-}
-
-void Run::Overwrite(std::size_t offset, std::size_t size) {
-    if (_of[_chosen] == nullptr) return;
-    Entry& entry = *_of[_chosen];
-    const std::string data = Data(size);
-    // On a full disk what has its block can be written.
-    const bool fits = failingCalls.disk == Disk::Full && entry.mode == Writing &&
-                      offset + size < kLimit &&
-                      BytesWithBlocks(entry.file->descriptor, offset, size) == size;
-    const IDX_Bool result = Object().WriteAt(
-        static_cast<unsigned int>(offset), data.data(), static_cast<unsigned int>(size));
-    Check(!fits || result == IDX_True, "a write into blocks that are there is refused");
-    Wrote(entry, offset, data, false, result, nullptr);
-}
-
-void Run::ReadAt(std::size_t offset, std::size_t size) {
-    if (_of[_chosen] == nullptr) return;
-    const Entry& entry = *_of[_chosen];
-    const FlatFile& flat = entry.file->flat;
-    std::string data(size, ' ');
-    const IDX_Bool result = Object().ReadAt(
-        static_cast<unsigned int>(offset), data.data(), static_cast<unsigned int>(size));
-    if (entry.mode == Closed) return Expect(result, {"IDX_WT_File.ReadAt.InvalidFile"});
-    const std::string at = std::to_string(static_cast<int>(offset));
-    if (offset >= kLimit) return Expect(result, {"IDX_WT_File.ReadAt.fseek[" + at + "]"});
-    const std::string length = std::to_string(size);
-    if (result == IDX_True) {
-        Check(_trace.Take().empty(), "the trace of a read");
-        Check(entry.file->isLost || offset + size <= flat.FarEnd(), "a read beyond the end");
-        const std::size_t differs =
-            flat.FirstDifference(offset, data, FlatFile::Open | FlatFile::Foreign);
-        Check(
-            entry.file->isLost || differs == FlatFile::kNone,
-            "a read differs at " + std::to_string(differs));
-        return;
-    }
-    const Lines tags = _trace.Take();
-    if (CanFail() && tags == Lines{"IDX_WT_File.ReadAt.fread[" + length + "]"}) return;
-    Check(entry.file->isLost || offset + size > flat.End(), "a read within the file fails");
-    const std::string past = "IDX_WT_File.ReadAt.InvalidOffset[fOffset=" + at +
-                             ",fSize=" + std::to_string(static_cast<int>(entry.size)) +
-                             ",dSize=" + length + "]";
-    Check(tags == Lines{past}, "the trace of a read beyond the end", tags);
-}
-
-void Run::Flush() {
-    if (_of[_chosen] == nullptr) return;
-    Object().Flush();
-    const Entry& entry = *_of[_chosen];
-    const Lines tags = _trace.Take();
-    const bool failed = tags == Lines{"IDX_WT_File.Flush.fflush"};
-    Check(tags.empty() || (failed && CanFail()), "the trace of a flush", tags);
-    if (entry.mode != Writing || failed) return;
-    CheckDisk(*entry.file, FlatFile::Open);
-    entry.file->flat.Flushed();
-}
-
-void Run::ChangeDisk() {
-    const auto kind = static_cast<Disk>(_input.Byte() % 4);
-    const unsigned int after = _input.Short();
-    const unsigned int count = _input.Byte();
-    failingCalls.Start(
-        kind, static_cast<int>(after % 2000), count == 255 ? 1000000 : static_cast<int>(count));
-}
-
-/// Other bytes than those that may wait for the disk.
-void Run::WriteFromOutside() {
-    PlainFile& file = _files[_input.Byte() % 2];
-    const std::size_t offset = Offset(file.flat.End());
-    const std::size_t size = file.Size();
-    if (file.isLost || offset >= size) return;
-    const std::string data = Data(std::min<std::size_t>(Size() % 8192, size - offset));
-    std::string written = file.Read(offset, data.size());
-    for (std::size_t i = 0; i < data.size(); ++i) {
-        if (file.flat.IsSure(offset + i)) written[i] = data[i];
-    }
-    file.Write(offset, written);
-    for (std::size_t i = 0; i < data.size(); ++i) {
-        if (file.flat.IsSure(offset + i)) file.flat.WriteForeign(offset + i, data.substr(i, 1));
-    }
-    if (!IsOpen(file)) file.flat.Closed();
-}
-
-void Run::PunchHole() {
-    PlainFile& file = _files[_input.Byte() % 2];
-    const std::size_t page = Offset(file.flat.End()) / FlatFile::kPage * FlatFile::kPage;
-    if (file.isLost || IsOpen(file) || page + FlatFile::kPage > file.Size()) return;
-    file.Punch(page);
-    file.flat.Set(page, std::string(FlatFile::kPage, '\0'));
-}
-
-void Run::OpenInMemory() {
-    const Entry& entry = _entries[_input.Byte() % 4];
-    const bool reads = _input.Byte() % 4 == 0;
-    PlainFile& file = *entry.file;
-    if (CanFail() || _memoryOf != nullptr || file.isLost || file.flat.FarEnd() > 1000000) return;
-    Expect(
-        reads ? _memory.OpenRead(entry.path.c_str()) : _memory.OpenWrite(entry.path.c_str()), {});
-    CheckDisk(file, FlatFile::Open);
-    file.flat.Flushed();
-    _inMemory = file.Read(0, file.Size());
-    if (!reads) {
-        _memoryOf = &file;
-    } else {
-        std::string data(_inMemory.size(), ' ');
-        Check(_memory.GetSize() == data.size(), "the size of a memory file");
-        Expect(_memory.ReadAt(0, data.data(), static_cast<unsigned int>(data.size())), {});
-        Check(data == _inMemory, "what a memory file has read");
-        Expect(_memory.Close(), {});
-    }
-}
-
-void Run::UseInMemory() {
-    if (_memoryOf == nullptr) return OpenInMemory();
-    const unsigned int how = _input.Byte() % 8;
-    if (how == 0) {
-        if (CanFail()) return;
-        Expect(_memory.Close(), {});
-        _memoryOf->flat.Set(0, _inMemory);
-        CheckDisk(*_memoryOf, FlatFile::Open | FlatFile::Held);
-        if (!IsOpen(*std::exchange(_memoryOf, nullptr))) return;
-        return;
-    }
-    const std::size_t offset = how < 4 ? _inMemory.size() : Offset(_inMemory.size()) % 100000;
-    const std::string data = Data(Size());
-    const auto size = static_cast<unsigned int>(data.size());
-    const auto at = static_cast<unsigned int>(offset);
-    Expect(how < 4 ? _memory.Write(data.data(), size) : _memory.WriteAt(at, data.data(), size), {});
-    const std::size_t end = offset + size;
-    if (end > _inMemory.size()) _inMemory.resize(Align(end), '\0');
-    _inMemory.replace(offset, size, data);
-    Check(_memory.GetSize() == _inMemory.size(), "the size of a memory file");
-}
-
-/// The piece that was open is closed, for all who share it.
-void Run::ReleasePiece() {
-    if (_piece < 0) return;
-    Lines tags = _trace.Take();
-    if (!tags.empty() && CanFail())
-        std::erase(tags, "IDX_WT_File.Flush.fflush");  // before the lock goes
-    CloseEntry(_entries[_piece == 0 ? 0 : 3], tags);
-    _piece = -1;
-}
-
-/// What the split file does to have a piece open; false when that would be a breach of contract.
-bool Run::TouchPiece(int part) {
-    Entry& entry = _entries[part == 0 ? 0 : 3];
-    if (_piece == part) return true;
-    if (entry.mode == Reading || CanFail()) return false;
-    const std::size_t before = _split.GetSize(static_cast<unsigned int>(part));
-    ReleasePiece();
-    _piece = part;
-    Opened(entry, Writing);
-    Check(before == entry.size, "the size of a piece");
-    return true;
-}
-
-void Run::UseSplit() {
-    const unsigned int how = _input.Byte() % 8;
-    const int part = static_cast<int>(_input.Byte() % 2);
-    const auto piece = static_cast<unsigned int>(part);
-    if (!_isSplitOpen) {
-        Expect(_split.OpenWrite(_base.c_str()), {});
-        _isSplitOpen = true;
-    } else if (how == 0) {
-        // Whoever sees no lock finds the whole piece.
-        onDelete = [this] {
-            const Entry& entry = _entries[_piece == 0 ? 0 : 3];
-            if (entry.mode == Writing && !CanFail()) CheckDisk(*entry.file, FlatFile::Open);
-        };
-        _split.Close();
-        onDelete = nullptr;
-        ReleasePiece();
-        _isSplitOpen = false;
-    } else if (how < 5 && TouchPiece(part)) {
-        Entry& entry = _entries[part == 0 ? 0 : 3];
-        const std::size_t offset = Offset(entry.file->flat.End());
-        const std::string data = Data(Size());
-        const IDX_Bool result = _split.WriteAt(
-            piece, static_cast<unsigned int>(offset), data.data(),
-            static_cast<unsigned int>(data.size()));
-        Wrote(
-            entry, offset, data, false, result, "IDX_WT_SplittedFile.WriteAt.IDX_WT_File.WriteAt");
-    } else if (how >= 5 && TouchPiece(0)) {
-        const std::string data = Data(Size());
-        const std::size_t offset = _entries[0].size;
-        const IDX_Bool result = _split.Write(data.data(), static_cast<unsigned int>(data.size()));
-        Wrote(
-            _entries[0], offset, data, true, result, "IDX_WT_SplittedFile.Write.IDX_WT_File.Write");
-    }
-}
-
-/// In the child.
-bool Run::DoInPeer(char step) {
-    failingCalls = {};
-    IDX_WT_File& object = _objects[_chosen];
-    const auto size = static_cast<unsigned int>(_peerData.size());
-    std::string data(size, ' ');
-    switch (step) {
-        case 'r':
-            return object.ReadAt(_peerOffset, data.data(), size) == IDX_True &&
-                   data == _peerOf->file->Read(_peerOffset, size);
-        case 'f':
-            object.Flush();
-            return true;
-        case 'c':
-            return object.Close() == IDX_True;
-        case 'm':
-            IdxFile::SetPageMemory(0);
-            return true;
-        default:
-            if (object.WriteAt(_peerOffset, _peerData.data(), size) != IDX_True) return false;
-            object.Flush();
-            return true;
-    }
-}
-
-/// A child goes on with what it has inherited, at any later time. Only what it writes itself may change the disk.
-void Run::UsePeer() {
-    const unsigned int how = _input.Byte();
-    if (!May(kForks) || failingCalls.disk != Disk::Sound) return;
-    if (_peer == nullptr) {
-        Entry* entry = _of[_chosen];
-        if (entry == nullptr || entry->mode != Writing || entry->file->isLost) return;
-        const std::size_t size = entry->file->Size();
-        _peerData = Data(how % 128 + 1);
-        if (size > kLimit / 2 || size < _peerData.size()) return;
-        _peerOffset = static_cast<unsigned int>(Offset(size) % (size - _peerData.size() + 1));
-        _peerOf = entry;
-        _peer = std::make_unique<Peer>([this](char step) { return DoInPeer(step); }, May(kExits));
-        if (how % 2 == 0) Check(_peer->Do('r'), "a child reads what the file has");
-        return;
-    }
-    PlainFile& file = *_peerOf->file;
-    const std::string before[] = {_files[0].Everything(), _files[1].Everything()};
-    if (how % 8 < 3) {
-        if (file.Size() < _peerOffset + _peerData.size()) return;
-        Check(_peer->Do('w'), "a write of a child");
-        Check(file.Read(_peerOffset, _peerData.size()) == _peerData, "what a child wrote");
-        file.flat.WriteForeign(_peerOffset, _peerData);
-        return;
-    }
-    if (how % 8 < 6) Check(_peer->Do("fmc"[how % 8 - 3]), "a step of a child");
-    if (how % 8 >= 5) {
-        Check(_peer->End() == 0, "the end of a child");
-        _peer.reset();
-    }
-    Check(before[0] == _files[0].Everything(), "a child wrote what it inherited");
-    Check(before[1] == _files[1].Everything(), "a child wrote what it inherited");
-}
-
-void Run::Step() {
-    const unsigned int operation = _input.Byte();
-    _chosen = operation / 32 % 3;
-    const std::size_t end = _of[_chosen] != nullptr ? _of[_chosen]->size : 0;
-    switch (operation % 32) {
-        case 0:
-        case 1:
-        case 2:
-        case 3:
-            return Append(Size());
-        case 4:
-        case 5: {
-            const std::size_t size = 1 + _input.Byte() % 64;
-            for (unsigned int n = _input.Byte() % 200; n > 0; --n) Append(size);
-            return;
-        }
-        case 6:
-        case 7:
-        case 8:
-        case 9: {
-            const std::size_t offset = Offset(end);
-            return Overwrite(offset, Size());
-        }
-        case 10:
-        case 11: {
-            const std::size_t step = 16 + 16 * _input.Byte();
-            std::size_t offset = Offset(end);
-            for (unsigned int n = _input.Byte() % 32; n > 0; --n) Overwrite(offset += step, 16);
-            return;
-        }
-        case 12:
-        case 13:
-        case 14:
-        case 15: {
-            const std::size_t offset = Offset(end);
-            return ReadAt(offset, Size());
-        }
-        case 16:
-        case 17:
-            return Flush();
-        case 18:
-            if (_of[_chosen] == nullptr) return;
-            Check(Object().Close() == IDX_True, "a close");
-            return CloseEntry(*_of[_chosen], _trace.Take());
-        case 19:
-        case 20:
-        case 21:
-            return Open();
-        case 22: {
-            const unsigned int pages[] = {0, 1, 2, 5, 17, 65536};
-            return IdxFile::SetPageMemory(pages[_input.Byte() % 6] * std::size_t{4096});
-        }
-        case 23:
-            return May(kMoreDisks) ? ChangeDisk() : Flush();
-        case 24:
-        case 25:
-            return WriteFromOutside();
-        case 26:
-            return PunchHole();
-        case 27:
-        case 28:
-            return UseInMemory();
-        case 29:
-        case 30:
-            return UseSplit();
-        default:
-            return UsePeer();
-    }
-}
-
-void Run::Finish() {
-    if (!May(kNoRepair)) failingCalls.Stop();
-    for (_chosen = 0; _chosen < 3; ++_chosen) {
-        if (_of[_chosen] == nullptr) continue;
-        Check(Object().Close() == IDX_True, "a close");
-        CloseEntry(*_of[_chosen], _trace.Take());
-    }
-    if (_isSplitOpen) {
-        _split.Close();
-        ReleasePiece();
-    }
-    failingCalls.Stop();
-    for (Entry& entry : _entries) {
-        if (entry.mode == Closed) continue;
-        Check(
-            entry.mode == Reading ? _objects[0].OpenRead(entry.path.c_str())
-                                  : _objects[0].OpenWrite(entry.path.c_str()),
-            "an entry that is left");
-        Check(_objects[0].Close() == IDX_True, "a close");
-        CloseEntry(entry, _trace.Take());
-    }
-    if (_memoryOf != nullptr) {
-        Expect(_memory.Close(), {});
-        std::exchange(_memoryOf, nullptr)->flat.Set(0, _inMemory);
-    }
-    for (const PlainFile& file : _files) CheckDisk(file, FlatFile::Open);
-    if (_peer != nullptr) Check(_peer->End() == 0, "the end of a child");
-    for (const PlainFile& file : _files) CheckDisk(file, FlatFile::Open);
-}
-
-void Run::All() {
-    const unsigned int pages[] = {65536, 0, 1, 2, 5};
-    IdxFile::SetPageMemory(pages[_input.Byte() % 5] * std::size_t{4096});
-    const std::string old = Data(_input.Byte() * 157);
-    _files[0].Write(0, old);
-    _files[0].flat.Set(0, old);
-    _may = _input.Byte();
-    ChangeDisk();
-    for (_chosen = 0; _chosen < 2; ++_chosen) Open();
-    while (!_input.IsAtEnd()) {
-        Step();
-        CheckStates();
-    }
-    Finish();
-}
 
 }  // namespace
 
