@@ -75,7 +75,7 @@ TEST_F(FailingEnd, OfTheProcessIsTraced) {
         IDX_Base_Trace::SetSink(
             [](IDX_Base_Trace::Level, const char* line, void*) { std::fputs(line, stderr); },
             nullptr);
-        auto* file = new IDX_WT_File;
+        static auto* const file = new IDX_WT_File;  // left open
         file->OpenWrite((_folder / "file").c_str());
         file->WriteAt(100, "x", 1);
         if (ContentOf(_folder / "file")[100] == 'x') std::fputs("nothing is held here", stderr);

@@ -369,7 +369,7 @@ TEST_F(Files, WhatADeathLosesOfAppends) {
     for (const auto end : ends) {
         std::filesystem::remove("open");
         const auto child = [&] {
-            auto* file = new IDX_WT_File;
+            static auto* const file = new IDX_WT_File;  // left open
             file->OpenWrite("open");
             for (int i = 0; i < 7000; ++i) file->Write(expected.data() + 8 * i, 7);
             end();
