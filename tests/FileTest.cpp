@@ -311,6 +311,20 @@ TEST_F(Files, AppendedBytesReachTheFileAPageAtATime) {
     EXPECT_EQ(std::string(bytes, 3), ContentOf(_path).substr(50, 3));
 }
 
+TEST_F(Files, PaddingIsWhatTheFileHasThere) {
+    IDX_WT_File file;
+    Open(file, _path);
+    IDX_WT_MemFile inMemory;
+    Expect(inMemory.OpenWrite(_path.c_str()));
+    Expect(inMemory.Write("xxxxxxxx", 8));
+    Expect(inMemory.Close());
+    Expect(file.Write("ab", 2));  // at the end that this entry knows
+    Expect(file.Write("cd", 2));
+    char bytes[8];
+    Expect(file.ReadAt(0, bytes, 8));
+    EXPECT_EQ(std::string(bytes, 8), "abxxcdxx");
+}
+
 TEST_F(Files, ProcessesKeepTheirBytesApart) {
     // Small letters are steps of this process, capitals those of the other one.
     for (const std::string steps :
