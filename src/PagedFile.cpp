@@ -360,11 +360,11 @@ bool PagedFile::Extend(PageFrame& ioFrame) {
 }
 
 bool PagedFile::Prepare(PageFrame& ioFrame, std::size_t iFrom) {
+    if (iFrom > ioFrame.valid && !Extend(ioFrame)) return false;
     const std::size_t valid = ioFrame.valid;
     if (iFrom <= valid) return true;
-    const bool isAppend = iFrom % kAlignment == 0 && iFrom - valid < kAlignment &&
-                          OffsetOf(ioFrame.page) + valid >= _fileEnd;
-    if (!isAppend) return Extend(ioFrame) && iFrom <= ioFrame.valid;
+    // The file ends before the bytes. Padding, the most that lies before an append, is zero.
+    if (iFrom % kAlignment != 0 || iFrom - valid >= kAlignment) return false;
     std::memset(ioFrame.bytes + valid, 0, iFrom - valid);
     return true;
 }
