@@ -382,11 +382,12 @@ private:
     void WriteFromOutside() {
         PlainFile& file = _files[_input.Byte() % 2];
         const std::size_t offset = Offset(file.flat.End());
-        const std::size_t size = std::min<std::size_t>(Size() % 8192, file.Size());
-        if (file.isLost || offset > file.Size() - size) return;
-        const std::string data = Data(size);
-        std::string written = file.Read(offset, size);
-        for (std::size_t i = 0; i < size; ++i) {
+        const std::string data = Data(Size() % 8192);
+        const bool isNear = offset <= file.Size() + 100 && offset + data.size() < kLimit;
+        if (file.isLost || !isNear) return;
+        std::string written = file.Read(offset, data.size());
+        written.resize(data.size(), '\0');
+        for (std::size_t i = 0; i < data.size(); ++i) {
             if (!file.flat.IsSure(offset + i)) continue;
             written[i] = data[i];
             file.flat.WriteForeign(offset + i, data.substr(i, 1));

@@ -41,7 +41,7 @@ public:
         _farEnd = std::max(_farEnd, _end);
     }
 
-    /// What another process wrote within the file. Where it met bytes that may wait in memory, all is open.
+    /// What another process wrote. Where it met bytes that may wait in memory, all is open.
     void WriteForeign(std::size_t offset, const std::string& data) {
         ForPages(
             offset, data.size(), [&](Page& page, std::size_t at, std::size_t i, std::size_t n) {
@@ -51,6 +51,8 @@ public:
                     if (!waits) page.values[at] = data[i];
                 }
             });
+        _end = std::max(_end, offset + data.size());
+        _farEnd = std::max(_farEnd, _end);
     }
 
     /// All that was taken is on the disk now.
