@@ -22,7 +22,8 @@ protected:
         for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
         bytes[0] = static_cast<std::uint8_t>(GetParam());
         bytes[2] = static_cast<std::uint8_t>(may);
-        bytes[3] = 0;
+        bytes[3] = static_cast<std::uint8_t>(may / 256);
+        bytes[4] = 0;  // a sound disk
         return bytes;
     }
 
@@ -51,12 +52,12 @@ TEST_P(FileModel, OnADiskThatFailsAtEachCall) {
         const int nCalls = failingCalls.calls;
         for (int n = 0; n < nCalls && !HasFailure(); ++n) {
             SCOPED_TRACE(testing::Message() << "seed " << seed << " call " << n);
-            bytes[4] = static_cast<std::uint8_t>(n);
-            bytes[5] = static_cast<std::uint8_t>(n / 256);
+            bytes[5] = static_cast<std::uint8_t>(n);
+            bytes[6] = static_cast<std::uint8_t>(n / 256);
             for (const Disk disk : {Disk::Dead, Disk::Full, Disk::Short}) {
                 for (const std::uint8_t count : Bytes{1, 255}) {
-                    bytes[3] = static_cast<std::uint8_t>(disk);
-                    bytes[6] = count;
+                    bytes[4] = static_cast<std::uint8_t>(disk);
+                    bytes[7] = count;
                     Agrees(bytes);
                 }
             }

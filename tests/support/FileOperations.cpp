@@ -137,7 +137,7 @@ public:
         const std::string old = Data(_input.Byte() * 157);
         _files[0].Write(0, old);
         _files[0].flat.Set(0, old);
-        _may = _input.Byte();
+        _may = _input.Short();
         ChangeDisk();
         for (_chosen = 0; _chosen < 2; ++_chosen) Open();
         while (!_input.IsAtEnd()) {
