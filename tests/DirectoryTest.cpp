@@ -1,7 +1,8 @@
-// Index directories: layout, swap and emptying by hand, services that fail at each step, and an index that stays
-// whole under readers and kills. GRIDLOOM_KILLS sets how often a writer is killed.
+// Index directories: layout, swap and emptying by hand, services that fail at each step, and an index that is
+// whole for readers whenever a writer is killed.
 
 #include "FileCase.h"
+#include "TracedProcess.h"
 
 #include "IDX_Base_Constants.h"
 #include "IDX_WT_File.h"
@@ -11,14 +12,9 @@
 #include "VEXFile.h"
 #include "VEXSleep.h"
 
-#include <atomic>
-#include <csignal>
 #include <cstring>
 #include <dlfcn.h>
 #include <map>
-#include <random>
-#include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -166,32 +162,15 @@ unsigned int GenerationOf(const std::string& folder) {
     return a == Numbers(kRecords, generation) ? generation : 0;
 }
 
-/// Rebuilds and swaps until it is killed.
-/// @param swaps  counts them: what was live before a swap is only touched once it is counted
-[[noreturn]] void KeepRebuilding(
-    const std::string& base, unsigned int generation, std::atomic<int>& swaps) {
+/// Rebuilds and swaps twice.
+void RebuildTwice(const std::string& base, unsigned int generation) {
     PLMIdxDirectory directory(base.c_str());
-    while (true) {
+    for (int rebuild = 0; rebuild < 2; ++rebuild) {
         VEXUnicodeString path;
         if (directory.GetWritableIndexPath(path, true, false) != IDX_S_OK) _exit(1);
         WriteIndex(path.ConvertToChar(), ++generation);
         if (directory.SwapIndexPath() != IDX_S_OK) _exit(1);
-        ++swaps;
-        usleep(1000);  // a reader mostly gets through in this time
     }
-}
-
-pid_t StartWriter(const std::string& base, unsigned int generation, std::atomic<int>& swaps) {
-    const pid_t child = fork();
-    if (child == 0) KeepRebuilding(base, generation, swaps);
-    return child;
-}
-
-void Kill(pid_t child) {
-    kill(child, SIGKILL);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself";
 }
 
 }  // namespace
@@ -436,45 +415,20 @@ TEST_F(Directories, TheManagerKnowsTheKindsUnderOneBase) {
     EXPECT_STREQ(_path.ConvertToChar(), (other + "/Dwh").c_str());
 }
 
-TEST_F(Directories, AnIndexIsWholeWheneverTheWriterIsKilled) {
-    const char* wanted = std::getenv("GRIDLOOM_KILLS");
-    const int nKills = wanted != nullptr ? std::atoi(wanted) : 30;
+/// A writer is killed at one call after the other; the next one meets what it has left.
+TEST_F(Directories, AReaderSeesAWholeIndexAtEveryCallOfAWriter) {
     PLMIdxDirectory(_base.c_str()).BuildIndexPath();
     WriteIndex(_base + "/2", 1);
-    std::mt19937 random(1);
-    unsigned int generation = 1;
-    for (int kill = 0; kill < nKills && !HasFailure(); ++kill) {
-        std::atomic<int> swaps = 0;
-        const pid_t writer = StartWriter(_base, generation, swaps);
-        usleep(static_cast<useconds_t>(random() % 8000));
-        Kill(writer);
-        EXPECT_EQ(PLMIdxDirectory(_base.c_str()).GetCurrentIndexPath(_path), IDX_S_OK);
-        const unsigned int live = GenerationOf(_path.ConvertToChar());
-        EXPECT_GE(live, generation);
-        generation = live;
-    }
-    EXPECT_GT(generation, 1u);
-}
-
-TEST_F(Directories, AReaderSeesTheOldOrTheNewIndex) {
-    PLMIdxDirectory(_base.c_str()).BuildIndexPath();
-    WriteIndex(_base + "/2", 1);
-    void* shared = mmap(
-        nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
-        0);
-    ASSERT_NE(shared, MAP_FAILED);
-    auto& swaps = *new (shared) std::atomic<int>(0);
-    const pid_t writer = StartWriter(_base, 1, swaps);
-    unsigned int generation = 1;
-    for (int look = 0; look < 200000 && swaps < 1000; ++look) {
-        const int before = swaps;
+    unsigned int live = 1;
+    int nCalls = 0;
+    for (bool isHeld = true; isHeld; ++nCalls) {
+        const unsigned int first = live;
+        TracedProcess writer([&] { RebuildTwice(_base, first); });
+        isHeld = writer.RunTo(kChangingCalls, nCalls + 1) != 0;
         PLMIdxDirectory(_base.c_str()).GetCurrentIndexPath(_path);
-        const unsigned int live = GenerationOf(_path.ConvertToChar());
-        if (swaps != before) continue;  // what was live may be gone
-        EXPECT_GE(live, generation);
-        generation = std::max(live, generation);
+        live = GenerationOf(_path.ConvertToChar());
+        ASSERT_GE(live, isHeld ? first : first + 2) << "at call " << nCalls;
+        ASSERT_LE(live, first + 2) << "at call " << nCalls;
     }
-    Kill(writer);
-    munmap(shared, sizeof(std::atomic<int>));
-    EXPECT_GT(generation, 1u);
+    EXPECT_GT(nCalls, 15);
 }

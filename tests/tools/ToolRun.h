@@ -1,10 +1,11 @@
 #ifndef ToolRun_h
 #define ToolRun_h
 
+#include "TracedProcess.h"
+
+#include <cstdio>
 #include <functional>
 #include <string>
-#include <sys/ptrace.h>
-#include <sys/types.h>
 #include <vector>
 
 // A tool as an operator runs it: a process with its exit code and what it prints.
@@ -15,45 +16,36 @@ struct Outcome {
     std::string errors;  ///< on the standard error
 };
 
-/// A tool that runs.
-class RunningTool {
+Outcome RunTool(
+    const std::string& program,
+    const std::vector<std::string>& arguments,
+    const std::function<void()>& before = {});  ///< called in the new process, for limits
+
+/// What a process has printed, on its two outputs.
+class Prints {
 public:
-    /// @param before  called in the new process, for limits
-    RunningTool(
-        const std::string& program,
-        const std::vector<std::string>& arguments,
-        const std::function<void()>& before = {});
-    RunningTool(const RunningTool&) = delete;
-    RunningTool& operator=(const RunningTool&) = delete;
-    ~RunningTool();
+    Prints() : _output(std::tmpfile()), _errors(std::tmpfile()) {}
+    Prints(const Prints&) = delete;
+    Prints& operator=(const Prints&) = delete;
+    ~Prints();
 
-    pid_t Id() const { return _process; }
+    /// In the process: from here on all goes here.
+    void Take() const;
 
-    /// Waits until a child of the tool has worked for a while, and gives its number; 0 when the tool has ended.
-    pid_t AwaitWorkingChild() const;
-
-    Outcome Wait();
+    Outcome With(int exitCode) const;
 
 private:
-    pid_t _process;
     std::FILE* _output;
     std::FILE* _errors;
 };
 
-Outcome RunTool(
-    const std::string& program,
-    const std::vector<std::string>& arguments,
-    const std::function<void()>& before = {});
+/// A tool that is held where a test wants to meet it or its children.
+class TracedTool : private Prints, public TracedProcess {
+public:
+    TracedTool(const std::string& program, const std::vector<std::string>& arguments);
 
-/// Whether a system call is one of some kinds; of opens only those that may write count.
-struct CallsOf {
-    std::vector<long> kinds;
-
-    bool Match(const __ptrace_syscall_info& call) const;
+    Outcome Wait(bool isHeldOn = false) { return With(TracedProcess::Wait(isHeldOn)); }
 };
-
-/// All that change something on the disk.
-extern const CallsOf kChangingCalls;
 
 /// Runs a tool up to its n-th system call of some kinds, counted from 1, and does something to it before that call
 /// is made. Then the tool goes on, unless it was killed.
