@@ -49,11 +49,11 @@ public:
 
     /// Replaces the content of `oBuffer` by the serial form. It can be read back when both ids have 16
     /// bytes. Fatal stop when it would reach 2^32 bytes.
-    void ConvertToBuffer(IDX_Base_Buffer& oBuffer) const;
+    void ConvertToBuffer(IDX_Base_Buffer& oBuffer);
 
     /// Takes all fields from a serial form, whatever the bytes. From a buffer that isn't one, exactly and
     /// to its last byte, all fields come out empty; the caller sees it by the empty object id.
-    void ConvertFromBuffer(const IDX_Base_Buffer& iBuffer);
+    void ConvertFromBuffer(IDX_Base_Buffer& iBuffer);
 
 private:
     bool _TakeFields(const unsigned char* iData, std::size_t iSize);

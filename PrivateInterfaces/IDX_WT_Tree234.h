@@ -99,10 +99,10 @@ public:
     long int CheckVersion(const char* iPath);
 
     /// Calls back for all items that can be reached, in rising order of their identifiers. IDX_True for an empty
-    /// tree, and for a manifest that can't be read.
+    /// tree, for a manifest that can't be read, and where a damaged file lacks a child: the walk goes on behind it.
     /// Tags: "IDX_WT_Tree234.EnumItems.UndefinedCallback"; "IDX_WT_Tree234._EnumItems.Callback" (it gave
-    /// IDX_False), ".IDX_WT_File.ReadAt", ".InvalidNode" (a damaged file: deeper than 32 levels, more nodes than
-    /// fit into it, or a child that is missing); then "IDX_WT_Tree234._EnumItems._EnumItems" for each level above,
+    /// IDX_False), ".IDX_WT_File.ReadAt", ".InvalidNode" (a damaged file: deeper than 32 levels, or more nodes
+    /// than fit into it); then "IDX_WT_Tree234._EnumItems._EnumItems" for each level above,
     /// and "IDX_WT_Tree234.EnumItems._EnumItems".
     IDX_Bool EnumItems(ItemCallback iCallback, void* ioData);
 

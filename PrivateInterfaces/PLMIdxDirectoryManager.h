@@ -5,8 +5,8 @@
 #include "PLMIdxDirectory.h"
 #include "VEXUnicodeString.h"
 
-/// The kinds of index under one base. The values 0 and 4 are kinds without a directory.
-enum Index_Type { Index_Security = 1, Index_UrlMap = 2, Index_Dwh = 3 };
+/// The kinds of index under one base, from 0 to 4. The values 0 and 4 are kinds without a directory.
+enum Index_Type : unsigned int { Index_Security = 1, Index_UrlMap = 2, Index_Dwh = 3 };
 
 /// The process-wide view of one index base: an index directory for each kind of index, and the directory of
 /// the run's reports. Operations on a kind are those of its PLMIdxDirectory.

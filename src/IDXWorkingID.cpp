@@ -128,7 +128,7 @@ IDX_Bool IDXWorkingID::operator!=(const IDXWorkingID& iOther) const {
     return order != 0 ? IDX_True : IDX_False;
 }
 
-void IDXWorkingID::ConvertToBuffer(IDX_Base_Buffer& oBuffer) const {
+void IDXWorkingID::ConvertToBuffer(IDX_Base_Buffer& oBuffer) {
     const std::uint64_t size = std::uint64_t{_OID.GetSize()} + _LID.GetSize() +
                                _TypeID.GetLength() + _RepositoryName.GetLength() +
                                2 * sizeof(Length);
@@ -144,7 +144,7 @@ void IDXWorkingID::ConvertToBuffer(IDX_Base_Buffer& oBuffer) const {
     Require(offset == size, "AssertionFailed:offset == size");
 }
 
-void IDXWorkingID::ConvertFromBuffer(const IDX_Base_Buffer& iBuffer) {
+void IDXWorkingID::ConvertFromBuffer(IDX_Base_Buffer& iBuffer) {
     if (!_TakeFields(iBuffer.GetData(), iBuffer.GetSize())) *this = IDXWorkingID();
     Clear(_OIDAndLID);
 }

@@ -210,7 +210,6 @@ IDX_Bool IDX_WT_Tree234::_EnumItems(
         return TraceNo("IDX_WT_Tree234._EnumItems.IDX_WT_File.ReadAt");
     }
     for (unsigned int i = 0; i <= Tree234Node::kMaxItems; ++i) {
-        if (node.LacksChild(i)) return TraceNo("IDX_WT_Tree234._EnumItems.InvalidNode");
         if (node.children[i] != 0 && !_EnumItems(node.children[i], iCallback, ioData, ioWalk)) {
             return TraceNo("IDX_WT_Tree234._EnumItems._EnumItems");
         }

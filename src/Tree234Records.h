@@ -27,11 +27,6 @@ struct Tree234Node {
     bool IsLeaf() const { return children[0] == 0; }
     bool IsFull() const { return items[2] != 0; }
 
-    /// An inner node has a child right of each item.
-    bool LacksChild(unsigned int iIndex) const {
-        return !IsLeaf() && iIndex > 0 && items[iIndex - 1] != 0 && children[iIndex] == 0;
-    }
-
     /// Moves the items from `iPlace` on to the right, for one that goes there. Until then it keeps what it had.
     void OpenGapInItems(unsigned int iPlace) {
         for (unsigned int i = kMaxItems - 1; i > iPlace; --i) items[i] = items[i - 1];

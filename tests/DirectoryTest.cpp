@@ -400,6 +400,12 @@ TEST_F(Directories, TheManagerKnowsTheKindsUnderOneBase) {
         ExpectPath(manager.GetCurrentPath(type, _path), std::string(folder) + "/2");
         ExpectPath(manager.GetWritablePath(type, _path, true, true), std::string(folder) + "/1");
     }
+    for (const Index_Type other :
+         {Index_Type{0}, Index_Type{4}}) {  // no operation gives them a path
+        EXPECT_EQ(manager.GetCurrentPath(other, _path), kFailure);
+        EXPECT_STREQ(_path.ConvertToChar(), "");
+    }
+    _trace.Take();
     EXPECT_EQ(manager.SwapIndex(Index_Dwh), IDX_S_OK);
     ExpectPath(manager.GetCurrentPath(Index_Dwh, _path), "/Dwh/1");
 

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <type_traits>
 
 namespace {
 
@@ -20,7 +21,21 @@ IDX_Base_Buffer BufferOf(const std::string& bytes) {
     return buffer;
 }
 
-std::string SerialFormOf(const IDXWorkingID& id) {
+static_assert(
+    std::is_same_v<
+        decltype(&IDXWorkingID::ConvertToBuffer),
+        decltype(&IDXWorkingID::ConvertFromBuffer)> &&
+        std::is_same_v<
+            decltype(&IDXWorkingID::ConvertToBuffer),
+            void (IDXWorkingID::*)(IDX_Base_Buffer&)>,
+    "called under these names by others");
+
+void Convert(IDXWorkingID& id, const std::string& bytes) {
+    IDX_Base_Buffer buffer = BufferOf(bytes);
+    id.ConvertFromBuffer(buffer);
+}
+
+std::string SerialFormOf(IDXWorkingID id) {
     IDX_Base_Buffer buffer = BufferOf("what was there before is replaced");
     id.ConvertToBuffer(buffer);
     return {reinterpret_cast<const char*>(buffer.GetData()), buffer.GetSize()};
@@ -105,7 +120,7 @@ TEST(WorkingID, ComesBackFromItsSerialForm) {
             IDXWorkingID id = SampleID("before", "before");
             id.GetObjectAndLogicalID();
             const IDXWorkingID wanted = SampleID(type, repository);
-            id.ConvertFromBuffer(BufferOf(SerialFormOf(wanted)));
+            Convert(id, SerialFormOf(wanted));
             EXPECT_EQ(FieldsOf(id), FieldsOf(wanted));
             EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), kObject + kLogical);
         }
@@ -116,7 +131,7 @@ TEST(WorkingID, ComesBackFromItsSerialForm) {
 void ExpectRefused(const std::string& bytes) {
     IDXWorkingID id = SampleID();
     id.GetObjectAndLogicalID();
-    id.ConvertFromBuffer(BufferOf(bytes));
+    Convert(id, bytes);
     EXPECT_EQ(FieldsOf(id), "|||");
 }
 

@@ -417,7 +417,6 @@ TEST_P(TreeOnStore, NoCycleRunsForEver) {
     const std::string kContents[] = {
         Manifest(8) + Node({8, 8, 8, 8}, {36, 36, 36}) + Item(5),
         Manifest(8) + Node({8, 8}, {36}) + Item(5),
-        Manifest(8) + Node({36, 0}, {64}) + Node({}, {64}) + Item(5),  // a missing right child
     };
     for (const std::string& content : kContents) {
         OpenWith(content);
@@ -430,6 +429,18 @@ TEST_P(TreeOnStore, NoCycleRunsForEver) {
         EXPECT_LT(items.size(), 10u);
         Expect(_tree->Add(Record(1), Key(9), item), {"IDX_WT_Tree234._Query.InvalidNode"});
     }
+}
+
+TEST_P(TreeOnStore, AMissingChildEndsASearchAndIsSkippedByAWalk) {
+    OpenWith(
+        Manifest(8) + Node({36, 0, 64}, {92, 128}) + Node({}, {92}) + Node({}, {128}) + Item(5) +
+        Item(7));
+    unsigned int item = 1;
+    Expect(_tree->Find(Key(6), item), {"IDX_WT_Tree234._Query.InvalidNode"});
+    Offsets items;
+    EXPECT_EQ(_tree->Walk(items), IDX_True);
+    EXPECT_EQ(_trace.Take(), Lines{});
+    EXPECT_EQ(items, (Offsets{92, 92, 128, 128}));
 }
 
 TEST_P(TreeOnStore, ThirtyTwoLevelsAreWalkedAndNotOneMore) {
