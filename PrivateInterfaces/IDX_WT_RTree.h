@@ -142,7 +142,7 @@ private:
     template <class WriteHeader, class WriteNodes>
     IDX_Bool SaveImage(const WriteHeader& iWriteHeader, const WriteNodes& iWriteNodes) const;
 
-    float* m_splitMemory;           ///< of a split: the boxes once more, transposed
+    float* m_splitMemory;           ///< of a split: the numbers of the undecided boxes
     unsigned int m_workingLength;   ///< places of each working array
     RTreeInnerNodes* m_innerNodes;  ///< a second copy for the way down; null when there is none
     Soundness m_soundness;

@@ -58,4 +58,12 @@ static_assert(
     std::is_trivially_copyable<IDX_Base_BoundingBox>::value,
     "R-tree image: IDX_Base_BoundingBox is copied as bytes");
 
+/// Says of a class of boxes that one lies in memory as six floats: low x, y, z, high x, y, z. It may stand beside
+/// IDX_Base_BoundingBox or not: the R-tree is only faster with it.
+template <class Box>
+struct IDX_IsSixFloats;
+
+template <>
+struct IDX_IsSixFloats<IDX_Base_BoundingBox> : std::true_type {};
+
 #endif

@@ -5,7 +5,6 @@
 #include "IDX_Base_BoundingBox.h"
 
 #include <cstddef>
-#include <type_traits>
 
 /// What writers and readers of an R-tree image share: one block of nodes of one size, which refer to
 /// each other by byte offset from the start of the block. docs/file-formats.md, "R-tree image".
@@ -38,8 +37,5 @@ protected:
 static_assert(sizeof(IDX_Base_RTree::ChildRec) == 28, "R-tree image: IDX_Base_RTree::ChildRec");
 static_assert(
     offsetof(IDX_Base_RTree::ChildRec, value) == 24, "R-tree image: IDX_Base_RTree::ChildRec");
-static_assert(
-    std::is_trivially_copyable<IDX_Base_RTree::ChildRec>::value,
-    "R-tree image: IDX_Base_RTree::ChildRec is copied as bytes");
 
 #endif

@@ -1,11 +1,11 @@
 #ifndef FourBoxes_h
 #define FourBoxes_h
 
+#include "BoxLayout.h"
 #include "FourFloats.h"
 
-#include "IDX_Base_BoundingBox.h"
-
-// Boxes of an R-tree, four at a time: a lane for each. Every lane rounds as IDX_Base_BoundingBox does.
+// Boxes of an R-tree that are six floats, four at a time: a lane for each. Every lane rounds as IDX_Base_BoundingBox
+// does.
 
 /// Four boxes side by side, or one in all lanes.
 struct FourBoxes {
@@ -13,11 +13,10 @@ struct FourBoxes {
     FourFloats high[3];
 
     static FourBoxes AllOf(const IDX_Base_BoundingBox& iBox) {
-        const IDX_Point low = iBox.GetLow();
-        const IDX_Point high = iBox.GetHigh();
+        const SixFloats box = FloatsOf(iBox);
         return {
-            {_mm_set1_ps(low.x),  _mm_set1_ps(low.y),  _mm_set1_ps(low.z) },
-            {_mm_set1_ps(high.x), _mm_set1_ps(high.y), _mm_set1_ps(high.z)}
+            {_mm_set1_ps(box[0]), _mm_set1_ps(box[1]), _mm_set1_ps(box[2])},
+            {_mm_set1_ps(box[3]), _mm_set1_ps(box[4]), _mm_set1_ps(box[5])}
         };
     }
 };

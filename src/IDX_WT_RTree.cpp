@@ -9,13 +9,9 @@
 #include "IDX_WT_SplittedFile.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <new>
 
 namespace {
 
@@ -50,8 +46,7 @@ bool Lengthen(T*& ioArray, std::size_t iLength) {
 
 /// Bit for bit: zeros of different sign are different.
 bool IsSameBox(const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
-    using Words = std::array<std::uint32_t, sizeof(IDX_Base_BoundingBox) / sizeof(std::uint32_t)>;
-    return std::bit_cast<Words>(iFirst) == std::bit_cast<Words>(iSecond);
+    return std::memcmp(&iFirst, &iSecond, sizeof iFirst) == 0;
 }
 
 }  // namespace
@@ -93,7 +88,7 @@ IDX_Bool IDX_WT_RTree::Init(unsigned short iMinFill, unsigned short iMaxChildren
     }
     m_soundness = Sound;
     DropInnerNodes();
-    m_innerNodes = new (std::nothrow) RTreeInnerNodes(iMaxChildren);
+    m_innerNodes = RTreeInnerNodes::Make(iMaxChildren);
     return IDX_True;
 }
 
@@ -275,8 +270,11 @@ void IDX_WT_RTree::Distribute(
         const unsigned int slot = counts[g]++;
         nodes[g].SetEntry(slot, m_records[i]);
         if (level != 0) NodeAt(m_records[i].value).SetPlace(offsets[g], slot);
-        if (slot == 0) covers[g].box = m_records[i].box;
-        covers[g].box.Union(m_records[i].box);
+        if (slot == 0) {
+            covers[g].box = m_records[i].box;
+        } else {
+            covers[g].box.Union(m_records[i].box);
+        }
     }
     nodes[1].SetLevel(level);
     for (unsigned int g = 0; g < 2; ++g) {
@@ -407,7 +405,7 @@ void IDX_WT_RTree::CopyInnerNodes() {
     const unsigned int rootLevel = NodeAt(m_root).Level();
     auto* numbers = static_cast<unsigned int*>(
         std::malloc(std::size_t{m_size / m_nodeSize} * sizeof(unsigned int)));
-    m_innerNodes = new (std::nothrow) RTreeInnerNodes(m_maxChildren);
+    m_innerNodes = RTreeInnerNodes::Make(m_maxChildren);
     const bool isCopied = numbers != nullptr && m_innerNodes != nullptr && CopyInnerNodes(numbers);
     if (isCopied && rootLevel != 0) m_innerNodes->SetRoot(numbers[m_root / m_nodeSize], rootLevel);
     if (!isCopied) DropInnerNodes();

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 namespace {
@@ -63,13 +62,14 @@ QuadraticSplitter::QuadraticSplitter(
     : _columns(ioMemory),
       _stride(StrideFor(iCount)),
       _boxes(iBoxes),
+      _undecidedBoxes(iBoxes, {ColumnAt(OfBoxes), _stride, ColumnAt(Index)}),
       _volumes(oVolumes),
       _groupOf(oGroups),
       _count(iCount),
       _undecided(iCount) {}
 
 void QuadraticSplitter::Run(unsigned int iMinFill) {
-    Transpose();
+    FillColumns();
     const Pair seeds = FindSeeds();
     Seed(0, seeds.first);
     Seed(1, seeds.second);
@@ -85,11 +85,9 @@ void QuadraticSplitter::Run(unsigned int iMinFill) {
     }
 }
 
-void QuadraticSplitter::Transpose() {
+void QuadraticSplitter::FillColumns() {
+    _undecidedBoxes.Fill(_count);
     for (unsigned int i = 0; i < _count; ++i) {
-        float coordinates[6];
-        std::memcpy(coordinates, &_boxes[i], sizeof coordinates);
-        for (unsigned int c = 0; c < 6; ++c) ColumnAt(Low + c)[i] = coordinates[c];
         _volumes[i] = _boxes[i].Volume();
         ColumnAt(Volume)[i] = _volumes[i];
         ColumnAt(Index)[i] = static_cast<float>(i);
@@ -100,25 +98,16 @@ void QuadraticSplitter::Transpose() {
     }
 }
 
-FourBoxes QuadraticSplitter::BoxesAt(std::size_t iPlace) const {
-    FourBoxes boxes;
-    for (unsigned int axis = 0; axis < 3; ++axis) {
-        boxes.low[axis] = _mm_loadu_ps(ColumnAt(Low + axis) + iPlace);
-        boxes.high[axis] = _mm_loadu_ps(ColumnAt(High + axis) + iPlace);
-    }
-    return boxes;
-}
-
 /// The first of the pairs that waste most. Whoever comes behind the last box has no number for a volume,
 /// and is never above anything.
 QuadraticSplitter::Pair QuadraticSplitter::FindSeeds() const {
     Pair seeds = {0, 1};
     float worst = VolumeOfUnion(_boxes[0], _boxes[1]) - _volumes[0] - _volumes[1];
     for (unsigned int i = 0; i + 1 < _count; ++i) {
-        const FourBoxes first = FourBoxes::AllOf(_boxes[i]);
+        const auto& first = SplitBoxes::Spread(_boxes[i]);
         const FourFloats firstVolume = _mm_set1_ps(_volumes[i]);
         for (unsigned int j = i + 1; j < _count; j += kLanes) {
-            const FourFloats both = VolumesOfUnion(first, BoxesAt(j));
+            const FourFloats both = _undecidedBoxes.VolumesOfUnion(first, j);
             const FourFloats withoutFirst = both - firstVolume;
             const FourFloats waste = withoutFirst - _mm_loadu_ps(ColumnAt(Volume) + j);
             if (LanesOf(_mm_cmpgt_ps(waste, _mm_set1_ps(worst))) == 0) continue;
@@ -149,11 +138,11 @@ void QuadraticSplitter::Remove(unsigned int iPlace) {
 
 /// By how much a group's cover would grow by each of the boxes.
 void QuadraticSplitter::UpdateGrowth(unsigned int iGroup) {
-    const FourBoxes cover = FourBoxes::AllOf(_groups[iGroup].cover);
+    const auto& cover = SplitBoxes::Spread(_groups[iGroup].cover);
     const FourFloats volume = _mm_set1_ps(_groups[iGroup].volume);
     float* growth = ColumnAt(Growth + iGroup);
     for (std::size_t place = 0; place < _undecided; place += kLanes) {
-        _mm_store_ps(growth + place, VolumesOfUnion(cover, BoxesAt(place)) - volume);
+        _mm_store_ps(growth + place, _undecidedBoxes.VolumesOfUnion(cover, place) - volume);
     }
 }
 

@@ -1,13 +1,13 @@
 #ifndef QuadraticSplitter_h
 #define QuadraticSplitter_h
 
-#include "FourBoxes.h"
+#include "SplitBoxes.h"
 
 #include <cstddef>
 
 /// Parts boxes in two groups by the quadratic method: A. Guttman, "R-trees: a dynamic index structure for
 /// spatial searching", SIGMOD 1984, with volume in the place of area. All numbers are 32-bit floats, and
-/// every tie goes to the lower index. Works on a transposed copy of the boxes, four at a time.
+/// every tie goes to the lower index. Works on four boxes at a time.
 class QuadraticSplitter {
 public:
     /// Floats of working memory for a number of boxes.
@@ -28,8 +28,14 @@ public:
     void Run(unsigned int iMinFill);
 
 private:
-    /// The undecided boxes, in any order: an array for each of their numbers.
-    enum Column : unsigned int { Low, High = 3, Volume = 6, Growth, Index = 9, ColumnCount };
+    /// The undecided boxes, in any order: an array for each of their numbers. A growth for each group.
+    enum Column : unsigned int {
+        Volume,
+        Growth,
+        Index = 3,
+        OfBoxes,
+        ColumnCount = OfBoxes + SplitBoxes::kColumns
+    };
 
     struct Group {
         IDX_Base_BoundingBox cover;
@@ -42,8 +48,7 @@ private:
     };
 
     float* ColumnAt(unsigned int iColumn) const { return _columns + iColumn * _stride; }
-    FourBoxes BoxesAt(std::size_t iPlace) const;
-    void Transpose();
+    void FillColumns();
     Pair FindSeeds() const;
     void Seed(unsigned int iGroup, unsigned int iBox);
     void Remove(unsigned int iPlace);
@@ -57,6 +62,7 @@ private:
     float* _columns;
     std::size_t _stride;  ///< floats of a column
     const IDX_Base_BoundingBox* _boxes;
+    SplitBoxes _undecidedBoxes;
     float* _volumes;
     unsigned char* _groupOf;
     unsigned int _count;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 
 namespace {
 
@@ -54,6 +55,10 @@ bool AreZerosOfTwoSigns(FourFloats iFirst, FourFloats iSecond) {
 }
 
 }  // namespace
+
+RTreeInnerNodes* RTreeInnerNodes::Make(unsigned int iMaxChildren) {
+    return kBoxesAreSixFloats ? new (std::nothrow) RTreeInnerNodes(iMaxChildren) : nullptr;
+}
 
 RTreeInnerNodes::RTreeInnerNodes(unsigned int iMaxChildren)
     : _fours((iMaxChildren + std::size_t{3}) / 4),
@@ -183,7 +188,8 @@ RTreeInnerNodes::Growth RTreeInnerNodes::Enlarge(unsigned int iLevel, IDX_Base_B
     const FourFloats before[2] = {
         _mm_setr_ps(entry[0], entry[4], entry[8], 0.0f),
         _mm_setr_ps(entry[12], entry[16], entry[20], 0.0f)};
-    const FourFloats added[2] = {AxesFrom(ioBox.GetLow()), AxesFrom(ioBox.GetHigh())};
+    const SixFloats box = FloatsOf(ioBox);
+    const FourFloats added[2] = {AxesFrom(box.data()), AxesFrom(box.data() + 3)};
     if (AreZerosOfTwoSigns(before[0], added[0]) || AreZerosOfTwoSigns(before[1], added[1])) {
         return Unsettled;
     }
@@ -193,10 +199,7 @@ RTreeInnerNodes::Growth RTreeInnerNodes::Enlarge(unsigned int iLevel, IDX_Base_B
     alignas(16) float corners[8];
     _mm_store_ps(corners, low);
     _mm_store_ps(corners + 4, high);
-    ioBox = {
-        {corners[0], corners[1], corners[2]},
-        {corners[4], corners[5], corners[6]}
-    };
+    ioBox = BoxFrom({corners[0], corners[1], corners[2], corners[4], corners[5], corners[6]});
     SetBoxOf(step.record, step.slot, ioBox);
     return Grown;
 }
@@ -208,8 +211,7 @@ void RTreeInnerNodes::SetBox(
 
 void RTreeInnerNodes::SetBoxOf(
     unsigned int iRecord, unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
-    float coordinates[6];
-    std::memcpy(coordinates, &iBox, sizeof coordinates);
+    const SixFloats coordinates = FloatsOf(iBox);
     float* entry = Coordinates(iRecord, iSlot);
     for (std::size_t c = 0; c < 6; ++c) entry[4 * c] = coordinates[c];
     entry[kVolumeAt] = iBox.Volume();

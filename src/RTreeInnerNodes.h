@@ -13,6 +13,8 @@
 ///
 /// Keeps the path of the last way down, by level. Everything that changes a node on that path is told
 /// here, too, by the level of the node: 1 above the leaves, and so on up to the root.
+///
+/// Only for boxes that are six floats: it knows how they are united, and where a union stays as it was.
 class RTreeInnerNodes {
 public:
     /// A node on the path, by its offset in the storage, and the slot that was taken in it.
@@ -21,7 +23,8 @@ public:
         unsigned int slot;
     };
 
-    explicit RTreeInnerNodes(unsigned int iMaxChildren);
+    /// Null when there is no memory, and when nothing is known of how boxes lie.
+    static RTreeInnerNodes* Make(unsigned int iMaxChildren);
     ~RTreeInnerNodes();
     RTreeInnerNodes(const RTreeInnerNodes&) = delete;
     RTreeInnerNodes& operator=(const RTreeInnerNodes&) = delete;
@@ -77,6 +80,8 @@ public:
     [[nodiscard]] bool ReserveRecords(std::size_t iMore);
 
 private:
+    explicit RTreeInnerNodes(unsigned int iMaxChildren);
+
     /// Entries 4k to 4k + 3 of a node. A place without an entry holds NaN: it is never chosen.
     struct alignas(64) FourEntries {
         FourBoxes boxes;

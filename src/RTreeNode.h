@@ -6,6 +6,7 @@
 #include "IDX_Base_RTree.h"
 
 #include <cstddef>
+#include <cstring>
 
 // The bytes of an R-tree image. docs/file-formats.md, "R-tree image".
 
@@ -60,19 +61,27 @@ public:
         SetShort(offsetof(RTreeNodeHeader, slot), iSlot);
     }
 
-    ChildRec Entry(unsigned int iSlot) const { return LoadAt<ChildRec>(EntryAt(iSlot), 0); }
+    // The image holds a box as it lies in memory: it is copied as bytes, whatever its class does beside that.
+
+    ChildRec Entry(unsigned int iSlot) const {
+        ChildRec entry;
+        std::memcpy(static_cast<void*>(&entry), EntryAt(iSlot), sizeof entry);
+        return entry;
+    }
     IDX_Base_BoundingBox Box(unsigned int iSlot) const {
-        return LoadAt<IDX_Base_BoundingBox>(EntryAt(iSlot), offsetof(ChildRec, box));
+        IDX_Base_BoundingBox box;
+        std::memcpy(static_cast<void*>(&box), EntryAt(iSlot) + offsetof(ChildRec, box), sizeof box);
+        return box;
     }
     unsigned int Value(unsigned int iSlot) const {
         return LoadAt<unsigned int>(EntryAt(iSlot), offsetof(ChildRec, value));
     }
 
     void SetEntry(unsigned int iSlot, const ChildRec& iEntry) {
-        StoreAt(EntryAt(iSlot), 0, iEntry);
+        std::memcpy(EntryAt(iSlot), &iEntry, sizeof iEntry);
     }
     void SetBox(unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
-        StoreAt(EntryAt(iSlot), offsetof(ChildRec, box), iBox);
+        std::memcpy(EntryAt(iSlot) + offsetof(ChildRec, box), &iBox, sizeof iBox);
     }
     void SetValue(unsigned int iSlot, unsigned int iValue) {
         StoreAt(EntryAt(iSlot), offsetof(ChildRec, value), iValue);

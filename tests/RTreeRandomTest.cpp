@@ -70,7 +70,7 @@ private:
             if (OneIn(4)) coordinate = odd[Below(9)];
             if (coordinate == 0.0f && OneIn(2)) coordinate = -coordinate;
         }
-        std::memcpy(&box, coordinates, sizeof coordinates);
+        std::memcpy(static_cast<void*>(&box), coordinates, sizeof coordinates);
         return box;
     }
 

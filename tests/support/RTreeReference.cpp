@@ -1,7 +1,6 @@
 #include "RTreeReference.h"
 
 #include <cmath>
-#include <cstring>
 
 RTreeReference::RTreeReference(unsigned int iMinFill, unsigned int iMaxChildren)
     : _minFill(iMinFill), _maxChildren(iMaxChildren) {
@@ -36,8 +35,12 @@ unsigned int RTreeReference::NewNode(unsigned int iLevel) {
 }
 
 void RTreeReference::Insert(const IDX_Base_BoundingBox& iBox, unsigned int iValue) {
-    Entry entry = {{}, iValue};
-    std::memcpy(&entry.box, &iBox, sizeof entry.box);
+    const IDX_Point low = iBox.GetLow();
+    const IDX_Point high = iBox.GetHigh();
+    const Entry entry = {
+        {{low.x, low.y, low.z}, {high.x, high.y, high.z}},
+        iValue
+    };
     Put(ChooseLeaf(entry.box), entry);
 }
 
@@ -177,7 +180,9 @@ Bytes RTreeReference::Nodes() const {
         put(node.parent * NodeSize());
         put(header);
         for (const Entry& entry : node.entries) {
-            put(entry.box);
+            const float* low = entry.box.low;
+            const float* high = entry.box.high;
+            put(IDX_Base_BoundingBox({low[0], low[1], low[2]}, {high[0], high[1], high[2]}));
             put(node.level == 0 ? entry.value : entry.value * NodeSize());
         }
     }
