@@ -157,9 +157,7 @@ void PagedFile::StartWriting(int iDescriptor) {
 
 void PagedFile::ForgetInherited() {
     for (PagedFile* file = _files; file != nullptr; file = file->_next) {
-        std::free(file->_pages);
-        file->_pages = nullptr;
-        file->_nPages = 0;
+        file->_nPages = 0;  // the table itself stays: another thread may have been enlarging it
         file->_nWaiting = 0;
     }
     _pool.ForgetAll();
