@@ -136,7 +136,7 @@ TEST_P(FullDisks, WhatWasTakenIsInTheFile) {
     Expect(_file.OpenWrite(_path.c_str()));
     int nTaken = 0;
     int nRefused = 0;
-    while (nRefused < 300 && nTaken < 100000) ++(Append() ? nTaken : nRefused);
+    while (nRefused < 100 && nTaken < 100000) ++(Append() ? nTaken : nRefused);
     EXPECT_GT(nTaken, 2000);
     EXPECT_LT(nTaken, 100000);
     for (int round = 0; round < 2; ++round) {

@@ -405,7 +405,7 @@ private:
         }
         if (file.isLost || page + FlatFile::kPage > file.Size()) return;
         constexpr int kMode = FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE;
-        (void)syscall(SYS_fallocate, file.descriptor, kMode, page, FlatFile::kPage);
+        if (syscall(SYS_fallocate, file.descriptor, kMode, page, FlatFile::kPage) != 0) return;
         file.flat.Set(page, std::string(FlatFile::kPage, '\0'));
     }
 

@@ -1,6 +1,7 @@
 #ifndef Peer_h
 #define Peer_h
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -20,7 +21,7 @@ public:
         close(_ends[_child == 0 ? 0 : 1]);
         if (_child != 0) return;
         char step = 0;
-        while (read(_ends[1], &step, 1) == 1) {
+        while (TEMP_FAILURE_RETRY(read(_ends[1], &step, 1)) == 1) {
             const char good = work(step);
             if (write(_ends[1], &good, 1) != 1) break;
         }
@@ -34,14 +35,16 @@ public:
     /// Has the child do a step, and waits until it is done.
     bool Do(char step) {
         char good = 0;
-        return write(_ends[0], &step, 1) == 1 && read(_ends[0], &good, 1) == 1 && good != 0;
+        // A signal, such as the fuzzing engine's clock, may come in between.
+        return TEMP_FAILURE_RETRY(write(_ends[0], &step, 1)) == 1 &&
+               TEMP_FAILURE_RETRY(read(_ends[0], &good, 1)) == 1 && good != 0;
     }
 
     /// Has the child end and waits for it; gives its exit status.
     int End() {
         if (_child > 0) {
             close(_ends[0]);
-            waitpid(_child, &_status, 0);
+            (void)TEMP_FAILURE_RETRY(waitpid(_child, &_status, 0));
             _child = 0;
         }
         return _status;
