@@ -37,7 +37,7 @@ protected:
                 break;
         }
         bool all = true;
-        for (unsigned int at = fill % 2 * 16u; at < 8192; at += 32) {
+        for (unsigned int at = fill % 2 == 0 ? 0 : 16; at < 8192; at += 32) {
             all = file.WriteAt(at, record.data(), 16) == IDX_True && all;
         }
         return all;
