@@ -16,8 +16,12 @@ class OctreeTriangleDrawer;
 /// A stream: SetParameters, Init, optionally SetCuboid, DrawTriangle for each triangle, optionally
 /// ReduceDepth, End, then GetOctreeStream or GetOctree.
 ///
-/// A builder may be used again, also after a failure; its parameters stay. It belongs to one thread,
-/// and owns two blocks of IDX_Base_Constants::MAX_OCTREE_SIZE bytes, of which only what is used counts.
+/// A builder may be used again, also after a failure; its parameters stay. One that has made a small and far
+/// object needs a successor, though: its compact octree has room for that box alone, and a further build ends with
+/// "PLMIdxWTOptimOctree_0._Alloc.MaxSize".
+///
+/// It belongs to one thread, and owns two blocks of IDX_Base_Constants::MAX_OCTREE_SIZE bytes, of which only what is
+/// used counts.
 class GRIDLOOM_API PLMIdxOctreeBuilder {
 public:
     /// Depth at most 6, no wanted cell side.
@@ -46,9 +50,10 @@ public:
     /// mesh before DrawGeometry.
     virtual void SetCuboid(IDX_Base_4x4Matrix const& iMatrix, IDX_Point iPoint1, IDX_Point iPoint2);
 
-    /// Ends a stream: fills and packs. A further End needs a ReduceDepth before it.
-    /// @return IDX_S_OK, or IDX_E_FAIL when the packing failed. A fill that failed leaves the surface
-    ///         alone and is no failure.
+    /// Ends a stream: fills and packs. A further End needs a ReduceDepth before it: without one nothing is filled.
+    /// @return IDX_S_OK, or IDX_E_FAIL when the packing failed. A fill that failed, with the trace
+    ///         "PLMIdxOctreeBuilder.DrawGeometry.PLMIdxOctreeFiller.Fill", is none: the octree is packed as it
+    ///         stands.
     virtual long int End();
 
     /// Builds the octree of a whole mesh. The box is the cube around the triangles with a margin. A mesh
@@ -65,8 +70,10 @@ public:
         unsigned int iNTriangles);
 
     /// Draws one triangle of a stream: marks every cell of the last level that it touches.
+    /// Whether it touches a cell, IDX_Base_GeometryServices::TriangleToBox decides.
     /// @return IDX_S_OK when it is drawn, IDX_S_NOTHING_DONE when it touches no cell, IDX_E_FAIL when the
-    ///         arena is full or there is no octree to draw into
+    ///         arena is full, the test couldn't decide or there is no octree to draw into,
+    ///         IDX_E_OUT_OF_MEMORY without the memory to draw, about 2 KiB for each builder
     virtual long int DrawTriangle(IDX_Point const& iP1, IDX_Point const& iP2, IDX_Point const& iP3);
 
     /// The stored image of the last build.
@@ -89,7 +96,8 @@ public:
     int* GetNCellsByDepth();
 
 protected:
-    /// Draws a mesh into an octree that has its depth and box, through the virtual DrawTriangle.
+    /// Draws a mesh into an octree that has its depth and box, through the virtual DrawTriangle. Points
+    /// that no triangle uses aren't looked at. A triangle may reach out of the box.
     /// @return IDX_S_OK, IDX_S_NOTHING_DONE when no triangle touched a cell, a negative value on failure
     long int DrawTriangles(
         IDX_Point const* iPoints,
@@ -126,13 +134,12 @@ protected:
 private:
     void InitOctreeParams(IDX_Point iLow, IDX_Point iHigh);
     void GetDepthAndVoxelSize(float const& iExtent, int& oDepth, float& oVoxelSize) const;
-    long int DrawEachTriangle(
-        IDX_Point const* iPoints, IDX_Triangle const* iTriangles, unsigned int iNTriangles);
+    long int ReadyDrawer();
     void ConstructEmpty();
     long int FillAndPack();
 
     OctreeTriangleDrawer*
-        _drawer;  ///< keeps what the triangles of one mesh share, while it is drawn
+        _drawer;  ///< keeps what successive triangles share; null before the first
 };
 
 #endif

@@ -112,6 +112,9 @@ protected:
 private:
     /// Refused with IDX_E_NOT_IMPLEMENTED, without a trace.
     long int Load(void* iBuffer) override;
+
+    unsigned int _changes;  ///< grows with all that may take a cell away or make one full
+    bool _tagged;           ///< some tag may be one that a new fill doesn't know
 };
 
 #endif

@@ -4,7 +4,8 @@
 #include "GridloomContractsExport.h"
 #include "IDX_Bool.h"
 
-/// Geometric decisions of Keelstone.
+/// Geometric decisions of Keelstone. A program may define one itself, and the library then asks the program's
+/// for each single decision.
 class GRIDLOOM_CONTRACTS_API IDX_Base_GeometryServices {
 public:
     /// Decides whether a triangle and an axis-aligned box have a point in common. Both are closed

@@ -8,9 +8,10 @@
 
 #include <cstdint>
 
-/// Position of a vertex as 32-bit fractions of the box, the top bit telling the half. A fourth word is 0.
-struct alignas(16) VertexCode {
-    unsigned int axes[4];
+/// Position of a vertex as 32-bit fractions of the box, the top bit telling the half. They wrap
+/// for a vertex outside the box.
+struct VertexCode {
+    unsigned int axes[3];
 };
 
 /// The cells of the last level that a small triangle touches.
@@ -35,22 +36,20 @@ public:
 
     /// Works in floats, in this order: less the origin, divided by the extent, times 2^32; then cut to a
     /// 64-bit integer, of which the low 32 bits stay. A float that has no such integer gives 0.
-    VertexCode CodeOf(const IDX_Point& iPoint) const;
+    VertexCode CodeOf(FourFloats iPoint) const;
 
-    /// @param iVertices  corners of the triangle, which lies in the box
-    /// @param iCodes     their codes
-    LatticeCells CellsOf(
-        const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3]) const;
+    /// @param iVertices  corners of a triangle; one that reaches out of the box is left undecided
+    LatticeCells CellsOf(const FourFloats (&iVertices)[3]) const;
 
 private:
     FourFloats _origin;
     FourFloats _size;
     FourFloats _cell;        ///< extents of a cell
     FourFloats _slack;       ///< by how much the faces of its box may be off
-    int _shift;              ///< from a code to the place of a cell
-    unsigned int _fraction;  ///< mask of the part of a code that lies within a cell
-    VertexCode _margin;      ///< distance from the faces of a cell, in codes,
-    VertexCode _marginFree;  ///< and what it leaves of a cell, 0 when that is nothing
+    FourFloats _scale;       ///< from a length to a number of cells
+    FourFloats _margin;      ///< distance from the low face of a cell, in cells,
+    FourFloats _marginFree;  ///< and from there to where the margin of the high face begins
+    __m128i _last;           ///< last column, row and layer
 };
 
 #endif

@@ -1,6 +1,7 @@
 #include "OctreeTriangleDrawer.h"
 
 #include "BlockOfCells.h"
+#include "OverlapTest.h"
 #include "TraceFailure.h"
 #include "WorkingOctreeRecords.h"
 
@@ -8,15 +9,18 @@
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
 
 namespace {
 
 constexpr float kFirstFactor = 1.0f;
 constexpr float kSecondFactor = 1.0001f;
 constexpr unsigned int kCodeBits = 32;
+
+/// A block of 4 x 4 x 4 cells lies in at most so many node sets.
+constexpr unsigned int kNodeSetsOfBlock = 8;
+constexpr unsigned int kNodeSize = sizeof(Node);
+constexpr unsigned int kNodeSetSize = sizeof(NodeSet);
 
 /// Both bits of the field of each child in a mask of children.
 constexpr std::array<unsigned short, 256> kSurfaceFields = [] {
@@ -44,15 +48,23 @@ unsigned int SlabsOfOneNodeSet(unsigned int iLow, unsigned int iSlab) {
 }
 
 /// The child in which a code lies, `iLevel` steps down from the root.
-unsigned int ChildAt(const unsigned int (&iCode)[4], unsigned int iLevel) {
+unsigned int ChildAt(const unsigned int (&iCode)[3], unsigned int iLevel) {
     const unsigned int bit = kCodeBits - 1 - iLevel;
     return (iCode[0] >> bit & 1u) | (iCode[1] >> bit & 1u) << 1 | (iCode[2] >> bit & 1u) << 2;
 }
 
 /// The number of leading bits in which two codes agree on all three axes.
-unsigned int CommonLevels(const unsigned int (&iA)[4], const unsigned int (&iB)[4]) {
+unsigned int CommonLevels(const unsigned int (&iA)[3], const unsigned int (&iB)[3]) {
     const unsigned int differences = (iA[0] ^ iB[0]) | (iA[1] ^ iB[1]) | (iA[2] ^ iB[2]);
     return static_cast<unsigned int>(std::countl_zero(differences));
+}
+
+/// True for an octree of which nothing is made but the root.
+bool IsEmpty(const PLMIdxWTWorkingOctree& iOctree) {
+    unsigned char* arena = WorkingOctreeAccess::Arena(iOctree);
+    if (iOctree._depth != 2) return NodeAt(arena, 0).states == 0;
+    const auto& words = NodeSetAt(arena, 0).words;
+    return std::all_of(words, words + kChildren, [](auto iWord) { return iWord == kEmptyGroup; });
 }
 
 bool HoldsFullCell(const NodeSet& iNodeSet) {
@@ -75,58 +87,33 @@ unsigned int FullOf(unsigned int iStates) {
 
 OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
     : _octree(ioOctree),
+      _changes(WorkingOctreeAccess::Changes(ioOctree)),
       _depth(ioOctree._depth),
+      _origin(ioOctree._bbOrigin),
+      _size(ioOctree._bbSize),
       _arena(WorkingOctreeAccess::Arena(ioOctree)),
       _nCellsByDepth(WorkingOctreeAccess::Counts(ioOctree)),
       _lattice(ioOctree),
-      _points(nullptr),
-      _nPoints(0),
-      _codes(nullptr),
+      _asks(!OverlapTestIsOurs()),
+      _usesLattice(!_asks && IsEmpty(ioOctree)),
+      _roomForBlock(kNodeSetsOfBlock * (_depth * kNodeSize + kNodeSetSize)),
       _lastCode{},
       _known(0) {
-    _extents[0] = AxesFrom(ioOctree._bbSize);
+    _extents[0] = AxesFrom(_size);
     for (unsigned int level = 1; level <= _depth; ++level) {
         _extents[level] = _extents[level - 1] * _mm_set1_ps(0.5f);
     }
     std::fill(std::begin(_visited), std::end(_visited), VisitedNodeSet{~std::uint64_t{0}, 0});
-    _lows[0] = AxesFrom(ioOctree._bbOrigin);
+    _lows[0] = AxesFrom(_origin);
 }
 
-OctreeTriangleDrawer::~OctreeTriangleDrawer() {
-    std::free(_codes);
-}
-
-void OctreeTriangleDrawer::SetMesh(const IDX_Point* iPoints, unsigned int iNPoints) {
-    _points = iPoints;
-    _nPoints = iNPoints;
-    std::free(_codes);
-    _codes = static_cast<VertexCode*>(std::malloc(iNPoints * sizeof(VertexCode)));
-    if (_codes == nullptr) return;
-    for (unsigned int i = 0; i < iNPoints; ++i) _codes[i] = _lattice.CodeOf(iPoints[i]);
-}
-
-bool OctreeTriangleDrawer::Stands() const {
-    return _depth == _octree._depth && _arena == WorkingOctreeAccess::Arena(_octree);
-}
-
-/// True for a point whose code is kept.
-bool OctreeTriangleDrawer::IsOfMesh(const IDX_Point* iPoint) const {
-    const std::less<const IDX_Point*> before;
-    return _codes != nullptr && !before(iPoint, _points) && before(iPoint, _points + _nPoints);
-}
-
-/// Marks the cells of a small triangle.
-long int OctreeTriangleDrawer::DrawCells(
-    const LatticeCells& iCells, const VertexCode (&iCodes)[3], int& ioNDrawn) {
+/// Marks the cells of a small triangle. The arena has room for all that it takes.
+void OctreeTriangleDrawer::DrawCells(const LatticeCells& iCells) {
     const unsigned int(&low)[3] = iCells.low;
-    const bool several = (iCells.touched & (iCells.touched - 1)) != 0;
     if (iCells.inOneNodeSet) {
-        NodeSet* nodeSet = NodeSetOfCell(low);
-        if (nodeSet == nullptr) return TraceFullArena(iCodes);
         const unsigned int shift = (low[0] & 3u) + 4 * (low[1] & 3u) + 16 * (low[2] & 3u);
-        MarkCells(*nodeSet, CellsByLeafGroup(iCells.touched << shift));
-        ioNDrawn += several ? 1 : 0;
-        return IDX_S_OK;
+        MarkCells(NodeSetOfCell(low), CellsByLeafGroup(iCells.touched << shift));
+        return;
     }
     for (std::uint64_t rest = iCells.touched; rest != 0;) {
         const auto bit = static_cast<unsigned int>(std::countr_zero(rest));
@@ -136,84 +123,67 @@ long int OctreeTriangleDrawer::DrawCells(
                        SlabsOfOneNodeSet(low[0], place[0]), SlabsOfOneNodeSet(low[1], place[1]),
                        SlabsOfOneNodeSet(low[2], place[2]));
         rest &= ~cells;
-        if (!DrawInNodeSet(low, place, cells)) return TraceFullArena(iCodes);
+        DrawInNodeSet(low, place, cells);
     }
-    ioNDrawn += several ? 1 : 0;
-    return IDX_S_OK;
-}
-
-/// An arena that is full is told by the stage that would have made the record.
-long int OctreeTriangleDrawer::TraceFullArena(const VertexCode (&iCodes)[3]) const {
-    const unsigned int common = std::min(
-        CommonLevels(iCodes[0].axes, iCodes[1].axes), CommonLevels(iCodes[0].axes, iCodes[2].axes));
-    return TraceStatus(
-        _known < common ? "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.MoveCreate"
-                        : "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2",
-        IDX_E_FAIL);
 }
 
 /// Marks cells of a block that lie in one node set.
 /// @param iLow    low corner of the block
 /// @param iPlace  column, row and layer of one of the cells in the block
 /// @param iCells  bit x + 4 y + 16 z of the block
-/// @return false when the arena is full; the path is then known as far as it was made
-bool OctreeTriangleDrawer::DrawInNodeSet(
+void OctreeTriangleDrawer::DrawInNodeSet(
     const unsigned int (&iLow)[3], const unsigned int (&iPlace)[3], std::uint64_t iCells) {
     const unsigned int cell[3] = {iLow[0] + iPlace[0], iLow[1] + iPlace[1], iLow[2] + iPlace[2]};
-    NodeSet* nodeSet = NodeSetOfCell(cell);
-    if (nodeSet == nullptr) return false;
     int offset = 0;  // from the bits of the block to those of the node set
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const int step = static_cast<int>(cell[axis] & 3u) - static_cast<int>(iPlace[axis]);
         offset += step * (1 << (2 * axis));
     }
     const std::uint64_t moved = offset >= 0 ? iCells << offset : iCells >> -offset;
-    MarkCells(*nodeSet, CellsByLeafGroup(moved));
-    return true;
+    MarkCells(NodeSetOfCell(cell), CellsByLeafGroup(moved));
 }
 
 /// The node set that holds a cell of the last level, made where it is missing.
-/// @return null when the arena is full
-NodeSet* OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
+NodeSet& OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
     const unsigned int x = iCell[0] >> 2;
     const unsigned int y = iCell[1] >> 2;
     const unsigned int z = iCell[2] >> 2;
     const std::uint64_t key = x | std::uint64_t{y} << 20 | std::uint64_t{z} << 40;
     VisitedNodeSet& visited = _visited[(x & 3u) | (y & 3u) << 2 | (z & 3u) << 4];
-    if (visited.key == key) return &NodeSetAt(_arena, visited.offset);
+    if (visited.key == key) return NodeSetAt(_arena, visited.offset);
     const unsigned int shift = kCodeBits - _depth;
     const VertexCode code = {
-        {iCell[0] << shift, iCell[1] << shift, iCell[2] << shift, 0}
+        {iCell[0] << shift, iCell[1] << shift, iCell[2] << shift}
     };
     const unsigned int end = _depth - 2;
     unsigned int level = std::min(CommonLevels(code.axes, _lastCode.axes), _known);
-    for (; level < end; ++level) {
-        if (StepInto(ChildAt(code.axes, level), level) == Walk::Failed) break;
-    }
-    Remember(code, level);
-    if (level < end) return nullptr;
+    for (; level < end; ++level) (void)StepInto(ChildAt(code.axes, level), level);  // there is room
+    Remember(code, end);
     visited = {key, _path[end].offset};
-    return &NodeSetAt(_arena, visited.offset);
-}
-
-long int OctreeTriangleDrawer::Draw(const IDX_Point* const (&iVertices)[3], int& ioNDrawn) {
-    if (!IsOfMesh(iVertices[0]) || !IsOfMesh(iVertices[1]) || !IsOfMesh(iVertices[2])) {
-        const VertexCode codes[3] = {
-            _lattice.CodeOf(*iVertices[0]), _lattice.CodeOf(*iVertices[1]),
-            _lattice.CodeOf(*iVertices[2])};
-        return Draw(iVertices, codes, ioNDrawn);
-    }
-    const VertexCode codes[3] = {
-        _codes[iVertices[0] - _points], _codes[iVertices[1] - _points],
-        _codes[iVertices[2] - _points]};
-    const LatticeCells cells = _lattice.CellsOf(iVertices, codes);
-    return cells.decided ? DrawCells(cells, codes, ioNDrawn) : Draw(iVertices, codes, ioNDrawn);
+    return NodeSetAt(_arena, visited.offset);
 }
 
 long int OctreeTriangleDrawer::Draw(
-    const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn) {
+    const IDX_Point& iP1, const IDX_Point& iP2, const IDX_Point& iP3, int& ioNDrawn) {
+    const FourFloats vertices[3] = {AxesFrom(iP1), AxesFrom(iP2), AxesFrom(iP3)};
+    // Where the arena may fill up, records have to be made in the order of the cells.
+    if (!_usesLattice || WorkingOctreeAccess::Room(_octree) < _roomForBlock) {
+        return DrawInStages(vertices, ioNDrawn);
+    }
+    const LatticeCells cells = _lattice.CellsOf(vertices);
+    if (!cells.decided) return DrawInStages(vertices, ioNDrawn);
+    DrawCells(cells);
+    const bool several = (cells.touched & (cells.touched - 1)) != 0;
+    ioNDrawn += several ? 1 : 0;
+    return IDX_S_OK;
+}
+
+long int OctreeTriangleDrawer::DrawInStages(const FourFloats (&iVertices)[3], int& ioNDrawn) {
+    const VertexCode codes[3] = {
+        _lattice.CodeOf(iVertices[0]), _lattice.CodeOf(iVertices[1]),
+        _lattice.CodeOf(iVertices[2])};
     unsigned int level = 0;
-    switch (WalkCommonPath(iCodes, level)) {
+    switch (WalkCommonPath(codes, level)) {
         case Walk::Done:
             return IDX_S_OK;
         case Walk::Failed:
@@ -222,14 +192,11 @@ long int OctreeTriangleDrawer::Draw(
         case Walk::Parted:
             break;
     }
-    const float vertices[3][3] = {
-        {iVertices[0]->x, iVertices[0]->y, iVertices[0]->z},
-        {iVertices[1]->x, iVertices[1]->y, iVertices[1]->z},
-        {iVertices[2]->x, iVertices[2]->y, iVertices[2]->z},
-    };
+    float vertices[3][3];
+    for (unsigned int i = 0; i < 3; ++i) StoreAxes(iVertices[i], vertices[i]);
     const FourFloats halfSize = _extents[level] * _mm_set1_ps(0.5f);
     const FourFloats centre = _lows[level] + halfSize;
-    TriangleCells triangle(vertices, centre, halfSize, kFirstFactor);
+    TriangleCells triangle(vertices, centre, halfSize, kFirstFactor, _asks);
     long int status = DrawBelow(_path[level], centre, halfSize, triangle, _depth);
     if (IDX_Failed(status)) {
         return TraceStatus(
@@ -258,6 +225,7 @@ OctreeTriangleDrawer::Walk OctreeTriangleDrawer::WalkCommonPath(
         std::min(CommonLevels(code, iCodes[1].axes), CommonLevels(code, iCodes[2].axes));
     const unsigned int end = std::min(common, _depth);
     unsigned int level = std::min({CommonLevels(code, _lastCode.axes), _known, end});
+    _known = level;  // for the case that a trace sink throws on the way
     for (; level < end; ++level) {
         const Walk walk = StepInto(ChildAt(code, level), level);
         if (walk != Walk::Parted) {

@@ -9,6 +9,8 @@
 #include "IDX_Triangle.h"
 #include "PLMIdxWTWorkingOctree.h"
 
+#include <cstring>
+
 /// Draws triangles into a working octree: every cell of the last level that a triangle touches becomes
 /// OCTREE_SURFACE, and the path to it is made.
 ///
@@ -16,27 +18,23 @@
 /// child; from there on by the overlap test, for the children that its bounds reach. A triangle that the
 /// overlap test loses altogether gets a second attempt with boxes larger by one ten-thousandth.
 ///
-/// A drawer lives while its octree keeps box, depth and root, and no cell becomes full: it remembers
-/// the path of the last triangle, since neighbours in a mesh are neighbours in space.
+/// It remembers the path of the last triangle, since neighbours in a mesh are neighbours in space. What it
+/// remembers holds while the octree keeps box, depth and cells, and no cell becomes full.
 class OctreeTriangleDrawer {
 public:
+    /// @param ioOctree  has its root
     explicit OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree);
     OctreeTriangleDrawer(const OctreeTriangleDrawer&) = delete;
     OctreeTriangleDrawer& operator=(const OctreeTriangleDrawer&) = delete;
-    ~OctreeTriangleDrawer();
 
-    /// Works the codes of all points of a mesh out once, for the triangles that are made of them. Without the
-    /// memory for that, 16 bytes a point, they are worked out for each triangle. The octree is empty.
-    /// @param iPoints  `iNPoints` points; must stay in place. Those that a triangle uses lie in the box.
-    void SetMesh(const IDX_Point* iPoints, unsigned int iNPoints);
-
-    /// False when the octree has got another depth or another arena since: the drawer is of no use then.
+    /// False when what is remembered of the octree may no longer hold.
     bool Stands() const;
 
     /// Draws one triangle.
     /// @param ioNDrawn  grows by 1 when the second stage has drawn the triangle
     /// @return IDX_S_OK, IDX_S_NOTHING_DONE when it touches no cell, or IDX_E_FAIL with its trace
-    [[nodiscard]] long int Draw(const IDX_Point* const (&iVertices)[3], int& ioNDrawn);
+    [[nodiscard]] long int Draw(
+        const IDX_Point& iP1, const IDX_Point& iP2, const IDX_Point& iP3, int& ioNDrawn);
 
     /// The second stage below one cell.
     /// @param ioTriangle  carries the factor of the boxes
@@ -59,15 +57,11 @@ private:
     /// Outcome of the first stage.
     enum class Walk { Parted, Done, Failed };
 
-    [[nodiscard]] long int Draw(
-        const IDX_Point* const (&iVertices)[3], const VertexCode (&iCodes)[3], int& ioNDrawn);
-    bool IsOfMesh(const IDX_Point* iPoint) const;
-    [[nodiscard]] long int DrawCells(
-        const LatticeCells& iCells, const VertexCode (&iCodes)[3], int& ioNDrawn);
-    [[nodiscard]] bool DrawInNodeSet(
+    [[nodiscard]] long int DrawInStages(const FourFloats (&iVertices)[3], int& ioNDrawn);
+    void DrawCells(const LatticeCells& iCells);
+    void DrawInNodeSet(
         const unsigned int (&iLow)[3], const unsigned int (&iPlace)[3], std::uint64_t iCells);
-    long int TraceFullArena(const VertexCode (&iCodes)[3]) const;
-    NodeSet* NodeSetOfCell(const unsigned int (&iCell)[3]);
+    NodeSet& NodeSetOfCell(const unsigned int (&iCell)[3]);
     Walk WalkCommonPath(const VertexCode (&iCodes)[3], unsigned int& oLevel);
     Walk StepInto(unsigned int iChild, unsigned int iLevel);
     void Remember(const VertexCode& iCode, unsigned int iLevel);
@@ -80,15 +74,17 @@ private:
     unsigned int FullChildren(unsigned int iOffset, unsigned int iLevelsBelow) const;
 
     PLMIdxWTWorkingOctree& _octree;
+    unsigned int _changes;  ///< of the octree, when this drawer was made; so are the next three
     unsigned int _depth;
+    IDX_Point _origin;
+    IDX_Point _size;
     unsigned char* _arena;
     int* _nCellsByDepth;
     OctreeLattice _lattice;
     FourFloats _extents[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< of a cell of each level
-
-    const IDX_Point* _points;  ///< of the mesh
-    unsigned int _nPoints;
-    VertexCode* _codes;  ///< of the points, null when they aren't kept
+    bool _asks;                  ///< the overlap test isn't ours and decides every cell
+    bool _usesLattice;           ///< no cell is full, and the faster tests may decide
+    unsigned int _roomForBlock;  ///< bytes of the arena that no triangle of the lattice goes beyond
 
     // The path that the triangle at hand shares with itself, and how much of it the next one may take
     // over: down to a node set, since a leaf group that is still empty is counted at each visit.
@@ -100,5 +96,11 @@ private:
     VisitedNodeSet
         _visited[64];  ///< at the last two bits of x, y and z the last one of those visited
 };
+
+inline bool OctreeTriangleDrawer::Stands() const {
+    return _changes == WorkingOctreeAccess::Changes(_octree) && _depth == _octree._depth &&
+           std::memcmp(&_origin, &_octree._bbOrigin, sizeof(IDX_Point)) == 0 &&
+           std::memcmp(&_size, &_octree._bbSize, sizeof(IDX_Point)) == 0;
+}
 
 #endif

@@ -2,6 +2,7 @@
 
 #include "FourFloats.h"
 #include "OctreeTriangleDrawer.h"
+#include "OverlapTest.h"
 #include "TraceFailure.h"
 #include "WorkingOctreeRecords.h"
 
@@ -14,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <new>
 
 namespace {
 
@@ -27,13 +29,6 @@ constexpr float kBoundsLimit = 1000000000.0f;
 /// Margin around a whole mesh, in cells of the last level.
 constexpr float kMarginInCells = 0.05f;
 
-/// A number from text as atoi reads it; one that is out of range becomes the nearest that isn't.
-int IntegerOf(const char* iText) {
-    const long value = std::strtol(iText, nullptr, 10);
-    return static_cast<int>(
-        std::clamp<long>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
-}
-
 /// Through a float and back by truncation; a float that has no int becomes the nearest one that has.
 int ThroughFloat(int iValue) {
     const float value = static_cast<float>(iValue);
@@ -44,7 +39,7 @@ int ThroughFloat(int iValue) {
 int SmallFarPrecision() {
     static const int precision = [] {
         const char* text = VEXGetEnv("IDX_BBOX_SMALL_FAR_PRECISION");
-        return text == nullptr ? kDefaultPrecision : ThroughFloat(IntegerOf(text));
+        return text == nullptr ? kDefaultPrecision : ThroughFloat(std::atoi(text));
     }();
     return precision;
 }
@@ -137,7 +132,9 @@ PLMIdxOctreeBuilder::PLMIdxOctreeBuilder()
       _nDrawnTriangles(0),
       _drawer(nullptr) {}
 
-PLMIdxOctreeBuilder::~PLMIdxOctreeBuilder() = default;
+PLMIdxOctreeBuilder::~PLMIdxOctreeBuilder() {
+    delete _drawer;
+}
 
 void PLMIdxOctreeBuilder::SetParameters(int iMaxDepth, float iVoxelSize, IDX_Bool iUseVoxelSize) {
     _maxDepth = iMaxDepth;
@@ -232,10 +229,22 @@ long int PLMIdxOctreeBuilder::DrawTriangle(
         ++_nDrawnTriangles;
         return IDX_S_OK;
     }
+    const long int status = ReadyDrawer();
+    if (IDX_Failed(status)) return status;
+    return _drawer->Draw(iP1, iP2, iP3, _nDrawnTriangles);
+}
+
+/// Sees to it that there is a drawer for the octree as it stands. It is made with the first triangle and
+/// started anew when the octree has changed.
+long int PLMIdxOctreeBuilder::ReadyDrawer() {
+    if (_drawer != nullptr && _drawer->Stands()) return IDX_S_OK;
     if (!WorkingOctreeAccess::HasRoot(_workingOctree)) return IDX_E_FAIL;
-    const IDX_Point* const corners[3] = {&iP1, &iP2, &iP3};
-    if (_drawer != nullptr && _drawer->Stands()) return _drawer->Draw(corners, _nDrawnTriangles);
-    return OctreeTriangleDrawer(_workingOctree).Draw(corners, _nDrawnTriangles);
+    if (_drawer != nullptr) {
+        new (_drawer) OctreeTriangleDrawer(_workingOctree);
+    } else {
+        _drawer = new (std::nothrow) OctreeTriangleDrawer(_workingOctree);
+    }
+    return _drawer != nullptr ? IDX_S_OK : IDX_E_OUT_OF_MEMORY;
 }
 
 unsigned char const* PLMIdxOctreeBuilder::GetOctreeStream(unsigned int& oSize) {
@@ -253,24 +262,13 @@ int* PLMIdxOctreeBuilder::GetNCellsByDepth() {
 
 long int PLMIdxOctreeBuilder::DrawTriangles(
     IDX_Point const* iPoints,
-    unsigned int iNPoints,
+    unsigned int,
     IDX_Triangle const* iTriangles,
     unsigned int iNTriangles) {
     const long int status = _workingOctree.Reset();
     if (IDX_Failed(status)) {
         return TraceStatus("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset", status);
     }
-    OctreeTriangleDrawer drawer(_workingOctree);
-    drawer.SetMesh(iPoints, iNPoints);
-    _drawer = &drawer;
-    const long int result = DrawEachTriangle(iPoints, iTriangles, iNTriangles);
-    _drawer = nullptr;
-    return result;
-}
-
-/// Draws the triangles of a mesh one by one, through the virtual DrawTriangle.
-long int PLMIdxOctreeBuilder::DrawEachTriangle(
-    IDX_Point const* iPoints, IDX_Triangle const* iTriangles, unsigned int iNTriangles) {
     unsigned int outside = 0;
     for (unsigned int i = 0; i < iNTriangles; ++i) {
         const unsigned int(&v)[3] = iTriangles[i].vertices;
@@ -296,13 +294,13 @@ long int PLMIdxOctreeBuilder::DrawTriangle2(
     float (*const iBounds)[3],
     int iDepth,
     float iFactor) {
-    if (!WorkingOctreeAccess::HasRoot(_workingOctree)) return IDX_E_FAIL;
+    const long int status = ReadyDrawer();
+    if (IDX_Failed(status)) return status;
     const FourFloats centre = AxesFrom(iCentre);
     const FourFloats halfSize = AxesFrom(iHalfSize);
-    TriangleCells triangle(iTriangle, centre, halfSize, iFactor);
+    TriangleCells triangle(iTriangle, centre, halfSize, iFactor, !OverlapTestIsOurs());
     triangle.SetReach(AxesFrom(iBounds[0]), AxesFrom(iBounds[1]));
-    OctreeTriangleDrawer drawer(_workingOctree);
-    return drawer.DrawBelow(
+    return _drawer->DrawBelow(
         iIterator, centre, halfSize, triangle, static_cast<unsigned int>(iDepth));
 }
 

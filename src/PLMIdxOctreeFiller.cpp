@@ -9,7 +9,6 @@
 namespace {
 
 constexpr int kMaxTags = 65535;
-constexpr int kOutside = 1;
 
 /// The four children of a cell on its low face along X, Y and Z.
 constexpr unsigned int kLowFace[3][4] = {
@@ -112,6 +111,8 @@ long int PLMIdxOctreeFiller::Fill() {
     VEXRawCollint tagTable(0);
     tagTable.Append(kOutside);
     if (!WorkingOctreeAccess::HasRoot(_octree)) return IDX_S_OK;
+    if (WorkingOctreeAccess::IsTagged(_octree)) return IDX_E_FAIL;
+    WorkingOctreeAccess::NoteFill(_octree);
 
     // On its high sides the root meets itself.
     const Place self = {_arena, nullptr};

@@ -17,15 +17,16 @@
 /// the table is simply overwritten. All this decides which cells come out full, and is kept to the
 /// letter: no proper union-find gives the same octrees.
 ///
-/// Made on the stack after drawing, for one Fill on a tree whose tags are all 0. Linear in the leaves.
+/// Made on the stack after drawing, for one Fill on a tree whose tags are all 0 (or 1, for a cell that is told to
+/// be outside). Linear in the leaves.
 class PLMIdxOctreeFiller {
 public:
     explicit PLMIdxOctreeFiller(PLMIdxWTWorkingOctree& ioOctree);
     PLMIdxOctreeFiller(const PLMIdxOctreeFiller&) = delete;
     PLMIdxOctreeFiller& operator=(const PLMIdxOctreeFiller&) = delete;
 
-    /// @return IDX_S_OK, or IDX_E_FAIL when more than 65535 tags are needed; no cell has been made full
-    ///         then, and the tags that were written stay behind
+    /// @return IDX_S_OK; IDX_E_FAIL when more than 65535 tags are needed (no cell has been made full then, and
+    ///         the tags that were written stay behind), and for a tree with the tags of an earlier fill
     long int Fill();
 
 private:

@@ -18,7 +18,10 @@ const IDX_Base_4x4Matrix& DefaultMatrix() {
 
 }  // namespace
 
-PLMIdxWTWorkingOctree::PLMIdxWTWorkingOctree() : _capacity(0), _nCellsByDepth{} {}
+const int PLMIdxWTWorkingOctree::MAXDEPTH;
+
+PLMIdxWTWorkingOctree::PLMIdxWTWorkingOctree()
+    : _capacity(0), _nCellsByDepth{}, _changes(0), _tagged(false) {}
 
 PLMIdxWTWorkingOctree::~PLMIdxWTWorkingOctree() {
     std::free(_buffer);
@@ -64,6 +67,8 @@ void PLMIdxWTWorkingOctree::UnsetCuboid() {
 }
 
 long int PLMIdxWTWorkingOctree::Reset() {
+    ++_changes;
+    _tagged = false;
     _size = 0;
     std::memset(_nCellsByDepth, 0, sizeof(_nCellsByDepth));
     if (_depth == 0) return IDX_S_OK;
@@ -108,6 +113,7 @@ void PLMIdxWTWorkingOctree::Fill(
     IDX_Base_Octree_Iterator const& iIterator,
     unsigned int iChild,
     IDX_Base_Octree_TestResult iState) {
+    ++_changes;
     if (_depth - iIterator.depth == 2) {
         NodeSetAt(_buffer, iIterator.offset).words[iChild] =
             iState == OCTREE_FULL ? kFullGroup : kEmptyGroup;
@@ -143,6 +149,7 @@ void PLMIdxWTWorkingOctree::SetTag(
     unsigned short* tag = nullptr;
     GetTagPtr(iIterator, iChild, tag);
     *tag = iTag;
+    _tagged = _tagged || iTag > kOutside;
 }
 
 long int PLMIdxWTWorkingOctree::_Alloc(unsigned int iSize, unsigned int& oOffset) {

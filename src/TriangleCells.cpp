@@ -26,6 +26,9 @@ constexpr float kUnderflow = 0x1p-100f;
 /// The largest coordinate and the largest half-size for which the bounds hold.
 constexpr float kMaxCoordinate = 0x1p40f;
 
+/// The smallest half-size, other than 0, from which the bounds hold down to the last level.
+constexpr float kMinHalfSize = 0x1p-80f;
+
 /// Of eight cells, two along each axis, those that a span of 0 or 1 along an axis fills.
 constexpr unsigned int kFilledPairs[2][3] = {
     {0x55, 0x33, 0x0F},
@@ -50,6 +53,11 @@ bool InRange(FourFloats iValue) {
     return AxesOf(_mm_cmple_ps(Absolute(iValue), _mm_set1_ps(kMaxCoordinate))) == 7;
 }
 
+bool IsFineSize(FourFloats iHalfSize) {
+    const FourFloats large = _mm_cmpge_ps(iHalfSize, _mm_set1_ps(kMinHalfSize));
+    return AxesOf(_mm_or_ps(large, _mm_cmpeq_ps(iHalfSize, _mm_setzero_ps()))) == 7;
+}
+
 FourFloats Infinite() {
     return _mm_set1_ps(std::numeric_limits<float>::infinity());
 }
@@ -72,20 +80,20 @@ TriangleCells::TriangleCells(const float (*iVertices)[3])
     : _vertices(iVertices), _usable(true), _axesReady(false) {
     SetFactor(1.0f);
     for (unsigned int i = 0; i < 3; ++i) _points[i] = AxesFrom(iVertices[i]);
-    _low = _mm_min_ps(_mm_min_ps(_points[0], _points[1]), _points[2]);
-    _high = _mm_max_ps(_mm_max_ps(_points[0], _points[1]), _points[2]);
+    // The second one where a coordinate is no number.
+    _low = _mm_min_ps(_points[2], _mm_min_ps(_points[1], _points[0]));
+    _high = _mm_max_ps(_points[2], _mm_max_ps(_points[1], _points[0]));
 }
 
 TriangleCells::TriangleCells(
-    const float (*iVertices)[3], FourFloats iCentre, FourFloats iHalfSize, float iFactor)
+    const float (*iVertices)[3], FourFloats iCentre, FourFloats iHalfSize, float iFactor, bool iAsk)
     : TriangleCells(iVertices) {
     SetFactor(iFactor);
     SetReach(_low, _high);
     _slack = (Absolute(iCentre) + iHalfSize) * _mm_set1_ps(kCellSlack);
     // A coordinate that isn't a number is in no range.
-    _usable = InRange(_points[0]) && InRange(_points[1]) && InRange(_points[2]) &&
-              InRange(iCentre) && InRange(iHalfSize) &&
-              AxesOf(_mm_cmpge_ps(iHalfSize, _mm_setzero_ps())) == 7;
+    _usable = !iAsk && InRange(_points[0]) && InRange(_points[1]) && InRange(_points[2]) &&
+              InRange(iCentre) && InRange(iHalfSize) && IsFineSize(iHalfSize);
 }
 
 void TriangleCells::PrepareAxes() {
@@ -292,5 +300,5 @@ bool TriangleCells::DecideExactly(
     const IDX_Bool decided =
         IDX_Base_GeometryServices::TriangleToBox(centre, boxSize, _vertices, overlap);
     oTouched = overlap == IDX_True;
-    return decided == IDX_True;
+    return decided != IDX_False;
 }

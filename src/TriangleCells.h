@@ -49,15 +49,21 @@ struct CellMask {
 ///    2 w_b w_c (2 w_a + 3 t_a).
 /// Twice as much is taken, which covers the rounding of the bounds themselves, and 2^-100 for underflow, which
 /// is more than what it adds as long as no coordinate is above 2^40. Nothing overflows up to there; a triangle
-/// or a cell that goes beyond leaves everything open.
+/// or a cell that goes beyond leaves everything open. So does a cell so tiny that halving it down to the last level
+/// could end in sub-normal numbers, where halving rounds.
 class TriangleCells {
 public:
     /// @param iVertices  3 vertices of 3 coordinates; must stay in place
     /// @param iCentre    centre of the cell below which all further cells lie
     /// @param iHalfSize  distance from there to its faces
     /// @param iFactor    enlarges the boxes of the children, but not the cells
+    /// @param iAsk       leaves everything to the exact test
     TriangleCells(
-        const float (*iVertices)[3], FourFloats iCentre, FourFloats iHalfSize, float iFactor);
+        const float (*iVertices)[3],
+        FourFloats iCentre,
+        FourFloats iHalfSize,
+        float iFactor,
+        bool iAsk);
 
     /// A triangle for CellsOfBlock alone, whose coordinates are known to be in the range above.
     explicit TriangleCells(const float (*iVertices)[3]);
@@ -167,7 +173,7 @@ private:
     FourFloats _reachHigh;
     FourFloats _slack;          ///< by how much the box of a cell may be off
     FourFloats _factor;         ///< box size of a child / its half-size
-    bool _usable;               ///< all numbers are in the range of the bounds above
+    bool _usable;               ///< not all is left to the exact test
     bool _plain;                ///< the factor is 1
     bool _axesReady;            ///< the fields below are worked out
     unsigned int _readyLevels;  ///< bits of the levels whose limits are worked out

@@ -26,6 +26,9 @@ inline unsigned int PartialChildren(unsigned int iStates) {
     return iStates & ~(iStates >> 1) & 0x5555u;
 }
 
+/// The tag of what lies outside. A fill gives all others out anew, from 2.
+constexpr unsigned short kOutside = 1;
+
 /// Record of a cell that lies three or more levels above the bottom. 52 bytes.
 struct Node {
     unsigned short states;     //  0   2  state of child i in bits 2i and 2i+1
@@ -76,7 +79,20 @@ struct WorkingOctreeAccess {
     static bool HasRoot(const PLMIdxWorkingOctree& iOctree) { return iOctree._size != 0; }
     static bool HasArena(const PLMIdxWorkingOctree& iOctree) { return iOctree._buffer != nullptr; }
 
+    /// Bytes of the arena that are left.
+    static unsigned int Room(const PLMIdxWTWorkingOctree& iOctree) {
+        return iOctree._capacity - iOctree._size;
+    }
+
     static int* Counts(PLMIdxWTWorkingOctree& iOctree) { return iOctree._nCellsByDepth; }
+    static unsigned int Changes(const PLMIdxWTWorkingOctree& iOctree) { return iOctree._changes; }
+
+    /// Tells whether tags are there that a fill doesn't know, and that they are there from now on.
+    static bool IsTagged(const PLMIdxWTWorkingOctree& iOctree) { return iOctree._tagged; }
+    static void NoteFill(PLMIdxWTWorkingOctree& ioOctree) {
+        ioOctree._tagged = true;
+        ++ioOctree._changes;
+    }
 };
 
 /// Records lie at multiples of 4 in an arena from malloc, so that they are used where they lie.

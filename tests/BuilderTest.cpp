@@ -10,6 +10,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
+#include <sys/mman.h>
 
 namespace {
 
@@ -81,6 +82,9 @@ TEST(SmallAndFar, BecomesOneFullBox) {
     EXPECT_EQ(low.y, -0.75000025f);
     EXPECT_EQ(size.x, 2.0f);
     EXPECT_EQ(size.z, 1.75000025f + 0.75000025f);
+    EXPECT_EQ(builder.Init({0, 0, 0}, {1, 1, 1}), IDX_S_OK);
+    EXPECT_EQ(builder.DrawTriangle({0, 0, 0}, {1, 0, 0}, {0, 1, 1}), IDX_S_OK);
+    EXPECT_EQ(builder.End(), IDX_E_FAIL) << "needs a successor";
 }
 
 // clang-format off
@@ -99,6 +103,7 @@ const struct PrecisionCase {
     {"many",        kFarLow,    kFarHigh,        false},
     {"10",          {50, 0, 0}, {51, 1, 1},      true},
     {"10",          {4, 0, 0},  {6, 1, 1},       false},
+    {"4294967306",  {50, 0, 0}, {51, 1, 1},      true},
     {"2147483647",  kFarLow,    kFarHigh,        false},
     {"2147483647",  {7, 0, 0},  {7, 1, 1},       true},
 };
@@ -139,7 +144,89 @@ TEST(Stream, WithoutARootNothingIsTouched) {
     EXPECT_EQ(ImageOf(builder).size(), 132u);
 }
 
+TEST(Stream, ASecondEndFillsNothing) {
+    TraceRecorder trace;
+    PLMIdxOctreeBuilder builder;
+    builder.SetParameters(5, 0, IDX_True);
+    const Mesh ball = SphereMesh({0, 0, 0}, 1, 8);
+    ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+    Bytes once;
+    for (const float scale : {1.0f, 0.5f}) {
+        for (const IDX_Triangle& triangle : ball.triangles) {
+            auto p = ball.CornersOf(triangle);
+            for (IDX_Point& point : p) point = {point.x * scale, point.y * scale, point.z * scale};
+            ASSERT_EQ(builder.DrawTriangle(p[0], p[1], p[2]), IDX_S_OK);
+        }
+        EXPECT_EQ(builder.End(), IDX_S_OK);
+        if (once.empty()) once = ImageOf(builder);
+    }
+    EXPECT_EQ(ImageOf(builder), once) << "the second ball is in the solid of the first";
+    EXPECT_EQ(trace.Take(), Lines{"PLMIdxOctreeBuilder.DrawGeometry.PLMIdxOctreeFiller.Fill"});
+}
+
+/// Draws as a subclass may, and throws in the middle of a mesh.
+struct Throwing : PLMIdxOctreeBuilder {
+    using PLMIdxOctreeBuilder::DrawTriangles;
+    long int DrawTriangle(IDX_Point const& a, IDX_Point const& b, IDX_Point const& c) override {
+        if (++calls == 5) throw calls;
+        return PLMIdxOctreeBuilder::DrawTriangle(a, b, c);
+    }
+
+    int calls = 0;
+};
+
+/// Draws from further down the stack than later calls come by themselves.
+[[gnu::noinline]] long int DrawDeepDown(Throwing& builder, const Mesh& mesh) {
+    [[maybe_unused]] volatile unsigned char bytes[1 << 14];
+    const long int status = builder.DrawTriangles(mesh.points.data(), 8, mesh.triangles.data(), 12);
+    bytes[0] = 0;  // so that the call above isn't made in this frame's place
+    return status;
+}
+
+/// Writes over what earlier calls have left on the stack.
+[[gnu::noinline]] void WipeStack() {
+    volatile unsigned char bytes[1 << 15];
+    for (volatile unsigned char& byte : bytes) byte = 0xEE;
+}
+
+TEST(Stream, GoesOnBehindAnOverrideThatThrew) {
+    const Mesh cube = BoxMesh({-1, -1, -1}, {1, 1, 1});
+    Bytes images[2];
+    for (const bool throws : {false, true}) {
+        Throwing builder;
+        builder.SetParameters(4, 0, IDX_False);
+        ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+        if (throws) {
+            EXPECT_THROW((void)DrawDeepDown(builder, cube), int);
+        }
+        WipeStack();
+        builder.calls = 5;
+        for (const IDX_Triangle& triangle : cube.triangles) {
+            const auto p = cube.CornersOf(triangle);
+            EXPECT_EQ(builder.DrawTriangle(p[0], p[1], p[2]), IDX_S_OK);
+        }
+        EXPECT_EQ(builder.End(), IDX_S_OK);
+        images[throws] = ImageOf(builder);
+    }
+    EXPECT_EQ(images[0], images[1]);
+}
+
 // Whole meshes
+
+TEST(WholeMesh, PointsThatNoTriangleUsesAreNotRead) {
+    constexpr std::size_t kPage = 4096;
+    const int flags = MAP_PRIVATE | MAP_ANONYMOUS;
+    void* const pages = mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, flags, -1, 0);
+    ASSERT_EQ(mprotect(static_cast<char*>(pages) + kPage, kPage, PROT_NONE), 0);
+    auto* const points = static_cast<IDX_Point*>(pages);
+    points[1].x = points[2].y = 1;
+    const IDX_Triangle triangle = {
+        {0, 1, 2}
+    };
+    PLMIdxOctreeBuilder builder;
+    EXPECT_EQ(builder.DrawGeometry(points, 2 * kPage / sizeof(IDX_Point), &triangle, 1), IDX_S_OK);
+    munmap(pages, 2 * kPage);
+}
 
 // clang-format off
 const struct {

@@ -135,6 +135,12 @@ Question RandomQuestion(Random& random) {
     return q;
 }
 
+extern "C" const decltype(&IDX_Base_GeometryServices::TriangleToBox) gridloom_own_triangle_to_box;
+
+TEST(TriangleToBox, IsKnownToTheLibraryAsItsOwn) {
+    EXPECT_EQ(gridloom_own_triangle_to_box, &IDX_Base_GeometryServices::TriangleToBox);
+}
+
 TEST(TriangleToBox, AgreesWithClipping) {
     Random random(7);
     int overlaps = 0;

@@ -263,3 +263,17 @@ IDX_Bool IDX_Base_GeometryServices::TriangleToBox(
     }
     return IDX_True;
 }
+
+namespace {
+
+/// The operation above, and never one that a program has put in its place.
+__attribute__((alias("_ZN25IDX_Base_GeometryServices13TriangleToBoxEPKfS1_PA3_S0_R8IDX_Bool")))
+IDX_Bool
+OwnTriangleToBox(const float*, const float*, const float (*)[3], IDX_Bool&);
+
+}  // namespace
+
+/// Tells the octree builder which operation answers like its own faster tests. It looks for this name and does
+/// without where there is none.
+extern "C" GRIDLOOM_CONTRACTS_API decltype(&OwnTriangleToBox) const gridloom_own_triangle_to_box;
+decltype(&OwnTriangleToBox) const gridloom_own_triangle_to_box = &OwnTriangleToBox;
