@@ -10,7 +10,10 @@ class CompactOctreePacker;
 /// and hands the image out. It is itself a readable octree.
 ///
 /// The block of IDX_Base_Constants::MAX_OCTREE_SIZE bytes is taken with the first record, used again by
-/// later constructions, and never moves or grows during one. One thread at a time while building.
+/// later constructions, and never moves or grows during one. ConstructFullOctree puts one of 8 bytes in its
+/// place, and Load from a split file leaves the octree no more than its image takes. From then on the object has
+/// that much: a larger octree ends with "PLMIdxWTOptimOctree_0._Alloc.MaxSize", and needs a new object.
+/// One thread at a time while building.
 class GRIDLOOM_API PLMIdxWTOptimOctree_0 : public PLMIdxOptimOctree_0 {
 public:
     PLMIdxWTOptimOctree_0();
@@ -33,8 +36,8 @@ public:
 
     /// Makes this octree the packed copy of `iSource`, cuboid included. Nothing is merged or pruned;
     /// OCTREE_SURFACE becomes OCTREE_FULL. Linear in the cells of the source.
-    /// @return IDX_S_OK, or IDX_E_FAIL when the block can't be had or is full, or for a source of
-    ///         depth 1; the octree is then incomplete and must not be used
+    /// @return IDX_S_OK, or IDX_E_FAIL when the block can't be had or is full (see above), or for a
+    ///         source of depth 1; the octree is then incomplete and must not be used
     long int ConstructFrom(const PLMIdxIBaseOctree& iSource);
 
     /// Makes this octree the one of depth 2 with every cell occupied, without a cuboid.

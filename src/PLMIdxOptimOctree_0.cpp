@@ -79,8 +79,12 @@ long int PLMIdxOptimOctree_0::Save(
 long int PLMIdxOptimOctree_0::Load(void* iBuffer) {
     if (iBuffer == nullptr) return IDX_E_FAIL;
     auto* image = static_cast<unsigned char*>(iBuffer);
-    const OctreeHeader header = LoadAt<OctreeHeader>(image, 0);
-    if (header.type != _type || header.version != _version) return IDX_E_FAIL;
+    // What is of another kind may be shorter than a header.
+    const auto type = LoadAt<unsigned int>(image, offsetof(OctreeHeader, type));
+    if (type != _type) return IDX_E_FAIL;
+    const auto version = LoadAt<unsigned int>(image, offsetof(OctreeHeader, version));
+    if (version != _version) return IDX_E_FAIL;
+    const auto header = LoadAt<OctreeHeader>(image, 0);
     TakeHeader(*this, header);
     _size = header.size;
     _buffer = image + kOctreeHeaderSize;

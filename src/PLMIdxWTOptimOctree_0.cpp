@@ -123,11 +123,10 @@ private:
         unsigned int iStates,
         unsigned int iPartial,
         unsigned int iLevels) {
-        if (iPartial == 0) {
-            StoreAt(ioRecord, 0, static_cast<unsigned short>(iStates & kSolidBits));
-            return IDX_S_OK;
-        }
-        StoreAt(ioRecord, 0, static_cast<unsigned short>(iStates));
+        const unsigned int before = LoadAt<unsigned short>(ioRecord, 0);
+        const unsigned int added = iPartial == 0 ? iStates & kSolidBits : iStates;
+        StoreAt(ioRecord, 0, static_cast<unsigned short>(before | added));
+        if (iPartial == 0) return IDX_S_OK;
         unsigned int childSet = 0;
         const auto count = static_cast<unsigned int>(std::popcount(iPartial));
         if (IDX_Failed(_octree._Alloc(kCompactRecordSize * count, childSet))) {
@@ -233,11 +232,6 @@ bool PLMIdxWTOptimOctree_0::operator==(const PLMIdxWTOptimOctree_0& iOther) cons
 
 long int PLMIdxWTOptimOctree_0::Reset() {
     _size = 0;
-    // A block that was made for one small octree gives way to one of full size.
-    if (_buffer != nullptr && _capacity < IDX_Base_Constants::MAX_OCTREE_SIZE) {
-        std::free(_buffer);
-        _buffer = nullptr;
-    }
     if (_depth == 0) return IDX_S_OK;
     if (_depth == 1) return IDX_E_FAIL;
     unsigned int root = 0;
@@ -306,10 +300,15 @@ long int PLMIdxWTOptimOctree_0::_SubConstructFrom(
     IDX_Base_Octree_Iterator& ioIterator) {
     const Step step = {ioSourceIterator, ioIterator};
     const std::type_info& form = typeid(iSource);
-    if (form == typeid(PLMIdxWTWorkingOctree) || form == typeid(PLMIdxWorkingOctree)) {
+    const bool isWorking =
+        form == typeid(PLMIdxWTWorkingOctree) || form == typeid(PLMIdxWorkingOctree);
+    if (isWorking) {
         const auto& source = static_cast<const PLMIdxWorkingOctree&>(iSource);
-        if (_depth != 0 && !WorkingOctreeAccess::HasRoot(source)) return IDX_E_FAIL;
-        return CompactOctreePacker<WorkingOctree>(*this, WorkingOctree(source)).Pack(step);
+        if (source._depth != 0 && !WorkingOctreeAccess::HasRoot(source)) return IDX_E_FAIL;
+        // Its records are laid out as the walk has it where both positions have as many levels below.
+        if (source._depth - ioSourceIterator.depth == _depth - ioIterator.depth) {
+            return CompactOctreePacker<WorkingOctree>(*this, WorkingOctree(source)).Pack(step);
+        }
     }
     return CompactOctreePacker<AnyOctree>(*this, AnyOctree(iSource)).Pack(step);
 }

@@ -30,6 +30,7 @@ struct OpenWriter : PLMIdxWTOptimOctree_0 {
     using PLMIdxWTOptimOctree_0::_buffer;
     using PLMIdxWTOptimOctree_0::_FillCell;
     using PLMIdxWTOptimOctree_0::_size;
+    using PLMIdxWTOptimOctree_0::_SubConstructFrom;
 
     Bytes Records() const { return Bytes(_buffer, _buffer + _size); }
 };
@@ -86,6 +87,7 @@ TEST(WorkingOctree, RefusesToBeStored) {
 }
 
 TEST(WorkingOctree, ResetMakesTheRoot) {
+    EXPECT_EQ(*&PLMIdxWTWorkingOctree::MAXDEPTH, 20) << "has an address";
     const struct {
         int depth;
         unsigned int arena;
@@ -333,8 +335,29 @@ TEST(CompactOctree, AFullBlockAndTheFullOctree) {
     EXPECT_EQ(writer.Records(), Bytes(8, 255));
     EXPECT_EQ(writer._depth, 2u);
     EXPECT_EQ(writer._bbOrigin.z, 3);
-    ASSERT_EQ(writer.ConstructFrom(source), IDX_S_OK) << "takes a whole block again";
-    EXPECT_EQ(writer._size, 48u);
+    EXPECT_EQ(writer.ConstructFrom(source), IDX_E_FAIL) << "has those 8 bytes alone from now on";
+    ASSERT_EQ(writer.ConstructFrom(OpenWorking(2)), IDX_S_OK);
+    EXPECT_EQ(writer.Records(), Bytes(8));
+}
+
+TEST(CompactOctree, AWalkAddsToTheRecordsOfAnyTwoPlaces) {
+    OpenWorking source;
+    MakeExample(source);
+    OpenWorking target(4);
+    target.Make({2});
+    target.Fill(At(target, {2}), 5, OCTREE_FULL);
+    OpenWriter writer;
+    ASSERT_EQ(writer.ConstructFrom(target), IDX_S_OK);
+    Iterator from;
+    Iterator to = At(writer, {2});
+    ASSERT_EQ(writer._SubConstructFrom(source, from, to), IDX_S_OK);  // the same levels below
+    EXPECT_EQ(StateOf(writer, {2, 5}), OCTREE_FULL) << "was there before";
+    EXPECT_EQ(StateOf(writer, {2, 7}), OCTREE_FULL);
+    EXPECT_EQ(StateOf(writer, {2, 0, 3, 7}), OCTREE_FULL);
+    ASSERT_EQ(writer.ConstructFrom(OpenWorking(2)), IDX_S_OK);
+    to = from = {};
+    ASSERT_EQ(writer._SubConstructFrom(source, from, to), IDX_S_OK);  // and one level less
+    EXPECT_EQ(writer.Records(), (Bytes{0, 0, 0, 0, 0, 0, 0, 255}));
 }
 
 TEST(CompactOctree, EqualityLooksAtTheCellsAlone) {
