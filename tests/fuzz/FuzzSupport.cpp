@@ -1,21 +1,15 @@
 #include "FuzzSupport.h"
 
-#include "IDX_Base_Constants.h"
+#include "AdjustableConstants.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-// A small arena: it fills up soon, and a run stays short.
-const unsigned int IDX_Base_Constants::MAX_OCTREE_SIZE = 1u << 14;
-
-// Which makes a second definition of it, on purpose.
-extern "C" __attribute__((visibility("default"))) const char* __asan_default_options();
-extern "C" const char* __asan_default_options() {
-    return "detect_odr_violation=0:malloc_context_size=4:quarantine_size_mb=32";
-}
-
 namespace {
+
+// A small arena: it fills up soon, and a run stays short.
+[[maybe_unused]] const unsigned int kArena = arenaSize = 1u << 14;
 
 void Expect(bool holds, const char* what) {
     if (holds) return;

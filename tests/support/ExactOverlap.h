@@ -14,4 +14,10 @@ bool OverlapByClipping(const Triple& centre, const Triple& half, const Corners& 
 /// box that is larger by far more than the rounding error, or meets one that is smaller by as much.
 bool Overlap(const Triple& centre, const Triple& half, const Corners& triangle);
 
+/// A rule for which boxes a triangle meets: 1 when it does, 0 when it doesn't, -1 for no decision.
+using OverlapRule = int (*)(const Triple& centre, const Triple& half, const Corners& triangle);
+inline int ExactRule(const Triple& centre, const Triple& half, const Corners& triangle) {
+    return Overlap(centre, half, triangle) ? 1 : 0;
+}
+
 #endif

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 namespace reference {
 
@@ -100,6 +101,7 @@ std::uint16_t& Tree::Tag(Cell cell) {
 long int Tree::Reset() {
     states.clear();
     tags.clear();
+    filled = false;
     counts = {};
     bytes = 0;
     if (depth == 0) return IDX_S_OK;
@@ -122,7 +124,7 @@ long int Tree::CopyBelow(const Tree& source, Cell cell) {
 
 // The builder
 
-Builder::Builder(std::uint64_t arena, float epsilon) : _epsilon(epsilon) {
+Builder::Builder(std::uint64_t arena, float epsilon) : _epsilon(epsilon), _block(arena) {
     tree.arena = arena;
     Store(0);
 }
@@ -187,13 +189,13 @@ long int Builder::Init(IDX_Point iLow, IDX_Point iHigh) {
     }
     SetDepthAndBox(depth, low, extent);
     cuboid = {};
-    return IDX_S_OK;
+    return tree.bytes == 0 ? IDX_E_FAIL : IDX_S_OK;
 }
 
 long int Builder::DrawTriangle(const Corners& triangle) {
     _drawn += _smallAndFar;
     if (_smallAndFar) return IDX_S_OK;
-    if (tree.depth == 0) return IDX_E_FAIL;  // an empty octree has nothing to draw into
+    if (tree.bytes == 0) return IDX_E_FAIL;  // without a root there is nothing to draw into
     Triple low = tree.origin;
     Triple extent = tree.size;
     std::uint32_t codes[3][3];
@@ -242,7 +244,12 @@ long int Builder::DrawBelow(
     for (std::size_t a = 0; a < 3; ++a) {
         h[a] = half[a] * 0.5f;
         tested[a] = h[a] * factor;
-        const auto [low, high] = std::minmax({t[0][a], t[1][a], t[2][a]});
+        float low = t[0][a];
+        float high = low;
+        for (const float p : {t[1][a], t[2][a]}) {
+            low = p < low ? p : low;
+            high = p > high ? p : high;
+        }
         reached[a][0] = !(low > centre[a]);
         reached[a][1] = !(centre[a] > high);
     }
@@ -256,7 +263,9 @@ long int Builder::DrawBelow(
         Triple middle;
         for (std::size_t a = 0; a < 3; ++a)
             middle[a] = c >> a & 1 ? centre[a] + h[a] : centre[a] - h[a];
-        if (!Overlap(middle, tested, t)) {
+        const int meet = overlap(middle, tested, t);
+        if (meet < 0) return IDX_E_FAIL;
+        if (meet == 0) {
             ++misses;
             continue;
         }
@@ -270,11 +279,10 @@ long int Builder::DrawBelow(
 }
 
 long int Builder::ReduceDepth() {
-    if (tree.depth < 3) return IDX_E_FAIL;
+    if (tree.depth < 3 || tree.bytes == 0) return IDX_E_FAIL;
     const Tree old = tree;
     --tree.depth;
-    (void)tree.Reset();
-    return tree.CopyBelow(old, kRoot);
+    return tree.Reset() < 0 ? IDX_E_FAIL : tree.CopyBelow(old, kRoot);
 }
 
 long int Builder::End() {
@@ -284,6 +292,7 @@ long int Builder::End() {
         return Pack();
     }
     _records.assign(8, 255);
+    _block = 8;           // for good
     _stored.isThere = 0;  // the rest of it stays
     Store(2);
     return IDX_S_OK;
@@ -336,7 +345,8 @@ long int Builder::DrawTriangles(const Mesh& mesh) {
     if (tree.Reset() < 0)
         return tree.Fail("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset");
     std::size_t outside = 0;
-    for (const IDX_Triangle& triangle : mesh.triangles) {
+    for (IDX_Triangle triangle : mesh.triangles) {
+        for (unsigned int& v : triangle.vertices) v = handOn.empty() ? v : handOn[v];
         const long int result = DrawTriangle(std::bit_cast<Corners>(mesh.CornersOf(triangle)));
         if (result < 0) return tree.Fail("PLMIdxOctreeBuilder.DrawTriangles.DrawTriangle");
         outside += result == 1;
@@ -362,6 +372,8 @@ long int Builder::FillAndPack() {
 }
 
 bool Builder::FillInside() {
+    if (tree.bytes == 0) return true;
+    if (std::exchange(tree.filled, true)) return false;
     _links = {0, 1};
     if (!TagComponents(kRoot))
         return False("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents");
@@ -394,15 +406,15 @@ bool Builder::TagComponents(Cell cell) {
 }
 
 bool Builder::Propagate(Cell cell) {
-    std::vector<std::uint16_t*> slots;
+    _slots.clear();
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const Cell beside = Beside(cell, axis);
         unsigned int level = 1;
         while (level < Level(cell) && tree.Test(Ancestor(beside, level)) == kPartial) ++level;
-        GatherFace(axis, Ancestor(beside, level), slots);
+        GatherFace(axis, Ancestor(beside, level));
     }
     std::uint16_t w = tree.Tag(cell);
-    for (const std::uint16_t* slot : slots) {
+    for (const std::uint16_t* slot : _slots) {
         const std::uint16_t t = *slot;
         if (t == 0 || t == w) continue;
         if (w == 0) w = t;
@@ -419,16 +431,16 @@ bool Builder::Propagate(Cell cell) {
         _links.push_back(w);
     }
     tree.Tag(cell) = w;
-    for (std::uint16_t* slot : slots) *slot = w;
+    for (std::uint16_t* slot : _slots) *slot = w;
     return true;
 }
 
-void Builder::GatherFace(unsigned int axis, Cell cell, std::vector<std::uint16_t*>& slots) {
+void Builder::GatherFace(unsigned int axis, Cell cell) {
     const State state = tree.Test(cell);
-    if (state == kEmpty || state == kFull) slots.push_back(&tree.Tag(cell));
+    if (state == kEmpty || state == kFull) _slots.push_back(&tree.Tag(cell));
     if (state != kPartial) return;
     for (Cell c = 0; c < 8; ++c)
-        if ((c >> axis & 1) == 0) GatherFace(axis, cell << 3 | c, slots);
+        if ((c >> axis & 1) == 0) GatherFace(axis, cell << 3 | c);
 }
 
 void Builder::SetAsEmptyOrFull(Cell cell) {
@@ -445,13 +457,14 @@ void Builder::SetAsEmptyOrFull(Cell cell) {
 
 long int Builder::Pack() {
     _records.assign(tree.depth == 0 ? 0 : 8, 0);
-    if (tree.depth != 0) PackBelow(kRoot, 0);
+    long int status = IDX_S_OK;
+    if (tree.depth != 0) status = tree.bytes == 0 ? IDX_E_FAIL : PackBelow(kRoot, 0);
     _stored = cuboid;
     Store(tree.depth);
-    return IDX_S_OK;
+    return status;
 }
 
-void Builder::PackBelow(Cell cell, std::size_t record) {
+long int Builder::PackBelow(Cell cell, std::size_t record) {
     const unsigned int r = tree.depth - Level(cell);
     State states[8];
     unsigned int word = 0;
@@ -465,6 +478,12 @@ void Builder::PackBelow(Cell cell, std::size_t record) {
     if (r >= 3) {
         _records[record] = static_cast<unsigned char>(word);
         _records[record + 1] = static_cast<unsigned char>(word >> 8);
+        if (_records.size() + 8 * partial > _block) {
+            (void)tree.Fail("PLMIdxWTOptimOctree_0._Alloc.MaxSize");
+            const std::string kind = r == 3 ? "NodeSetOptim" : "NodeOptim";
+            const std::string tag = "PLMIdxWTOptimOctree_0._SubConstructFrom._AllocOptim(";
+            return tree.Fail((tag + kind + ")").c_str());
+        }
         std::memcpy(&_records[record + 4], &next, 4);
         _records.resize(_records.size() + 8 * partial);
     }
@@ -473,9 +492,10 @@ void Builder::PackBelow(Cell cell, std::size_t record) {
         if (solid && r == 1) _records[record] |= static_cast<unsigned char>(1u << k);
         if (solid && r == 2) _records[record + k] = 255;
         if (states[k] != kPartial) continue;
-        PackBelow(cell << 3 | k, r == 2 ? record + k : next);
+        if (PackBelow(cell << 3 | k, r == 2 ? record + k : next) < 0) return IDX_E_FAIL;
         next += 8;
     }
+    return IDX_S_OK;
 }
 
 void Builder::Store(unsigned int depth) {

@@ -34,6 +34,7 @@ struct Tree {
     std::array<int, 20> counts = {};
     std::unordered_map<Cell, std::uint16_t> states;  ///< of a cell's children, two bits each
     std::unordered_map<Cell, std::uint16_t> tags;
+    bool filled = false;  ///< since the last Reset
     std::vector<std::string> trace;
 
     State Test(Cell cell) const;
@@ -61,7 +62,11 @@ public:
     long int ReduceDepth();
     long int End();
     long int DrawGeometry(const Mesh& mesh);
+    long int DrawTriangles(const Mesh& mesh);
 
+    OverlapRule overlap = ExactRule;
+    std::vector<unsigned int>
+        handOn;  ///< for each point of a mesh the one that is drawn in its place
     int maxDepth = 6;
     float voxelSize = 0;
     IDX_Bool useVoxelSize = IDX_False;
@@ -75,16 +80,15 @@ private:
     int StreamDepth(float extent) const;
     long int DrawBelow(
         Cell cell, const Triple& centre, const Triple& half, const Corners& t, float factor);
-    long int DrawTriangles(const Mesh& mesh);
     long int FillAndPack();
     bool False(const char* tag);
     bool FillInside();
     bool TagComponents(Cell cell);
     bool Propagate(Cell cell);
-    void GatherFace(unsigned int axis, Cell cell, std::vector<std::uint16_t*>& slots);
+    void GatherFace(unsigned int axis, Cell cell);
     void SetAsEmptyOrFull(Cell cell);
     long int Pack();
-    void PackBelow(Cell cell, std::size_t record);
+    long int PackBelow(Cell cell, std::size_t record);
     void Store(unsigned int depth);
 
     float _epsilon;
@@ -92,7 +96,9 @@ private:
     int _drawn = 0;
     Cuboid _stored;
     std::vector<unsigned char> _records;
-    std::vector<int> _links;  ///< of the tags, from position 1
+    std::size_t _block;                  ///< bytes for them
+    std::vector<int> _links;             ///< of the tags, from position 1
+    std::vector<std::uint16_t*> _slots;  ///< tags beside a cell
 };
 
 }  // namespace reference
