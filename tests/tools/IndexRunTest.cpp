@@ -292,7 +292,7 @@ TEST_F(IndexRunTest, ARequestToStopLeavesTheLiveIndexAndNoProcess) {
         const Outcome outcome = tool.Wait(true);
         EXPECT_EQ(outcome.exitCode, signal == SIGKILL ? -SIGKILL : 130) << outcome.errors;
         EXPECT_TRUE(LiveFiles() == index);
-        EXPECT_EQ(tool.EndOf(child), -SIGKILL) << "the child lives on";
+        EXPECT_EQ(tool.EndOf(child), -SIGKILL) << "the child was left to itself";
         if (signal == SIGKILL) continue;
         EXPECT_TRUE(FilesOf(2).empty());
         EXPECT_TRUE(Contains(Report(), "[Return code is] : 130\nEndOfReport\n"));
