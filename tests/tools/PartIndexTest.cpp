@@ -184,7 +184,7 @@ TEST(PartIndex, AnswersAsTheFlatListOfCellsDoes) {
     const PartIndex index(folder / "");
     std::mt19937 random(8);
     std::uniform_real_distribution<double> anywhere(-2.0, 32.0);
-    for (int i = 0; i < 150; ++i) {
+    for (int i = 0; i < 100; ++i) {
         Point point = {anywhere(random), anywhere(random), anywhere(random)};
         if (i % 2 == 0) {
             for (double& coordinate : point)
