@@ -4,7 +4,8 @@
 #include "GridloomExport.h"
 #include "IDX_Bool.h"
 
-#include <cstddef>
+#include "formats/SplitFile.h"
+
 #include <memory>
 
 class IDX_Base_ByteArray;
@@ -112,9 +113,6 @@ public:
 private:
     enum Mode : unsigned int { NotOpened = 0, ReadOnly = 1, ReadWrite = 2 };
 
-    /// Room for a file name with its terminator.
-    static constexpr std::size_t kNameSize = 2048;
-
     /// The way by which every operation reaches a piece: brings it into a slot and gives its file.
     IDX_Bool _TestAndOpen(unsigned int iPart, IDX_WT_File*& oFile);
 
@@ -125,7 +123,7 @@ private:
 
     /// Writes the name of a piece, with `iSuffix` behind it; false when it doesn't fit, or when no base path
     /// is set.
-    bool FormatName(char (&oName)[kNameSize], unsigned int iPart, const char* iSuffix) const;
+    bool FormatName(char (&oName)[kPieceNameSize], unsigned int iPart, const char* iSuffix) const;
 
     std::unique_ptr<char[]> m_fileBasePath;  ///< null when closed
     unsigned int m_currentFile;              ///< piece that appends go to

@@ -7,24 +7,12 @@
 #include "IDX_WT_Identifier.h"
 #include "IDX_WT_MemFile.h"
 
+#include "formats/IdentifierTreeFile.h"
+
 class IDX_Base_Identifier;
 
 template <class Hand>
 class Tree234Search;
-
-/// How the file of every tree starts. A subclass's manifest begins with it. 8 bytes.
-struct IDX_234Struct_Manifest {
-    unsigned short endian;   //  0  2  IDX_Base_Endian::one() of the writer
-    unsigned short version;  //  2  2  45
-    unsigned int root;       //  4  4  offset of the root node, 0 while the tree is empty
-};
-static_assert(sizeof(IDX_234Struct_Manifest) == 8, "identifier tree file: manifest");
-
-/// How every record of a subclass starts. 16 bytes of the subclass's own.
-struct IDX_234Struct_ItemSlot {
-    unsigned char data[16];
-};
-static_assert(sizeof(IDX_234Struct_ItemSlot) == 16, "identifier tree file: record");
 
 /// A dictionary on disk: it maps identifiers to records of a fixed size, in one file that holds a 2-3-4
 /// tree. docs/file-formats.md, "Identifier tree file". The file after any sequence of calls is settled to

@@ -1,9 +1,9 @@
 #include "BoxIndexes.h"
 
-#include "RTreeImage.h"
-
 #include "IDX_WT_File.h"
 #include "IDX_WT_RTree.h"
+
+#include "formats/RTreeImage.h"
 
 #include <stdexcept>
 
@@ -63,15 +63,29 @@ public:
 
     std::size_t CountHits(const Box& iWindow) override {
         std::size_t hits = 0;
-        RTreeImage(_file.bytes.data()).Search(iWindow, [&hits](std::uint32_t) { ++hits; });
+        Search(iWindow, [&hits](const RTreeImage::Entry&) { ++hits; });
         return hits;
     }
 
     std::size_t CountNodes(const Box& iWindow) override {
-        return RTreeImage(_file.bytes.data()).Search(iWindow, [](std::uint32_t) {});
+        return Search(iWindow, [](const RTreeImage::Entry&) {});
     }
 
 private:
+    template <class Take>
+    std::size_t Search(const Box& iWindow, const Take& iTake) const {
+        const IDX_Point low = iWindow.GetLow();
+        const IDX_Point high = iWindow.GetHigh();
+        const auto touches = [&](const Box& iBox) {
+            const IDX_Point from = iBox.GetLow();
+            const IDX_Point to = iBox.GetHigh();
+            // All six at once: a jump for each would often be foretold wrong.
+            return (int{from.x <= high.x} & int{from.y <= high.y} & int{from.z <= high.z} &
+                    int{to.x >= low.x} & int{to.y >= low.y} & int{to.z >= low.z}) != 0;
+        };
+        return RTreeImage(_file.bytes.data()).Search(touches, iTake);
+    }
+
     IDX_WT_RTree _tree;
     ImageFile _file;
 };

@@ -1,6 +1,6 @@
 #include "Contestants.h"
 
-#include "OctreeImage.h"
+#include "Cells.h"
 #include "PlainVoxelizer.h"
 
 #ifdef BENCH_OPENVDB
@@ -9,13 +9,15 @@
 
 #include "PLMIdxOctreeBuilder.h"
 
+#include "formats/OctreeImage.h"
+
 #include <span>
 #include <stdexcept>
 
 namespace {
 
 Outcome DescribeImage(std::span<const unsigned char> iImage) {
-    return {iImage.size(), OctreeImage(iImage).CountOccupied(), HashOf(iImage)};
+    return {iImage.size(), OctreeImage(iImage.data()).CountOccupied(), HashOf(iImage)};
 }
 
 /// DrawGeometry and GetOctreeStream.

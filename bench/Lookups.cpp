@@ -5,7 +5,7 @@
 //   line  cells one after the other along rows
 // All contestants hold the same cells and are asked for the same ones.
 
-#include "OctreeImage.h"
+#include "Cells.h"
 #include "RunProgram.h"
 #include "TableReporter.h"
 
@@ -20,6 +20,8 @@
 
 #include "PLMIdxOctreeBuilder.h"
 #include "PLMIdxOptimOctree_0.h"
+
+#include "formats/OctreeImage.h"
 
 #include <algorithm>
 #include <functional>
@@ -111,7 +113,7 @@ std::unique_ptr<Subject> MakeSubject(const Mesh& iMesh, unsigned int iDepth) {
     subject->cells["box"] = CellsInBox(random, side);
     subject->cells["near"] = CellsNearSurface(random, iMesh, CubeAround(iMesh, iDepth), side);
     subject->cells["line"] = CellsAlongRows(random, side);
-    [[maybe_unused]] const OctreeImage image({subject->bytes.get(), subject->size});
+    [[maybe_unused]] const OctreeImage image(subject->bytes.get());
 #ifdef BENCH_OPENVDB
     subject->mask = std::make_unique<OpenVdbMask>(image);
 #endif
@@ -148,11 +150,12 @@ void Register(
     const Subject& iSubject,
     const std::string& iColumn,
     const Counter& iCount) {
-    const OctreeImage image({iSubject.bytes.get(), iSubject.size});
+    const OctreeImage image(iSubject.bytes.get());
     for (const char* kind : {"box", "near", "line"}) {
         const Cells& cells = iSubject.cells.at(kind);
-        const size_t expected =
-            Count(cells, [&image](const Cell& iCell) { return image.IsOccupied(iCell); });
+        const size_t expected = Count(cells, [&image](const Cell& iCell) {
+            return image.IsOccupied(iCell.x, iCell.y, iCell.z);
+        });
         const auto run = [iColumn, iCount, &cells, expected](benchmark::State& ioState) {
             size_t found = 0;
             for (auto _ : ioState) benchmark::DoNotOptimize(found = iCount(cells));
@@ -169,9 +172,11 @@ void Register(
 }
 
 void RegisterAll(TableReporter& ioReporter, const Subject& iSubject) {
-    const OctreeImage image({iSubject.bytes.get(), iSubject.size});
+    const OctreeImage image(iSubject.bytes.get());
     Register(ioReporter, iSubject, "plain walk", [image](const Cells& iCells) {
-        return Count(iCells, [&image](const Cell& iCell) { return image.IsOccupied(iCell); });
+        return Count(iCells, [&image](const Cell& iCell) {
+            return image.IsOccupied(iCell.x, iCell.y, iCell.z);
+        });
     });
     Register(ioReporter, iSubject, "Test and Move", [&iSubject](const Cells& iCells) {
         return Count(iCells, [&](const Cell& iCell) { return IsOccupied(iSubject.octree, iCell); });

@@ -34,8 +34,9 @@ struct OctoMapTree::Tree {
 OctoMapTree::OctoMapTree(const OctreeImage& iImage) : _tree(std::make_unique<Tree>()) {
     // The first update makes the root; it goes to a corner that no look-up reaches.
     _tree->nodes.updateNode(octomap::OcTreeKey(0, 0, 0), true);
-    iImage.VisitFull([this](const Cell& iCorner, unsigned int iLevel) {
-        Insert(_tree->nodes, iCorner, iLevel);
+    iImage.ForEachOccupied([&](const OctreeCell& iCell) {
+        const unsigned int level = iImage.Depth() - iCell.level;
+        Insert(_tree->nodes, {iCell.x << level, iCell.y << level, iCell.z << level}, level);
     });
 }
 

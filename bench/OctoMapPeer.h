@@ -1,7 +1,9 @@
 #ifndef OctoMapPeer_h
 #define OctoMapPeer_h
 
-#include "OctreeImage.h"
+#include "Cells.h"
+
+#include "formats/OctreeImage.h"
 
 #include <memory>
 #include <vector>

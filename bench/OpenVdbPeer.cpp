@@ -77,10 +77,12 @@ struct OpenVdbMask::Grid {
 OpenVdbMask::OpenVdbMask(const OctreeImage& iImage) : _grid(std::make_unique<Grid>()) {
     openvdb::initialize();
     _grid->mask = openvdb::BoolGrid::create(false);
-    iImage.VisitFull([this](const Cell& iCorner, unsigned int iLevel) {
+    iImage.ForEachOccupied([&](const OctreeCell& iCell) {
+        const unsigned int level = iImage.Depth() - iCell.level;
         const openvdb::Coord low(
-            static_cast<int>(iCorner.x), static_cast<int>(iCorner.y), static_cast<int>(iCorner.z));
-        _grid->mask->fill(openvdb::CoordBBox::createCube(low, 1 << iLevel), true);
+            static_cast<int>(iCell.x << level), static_cast<int>(iCell.y << level),
+            static_cast<int>(iCell.z << level));
+        _grid->mask->fill(openvdb::CoordBBox::createCube(low, 1 << level), true);
     });
     _grid->mask->pruneGrid();
 }

@@ -1,8 +1,10 @@
 #ifndef OpenVdbPeer_h
 #define OpenVdbPeer_h
 
+#include "Cells.h"
 #include "Contestants.h"
-#include "OctreeImage.h"
+
+#include "formats/OctreeImage.h"
 
 /// meshToVolume with bands of one voxel, then sdfInteriorMask at half a voxel; on one thread.
 std::unique_ptr<Contestant> MakeOpenVdbPeer();

@@ -1,6 +1,6 @@
 #include "PlainVoxelizer.h"
 
-#include "OctreeImage.h"
+#include "formats/OctreeImage.h"
 
 #include <algorithm>
 #include <cmath>
@@ -312,10 +312,12 @@ void PlainVoxelizer::SpreadAlongRow(const Word* iWalls, Word* ioOutside) const {
 std::vector<unsigned char> PlainVoxelizer::Pack() {
     SummarizeBlocks();
     while (_summary.back().size() > 8) HalveSummary();
-    _image.assign(sizeof(ImageHeader), 0);
+    _image.assign(kOctreeHeaderSize, 0);
     PackNode(_depth, {0, 0, 0}, Append(1));
 
-    ImageHeader header;
+    OctreeHeader header = {};
+    header.type = IDX_OPTIM_OCTREE_0;
+    header.version = kOctreeImageVersion;
     header.depth = _depth;
     header.bbOrigin = _box.origin;
     header.bbSize = _box.size;
@@ -351,7 +353,7 @@ void PlainVoxelizer::SummarizeBlockRow(int iY, int iZ, unsigned char* oStates) c
     for (size_t b = 0; b < 8 * _rowWords; b++) {
         const unsigned int anyByte = any[b / 8] >> 8 * (b % 8) & 0xFF;
         const unsigned int allByte = all[b / 8] >> 8 * (b % 8) & 0xFF;
-        oStates[b] = anyByte == 0 ? kEmpty : allByte == 0xFF ? kFull : kPartial;
+        oStates[b] = anyByte == 0 ? OCTREE_EMPTY : allByte == 0xFF ? OCTREE_FULL : OCTREE_PARTIAL;
     }
 }
 
@@ -369,7 +371,10 @@ void PlainVoxelizer::HalveSummary() {
         for (unsigned int c = 0; c < 8; c++) {
             seen |= 1u << SummaryAt(level, x + (c & 1), y + (c >> 1 & 1), z + (c >> 2));
         }
-        states.push_back(seen == 1u << kEmpty ? kEmpty : seen == 1u << kFull ? kFull : kPartial);
+        states.push_back(
+            seen == 1u << OCTREE_EMPTY  ? OCTREE_EMPTY
+            : seen == 1u << OCTREE_FULL ? OCTREE_FULL
+                                        : OCTREE_PARTIAL);
     }
     _summary.push_back(std::move(states));
 }
@@ -383,30 +388,30 @@ unsigned char PlainVoxelizer::SummaryAt(
 /// Adds records at the end of the image and gives their position.
 size_t PlainVoxelizer::Append(size_t iRecords) {
     const size_t position = _image.size();
-    _image.resize(position + iRecords * kRecordSize);
+    _image.resize(position + iRecords * kCompactRecordSize);
     return position;
 }
 
 /// Writes the record of the cell `iAt`, `iLevel` levels above the bottom, and all records below it.
 void PlainVoxelizer::PackNode(unsigned int iLevel, const unsigned int (&iAt)[3], size_t iRecord) {
     if (iLevel == kBlockLevel) return PackNodeSets(iAt, iRecord);
-    NodeRecord node{};
+    NodeOptim node = {};
     size_t nPartial = 0;
     for (unsigned int c = 0; c < 8; c++) {
         const unsigned int state = SummaryAt(
             iLevel - 1, 2 * iAt[0] + (c & 1), 2 * iAt[1] + (c >> 1 & 1), 2 * iAt[2] + (c >> 2));
         node.states = static_cast<uint16_t>(node.states | state << 2 * c);
-        nPartial += state == kPartial ? 1 : 0;
+        nPartial += state == OCTREE_PARTIAL ? 1 : 0;
     }
     size_t record = nPartial == 0 ? 0 : Append(nPartial);
-    if (nPartial != 0) node.childSet = static_cast<uint32_t>(record - sizeof(ImageHeader));
+    if (nPartial != 0) node.childSet = static_cast<uint32_t>(record - kOctreeHeaderSize);
     std::memcpy(_image.data() + iRecord, &node, sizeof node);
     for (unsigned int c = 0; c < 8; c++) {
-        if ((node.states >> 2 * c & 3) != kPartial) continue;
+        if ((node.states >> 2 * c & 3) != OCTREE_PARTIAL) continue;
         PackNode(
             iLevel - 1, {2 * iAt[0] + (c & 1), 2 * iAt[1] + (c >> 1 & 1), 2 * iAt[2] + (c >> 2)},
             record);
-        record += kRecordSize;
+        record += kCompactRecordSize;
     }
 }
 
@@ -427,16 +432,16 @@ void PlainVoxelizer::PackNodeSets(const unsigned int (&iAt)[3], size_t iRecord) 
         groups[child] |= ((cells & 3) | (cells & 12) << 6) << shift;
         groups[child + 1] |= ((cells >> 4 & 3) | (cells >> 4 & 12) << 6) << shift;
     }
-    NodeRecord node{};
+    NodeOptim node = {};
     for (unsigned int c = 0; c < 8; c++) {
-        const unsigned int state = groups[c] == 0          ? kEmpty
-                                   : groups[c] == kAllOnes ? kFull
-                                                           : kPartial;
+        const unsigned int state = groups[c] == 0          ? OCTREE_EMPTY
+                                   : groups[c] == kAllOnes ? OCTREE_FULL
+                                                           : OCTREE_PARTIAL;
         node.states = static_cast<uint16_t>(node.states | state << 2 * c);
-        if (state != kPartial) continue;
+        if (state != OCTREE_PARTIAL) continue;
         const size_t record = Append(1);
-        if (node.childSet == 0) node.childSet = static_cast<uint32_t>(record - sizeof(ImageHeader));
-        std::memcpy(_image.data() + record, &groups[c], kRecordSize);
+        if (node.childSet == 0) node.childSet = static_cast<uint32_t>(record - kOctreeHeaderSize);
+        std::memcpy(_image.data() + record, &groups[c], kCompactRecordSize);
     }
     std::memcpy(_image.data() + iRecord, &node, sizeof node);
 }

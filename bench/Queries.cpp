@@ -7,13 +7,14 @@
 #include "IndexCheck.h"
 #include "IndexWriter.h"
 #include "Mesh.h"
-#include "OctreeImageCheck.h"
 #include "PartIndex.h"
 #include "RunProgram.h"
 #include "ScratchFolder.h"
 #include "TableReporter.h"
 
 #include "PLMIdxOctreeBuilder.h"
+
+#include "formats/OctreeImage.h"
 
 #include <algorithm>
 #include <chrono>
@@ -56,7 +57,7 @@ void AddCopy(IndexWriter& ioWriter, Mesh iMesh, const IDX_Point& iMove, const st
     part.image = image.get();
     part.box = BoxOfPoints(iMesh.points);
     part.nTriangles = static_cast<std::uint32_t>(iMesh.triangles.size());
-    Require(CheckOctreeImage(image.get(), part.imageSize, part.nOccupied));
+    Require(OctreeImage::Check(image.get(), part.imageSize, part.nOccupied).Text());
     Require(ioWriter.Add(part));
 }
 

@@ -1,4 +1,4 @@
-# Headers of both kinds go flat into include/gridloom; find_package(Gridloom) and pkg-config find them.
+# Headers of both kinds go flat into include/gridloom, those of the formats into formats/ below it; find_package(Gridloom) and pkg-config find them.
 # All paths in what is installed are relative: a prefix may be moved.
 
 include(CMakePackageConfigHelpers)
@@ -8,7 +8,9 @@ set(gridloom_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Gridloom)
 file(GLOB gridloom_public_headers CONFIGURE_DEPENDS
     ${PROJECT_SOURCE_DIR}/contracts/*.h ${PROJECT_SOURCE_DIR}/PrivateInterfaces/*.h)
 install(FILES ${gridloom_public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gridloom)
-install(TARGETS gridloom_contracts gridloom EXPORT GridloomTargets
+file(GLOB gridloom_format_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/formats/*.h)
+install(FILES ${gridloom_format_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/gridloom/formats)
+install(TARGETS gridloom_contracts gridloom_formats gridloom EXPORT GridloomTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 # find_package(Gridloom)

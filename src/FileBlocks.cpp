@@ -1,7 +1,8 @@
 #include "FileBlocks.h"
 
 #include "PagePool.h"
-#include "RawMemory.h"
+
+#include "formats/UnalignedMemory.h"
 
 #include <bit>
 #include <cstring>

@@ -1,7 +1,8 @@
 #include "IDXWorkingID.h"
 
-#include "RawMemory.h"
 #include "Require.h"
+
+#include "formats/UnalignedMemory.h"
 
 #include <cstdint>
 

@@ -11,6 +11,8 @@
 #include "IDX_WT_Identifier.h"
 #include "IdxFile.h"
 
+#include "formats/SplitFile.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -23,7 +25,7 @@ constexpr unsigned int kStackSize =
 
 /// The next multiple of 4. A size that has none in 32 bits stays as it is.
 unsigned int Align(unsigned long long iSize, unsigned int iOtherwise) {
-    const unsigned long long aligned = (iSize + 3) & ~3ULL;
+    const std::size_t aligned = NextAppend(iSize);
     return aligned <= 0xFFFFFFFFULL ? static_cast<unsigned int>(aligned) : iOtherwise;
 }
 

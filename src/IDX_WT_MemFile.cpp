@@ -6,14 +6,14 @@
 
 #include "VEXMemory.h"
 
+#include "formats/SplitFile.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <sys/mman.h>
 
 namespace {
-
-constexpr unsigned int kAlignment = 4;
 
 /// No content reaches it: twice the end of a write has to fit into 32 bits.
 constexpr unsigned long long kContentLimit = 1ULL << 31;
@@ -232,10 +232,10 @@ IDX_Bool IDX_WT_MemFile::ResizeIfNeeded(unsigned int iOffset, unsigned int iData
 }
 
 IDX_Bool IDX_WT_MemFile::Align() {
-    const unsigned int past = m_writtenSize % kAlignment;
+    const unsigned int past = m_writtenSize % kFileAlignment;
     if (past == 0) return IDX_True;
-    const unsigned char zeros[kAlignment] = {};
-    if (!Write(zeros, kAlignment - past)) return TraceNo("IDX_WT_MemFile.Write (alignment)");
+    const unsigned char zeros[kFileAlignment] = {};
+    if (!Write(zeros, kFileAlignment - past)) return TraceNo("IDX_WT_MemFile.Write (alignment)");
     return IDX_True;
 }
 

@@ -45,8 +45,8 @@ IDX_WT_SplittedFile::~IDX_WT_SplittedFile() {
 
 IDX_Bool IDX_WT_SplittedFile::OpenRead(const char* iPath) {
     StartOn(iPath, ReadOnly);
-    char name[kNameSize];
-    if (!FormatName(name, 0, "")) return TraceNo("IDX_WT_SplittedFile.OpenRead.snprintf");
+    char name[kPieceNameSize];
+    if (!FormatName(name, 0, kPieceSuffix)) return TraceNo("IDX_WT_SplittedFile.OpenRead.snprintf");
     if (!Exists(name)) return IDX_False;
     IDX_WT_File* file;
     if (!_TestAndOpen(0, file)) return TraceNo("IDX_WT_SplittedFile.OpenRead._TestAndOpen");
@@ -91,8 +91,8 @@ unsigned int IDX_WT_SplittedFile::GetSize(unsigned int iPart) {
 IDX_Bool IDX_WT_SplittedFile::Lock(unsigned int iPart) {
     if (!m_useLockFiles) return IDX_True;
     if (HasLock(iPart)) return IDX_False;
-    char name[kNameSize];
-    if (!FormatName(name, iPart, ".lock")) return TraceNo("IDX_WT_SplittedFile.Lock.snprintf");
+    char name[kPieceNameSize];
+    if (!FormatName(name, iPart, kLockSuffix)) return TraceNo("IDX_WT_SplittedFile.Lock.snprintf");
     FILE* lock = std::fopen(name, "wb");
     if (lock == nullptr) return IDX_False;
     (void)std::fclose(lock);  // empty: nothing can be lost
@@ -102,14 +102,15 @@ IDX_Bool IDX_WT_SplittedFile::Lock(unsigned int iPart) {
 IDX_Bool IDX_WT_SplittedFile::Unlock(unsigned int iPart) {
     if (!m_useLockFiles) return IDX_True;
     if (!HasLock(iPart)) return IDX_False;
-    char name[kNameSize];
-    if (!FormatName(name, iPart, ".lock")) return TraceNo("IDX_WT_SplittedFile.Unlock.snprintf");
+    char name[kPieceNameSize];
+    if (!FormatName(name, iPart, kLockSuffix))
+        return TraceNo("IDX_WT_SplittedFile.Unlock.snprintf");
     return VEXDeleteFile(name) == 0 ? IDX_True : IDX_False;
 }
 
 IDX_Bool IDX_WT_SplittedFile::HasLock(unsigned int iPart) const {
-    char name[kNameSize];
-    if (!FormatName(name, iPart, ".lock")) {
+    char name[kPieceNameSize];
+    if (!FormatName(name, iPart, kLockSuffix)) {
         return TraceNo("IDX_WT_SplittedFile.HasLock.snprintf");
     }
     return Exists(name) ? IDX_True : IDX_False;
@@ -264,8 +265,8 @@ IDX_Bool IDX_WT_SplittedFile::_TestAndOpen(unsigned int iPart, IDX_WT_File*& oFi
 }
 
 IDX_Bool IDX_WT_SplittedFile::OpenSlot(unsigned int iSlot, unsigned int iPart) {
-    char name[kNameSize];
-    if (!FormatName(name, iPart, "")) {
+    char name[kPieceNameSize];
+    if (!FormatName(name, iPart, kPieceSuffix)) {
         return TraceNo("IDX_WT_SplittedFile._TestAndOpen.snprintf");
     }
     m_slotLocked[iSlot] = m_openMode == ReadWrite;
@@ -303,9 +304,10 @@ void IDX_WT_SplittedFile::StartOn(const char* iPath, Mode iMode) {
 }
 
 bool IDX_WT_SplittedFile::FormatName(
-    char (&oName)[kNameSize], unsigned int iPart, const char* iSuffix) const {
+    char (&oName)[kPieceNameSize], unsigned int iPart, const char* iSuffix) const {
     if (m_fileBasePath == nullptr) return false;
     const int length = std::snprintf(
-        oName, kNameSize, "%s%d%s", m_fileBasePath.get(), static_cast<int>(iPart), iSuffix);
-    return length >= 0 && static_cast<std::size_t>(length) < kNameSize;
+        oName, kPieceNameSize, kPieceNameFormat, m_fileBasePath.get(), static_cast<int>(iPart),
+        iSuffix);
+    return length >= 0 && static_cast<std::size_t>(length) < kPieceNameSize;
 }

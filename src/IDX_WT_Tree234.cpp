@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr unsigned short kVersion = 45;
 constexpr unsigned int kAlignment = 4;
 constexpr unsigned int kNodeSize = sizeof(Tree234Node);
 
@@ -73,10 +72,10 @@ IDX_Bool IDX_WT_Tree234::OpenStoreForReading(const char* iPath) {
     if (!m_file->OpenRead(iPath)) return TraceNo("IDX_WT_Tree234.OpenRead.IDX_WT_File.OpenRead");
     if (!_GetManifest(m_manifest)) return TraceNo("IDX_WT_Tree234.OpenRead._GetManifest");
     if (!HasOurEndian(m_manifest)) return TraceNo("IDX_WT_Tree234.OpenRead.InvalidEndian");
-    if (m_manifest.version != kVersion) {
+    if (m_manifest.version != kTree234Version) {
         IDX_Base_Trace::Debug(
-            "IDX_WT_Tree234.OpenRead.InvalidVersion(current=%ld, previous=%ld)", long{kVersion},
-            long{m_manifest.version});
+            "IDX_WT_Tree234.OpenRead.InvalidVersion(current=%ld, previous=%ld)",
+            long{kTree234Version}, long{m_manifest.version});
         return IDX_False;
     }
     return IDX_True;
@@ -99,10 +98,10 @@ IDX_Bool IDX_WT_Tree234::OpenStoreForWriting(const char* iPath) {
     if (m_file->GetSize() == 0) return AppendManifest();
     if (!_GetManifest(m_manifest)) return TraceNo("IDX_WT_Tree234.OpenWrite._GetManifest");
     if (!HasOurEndian(m_manifest)) return TraceNo("IDX_WT_Tree234.OpenWrite.InvalidEndian");
-    if (m_manifest.version != kVersion) {
+    if (m_manifest.version != kTree234Version) {
         IDX_Base_Trace::Debug(
-            "IDX_WT_Tree234.OpenWrite.InvalidVersion(current=%ld, previous=%ld)", long{kVersion},
-            long{m_manifest.version});
+            "IDX_WT_Tree234.OpenWrite.InvalidVersion(current=%ld, previous=%ld)",
+            long{kTree234Version}, long{m_manifest.version});
         return IDX_False;
     }
     return CompleteLastWord();
@@ -113,7 +112,7 @@ IDX_Bool IDX_WT_Tree234::AppendManifest() {
         void operator()(void* iBytes) const { std::free(iBytes); }
     };
     const std::unique_ptr<void, Free> bytes(std::calloc(1, m_manifestSize));
-    const IDX_234Struct_Manifest manifest = {IDX_Base_Endian::one(), kVersion, 0};
+    const IDX_234Struct_Manifest manifest = {IDX_Base_Endian::one(), kTree234Version, 0};
     if (bytes != nullptr) std::memcpy(bytes.get(), &manifest, sizeof manifest);
     if (bytes == nullptr || !m_file->Write(bytes.get(), m_manifestSize)) {
         return TraceNo("IDX_WT_Tree234.OpenWrite.IDX_WT_File.Write");
@@ -160,10 +159,10 @@ long int IDX_WT_Tree234::CheckVersion(const char* iPath) {
         return TraceStatus(
             "IDX_WT_Tree234.CheckVersion._GetManifest failed", IDX_E_INVALID_ARGUMENT);
     }
-    if (m_manifest.version == kVersion) return IDX_S_OK;
+    if (m_manifest.version == kTree234Version) return IDX_S_OK;
     IDX_Base_Trace::Debug(
         "IDX_WT_Tree234.CheckVersion incompatible version(current=%ld, previous=%ld)",
-        long{kVersion}, long{m_manifest.version});
+        long{kTree234Version}, long{m_manifest.version});
     return IDX_E_FAIL;
 }
 

@@ -76,7 +76,7 @@ bool HoldsFullCell(const NodeSet& iNodeSet) {
 
 /// Of eight two-bit states, a mask of the children that are OCTREE_FULL.
 unsigned int FullOf(unsigned int iStates) {
-    const unsigned int full = iStates >> 1 & ~iStates & 0x5555u;
+    const unsigned int full = FullChildren(iStates);
     if (full == 0) return 0;
     unsigned int children = 0;
     for (unsigned int c = 0; c < kChildren; ++c) children |= (full >> (2 * c) & 1u) << c;
@@ -330,7 +330,7 @@ long int OctreeTriangleDrawer::DrawBelow(
 /// Makes cells of a leaf group OCTREE_SURFACE and counts those that were empty.
 void OctreeTriangleDrawer::MarkCellsOfGroup(unsigned short& ioWord, unsigned int iCells) {
     const unsigned int fields = kSurfaceFields[iCells];
-    const unsigned int fresh = fields & 0x5555u & ~(ioWord | ioWord >> 1);
+    const unsigned int fresh = fields & kLowBits & ~(ioWord | ioWord >> 1);
     _nCellsByDepth[_depth] += std::popcount(fresh);
     ioWord = static_cast<unsigned short>(ioWord | fields);
 }

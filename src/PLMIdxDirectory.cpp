@@ -10,6 +10,8 @@
 #include "VEXListValVEXUnicodeString.h"
 #include "VEXSleep.h"
 
+#include "formats/RedirectingFile.h"
+
 #include <cstdio>
 
 namespace {
@@ -17,7 +19,6 @@ namespace {
 constexpr int kNotKnown = -1;
 constexpr int kNoIndex = 0;
 constexpr int kFirstLive = 2;  ///< so that the first index goes into sub-directory 1
-constexpr int kBothNumbers = 3;
 
 constexpr int kMaxRetries = 12;
 constexpr int kRetryPause = 10000;  ///< in half milliseconds
@@ -120,11 +121,11 @@ void PLMIdxDirectory::Init_Internal() {
     }
     IDX_WT_File file;
     if (file.OpenRead(path.Get()) != IDX_True) return;
-    unsigned int number = 0;
-    const bool read = file.ReadAt(0, &number, sizeof number) == IDX_True;
+    RedirectingFile content = {0};
+    const bool read = file.ReadAt(0, &content, sizeof content) == IDX_True;
     file.Close();
-    if (read && (number == 1 || number == 2)) {
-        _currentIndex = static_cast<int>(number);
+    if (read && content.IsValid()) {
+        _currentIndex = static_cast<int>(content.number);
     } else {
         IDX_Base_Trace::Debug("PLMIdxDirectory.Init_Internal.Invalid redirecting file !");
     }
@@ -164,8 +165,8 @@ long int PLMIdxDirectory::WriteFirstNumber(const char* iRedirectingFile) {
         _currentIndex = kNoIndex;
         return IDX_E_FAIL;
     }
-    const unsigned int number = kFirstLive;
-    if (file.WriteAt(0, &number, sizeof number) != IDX_True) {
+    const RedirectingFile content = {kFirstLive};
+    if (file.WriteAt(0, &content, sizeof content) != IDX_True) {
         return TraceStatus("PLMIdxDirectory.BuildIndexPath.WriteAt", IDX_E_FAIL);
     }
     file.Close();
@@ -176,7 +177,7 @@ long int PLMIdxDirectory::GetSubDirectory(bool iLive, VEXUnicodeString& oPath) {
     Init(false);
     oPath = _basePath;
     if (!HasLiveIndex()) return IDX_E_FAIL;
-    oPath = SubDirectory(_basePath, iLive ? _currentIndex : kBothNumbers - _currentIndex);
+    oPath = SubDirectory(_basePath, iLive ? _currentIndex : OtherSubDirectory(_currentIndex));
     return IDX_S_OK;
 }
 
@@ -206,8 +207,8 @@ long int PLMIdxDirectory::SwapIndexPath() {
     if (file.OpenWrite(path.Get()) != IDX_True) {
         return TraceStatus("PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.OpenWrite", IDX_E_FAIL);
     }
-    const auto number = static_cast<unsigned int>(kBothNumbers - _currentIndex);
-    if (file.WriteAt(0, &number, sizeof number) != IDX_True) {
+    const RedirectingFile content = {static_cast<unsigned int>(OtherSubDirectory(_currentIndex))};
+    if (file.WriteAt(0, &content, sizeof content) != IDX_True) {
         file.Close();
         return TraceStatus("PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.WriteAt", IDX_E_FAIL);
     }

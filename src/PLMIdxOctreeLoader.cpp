@@ -1,7 +1,6 @@
 #include "PLMIdxOctreeLoader.h"
 
 #include "CompactOctreeRecords.h"
-#include "RawMemory.h"
 
 PLMIdxOctreeLoader::PLMIdxOctreeLoader(void* iBuffer) : _octree(nullptr) {
     const auto* image = static_cast<const unsigned char*>(iBuffer);

@@ -1,7 +1,6 @@
 #include "PLMIdxOptimOctree_0.h"
 
 #include "CompactOctreeRecords.h"
-#include "RawMemory.h"
 #include "TraceFailure.h"
 #include "WorkingOctreeRecords.h"
 

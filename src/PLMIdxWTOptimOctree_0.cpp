@@ -1,7 +1,6 @@
 #include "PLMIdxWTOptimOctree_0.h"
 
 #include "CompactOctreeRecords.h"
-#include "RawMemory.h"
 #include "TraceFailure.h"
 #include "WorkingOctreeRecords.h"
 
@@ -15,9 +14,6 @@
 #include <typeinfo>
 
 namespace {
-
-/// The high bits of the eight two-bit states: set for OCTREE_FULL and OCTREE_SURFACE.
-constexpr unsigned int kSolidBits = 0xAAAA;
 
 /// A source octree of any form, seen through Test and Move.
 class AnyOctree {
@@ -70,10 +66,10 @@ private:
 
 /// From the high bits of eight two-bit fields to eight bits side by side.
 unsigned int SqueezeSolidBits(unsigned int iStates) {
-    unsigned int bits = iStates >> 1 & 0x5555u;  // .a.b.c.d.e.f.g.h
-    bits = (bits | bits >> 1) & 0x3333u;         // ..ab..cd..ef..gh
-    bits = (bits | bits >> 2) & 0x0F0Fu;         // ....abcd....efgh
-    return (bits | bits >> 4) & 0x00FFu;         // ........abcdefgh
+    unsigned int bits = iStates >> 1 & kLowBits;  // .a.b.c.d.e.f.g.h
+    bits = (bits | bits >> 1) & 0x3333u;          // ..ab..cd..ef..gh
+    bits = (bits | bits >> 2) & 0x0F0Fu;          // ....abcd....efgh
+    return (bits | bits >> 4) & 0x00FFu;          // ........abcdefgh
 }
 
 /// The positions of one step of the packing walk.
@@ -124,7 +120,7 @@ private:
         unsigned int iPartial,
         unsigned int iLevels) {
         const unsigned int before = LoadAt<unsigned short>(ioRecord, 0);
-        const unsigned int added = iPartial == 0 ? iStates & kSolidBits : iStates;
+        const unsigned int added = iPartial == 0 ? iStates & kHighBits : iStates;
         StoreAt(ioRecord, 0, static_cast<unsigned short>(before | added));
         if (iPartial == 0) return IDX_S_OK;
         unsigned int childSet = 0;

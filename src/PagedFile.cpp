@@ -1,5 +1,7 @@
 #include "PagedFile.h"
 
+#include "formats/SplitFile.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -17,9 +19,6 @@ constexpr std::size_t kStraightSize = kPageSize;
 
 /// Most pages that one system call writes back.
 constexpr int kRunPages = 64;
-
-/// Appends start at multiples of it, which leaves up to 3 bytes of padding before them.
-constexpr std::size_t kAlignment = 4;
 
 std::size_t PageOf(std::size_t iOffset) {
     return iOffset >> kPageBits;
@@ -362,7 +361,7 @@ bool PagedFile::Prepare(PageFrame& ioFrame, std::size_t iFrom) {
     const std::size_t valid = ioFrame.valid;
     if (iFrom <= valid) return true;
     // The file ends before the bytes. Padding, the most that lies before an append, is zero.
-    if (iFrom % kAlignment != 0 || iFrom - valid >= kAlignment) return false;
+    if (iFrom % kFileAlignment != 0 || iFrom - valid >= kFileAlignment) return false;
     std::memset(ioFrame.bytes + valid, 0, iFrom - valid);
     return true;
 }

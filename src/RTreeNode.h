@@ -1,37 +1,12 @@
 #ifndef RTreeNode_h
 #define RTreeNode_h
 
-#include "RawMemory.h"
-
 #include "IDX_Base_RTree.h"
+
+#include "formats/RTreeImage.h"
 
 #include <cstddef>
 #include <cstring>
-
-// The bytes of an R-tree image. docs/file-formats.md, "R-tree image".
-
-/// What stands before the nodes in a file. 12 bytes.
-struct RTreeImageHeader {
-    unsigned short minFill;      //  0  2  fewest entries that a split leaves in a node
-    unsigned short maxChildren;  //  2  2  entries that a node holds
-    unsigned int root;           //  4  4  offset of the root, from the first node
-    unsigned int size;           //  8  4  bytes of all nodes
-};
-static_assert(
-    sizeof(RTreeImageHeader) == 12 && offsetof(RTreeImageHeader, size) == 8,
-    "R-tree image: header");
-
-/// Starts each node; the entries follow.
-struct RTreeNodeHeader {
-    unsigned int parent;    //  0  4  offset of the parent, 0 in the root
-    unsigned short level;   //  4  2  height above the leaves
-    unsigned short count;   //  6  2  entries in use
-    unsigned short slot;    //  8  2  index of the node's entry in its parent, 0 in the root
-    unsigned short unused;  // 10  2  zero
-};
-static_assert(
-    sizeof(RTreeNodeHeader) == 12 && offsetof(RTreeNodeHeader, slot) == 8,
-    "R-tree image: node header");
 
 /// A node where it lies in the storage. Void as soon as the storage moves.
 class RTreeNode {

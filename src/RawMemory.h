@@ -1,26 +1,7 @@
 #ifndef RawMemory_h
 #define RawMemory_h
 
-#include <cstring>
-#include <type_traits>
-
-// The one way to fields of an image, which may lie at any address. Compilers make one move of it.
-
-/// The T whose bytes start `iOffset` bytes behind `iBase`.
-template <class T>
-T LoadAt(const unsigned char* iBase, std::size_t iOffset) {
-    static_assert(std::is_trivially_copyable<T>::value, "only bytes are loaded");
-    T value;
-    std::memcpy(&value, iBase + iOffset, sizeof(T));
-    return value;
-}
-
-/// Writes the bytes of `iValue` from `iOffset` bytes behind `ioBase` on.
-template <class T>
-void StoreAt(unsigned char* ioBase, std::size_t iOffset, const T& iValue) {
-    static_assert(std::is_trivially_copyable<T>::value, "only bytes are stored");
-    std::memcpy(ioBase + iOffset, &iValue, sizeof(T));
-}
+#include "formats/UnalignedMemory.h"
 
 /// Copies bytes. The sizes of a tree's accesses, 4 to 8 bytes and 16 to 32, without a call.
 inline void CopyBytes(void* oTo, const void* iFrom, std::size_t iSize) {

@@ -2,7 +2,6 @@
 #define Tree234Search_h
 
 #include "BytesInHand.h"
-#include "RawMemory.h"
 #include "TraceFailure.h"
 #include "Tree234Records.h"
 
@@ -169,7 +168,7 @@ private:
         if (!ReadNode(_parentOffset, _parent)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.ReadAt (3)");
         }
-        _parent.OpenGap(_childIndex);
+        OpenGap(_parent, _childIndex);
         if (!_store.WriteAt(_parentOffset, &_parent, kNodeSize)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (1)");
         }
@@ -274,7 +273,7 @@ private:
 
     /// The gap is written before the item, and settled behind it.
     bool InsertIntoLeaf() {
-        _node.OpenGapInItems(_place);
+        OpenGapInItems(_node, _place);
         if (!_store.WriteAt(_nodeOffset, &_node, kNodeSize)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (7)");
         }

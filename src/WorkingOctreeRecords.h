@@ -4,27 +4,10 @@
 #include "IDX_Base_Octree_TestResult.h"
 #include "PLMIdxWTWorkingOctree.h"
 
+#include "formats/CellStates.h"
+
 #include <cstddef>
 #include <type_traits>
-
-/// Numbers of an octree that hold for every form.
-constexpr unsigned int kChildren = 8;
-
-/// Two bits for each of 8 children, child 0 in the lowest: the state of child `iChild`.
-inline unsigned int StateOf(unsigned int iStates, unsigned int iChild) {
-    return iStates >> (2 * iChild) & 3u;
-}
-
-/// Replaces the state of one child in such a word.
-inline void SetState(unsigned short& ioStates, unsigned int iChild, unsigned int iState) {
-    const unsigned int shift = 2 * iChild;
-    ioStates = static_cast<unsigned short>((ioStates & ~(3u << shift)) | iState << shift);
-}
-
-/// Of such a word the low bit of each field: set for children that are OCTREE_PARTIAL alone.
-inline unsigned int PartialChildren(unsigned int iStates) {
-    return iStates & ~(iStates >> 1) & 0x5555u;
-}
 
 /// The tag of what lies outside. A fill gives all others out anew, from 2.
 constexpr unsigned short kOutside = 1;
@@ -53,7 +36,7 @@ static_assert(std::is_trivially_copyable<NodeSet>::value, "working octree: NodeS
 
 /// Words of leaf groups that are one cell as a whole; any other is subdivided.
 constexpr unsigned short kEmptyGroup = 0;
-constexpr unsigned short kFullGroup = 0xAAAA;
+constexpr unsigned short kFullGroup = kHighBits;
 
 inline bool IsSplitGroup(unsigned short iWord) {
     return iWord != kEmptyGroup && iWord != kFullGroup;

@@ -1,21 +1,9 @@
 #include "PLMIdxOctreeBuilder.h"
 
+#include "formats/OctreeImage.h"
+
 #include <cstdio>
 #include <memory>
-
-// Number of occupied cells of the last level below a position.
-static long CountCells(const PLMIdxIBaseOctree& octree, IDX_Base_Octree_Iterator parent) {
-    long cells = 0;
-    for (unsigned int child = 0; child < 8; ++child) {
-        const IDX_Base_Octree_TestResult state = octree.Test(parent, child);
-        if (state == OCTREE_FULL) cells += 1L << (3 * (octree._depth - parent.depth - 1));
-        if (state != OCTREE_PARTIAL) continue;
-        IDX_Base_Octree_Iterator position = parent;
-        octree.Move(position, child);
-        cells += CountCells(octree, position);
-    }
-    return cells;
-}
 
 int main() {
     // A corner cut from a cube: four points, four triangles.
@@ -36,9 +24,10 @@ int main() {
     const std::unique_ptr<unsigned char[]> image(builder.GetOctree().GetOctreeBuffer(size));
 
     // A reader is a view on the image: nothing is parsed or copied.
-    PLMIdxOptimOctree_0 octree;
-    if (IDX_Failed(octree.Load(image.get()))) return 1;
-    const long cells = CountCells(octree, IDX_Base_Octree_Iterator());
-    std::printf("%u bytes, depth %u, %ld occupied cells\n", size, octree._depth, cells);
+    const OctreeImage octree(image.get());
+    unsigned long solid = 0;
+    octree.ForEachOccupied(
+        [&](const OctreeCell& cell) { solid += 1UL << 3 * (octree.Depth() - cell.level); });
+    std::printf("%u bytes, depth %u, %lu occupied cells\n", size, octree.Depth(), solid);
     return 0;
 }

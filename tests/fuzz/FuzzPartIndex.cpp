@@ -1,11 +1,12 @@
 // Any bytes as a file of a part index. What the checking walks let pass is walked as a reader walks it: every walk ends
 // within the bytes, and finds what was counted. The first byte says which file it is.
 
-#include "BoxTree.h"
-#include "OctreeImageCheck.h"
-#include "PartTreeCheck.h"
-
 #include "PLMIdxOctreeLoader.h"
+
+#include "formats/IdentifierTreeFile.h"
+#include "formats/OctreeImage.h"
+#include "formats/PartIndexFiles.h"
+#include "formats/RTreeImage.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -19,42 +20,29 @@ void Expect(bool holds) {
     if (!holds) std::abort();
 }
 
-std::uint64_t CountOccupied(
-    const PLMIdxIBaseOctree& octree, const IDX_Base_Octree_Iterator& position) {
-    std::uint64_t count = 0;
-    for (unsigned int child = 0; child < 8 && octree._depth > 0; ++child) {
-        const IDX_Base_Octree_TestResult state = octree.Test(position, child);
-        if (state == OCTREE_FULL)
-            count += std::uint64_t{1} << 3 * (octree._depth - position.depth - 1);
-        if (state != OCTREE_PARTIAL) continue;
-        IDX_Base_Octree_Iterator below = position;
-        Expect(octree.Move(below, child) == IDX_S_OK);
-        count += CountOccupied(octree, below);
-    }
-    return count;
-}
-
 void WalkOctree(Bytes& bytes) {
     std::uint64_t nOccupied = 0;
-    if (!CheckOctreeImage(bytes.data(), bytes.size(), nOccupied).empty()) return;
+    if (OctreeImage::Check(bytes.data(), bytes.size(), nOccupied)) return;
+    const OctreeImage image(bytes.data());
+    Expect(image.CountOccupied() == nOccupied);
     const PLMIdxOctreeLoader loader(bytes.data());
-    Expect(loader.GetOctree() != nullptr);
-    Expect(CountOccupied(*loader.GetOctree(), {}) == nOccupied);
+    Expect(loader.GetOctree() != nullptr && loader.GetOctree()->_depth == image.Depth());
 }
 
 void SearchBoxes(const Bytes& bytes) {
-    const BoxTree boxes(bytes.data(), bytes.size());
-    if (!boxes.Check().empty()) return;
+    if (RTreeImage::Check(bytes.data(), bytes.size())) return;
     std::size_t count = 0;
     const auto all = [](const IDX_Base_BoundingBox&) { return true; };
-    boxes.Search(all, [&](const BoxTree::Entry&) { ++count; });
-    Expect(count <= bytes.size() / sizeof(BoxTree::Entry));
+    RTreeImage(bytes.data()).Search(all, [&](const RTreeImage::Entry&) { ++count; });
+    Expect(count <= bytes.size() / sizeof(RTreeImage::Entry));
 }
 
 void CheckParts(const Bytes& bytes) {
+    constexpr std::size_t kManifest = sizeof(IDX_234Struct_Manifest) + sizeof(PartsManifest);
+    const IdentifierTreeFile file(bytes.data(), bytes.size(), kManifest, sizeof(PartRecord));
     std::vector<unsigned int> items;
-    if (!CheckPartTree(bytes.data(), bytes.size(), items).empty()) return;
-    for (const unsigned int item : items) Expect(item < bytes.size());
+    if (file.Check(items)) return;
+    for (const unsigned int item : items) Expect(file.SizeOfItem(item) != 0);
 }
 
 }  // namespace

@@ -117,7 +117,7 @@ protected:
         const PartIndex index = PartIndex::OpenBase(_folder / "out");
         const std::vector<StoredPart> found = FindByName(index, iPattern);
         if (found.size() != 1) return {};
-        const unsigned char* image = index.ImageOf(found[0].record);
+        const unsigned char* image = index.BytesOf(found[0].record);
         return {reinterpret_cast<const char*>(image), found[0].record.octreeSize};
     }
 

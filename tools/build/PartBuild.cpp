@@ -5,6 +5,8 @@
 #include "IDX_Base_Trace.h"
 #include "PLMIdxOctreeBuilder.h"
 
+#include "formats/OctreeImage.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -68,23 +70,6 @@ std::string FindBadCoordinate(const MeshPart& iPart) {
     return text;
 }
 
-/// Occupied cells of the last level below a position.
-std::uint64_t CountSolid(
-    const PLMIdxIBaseOctree& iOctree, const IDX_Base_Octree_Iterator& iPosition) {
-    std::uint64_t count = 0;
-    const unsigned int levelsBelowChild = iOctree._depth - iPosition.depth - 1;
-    for (unsigned int child = 0; child < 8; ++child) {
-        const IDX_Base_Octree_TestResult state = iOctree.Test(iPosition, child);
-        if (state == OCTREE_FULL) {
-            count += std::uint64_t{1} << (3 * levelsBelowChild);
-        } else if (state == OCTREE_PARTIAL) {
-            IDX_Base_Octree_Iterator below = iPosition;
-            if (!IDX_Failed(iOctree.Move(below, child))) count += CountSolid(iOctree, below);
-        }
-    }
-    return count;
-}
-
 /// Takes the octree and the figures out of a builder that has built.
 void TakeResult(const std::shared_ptr<OpenBuilder>& ioBuilder, BuiltPart& oBuilt) {
     const PLMIdxIBaseOctree& octree = ioBuilder->GetOctree();
@@ -94,7 +79,7 @@ void TakeResult(const std::shared_ptr<OpenBuilder>& ioBuilder, BuiltPart& oBuilt
     facts.depth = octree._depth;
     std::copy_n(ioBuilder->GetNCellsByDepth(), facts.depth + 1, facts.cellsByLevel.begin());
     if (facts.depth == 0) return;
-    facts.nSolid = CountSolid(octree, IDX_Base_Octree_Iterator());
+    facts.nSolid = OctreeImage(oBuilt.image.get()).CountOccupied();
     facts.nInside = facts.nSolid - static_cast<std::uint64_t>(facts.cellsByLevel[facts.depth]);
 }
 

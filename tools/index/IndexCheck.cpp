@@ -1,8 +1,8 @@
 #include "IndexCheck.h"
 
-#include "IndexFiles.h"
-#include "OctreeImageCheck.h"
-#include "PartTreeCheck.h"
+#include "formats/OctreeImage.h"
+#include "formats/PartIndexFiles.h"
+#include "formats/SplitFile.h"
 
 #include <algorithm>
 #include <tuple>
@@ -49,9 +49,9 @@ public:
     IndexCheckResult Run() {
         std::vector<unsigned int> items;
         const MappedFile& parts = _index.PartsFile();
-        const std::string failure = CheckPartTree(parts.Bytes(), parts.Size(), items);
-        if (!failure.empty()) {
-            Add(_index.Folder() + kPartsName, failure);
+        const Damage damage = CheckPartsFile(parts.Bytes(), parts.Size(), items);
+        if (damage) {
+            Add(_index.Folder() + kPartsName, damage.Text());
             return std::move(_result);  // nothing leads to the rest
         }
         _result.nParts = static_cast<unsigned int>(items.size());
@@ -77,7 +77,7 @@ private:
 
     void CollectBoxes() {
         const auto all = [](const IDX_Base_BoundingBox&) { return true; };
-        _index.Boxes().Search(all, [&](const BoxTree::Entry& entry) {
+        _index.Boxes().Search(all, [&](const RTreeImage::Entry& entry) {
             _boxes.push_back({entry.value, entry.box});
         });
         std::sort(_boxes.begin(), _boxes.end(), [](const BoxOfItem& a, const BoxOfItem& b) {
@@ -88,11 +88,11 @@ private:
     void CheckPart(const StoredPart& iPart) {
         CheckBox(iPart);
         const PartRecord& record = iPart.record;
-        const unsigned char* image = _index.ImageOf(record);
+        const unsigned char* image = _index.BytesOf(record);
         if (image == nullptr) return Add(iPart.identifier, "its record leads to no octree");
         std::uint64_t nOccupied = 0;
-        const std::string failure = CheckOctreeImage(image, record.octreeSize, nOccupied);
-        if (!failure.empty()) return Add(iPart.identifier, "its octree: " + failure);
+        const Damage damage = OctreeImage::Check(image, record.octreeSize, nOccupied);
+        if (damage) return Add(iPart.identifier, "its octree: " + damage.Text());
         if (nOccupied != record.CountOccupied()) {
             Add(iPart.identifier, "its record tells another number of occupied cells");
         }
@@ -109,7 +109,7 @@ private:
             [](const BoxOfItem& a, unsigned int item) { return a.item < item; });
         if (found == _boxes.end() || found->item != iPart.item) {
             Add(iPart.identifier, "no box leads to it");
-        } else if (!HaveSameBits(found->box, iPart.record.box)) {
+        } else if (!RTreeImage::HaveSameBits(found->box, iPart.record.box)) {
             Add(iPart.identifier, "its box and that of its record differ");
         }
     }
@@ -122,7 +122,7 @@ private:
         std::vector<std::size_t> ends(_index.Pieces().size(), 0);
         for (const Place& place : _places) {
             std::size_t& end = ends[place.piece];
-            const std::size_t start = NextBlock(end);
+            const std::size_t start = NextAppend(end);
             if (place.offset != start) {
                 return Add(
                     _index.NameOfPiece(place.piece),

@@ -1,6 +1,7 @@
 #include "IndexWriter.h"
 
 #include "FileSync.h"
+#include "IndexFiles.h"
 
 #include "IDX_WT_File.h"
 

@@ -1,7 +1,6 @@
 #include "PartIndex.h"
 
 #include "Finite.h"
-#include "OctreeImageCheck.h"
 
 #include "IDX_Base_Constants.h"
 #include "PLMIdxDirectory.h"
@@ -62,14 +61,14 @@ PartIndex::PartIndex(const std::string& iFolder)
     : _folder(iFolder + "/"),
       _parts(std::make_unique<PartTree>(false)),
       _partsFile(Map(_folder + kPartsName)),
-      _boxesFile(Map(_folder + kBoxesName)),
-      _boxes(_boxesFile.Bytes(), _boxesFile.Size()) {
+      _boxesFile(Map(_folder + kBoxesName)) {
     const std::string parts = _folder + kPartsName;
     if (_parts->OpenRead(parts.c_str()) != IDX_True)
         ThrowDamaged(parts, "isn't an identifier tree");
     if (!_parts->ReadCount(_nParts)) ThrowDamaged(parts, "isn't the tree of a part index");
-    const std::string failure = _boxes.Check();
-    if (!failure.empty()) ThrowDamaged(_folder + kBoxesName, failure);
+    const Damage damage = RTreeImage::Check(_boxesFile.Bytes(), _boxesFile.Size());
+    if (damage) ThrowDamaged(_folder + kBoxesName, damage.Text());
+    _boxes.emplace(_boxesFile.Bytes());
     MapPieces();
 }
 
@@ -131,7 +130,7 @@ void PartIndex::ForEach(const std::function<void(const StoredPart&)>& iTake) con
     if (nTaken != _nParts) ThrowDamaged(_folder + kPartsName, "has another number of parts");
 }
 
-const unsigned char* PartIndex::ImageOf(const PartRecord& iRecord) const {
+const unsigned char* PartIndex::BytesOf(const PartRecord& iRecord) const {
     if (iRecord.octreePiece >= _pieces.size()) return nullptr;
     const MappedFile& piece = _pieces[iRecord.octreePiece];
     if (iRecord.octreeOffset > piece.Size()) return nullptr;
@@ -139,22 +138,28 @@ const unsigned char* PartIndex::ImageOf(const PartRecord& iRecord) const {
     return piece.Bytes() + iRecord.octreeOffset;
 }
 
+const unsigned char* PartIndex::ExaminedBytesOf(const StoredPart& iPart) const {
+    const std::string piece = NameOfPiece(iPart.record.octreePiece);
+    const unsigned char* image = BytesOf(iPart.record);
+    if (image == nullptr) ThrowDamaged(piece, "holds no octree of " + iPart.identifier);
+    if (_examined.count(iPart.item) != 0) return image;
+    std::uint64_t nOccupied = 0;
+    const Damage damage = OctreeImage::Check(image, iPart.record.octreeSize, nOccupied);
+    if (damage) ThrowDamaged(piece, "the octree of " + iPart.identifier + ": " + damage.Text());
+    _examined.insert(iPart.item);
+    return image;
+}
+
+OctreeImage PartIndex::ImageOf(const StoredPart& iPart) const {
+    return OctreeImage(ExaminedBytesOf(iPart));
+}
+
 const PLMIdxIBaseOctree& PartIndex::OctreeOf(const StoredPart& iPart) const {
     std::unique_ptr<PLMIdxOctreeLoader>& loader = _octrees[iPart.item];
-    if (loader != nullptr) return *loader->GetOctree();
-    const unsigned char* image = ImageOf(iPart.record);
-    if (image == nullptr) {
-        ThrowDamaged(
-            NameOfPiece(iPart.record.octreePiece), "holds no octree of " + iPart.identifier);
+    if (loader == nullptr) {
+        // The loader takes a pointer to bytes that may change, and doesn't change them.
+        loader = std::make_unique<PLMIdxOctreeLoader>(
+            const_cast<unsigned char*>(ExaminedBytesOf(iPart)));
     }
-    std::uint64_t nOccupied = 0;
-    const std::string failure = CheckOctreeImage(image, iPart.record.octreeSize, nOccupied);
-    if (!failure.empty()) {
-        ThrowDamaged(
-            NameOfPiece(iPart.record.octreePiece),
-            "the octree of " + iPart.identifier + ": " + failure);
-    }
-    // The loader takes a pointer to bytes that may change, and doesn't change them.
-    loader = std::make_unique<PLMIdxOctreeLoader>(const_cast<unsigned char*>(image));
     return *loader->GetOctree();
 }

@@ -1,12 +1,14 @@
 #ifndef PartIndex_h
 #define PartIndex_h
 
-#include "BoxTree.h"
 #include "IndexFiles.h"
 #include "MappedFile.h"
 #include "PartTree.h"
 
 #include "PLMIdxOctreeLoader.h"
+
+#include "formats/OctreeImage.h"
+#include "formats/RTreeImage.h"
 
 #include <functional>
 #include <memory>
@@ -14,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 /// An index that can't be read: no index, no permission, or damaged. The text names the file and the reason.
@@ -67,28 +70,36 @@ public:
     /// All parts, in rising byte order of their identifiers.
     void ForEach(const std::function<void(const StoredPart&)>& iTake) const;
 
-    const BoxTree& Boxes() const { return _boxes; }
+    const RTreeImage& Boxes() const { return *_boxes; }
 
-    /// The octree of a part, examined before its first use. Lives as long as this index.
+    /// The image of a part's octree, examined before its first use. Its bytes live as long as this index.
+    OctreeImage ImageOf(const StoredPart& iPart) const;
+
+    /// The same as the library sees it.
     const PLMIdxIBaseOctree& OctreeOf(const StoredPart& iPart) const;
 
-    /// The stored image of a part's octree.
+    /// Where the image of a record lies, not examined.
     /// @return null when no file holds it
-    const unsigned char* ImageOf(const PartRecord& iRecord) const;
+    const unsigned char* BytesOf(const PartRecord& iRecord) const;
 
     std::string NameOfPiece(std::size_t iPiece) const;  ///< path
 
 private:
     MappedFile Map(const std::string& iPath) const;
+
+    /// Where the image of a part lies, examined before its first use.
+    const unsigned char* ExaminedBytesOf(const StoredPart& iPart) const;
+
     void MapPieces();
 
     std::string _folder;  ///< with '/' behind it
     std::unique_ptr<PartTree> _parts;
     MappedFile _partsFile;
     MappedFile _boxesFile;
-    BoxTree _boxes;
+    std::optional<RTreeImage> _boxes;  ///< examined when the index is opened
     std::vector<MappedFile> _pieces;
     unsigned int _nParts = 0;
+    mutable std::unordered_set<unsigned int> _examined;  ///< items whose images are sound
     mutable std::unordered_map<unsigned int, std::unique_ptr<PLMIdxOctreeLoader>>
         _octrees;  ///< by item
 };

@@ -3,6 +3,8 @@
 #include "IDX_WT_File.h"
 #include "IDX_WT_Identifier.h"
 
+#include "formats/IdentifierTreeFile.h"
+
 namespace {
 
 constexpr unsigned int kManifestSize = sizeof(IDX_234Struct_Manifest) + sizeof(PartsManifest);
@@ -67,4 +69,16 @@ bool PartTree::ReadCount(unsigned int& oParts) const {
     }
     oParts = own.nParts;
     return own.format == kPartsFormat && (tree.root == 0) == (own.nParts == 0);
+}
+
+Damage CheckPartsFile(
+    const unsigned char* iBytes, std::size_t iSize, std::vector<unsigned int>& oItems) {
+    const IdentifierTreeFile file(iBytes, iSize, kManifestSize, sizeof(PartRecord));
+    const Damage damage = file.Check(oItems);
+    if (damage) return damage;
+    const auto manifest = LoadAt<PartsManifest>(iBytes, kOwnManifest);
+    if (manifest.format != kPartsFormat) return Damage("isn't the tree of a part index");
+    if (manifest.nParts != oItems.size())
+        return Damage("its manifest tells another number of parts");
+    return {};
 }

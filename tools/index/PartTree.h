@@ -1,12 +1,14 @@
 #ifndef PartTree_h
 #define PartTree_h
 
-#include "IndexFiles.h"
-
 #include "IDX_WT_Tree234.h"
+
+#include "formats/Damage.h"
+#include "formats/PartIndexFiles.h"
 
 #include <functional>
 #include <string>
+#include <vector>
 
 /// The identifier tree of an index: it leads from a part's identifier to its record. Open it first.
 class PartTree final : public IDX_WT_Tree234 {
@@ -46,5 +48,10 @@ private:
     /// Ask this before a search: a manifest that can't be read looks like that of an empty tree to it.
     bool HasManifest() const;
 };
+
+/// Whether bytes are the file of such a tree.
+/// @param oItems  where the records stand, in rising order of their identifiers
+Damage CheckPartsFile(
+    const unsigned char* iBytes, std::size_t iSize, std::vector<unsigned int>& oItems);
 
 #endif

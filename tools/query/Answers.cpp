@@ -74,7 +74,7 @@ Stats Collect(const PartIndex& iIndex) {
         stats.box.Union(record.box);
         stats.nTriangles += record.nTriangles;
         stats.nOccupied += record.CountOccupied();
-        ++stats.depths[iIndex.OctreeOf(part)._depth];
+        ++stats.depths[iIndex.ImageOf(part).Depth()];
     });
     return stats;
 }

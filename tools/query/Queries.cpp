@@ -15,7 +15,7 @@ void SortByIdentifier(Parts& ioParts) {
 }
 
 Solid SolidOf(const PartIndex& iIndex, const StoredPart& iPart) {
-    return {iIndex.OctreeOf(iPart), BoxOf(iPart.record.box)};
+    return {iIndex.ImageOf(iPart), BoxOf(iPart.record.box)};
 }
 
 /// One step of a search for the nearest parts: what may be near, and the least distance at which it can be.
@@ -38,7 +38,7 @@ class NearestSearch {
 public:
     NearestSearch(const PartIndex& iIndex, const Point& iPoint)
         : _index(iIndex), _boxes(iIndex.Boxes()), _point(iPoint) {
-        _queue.push({0.0, Candidate::Node, _boxes.Root(), {}});
+        _queue.push({0.0, Candidate::Node, _boxes.Header().root, {}});
     }
 
     std::vector<NearPart> Run(unsigned int iCount) {
@@ -70,9 +70,10 @@ private:
     }
 
     void OpenNode(unsigned int iNode) {
-        for (unsigned int slot = 0; slot < _boxes.Count(iNode); ++slot) {
-            const BoxTree::Entry entry = _boxes.EntryOf(iNode, slot);
-            const Candidate::Kind kind = _boxes.IsLeaf(iNode) ? Candidate::Part : Candidate::Node;
+        const RTreeNodeHeader node = _boxes.Node(iNode);
+        for (unsigned int slot = 0; slot < node.count; ++slot) {
+            const RTreeImage::Entry entry = _boxes.EntryOf(iNode, slot);
+            const Candidate::Kind kind = node.level == 0 ? Candidate::Part : Candidate::Node;
             _queue.push({SquaredDistance(BoxOf(entry.box), _point), kind, entry.value, {}});
         }
     }
@@ -93,7 +94,7 @@ private:
     void OpenCell(const Candidate& iCandidate) {
         Opened& opened = *_opened[iCandidate.number];
         if (opened.isFound) return;
-        if (iCandidate.cell.isFull) {
+        if (iCandidate.cell.cell.isFull) {
             opened.isFound = true;
             _lastSquared = iCandidate.squaredDistance;
             _found.push_back({opened.part, std::sqrt(_lastSquared)});
@@ -114,7 +115,7 @@ private:
     }
 
     const PartIndex& _index;
-    const BoxTree& _boxes;
+    const RTreeImage& _boxes;
     Point _point;
     std::priority_queue<Candidate> _queue;
     std::vector<std::unique_ptr<Opened>> _opened;
@@ -140,7 +141,7 @@ Parts FindInBox(const PartIndex& iIndex, const Box& iBox) {
     Parts parts;
     const auto meets = [&](const IDX_Base_BoundingBox& box) { return Meet(BoxOf(box), iBox); };
     iIndex.Boxes().Search(
-        meets, [&](const BoxTree::Entry& entry) { parts.push_back(iIndex.Read(entry.value)); });
+        meets, [&](const RTreeImage::Entry& entry) { parts.push_back(iIndex.Read(entry.value)); });
     SortByIdentifier(parts);
     return parts;
 }

@@ -1,7 +1,6 @@
 #include "Solids.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace {
 
@@ -33,10 +32,11 @@ public:
 
     bool Visit(const SolidCell& iFirst, const SolidCell& iSecond) const {
         if (!Meet(iFirst.box, iSecond.box)) return false;
-        if (iFirst.isFull && iSecond.isFull) return true;
+        if (iFirst.cell.isFull && iSecond.cell.isFull) return true;
         std::array<SolidCell, 8> children;
-        const bool intoFirst = iSecond.isFull || (!iFirst.isFull && LongestSide(iFirst.box) >=
-                                                                        LongestSide(iSecond.box));
+        const bool intoFirst =
+            iSecond.cell.isFull ||
+            (!iFirst.cell.isFull && LongestSide(iFirst.box) >= LongestSide(iSecond.box));
         const unsigned int count =
             intoFirst ? _first.Children(iFirst, children) : _second.Children(iSecond, children);
         return std::any_of(children.begin(), children.begin() + count, [&](const SolidCell& child) {
@@ -74,50 +74,28 @@ double SquaredDistance(const Box& iBox, const Point& iPoint) {
     return sum;
 }
 
-Solid::Solid(const PLMIdxIBaseOctree& iOctree, const Box& iBox)
-    : _octree(iOctree),
-      _partBox(iBox),
-      _origin(PointOf(iOctree._bbOrigin)),
-      _extents(PointOf(iOctree._bbSize)) {}
-
-Box Solid::CellBox(const std::array<unsigned int, 3>& iIndex, unsigned int iLevel) const {
+Box Solid::CutBoxOf(const OctreeCell& iCell) const {
+    const OctreeCellBox cell = _octree.BoxOf(iCell);
     Box box;
     for (std::size_t axis = 0; axis < kAxes; ++axis) {
-        const double side = std::ldexp(_extents[axis], -static_cast<int>(iLevel));
-        const double low = _origin[axis] + side * iIndex[axis];
-        const double high = _origin[axis] + side * (iIndex[axis] + 1.0);
-        box.low[axis] = std::max(_partBox.low[axis], low);
-        box.high[axis] = std::min(_partBox.high[axis], high);
+        box.low[axis] = std::max(_partBox.low[axis], cell.low[axis]);
+        box.high[axis] = std::min(_partBox.high[axis], cell.high[axis]);
     }
     return box;
 }
 
 bool Solid::Root(SolidCell& oRoot) const {
-    oRoot = {
-        IDX_Base_Octree_Iterator(), CellBox({0, 0, 0},
-         0), {0, 0, 0},
-         false
-    };
-    return _octree._depth > 0 && !IsInsideOut(oRoot.box);
+    oRoot.cell = _octree.Root();
+    oRoot.box = CutBoxOf(oRoot.cell);
+    return _octree.Depth() > 0 && !IsInsideOut(oRoot.box);
 }
 
 unsigned int Solid::Children(const SolidCell& iCell, std::array<SolidCell, 8>& oChildren) const {
-    const unsigned int level = iCell.position.depth + 1;
     unsigned int count = 0;
-    for (unsigned int number = 0; number < 8; ++number) {
-        const IDX_Base_Octree_TestResult state = _octree.Test(iCell.position, number);
-        if (state == OCTREE_EMPTY) continue;
-        SolidCell& child = oChildren[count];
-        for (unsigned int axis = 0; axis < kAxes; ++axis) {
-            child.index[axis] = 2 * iCell.index[axis] + (number >> axis & 1U);
-        }
-        child.box = CellBox(child.index, level);
-        if (IsInsideOut(child.box)) continue;
-        child.isFull = state == OCTREE_FULL;
-        child.position = iCell.position;
-        if (!child.isFull && IDX_Failed(_octree.Move(child.position, number))) continue;
-        ++count;
-    }
+    _octree.ForEachChild(iCell.cell, [&](const OctreeCell& child) {
+        const Box box = CutBoxOf(child);
+        if (!IsInsideOut(box)) oChildren[count++] = {child, box};
+    });
     return count;
 }
 
@@ -128,7 +106,7 @@ bool Solid::Meets(const Box& iBox) const {
 
 bool Solid::CellMeets(const SolidCell& iCell, const Box& iBox) const {
     if (!::Meet(iCell.box, iBox)) return false;
-    if (iCell.isFull) return true;
+    if (iCell.cell.isFull) return true;
     std::array<SolidCell, 8> children;
     const unsigned int count = Children(iCell, children);
     return std::any_of(children.begin(), children.begin() + count, [&](const SolidCell& child) {

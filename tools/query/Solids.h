@@ -2,7 +2,8 @@
 #define Solids_h
 
 #include "IDX_Base_BoundingBox.h"
-#include "PLMIdxIBaseOctree.h"
+
+#include "formats/OctreeImage.h"
 
 #include <array>
 
@@ -25,20 +26,18 @@ bool Meet(const Box& iFirst, const Box& iSecond);
 /// The square of the distance from a point to the nearest one of a box; 0 inside.
 double SquaredDistance(const Box& iBox, const Point& iPoint);
 
-/// A cell of an octree, and how to get below it.
+/// A cell of a part's octree in which the part is solid somewhere.
 struct SolidCell {
-    IDX_Base_Octree_Iterator position;  ///< stands on the cell; means nothing in a full one
-    Box box;  ///< cut to the box of the part; may be inside out when nothing is left
-    std::array<unsigned int, 3> index;  ///< among the cells of its level
-    bool isFull;
+    OctreeCell cell;
+    Box box;  ///< of the cell, cut to the box of the part
 };
 
 /// A part's octree, seen as the cells in which it is solid.
 class Solid {
 public:
-    /// @param iOctree  must outlive this object
+    /// @param iOctree  its bytes must outlive this object
     /// @param iBox     the part's box
-    Solid(const PLMIdxIBaseOctree& iOctree, const Box& iBox);
+    Solid(const OctreeImage& iOctree, const Box& iBox) : _octree(iOctree), _partBox(iBox) {}
 
     /// The whole octree as one cell; false when nothing is in it.
     bool Root(SolidCell& oRoot) const;
@@ -52,12 +51,12 @@ public:
 
 private:
     bool CellMeets(const SolidCell& iCell, const Box& iBox) const;
-    Box CellBox(const std::array<unsigned int, 3>& iIndex, unsigned int iLevel) const;
 
-    const PLMIdxIBaseOctree& _octree;
+    /// The box of a cell, cut to that of the part; may be inside out when nothing is left.
+    Box CutBoxOf(const OctreeCell& iCell) const;
+
+    OctreeImage _octree;
     Box _partBox;
-    Point _origin;
-    Point _extents;
 };
 
 /// Whether two solids have a point in common. Both octrees are walked together.

@@ -1,0 +1,216 @@
+#ifndef RTreeImage_h
+#define RTreeImage_h
+
+#include "Damage.h"
+#include "UnalignedMemory.h"
+
+#include "IDX_Base_RTree.h"
+
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <vector>
+
+// The R-tree image: a header, and after it nodes of one size, which refer to each other by their offset from
+// the first one. Host byte order. docs/file-formats.md, "R-tree image".
+
+/// What stands before the nodes in a file. 12 bytes.
+struct RTreeImageHeader {
+    unsigned short minFill;      //  0  2  fewest entries that a split leaves in a node
+    unsigned short maxChildren;  //  2  2  entries that a node holds
+    unsigned int root;           //  4  4  offset of the root, from the first node
+    unsigned int size;           //  8  4  bytes of all nodes
+};
+constexpr unsigned int kRTreeImageHeaderSize = 12;
+static_assert(
+    sizeof(RTreeImageHeader) == kRTreeImageHeaderSize && offsetof(RTreeImageHeader, size) == 8,
+    "R-tree image: header");
+
+/// Starts each node; the entries, of type IDX_Base_RTree::ChildRec, follow it.
+struct RTreeNodeHeader {
+    unsigned int parent;    //  0  4  offset of the parent, 0 in the root
+    unsigned short level;   //  4  2  height above the leaves
+    unsigned short count;   //  6  2  entries in use
+    unsigned short slot;    //  8  2  index of the node's entry in its parent, 0 in the root
+    unsigned short unused;  // 10  2  zero
+};
+constexpr unsigned int kRTreeNodeHeaderSize = 12;
+static_assert(
+    sizeof(RTreeNodeHeader) == kRTreeNodeHeaderSize && offsetof(RTreeNodeHeader, slot) == 8,
+    "R-tree image: node header");
+
+/// An R-tree image where it lies, for reading. Images from strangers go through Check() first; from then on no
+/// walk leaves the image, and every walk ends.
+class RTreeImage {
+public:
+    using Entry = IDX_Base_RTree::ChildRec;
+
+    /// @param iBytes  the first byte of the header, at any alignment; stays the caller's and must outlive this
+    explicit RTreeImage(const unsigned char* iBytes)
+        : _nodes(iBytes + kRTreeImageHeaderSize), _header(LoadAt<RTreeImageHeader>(iBytes, 0)) {}
+
+    /// Looks at every node: offsets, counts, levels, parents, and boxes that enclose those below them bit for
+    /// bit. Linear time.
+    /// @param iSize  bytes of the image
+    static Damage Check(const unsigned char* iBytes, std::size_t iSize);
+
+    /// Whether two boxes are the same bit for bit: a NaN is like itself, and 0 isn't like -0.
+    static bool HaveSameBits(
+        const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
+        return std::memcmp(&iFirst, &iSecond, sizeof iFirst) == 0;
+    }
+
+    const RTreeImageHeader& Header() const { return _header; }
+
+    /// Bytes of each node.
+    std::size_t NodeSize() const {
+        return kRTreeNodeHeaderSize + _header.maxChildren * sizeof(Entry);
+    }
+
+    /// @param iNode  offset of a node
+    RTreeNodeHeader Node(unsigned int iNode) const {
+        return LoadAt<RTreeNodeHeader>(_nodes, iNode);
+    }
+    Entry EntryOf(unsigned int iNode, unsigned int iSlot) const {
+        // A box stands here as it lies in memory, whatever its class does beside that.
+        Entry entry;
+        const std::size_t offset = iNode + kRTreeNodeHeaderSize + iSlot * sizeof(Entry);
+        std::memcpy(static_cast<void*>(&entry), _nodes + offset, sizeof entry);
+        return entry;
+    }
+
+    /// Calls `iTake(entry)` with each entry of a leaf whose box passes `iTest(box)`, and goes only where the boxes
+    /// above pass it.
+    /// @return the number of nodes that it looked at
+    template <class Test, class Take>
+    std::size_t Search(const Test& iTest, const Take& iTake) const {
+        return Search(_header.root, iTest, iTake);
+    }
+
+private:
+    template <class Test, class Take>
+    std::size_t Search(unsigned int iNode, const Test& iTest, const Take& iTake) const {
+        const RTreeNodeHeader node = Node(iNode);
+        std::size_t nNodes = 1;
+        for (unsigned int slot = 0; slot < node.count; ++slot) {
+            const Entry entry = EntryOf(iNode, slot);
+            if (!iTest(entry.box)) continue;
+            if (node.level == 0) {
+                iTake(entry);
+            } else {
+                nNodes += Search(entry.value, iTest, iTake);
+            }
+        }
+        return nNodes;
+    }
+
+    const unsigned char* _nodes;
+    RTreeImageHeader _header;
+};
+
+namespace rtree_image_check {
+
+/// Levels of a tree whose inner nodes have two entries or more, and which fits into 2^32 bytes.
+constexpr unsigned int kHighestLevel = 31;
+
+/// Looks at one node after the other, from the root down.
+class NodeWalk {
+public:
+    NodeWalk(const RTreeImage& iTree, std::size_t iSize) : _tree(iTree), _size(iSize) {}
+
+    Damage Run() {
+        Visit(_tree.Header().root);
+        std::size_t nSeen = 0;
+        for (; !_waiting.empty() && !_damage; ++nSeen) {
+            const unsigned int node = _waiting.back();
+            _waiting.pop_back();
+            CheckChildren(node);
+        }
+        if (!_damage && nSeen != _size / _tree.NodeSize()) {
+            _damage = Damage("holds nodes that can't be reached");
+        }
+        return _damage;
+    }
+
+private:
+    void Fail(unsigned int iNode, const char* iText) {
+        _damage = Damage("node " + std::to_string(iNode) + ": " + iText);
+    }
+
+    bool IsNode(unsigned int iOffset) const {
+        return iOffset % _tree.NodeSize() == 0 && iOffset < _size;
+    }
+
+    void Visit(unsigned int iRoot) {
+        if (!IsNode(iRoot)) return Fail(iRoot, "the root is no node");
+        const RTreeNodeHeader root = _tree.Node(iRoot);
+        if (root.level > kHighestLevel) {
+            return Fail(iRoot, "higher than any tree of this length");
+        }
+        if (root.level != 0 && root.count < 2) {
+            return Fail(iRoot, "an inner root of fewer than two entries");
+        }
+        Enter(iRoot);
+    }
+
+    void Enter(unsigned int iNode) {
+        if (_tree.Node(iNode).count > _tree.Header().maxChildren) {
+            return Fail(iNode, "more entries than a node holds");
+        }
+        _waiting.push_back(iNode);
+    }
+
+    void CheckChildren(unsigned int iNode) {
+        const RTreeNodeHeader node = _tree.Node(iNode);
+        for (unsigned int slot = 0; slot < node.count && node.level != 0 && !_damage; ++slot) {
+            const RTreeImage::Entry entry = _tree.EntryOf(iNode, slot);
+            if (!IsChild(iNode, slot, entry.value)) {
+                return Fail(iNode, "an entry leads to no child of its own");
+            }
+            Enter(entry.value);
+            if (!_damage && !RTreeImage::HaveSameBits(entry.box, BoxOf(entry.value))) {
+                return Fail(iNode, "a box doesn't enclose what is below it");
+            }
+        }
+    }
+
+    /// Whether an entry of an inner node and the child that it leads to know each other. So no node has two
+    /// parents.
+    bool IsChild(unsigned int iNode, unsigned int iSlot, unsigned int iChild) const {
+        if (!IsNode(iChild)) return false;
+        const RTreeNodeHeader child = _tree.Node(iChild);
+        return child.parent == iNode && child.slot == iSlot &&
+               child.level + 1 == _tree.Node(iNode).level && child.count > 0;
+    }
+
+    /// What encloses all entries of a node.
+    IDX_Base_BoundingBox BoxOf(unsigned int iNode) const {
+        IDX_Base_BoundingBox box = _tree.EntryOf(iNode, 0).box;
+        for (unsigned int slot = 1; slot < _tree.Node(iNode).count; ++slot) {
+            box.Union(_tree.EntryOf(iNode, slot).box);
+        }
+        return box;
+    }
+
+    const RTreeImage& _tree;
+    std::size_t _size;  ///< of all nodes
+    std::vector<unsigned int> _waiting;
+    Damage _damage;
+};
+
+}  // namespace rtree_image_check
+
+inline Damage RTreeImage::Check(const unsigned char* iBytes, std::size_t iSize) {
+    if (iSize < kRTreeImageHeaderSize) return Damage("is shorter than its header");
+    const RTreeImage tree(iBytes);
+    const RTreeImageHeader& header = tree.Header();
+    if (header.maxChildren < 2) return Damage("the header allows no two entries in a node");
+    const std::size_t size = iSize - kRTreeImageHeaderSize;
+    if (header.size != size) return Damage("the header tells another length");
+    if (size == 0 || size % tree.NodeSize() != 0) {
+        return Damage("the length isn't that of whole nodes");
+    }
+    return rtree_image_check::NodeWalk(tree, size).Run();
+}
+
+#endif
