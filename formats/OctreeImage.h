@@ -285,7 +285,7 @@ inline Damage OctreeImage::Check(
     if (iSize < kOctreeHeaderSize) return Damage("shorter than its header");
     const auto header = LoadAt<OctreeHeader>(iBytes, 0);
     const std::size_t size = iSize - kOctreeHeaderSize;
-    const Damage damage = octree_image_check::CheckHeader(header, size);
+    Damage damage = octree_image_check::CheckHeader(header, size);
     if (damage || header.depth == 0) return damage;
     octree_image_check::RecordWalk walk = {iBytes + kOctreeHeaderSize, size, kCompactRecordSize, 0};
     if (!walk.Visit(0, header.depth) || walk.next != size) {

@@ -9,7 +9,9 @@
 #include "IDX_Triangle.h"
 #include "PLMIdxWTWorkingOctree.h"
 
-#include <cstring>
+#include <array>
+#include <bit>
+#include <cstdint>
 
 /// Draws triangles into a working octree: every cell of the last level that a triangle touches becomes
 /// OCTREE_SURFACE, and the path to it is made.
@@ -97,10 +99,15 @@ private:
         _visited[64];  ///< at the last two bits of x, y and z the last one of those visited
 };
 
+/// Bit for bit: a point that is no number is like itself.
+inline bool HaveSameBits(const IDX_Point& iFirst, const IDX_Point& iSecond) {
+    using Words = std::array<std::uint32_t, 3>;
+    return std::bit_cast<Words>(iFirst) == std::bit_cast<Words>(iSecond);
+}
+
 inline bool OctreeTriangleDrawer::Stands() const {
     return _changes == WorkingOctreeAccess::Changes(_octree) && _depth == _octree._depth &&
-           std::memcmp(&_origin, &_octree._bbOrigin, sizeof(IDX_Point)) == 0 &&
-           std::memcmp(&_size, &_octree._bbSize, sizeof(IDX_Point)) == 0;
+           HaveSameBits(_origin, _octree._bbOrigin) && HaveSameBits(_size, _octree._bbSize);
 }
 
 #endif

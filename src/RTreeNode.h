@@ -53,10 +53,11 @@ public:
     }
 
     void SetEntry(unsigned int iSlot, const ChildRec& iEntry) {
-        std::memcpy(EntryAt(iSlot), &iEntry, sizeof iEntry);
+        std::memcpy(EntryAt(iSlot), static_cast<const void*>(&iEntry), sizeof iEntry);
     }
     void SetBox(unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
-        std::memcpy(EntryAt(iSlot) + offsetof(ChildRec, box), &iBox, sizeof iBox);
+        std::memcpy(
+            EntryAt(iSlot) + offsetof(ChildRec, box), static_cast<const void*>(&iBox), sizeof iBox);
     }
     void SetValue(unsigned int iSlot, unsigned int iValue) {
         StoreAt(EntryAt(iSlot), offsetof(ChildRec, value), iValue);

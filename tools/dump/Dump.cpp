@@ -126,7 +126,7 @@ void PrintNode(FieldPrinter& ioPrinter, const RTreeImage& iTree, unsigned int iN
 }
 
 Damage DumpBoxes(FieldPrinter& ioPrinter, const unsigned char* iBytes, std::size_t iSize) {
-    const Damage damage = RTreeImage::Check(iBytes, iSize);
+    Damage damage = RTreeImage::Check(iBytes, iSize);
     if (damage) return damage;
     const RTreeImage tree(iBytes);
     const RTreeImageHeader& header = tree.Header();
@@ -176,7 +176,7 @@ Damage DumpParts(FieldPrinter& ioPrinter, const unsigned char* iBytes, std::size
     constexpr std::size_t kOwn = sizeof(IDX_234Struct_Manifest);
     const IdentifierTreeFile file(iBytes, iSize, kOwn + sizeof(PartsManifest), sizeof(PartRecord));
     std::vector<unsigned int> items;
-    const Damage damage = file.Check(items);
+    Damage damage = file.Check(items);
     if (damage) return damage;
     const IDX_234Struct_Manifest manifest = file.Manifest();
     const auto own = LoadAt<PartsManifest>(iBytes, kOwn);

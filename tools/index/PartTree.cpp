@@ -74,7 +74,7 @@ bool PartTree::ReadCount(unsigned int& oParts) const {
 Damage CheckPartsFile(
     const unsigned char* iBytes, std::size_t iSize, std::vector<unsigned int>& oItems) {
     const IdentifierTreeFile file(iBytes, iSize, kManifestSize, sizeof(PartRecord));
-    const Damage damage = file.Check(oItems);
+    Damage damage = file.Check(oItems);
     if (damage) return damage;
     const auto manifest = LoadAt<PartsManifest>(iBytes, kOwnManifest);
     if (manifest.format != kPartsFormat) return Damage("isn't the tree of a part index");
