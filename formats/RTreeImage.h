@@ -57,7 +57,9 @@ public:
     /// Whether two boxes are the same bit for bit: a NaN is like itself, and 0 isn't like -0.
     static bool HaveSameBits(
         const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
-        return std::memcmp(&iFirst, &iSecond, sizeof iFirst) == 0;
+        const void* first = &iFirst;
+        const void* second = &iSecond;
+        return std::memcmp(first, second, sizeof iFirst) == 0;
     }
 
     const RTreeImageHeader& Header() const { return _header; }

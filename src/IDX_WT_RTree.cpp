@@ -44,11 +44,6 @@ bool Lengthen(T*& ioArray, std::size_t iLength) {
     return true;
 }
 
-/// Bit for bit: zeros of different sign are different.
-bool IsSameBox(const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
-    return std::memcmp(&iFirst, &iSecond, sizeof iFirst) == 0;
-}
-
 }  // namespace
 
 IDX_WT_RTree::IDX_WT_RTree()
@@ -200,7 +195,8 @@ IDX_Bool IDX_WT_RTree::AdjustTree(
         const unsigned int slot = NodeAt(node).Slot();
         const IDX_Base_BoundingBox box = BoxOf(node);
         // Beside the second copy all boxes are exact: what doesn't change here changes nothing above.
-        if (m_innerNodes != nullptr && IsSameBox(NodeAt(parent).Box(slot), box)) break;
+        if (m_innerNodes != nullptr && RTreeImage::HaveSameBits(NodeAt(parent).Box(slot), box))
+            break;
         SetBox(parent, slot, box);
         node = parent;
     }
@@ -427,7 +423,7 @@ bool IDX_WT_RTree::CopyInnerNodes(unsigned int* oNumbers) {
         if (node.Level() == 0) continue;
         for (unsigned int slot = 0; slot < node.Count(); ++slot) {
             const unsigned int child = node.Value(slot);
-            if (!IsSameBox(node.Box(slot), BoxOf(child))) return false;
+            if (!RTreeImage::HaveSameBits(node.Box(slot), BoxOf(child))) return false;
             m_innerNodes->AddEntry(oNumbers[i], node.Box(slot), oNumbers[child / m_nodeSize]);
         }
     }
