@@ -5,6 +5,7 @@
 
 #include "formats/RTreeImage.h"
 
+#include <emmintrin.h>
 #include <stdexcept>
 
 #ifdef BENCH_BOOST
@@ -76,14 +77,20 @@ private:
     std::size_t Search(const Box& iWindow, const Take& iTake) const {
         const IDX_Point low = iWindow.GetLow();
         const IDX_Point high = iWindow.GetHigh();
-        const auto touches = [&](const Box& iBox) {
-            const IDX_Point from = iBox.GetLow();
-            const IDX_Point to = iBox.GetHigh();
-            // All six at once: a jump for each would often be foretold wrong.
-            return (int{from.x <= high.x} & int{from.y <= high.y} & int{from.z <= high.z} &
-                    int{to.x >= low.x} & int{to.y >= low.y} & int{to.z >= low.z}) != 0;
+        const __m128 windowLow = _mm_setr_ps(low.x, low.y, low.z, 0.0f);
+        const __m128 windowHigh = _mm_setr_ps(high.x, high.y, high.z, 0.0f);
+        // The fourth lanes hold what follows on the corners and don't count.
+        const auto touches = [&](const unsigned char* iEntry) {
+            const __m128 startsBefore = _mm_cmple_ps(FourFloats(iEntry), windowHigh);
+            const __m128 endsAfter =
+                _mm_cmpge_ps(FourFloats(iEntry + sizeof(IDX_Point)), windowLow);
+            return (_mm_movemask_ps(_mm_and_ps(startsBefore, endsAfter)) & 7) == 7;
         };
-        return RTreeImage(_file.bytes.data()).Search(touches, iTake);
+        return RTreeImage(_file.bytes.data()).SearchBytes(touches, iTake);
+    }
+
+    static __m128 FourFloats(const unsigned char* iAt) {
+        return _mm_loadu_ps(reinterpret_cast<const float*>(iAt));
     }
 
     IDX_WT_RTree _tree;

@@ -74,11 +74,7 @@ public:
         return LoadAt<RTreeNodeHeader>(_nodes, iNode);
     }
     Entry EntryOf(unsigned int iNode, unsigned int iSlot) const {
-        // A box stands here as it lies in memory, whatever its class does beside that.
-        Entry entry;
-        const std::size_t offset = iNode + kRTreeNodeHeaderSize + iSlot * sizeof(Entry);
-        std::memcpy(static_cast<void*>(&entry), _nodes + offset, sizeof entry);
-        return entry;
+        return EntryAt(_nodes + iNode + kRTreeNodeHeaderSize + iSlot * sizeof(Entry));
     }
 
     /// Calls `iTake(entry)` with each entry of a leaf whose box passes `iTest(box)`, and goes only where the boxes
@@ -86,21 +82,37 @@ public:
     /// @return the number of nodes that it looked at
     template <class Test, class Take>
     std::size_t Search(const Test& iTest, const Take& iTake) const {
-        return Search(_header.root, iTest, iTake);
+        return SearchBytes(
+            [&](const unsigned char* iEntry) { return iTest(EntryAt(iEntry).box); }, iTake);
+    }
+
+    /// The same with a test of an entry's bytes where they lie: those of the box, and after them the value.
+    template <class Test, class Take>
+    std::size_t SearchBytes(const Test& iTest, const Take& iTake) const {
+        return SearchBelow(_header.root, iTest, iTake);
     }
 
 private:
+    static Entry EntryAt(const unsigned char* iBytes) {
+        // A box stands here as it lies in memory, whatever its class does beside that.
+        Entry entry;
+        std::memcpy(static_cast<void*>(&entry), iBytes, sizeof entry);
+        return entry;
+    }
+
     template <class Test, class Take>
-    std::size_t Search(unsigned int iNode, const Test& iTest, const Take& iTake) const {
+    std::size_t SearchBelow(unsigned int iNode, const Test& iTest, const Take& iTake) const {
         const RTreeNodeHeader node = Node(iNode);
+        const unsigned char* entry = _nodes + iNode + kRTreeNodeHeaderSize;
+        const unsigned char* end = entry + node.count * sizeof(Entry);
         std::size_t nNodes = 1;
-        for (unsigned int slot = 0; slot < node.count; ++slot) {
-            const Entry entry = EntryOf(iNode, slot);
-            if (!iTest(entry.box)) continue;
+        for (; entry != end; entry += sizeof(Entry)) {
+            if (!iTest(entry)) continue;
             if (node.level == 0) {
-                iTake(entry);
+                iTake(EntryAt(entry));
             } else {
-                nNodes += Search(entry.value, iTest, iTake);
+                nNodes +=
+                    SearchBelow(LoadAt<unsigned int>(entry, offsetof(Entry, value)), iTest, iTake);
             }
         }
         return nNodes;
