@@ -83,7 +83,7 @@ void CompareStream(Random& random, Pair& pair, int maxDepth) {
 #ifdef GRIDLOOM_SANITIZED
 constexpr unsigned long kMeshes = 300;  // each takes ten times the time there
 #else
-constexpr unsigned long kMeshes = 1200;
+constexpr unsigned long kMeshes = 500;
 #endif
 
 struct Mode {
