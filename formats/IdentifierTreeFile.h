@@ -55,8 +55,10 @@ struct Tree234Node {
         return count;
     }
 };
+constexpr unsigned int kTree234NodeSize = 28;
 static_assert(
-    sizeof(Tree234Node) == 28 && offsetof(Tree234Node, items) == 16, "identifier tree file: node");
+    sizeof(Tree234Node) == kTree234NodeSize && offsetof(Tree234Node, items) == 16,
+    "identifier tree file: node");
 static_assert(
     std::is_trivially_copyable<Tree234Node>::value,
     "identifier tree file: nodes are copied as bytes");
@@ -148,11 +150,11 @@ private:
     }
 
     bool Visit(unsigned int iNode, unsigned int iLevel) {
-        if (!_file.Holds(iNode, sizeof(Tree234Node))) return Fail(iNode, "no node");
-        if (iLevel == kMaxTree234Levels || _cover.size() > _file.Size() / sizeof(Tree234Node)) {
+        if (!_file.Holds(iNode, kTree234NodeSize)) return Fail(iNode, "no node");
+        if (iLevel == kMaxTree234Levels || _cover.size() > _file.Size() / kTree234NodeSize) {
             return Fail(iNode, "more levels or nodes than a tree of this length has");
         }
-        _cover.emplace_back(iNode, sizeof(Tree234Node));
+        _cover.emplace_back(iNode, kTree234NodeSize);
         const Tree234Node node = _file.Node(iNode);
         const unsigned int nItems = node.CountItems();
         if (nItems == 0) return Fail(iNode, "a node without an item");

@@ -4,6 +4,9 @@
 #include "IDX_Point.h"
 
 #include <emmintrin.h>
+#include <limits>
+
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
 // Four floats side by side, as the SSE2 of every x86-64 processor has them: mostly x, y, z of a point or an
 // extent, with a fourth lane that holds 0. They take the arithmetic operators.

@@ -15,9 +15,6 @@
 
 namespace {
 
-constexpr unsigned int kAlignment = 4;
-constexpr unsigned int kNodeSize = sizeof(Tree234Node);
-
 bool HasOurEndian(const IDX_234Struct_Manifest& iManifest) {
     return iManifest.endian == IDX_Base_Endian::one();
 }
@@ -33,8 +30,8 @@ struct IDX_WT_Tree234::Walk {
     /// Nodes that don't overlap need their bytes: as long as the nodes before fit before the furthest one's
     /// end, none has to have been visited twice. Two walks down a cycle double with each level.
     bool Enter(unsigned int iNode) {
-        end = std::max(end, 0ULL + iNode + kNodeSize);
-        return ++level <= kMaxTree234Levels && ++nNodes * kNodeSize <= end;
+        end = std::max(end, 0ULL + iNode + kTree234NodeSize);
+        return ++level <= kMaxTree234Levels && ++nNodes * kTree234NodeSize <= end;
     }
     void Leave() { --level; }
 };
@@ -123,9 +120,9 @@ IDX_Bool IDX_WT_Tree234::AppendManifest() {
 
 /// Has the store end at a multiple of 4. The disk store's end always is at one.
 IDX_Bool IDX_WT_Tree234::CompleteLastWord() {
-    const unsigned char zeros[kAlignment] = {};
-    const unsigned int past = m_file->GetSize() % kAlignment;
-    if (past != 0 && !m_file->Write(zeros, kAlignment - past)) {
+    const unsigned char zeros[kFileAlignment] = {};
+    const unsigned int past = m_file->GetSize() % kFileAlignment;
+    if (past != 0 && !m_file->Write(zeros, kFileAlignment - past)) {
         return TraceNo("IDX_WT_Tree234.OpenWrite.IDX_WT_File.Write");
     }
     return IDX_True;
@@ -205,7 +202,7 @@ IDX_Bool IDX_WT_Tree234::_EnumItems(
     if (iCallback == nullptr) return TraceNo("IDX_WT_Tree234._EnumItems.InvalidCallback");
     if (!ioWalk.Enter(iNode)) return TraceNo("IDX_WT_Tree234._EnumItems.InvalidNode");
     Tree234Node node;
-    if (!m_file->ReadAt(iNode, &node, kNodeSize)) {
+    if (!m_file->ReadAt(iNode, &node, kTree234NodeSize)) {
         return TraceNo("IDX_WT_Tree234._EnumItems.IDX_WT_File.ReadAt");
     }
     for (unsigned int i = 0; i <= Tree234Node::kMaxItems; ++i) {

@@ -8,7 +8,6 @@ namespace {
 
 constexpr std::size_t kLanes = 4;
 constexpr float kNoNumber = std::numeric_limits<float>::quiet_NaN();
-constexpr float kInfinity = std::numeric_limits<float>::infinity();
 constexpr unsigned char kUndecided = 2;
 
 /// Room for a column, with a group of four behind the last box: pairs are read from any box on.

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <new>
 
 namespace {
@@ -17,7 +16,6 @@ constexpr unsigned int kNoRecord = 0xFFFFFFFFu;
 constexpr unsigned int kFoursAtOnce = 16;
 
 constexpr std::size_t kVolumeAt = 24;  ///< floats behind the first coordinate of an entry
-constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
 /// The best entry so far.
 struct Choice {

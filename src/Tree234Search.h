@@ -60,8 +60,6 @@ public:
     }
 
 private:
-    static constexpr unsigned int kNodeSize = sizeof(Tree234Node);
-
     // The steps. Each gives false when it failed, with its tag traced.
 
     bool Finish(unsigned int iItemOffset) {
@@ -97,8 +95,9 @@ private:
 
     bool ReadNode(unsigned int iOffset, Tree234Node& oNode) {
         const std::span<const unsigned char> bytes = _hand.From(iOffset);
-        if (bytes.size() < kNodeSize) return _store.ReadAt(iOffset, &oNode, kNodeSize) != IDX_False;
-        std::memcpy(&oNode, bytes.data(), kNodeSize);
+        if (bytes.size() < kTree234NodeSize)
+            return _store.ReadAt(iOffset, &oNode, kTree234NodeSize) != IDX_False;
+        std::memcpy(&oNode, bytes.data(), kTree234NodeSize);
         return true;
     }
 
@@ -116,7 +115,7 @@ private:
     /// Has the processor fetch the children side by side while the identifiers are compared: read behind that, the
     /// next node would be waited for. No branch on what the node has: half of these would be guessed wrong.
     void PrefetchBelow() const {
-        for (const unsigned int child : _node.children) _hand.Prefetch(child, kNodeSize);
+        for (const unsigned int child : _node.children) _hand.Prefetch(child, kTree234NodeSize);
         if (!Hand::kIsFar) return;
         for (unsigned int i = 1; i < Tree234Node::kMaxItems; ++i) {
             _hand.Prefetch(_node.items[i] + _tree.m_itemSize, sizeof(unsigned int));
@@ -138,7 +137,7 @@ private:
 
     bool AppendEmptyRoot() {
         _nodeOffset = _store.GetSize();
-        if (!_store.Write(&_node, kNodeSize)) {
+        if (!_store.Write(&_node, kTree234NodeSize)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.Write (1)");
         }
         if (!_tree._SetRoot(_nodeOffset)) return TraceFalse("IDX_WT_Tree234._Query._SetRoot (1)");
@@ -157,7 +156,7 @@ private:
     bool AppendParent() {
         _childIndex = 0;
         _parentOffset = _store.GetSize();
-        if (!_store.Write(&_parent, kNodeSize)) {
+        if (!_store.Write(&_parent, kTree234NodeSize)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.Write (2)");
         }
         if (!_tree._SetRoot(_parentOffset)) return TraceFalse("IDX_WT_Tree234._Query._SetRoot (2)");
@@ -169,7 +168,7 @@ private:
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.ReadAt (3)");
         }
         OpenGap(_parent, _childIndex);
-        if (!_store.WriteAt(_parentOffset, &_parent, kNodeSize)) {
+        if (!_store.WriteAt(_parentOffset, &_parent, kTree234NodeSize)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (1)");
         }
         return true;
@@ -185,7 +184,7 @@ private:
             {node.items[2],                0,                    0    }
         };
         _siblingOffset = _store.GetSize();
-        if (!_store.Write(&_sibling, kNodeSize)) {
+        if (!_store.Write(&_sibling, kTree234NodeSize)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.Write (3)");
         }
         return true;
@@ -195,7 +194,7 @@ private:
         _parent.items[_childIndex] = _node.items[1];
         _parent.children[_childIndex] = _nodeOffset;
         _parent.children[_childIndex + 1] = _siblingOffset;
-        if (!_store.WriteAt(_parentOffset, &_parent, kNodeSize)) {
+        if (!_store.WriteAt(_parentOffset, &_parent, kTree234NodeSize)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (3)");
         }
         return true;
@@ -207,7 +206,7 @@ private:
             {node.children[0], node.children[1], 0, 0},
             {node.items[0],                0,                    0    }
         };
-        if (!_store.WriteAt(_nodeOffset, &_node, kNodeSize)) {
+        if (!_store.WriteAt(_nodeOffset, &_node, kTree234NodeSize)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (4)");
         }
         return true;
@@ -274,7 +273,7 @@ private:
     /// The gap is written before the item, and settled behind it.
     bool InsertIntoLeaf() {
         OpenGapInItems(_node, _place);
-        if (!_store.WriteAt(_nodeOffset, &_node, kNodeSize)) {
+        if (!_store.WriteAt(_nodeOffset, &_node, kTree234NodeSize)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (7)");
         }
         return AppendItem(
@@ -289,7 +288,7 @@ private:
         if (!_store.Write(_item, _tree.m_itemSize)) return TraceFalse(iItemTag);
         if (!_store.Write(_id)) return TraceFalse(iIdentifierTag);
         _node.items[_place] = newItem;
-        if (!_store.WriteAt(_nodeOffset, &_node, kNodeSize)) return TraceFalse(iNodeTag);
+        if (!_store.WriteAt(_nodeOffset, &_node, kTree234NodeSize)) return TraceFalse(iNodeTag);
         return Finish(newItem);
     }
 
