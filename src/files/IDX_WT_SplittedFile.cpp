@@ -1,0 +1,313 @@
+#include "IDX_WT_SplittedFile.h"
+
+#include "common/TraceFailure.h"
+
+#include "IDX_WT_File.h"
+#include "VEXFile.h"
+#include "VEXUnicodeString.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr unsigned int kFreeSlot = 0xFFFFFFFF;
+constexpr unsigned int kMaxSlots = 10;
+
+/// Whether a file is there, as other processes left it.
+bool Exists(const char* iName) {
+    (void)VEXFlushInodeCache();
+    VEXUnicodeString name(iName);
+    struct stat status;
+    return VEXFileStat(&name, &status, 0) == 0;
+}
+
+}  // namespace
+
+IDX_WT_SplittedFile::IDX_WT_SplittedFile(
+    unsigned int iMaxFileSize, unsigned int iCacheSize, bool iUseLockFiles)
+    : m_currentFile(0),
+      m_maxFileSize(iMaxFileSize),
+      m_openMode(NotOpened),
+      m_cacheSize(std::clamp(iCacheSize, 1U, kMaxSlots)),
+      m_lastSlot(0),
+      m_slotFile(new unsigned int[m_cacheSize]),
+      m_slotLocked(new unsigned char[m_cacheSize]()),
+      m_slots(new IDX_WT_File[m_cacheSize]),
+      m_useLockFiles(iUseLockFiles) {
+    std::fill_n(m_slotFile.get(), m_cacheSize, kFreeSlot);
+}
+
+IDX_WT_SplittedFile::~IDX_WT_SplittedFile() {
+    Close();
+}
+
+IDX_Bool IDX_WT_SplittedFile::OpenRead(const char* iPath) {
+    StartOn(iPath, ReadOnly);
+    char name[kPieceNameSize];
+    if (!FormatName(name, 0, kPieceSuffix)) return TraceNo("IDX_WT_SplittedFile.OpenRead.snprintf");
+    if (!Exists(name)) return IDX_False;
+    IDX_WT_File* file;
+    if (!_TestAndOpen(0, file)) return TraceNo("IDX_WT_SplittedFile.OpenRead._TestAndOpen");
+    return IDX_True;
+}
+
+IDX_Bool IDX_WT_SplittedFile::OpenWrite(const char* iPath) {
+    StartOn(iPath, ReadWrite);
+    return IDX_True;
+}
+
+/// The lock file goes first and the piece is closed behind it; an eviction does it the other way round.
+void IDX_WT_SplittedFile::Close() {
+    for (unsigned int slot = 0; slot < m_cacheSize; ++slot) {
+        if (m_slotFile[slot] == kFreeSlot) continue;
+        m_slots[slot].Flush();  // who sees the lock gone finds the piece whole
+        if (m_slotLocked[slot] != 0) (void)Unlock(m_slotFile[slot]);  // may be gone already
+        m_slotLocked[slot] = 0;
+        (void)m_slots[slot].Close();  // always IDX_True
+        FreeSlot(slot);
+    }
+    m_fileBasePath.reset();
+    m_currentFile = 0;
+    m_openMode = NotOpened;
+}
+
+void IDX_WT_SplittedFile::Flush() {
+    for (unsigned int slot = 0; slot < m_cacheSize; ++slot) {
+        if (m_slotFile[slot] != kFreeSlot) m_slots[slot].Flush();
+    }
+}
+
+IDX_Bool IDX_WT_SplittedFile::IsOpened() const {
+    return m_openMode != NotOpened ? IDX_True : IDX_False;
+}
+
+unsigned int IDX_WT_SplittedFile::GetSize(unsigned int iPart) {
+    IDX_WT_File* file;
+    return _TestAndOpen(iPart, file) ? file->GetSize() : 0;
+}
+
+IDX_Bool IDX_WT_SplittedFile::Lock(unsigned int iPart) {
+    if (!m_useLockFiles) return IDX_True;
+    if (HasLock(iPart)) return IDX_False;
+    char name[kPieceNameSize];
+    if (!FormatName(name, iPart, kLockSuffix)) return TraceNo("IDX_WT_SplittedFile.Lock.snprintf");
+    FILE* lock = std::fopen(name, "wb");
+    if (lock == nullptr) return IDX_False;
+    (void)std::fclose(lock);  // empty: nothing can be lost
+    return IDX_True;
+}
+
+IDX_Bool IDX_WT_SplittedFile::Unlock(unsigned int iPart) {
+    if (!m_useLockFiles) return IDX_True;
+    if (!HasLock(iPart)) return IDX_False;
+    char name[kPieceNameSize];
+    if (!FormatName(name, iPart, kLockSuffix))
+        return TraceNo("IDX_WT_SplittedFile.Unlock.snprintf");
+    return VEXDeleteFile(name) == 0 ? IDX_True : IDX_False;
+}
+
+IDX_Bool IDX_WT_SplittedFile::HasLock(unsigned int iPart) const {
+    char name[kPieceNameSize];
+    if (!FormatName(name, iPart, kLockSuffix)) {
+        return TraceNo("IDX_WT_SplittedFile.HasLock.snprintf");
+    }
+    return Exists(name) ? IDX_True : IDX_False;
+}
+
+IDX_Bool IDX_WT_SplittedFile::ReadAt(
+    unsigned int iPart, unsigned int iOffset, void* oData, unsigned int iSize) {
+    if (oData == nullptr || iSize == 0) {
+        return TraceNo("IDX_WT_SplittedFile.ReadAt.InvalidData");
+    }
+    IDX_WT_File* file;
+    if (!_TestAndOpen(iPart, file)) return TraceNo("IDX_WT_SplittedFile.ReadAt._TestAndOpen");
+    if (!file->ReadAt(iOffset, oData, iSize)) {
+        return TraceNo("IDX_WT_SplittedFile.ReadAt.IDX_WT_File.ReadAt");
+    }
+    return IDX_True;
+}
+
+IDX_Bool IDX_WT_SplittedFile::ReadAt(
+    unsigned int iPart, unsigned int iOffset, unsigned short& oValue) {
+    return ReadAt(iPart, iOffset, &oValue, sizeof oValue);
+}
+
+IDX_Bool IDX_WT_SplittedFile::ReadAt(
+    unsigned int iPart, unsigned int iOffset, unsigned int& oValue) {
+    return ReadAt(iPart, iOffset, &oValue, sizeof oValue);
+}
+
+IDX_Bool IDX_WT_SplittedFile::ReadAt(unsigned int iPart, unsigned int iOffset, float& oValue) {
+    return ReadAt(iPart, iOffset, &oValue, sizeof oValue);
+}
+
+IDX_Bool IDX_WT_SplittedFile::ReadAt(
+    unsigned int iPart, unsigned int iOffset, IDX_Base_ByteArray& oValue) {
+    IDX_WT_File* file;
+    if (!_TestAndOpen(iPart, file)) {
+        return TraceNo("IDX_WT_SplittedFile.ReadAt(ByteArray)._TestAndOpen");
+    }
+    if (!file->ReadAt(iOffset, oValue)) {
+        return TraceNo("IDX_WT_SplittedFile.ReadAt(ByteArray).IDX_WT_File.ReadAt");
+    }
+    return IDX_True;
+}
+
+IDX_Bool IDX_WT_SplittedFile::ReadAt(
+    unsigned int iPart, unsigned int iOffset, IDX_Base_String& oValue) {
+    IDX_WT_File* file;
+    if (!_TestAndOpen(iPart, file)) {
+        return TraceNo("IDX_WT_SplittedFile.ReadAt(String)._TestAndOpen");
+    }
+    if (!file->ReadAt(iOffset, oValue)) {
+        return TraceNo("IDX_WT_SplittedFile.ReadAt(String).IDX_WT_File.ReadAt");
+    }
+    return IDX_True;
+}
+
+IDX_Bool IDX_WT_SplittedFile::ReadAt(
+    unsigned int iPart, unsigned int iOffset, unsigned int iSize, IDX_Base_ByteArray& oValue) {
+    if (iSize == 0) return TraceNo("IDX_WT_SplittedFile.ReadAt.InvalidData");
+    IDX_WT_File* file;
+    if (!_TestAndOpen(iPart, file)) return TraceNo("IDX_WT_SplittedFile.ReadAt._TestAndOpen");
+    if (!file->ReadAt(iOffset, iSize, oValue)) {
+        return TraceNo("IDX_WT_SplittedFile.ReadAt.IDX_WT_File.ReadAt");
+    }
+    return IDX_True;
+}
+
+IDX_Bool IDX_WT_SplittedFile::Write(
+    const void* iData, unsigned int iSize, unsigned int& oPart, unsigned int& oOffset) {
+    oPart = 0;
+    oOffset = 0;
+    if (iData == nullptr || iSize == 0) {
+        return TraceNo("IDX_WT_SplittedFile.Write.InvalidData");
+    }
+    IDX_WT_File* file;
+    if (!_TestAndOpen(m_currentFile, file)) {
+        return TraceNo("IDX_WT_SplittedFile.Write._TestAndOpen (1)");
+    }
+    // What the piece holds decides, not what comes: an append is never divided.
+    while (m_maxFileSize != 0 && file->GetSize() >= m_maxFileSize) {
+        if (!_TestAndOpen(++m_currentFile, file)) {
+            return TraceNo("IDX_WT_SplittedFile.Write._TestAndOpen (2)");
+        }
+    }
+    const unsigned int offset = file->GetSize();
+    if (!file->Write(iData, iSize)) {
+        return TraceNo("IDX_WT_SplittedFile.Write.IDX_WT_File.Write");
+    }
+    oPart = m_currentFile;
+    oOffset = offset;
+    return IDX_True;
+}
+
+IDX_Bool IDX_WT_SplittedFile::Write(const void* iData, unsigned int iSize) {
+    unsigned int part;
+    unsigned int offset;
+    return Write(iData, iSize, part, offset);
+}
+
+IDX_Bool IDX_WT_SplittedFile::Write(
+    unsigned int iValue, unsigned int& oPart, unsigned int& oOffset) {
+    return Write(&iValue, sizeof iValue, oPart, oOffset);
+}
+
+IDX_Bool IDX_WT_SplittedFile::Write(unsigned int iValue) {
+    return Write(&iValue, sizeof iValue);
+}
+
+IDX_Bool IDX_WT_SplittedFile::WriteAt(
+    unsigned int iPart, unsigned int iOffset, const void* iData, unsigned int iSize) {
+    if (iData == nullptr || iSize == 0) {
+        return TraceNo("IDX_WT_SplittedFile.WriteAt.InvalidData");
+    }
+    IDX_WT_File* file;
+    if (!_TestAndOpen(iPart, file)) return TraceNo("IDX_WT_SplittedFile.WriteAt._TestAndOpen");
+    if (!file->WriteAt(iOffset, iData, iSize)) {
+        return TraceNo("IDX_WT_SplittedFile.WriteAt.IDX_WT_File.WriteAt");
+    }
+    return IDX_True;
+}
+
+IDX_Bool IDX_WT_SplittedFile::WriteAt(
+    unsigned int iPart, unsigned int iOffset, unsigned short iValue) {
+    return WriteAt(iPart, iOffset, &iValue, sizeof iValue);
+}
+
+IDX_Bool IDX_WT_SplittedFile::WriteAt(
+    unsigned int iPart, unsigned int iOffset, unsigned int iValue) {
+    return WriteAt(iPart, iOffset, &iValue, sizeof iValue);
+}
+
+IDX_Bool IDX_WT_SplittedFile::WriteAt(unsigned int iPart, unsigned int iOffset, float iValue) {
+    return WriteAt(iPart, iOffset, &iValue, sizeof iValue);
+}
+
+IDX_Bool IDX_WT_SplittedFile::_TestAndOpen(unsigned int iPart, IDX_WT_File*& oFile) {
+    oFile = nullptr;
+    if (m_openMode == NotOpened) return TraceNo("IDX_WT_SplittedFile._TestAndOpen.NotOpened");
+    if (iPart == kFreeSlot) return TraceNo("IDX_WT_SplittedFile._TestAndOpen.InvalidPart");
+    const unsigned int* end = m_slotFile.get() + m_cacheSize;
+    const unsigned int* hit = std::find(m_slotFile.get(), m_slotFile.get() + m_cacheSize, iPart);
+    if (hit != end) {
+        m_lastSlot = static_cast<unsigned int>(hit - m_slotFile.get());
+    } else {
+        if (m_openMode == ReadWrite) (void)Lock(iPart);  // a marker: a lock of others stops nobody
+        m_lastSlot = (m_lastSlot + 1) % m_cacheSize;
+        if (m_slotFile[m_lastSlot] != kFreeSlot) EvictSlot(m_lastSlot);
+        if (!OpenSlot(m_lastSlot, iPart)) return IDX_False;
+    }
+    oFile = &m_slots[m_lastSlot];
+    return IDX_True;
+}
+
+IDX_Bool IDX_WT_SplittedFile::OpenSlot(unsigned int iSlot, unsigned int iPart) {
+    char name[kPieceNameSize];
+    if (!FormatName(name, iPart, kPieceSuffix)) {
+        return TraceNo("IDX_WT_SplittedFile._TestAndOpen.snprintf");
+    }
+    m_slotLocked[iSlot] = m_openMode == ReadWrite;
+    if (m_openMode == ReadOnly && !m_slots[iSlot].OpenRead(name)) {
+        m_slots[iSlot].ForgetPath();
+        return TraceNo("IDX_WT_SplittedFile._TestAndOpen.OpenRead");
+    }
+    if (m_openMode == ReadWrite && !m_slots[iSlot].OpenWrite(name)) {
+        m_slots[iSlot].ForgetPath();
+        return TraceNo("IDX_WT_SplittedFile._TestAndOpen.OpenWrite");
+    }
+    m_slotFile[iSlot] = iPart;
+    return IDX_True;
+}
+
+void IDX_WT_SplittedFile::EvictSlot(unsigned int iSlot) {
+    (void)m_slots[iSlot].Close();                                   // always IDX_True
+    if (m_slotLocked[iSlot] != 0) (void)Unlock(m_slotFile[iSlot]);  // may be gone already
+    m_slotLocked[iSlot] = 0;
+    FreeSlot(iSlot);
+}
+
+void IDX_WT_SplittedFile::FreeSlot(unsigned int iSlot) {
+    m_slots[iSlot].ForgetPath();
+    m_slotFile[iSlot] = kFreeSlot;
+}
+
+void IDX_WT_SplittedFile::StartOn(const char* iPath, Mode iMode) {
+    if (m_openMode != NotOpened) Close();
+    const char* path = iPath == nullptr ? "" : iPath;
+    const std::size_t size = std::strlen(path) + 1;
+    m_fileBasePath.reset(new char[size]);
+    std::memcpy(m_fileBasePath.get(), path, size);
+    m_openMode = iMode;
+}
+
+bool IDX_WT_SplittedFile::FormatName(
+    char (&oName)[kPieceNameSize], unsigned int iPart, const char* iSuffix) const {
+    if (m_fileBasePath == nullptr) return false;
+    const int length = std::snprintf(
+        oName, kPieceNameSize, kPieceNameFormat, m_fileBasePath.get(), static_cast<int>(iPart),
+        iSuffix);
+    return length >= 0 && static_cast<std::size_t>(length) < kPieceNameSize;
+}

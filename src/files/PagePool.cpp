@@ -1,0 +1,132 @@
+#include "PagePool.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <sys/mman.h>
+
+PageFrame* PagePool::Take(PageOwner* iOwner, unsigned int iPage) {
+    while (_nInUse >= _maxFrames) {
+        if (_nInUse == 0 || !EvictOne()) return nullptr;
+    }
+    if (_free == nullptr && !Grow() && _nInUse != 0) EvictOne();
+    if (_free == nullptr) return nullptr;
+    PageFrame* frame = _free;
+    _free = frame->nextFree;
+    ++_nInUse;
+    auto* bits = reinterpret_cast<std::uint64_t*>(frame->bytes + kPageSize);
+    *frame = {iOwner, nullptr, frame->bytes, WrittenBytes(bits, kPageSize), 0, iPage, 0, 0, true};
+    return frame;
+}
+
+void PagePool::Release(PageFrame* ioFrame) {
+    ioFrame->owner = nullptr;
+    ioFrame->nextFree = _free;
+    _free = ioFrame;
+    if (--_nInUse == 0) ReleaseBlocks(kFirstBlockFrames);
+}
+
+void PagePool::SetLimit(std::size_t iBytes) {
+    _maxFrames = iBytes / kPageSize;
+    DropAll();
+}
+
+bool PagePool::IsWorthTaking(const PageOwner* iOwner, unsigned int iPage) {
+    if (_nInUse < _maxFrames) return true;
+    constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15U;  // 2^64 over the golden ratio
+    const std::uint64_t key = (reinterpret_cast<std::uintptr_t>(iOwner) ^ iPage) * kSpread;
+    std::uint64_t& slot = _misses[key >> 56U];
+    if (slot == key) return true;
+    slot = key;
+    return false;
+}
+
+bool PagePool::Grow() {
+    const bool isFirst = _blocks == nullptr;
+    const unsigned int nFrames = isFirst ? kFirstBlockFrames : kBlockFrames;
+    const std::size_t size = isFirst ? nFrames * kFrameSize : kHugePageSize;
+    auto* block = static_cast<Block*>(std::calloc(1, sizeof(Block) + nFrames * sizeof(PageFrame)));
+    if (block == nullptr) return false;
+    block->bytes = static_cast<unsigned char*>(
+        std::aligned_alloc(isFirst ? alignof(std::uint64_t) : kHugePageSize, size));
+    if (block->bytes == nullptr) {
+        std::free(block);
+        return false;
+    }
+    if (!isFirst) madvise(block->bytes, size, MADV_HUGEPAGE);
+    block->frames = reinterpret_cast<PageFrame*>(block + 1);
+    block->nFrames = nFrames;
+    block->next = _blocks;
+    _blocks = block;
+    AddFrames(*block);
+    return true;
+}
+
+void PagePool::AddFrames(Block& ioBlock) {
+    for (unsigned int i = ioBlock.nFrames; i-- > 0;) {
+        ioBlock.frames[i].bytes = ioBlock.bytes + i * kFrameSize;
+        ioBlock.frames[i].nextFree = _free;
+        _free = &ioBlock.frames[i];
+    }
+}
+
+PageFrame& PagePool::Advance() {
+    if (_handBlock == nullptr || ++_handFrame == _handBlock->nFrames) {
+        _handFrame = 0;
+        _handBlock = _handBlock != nullptr ? _handBlock->next : nullptr;
+        if (_handBlock == nullptr) _handBlock = _blocks;
+    }
+    return _handBlock->frames[_handFrame];
+}
+
+bool PagePool::EvictOne() {
+    // One round takes the marks away, the next finds a page without one. A page that can't be written
+    // back gets its mark again, so that a third round means that there is no other.
+    std::size_t nFailed = 0;
+    while (nFailed <= _nInUse) {
+        PageFrame& frame = Advance();
+        if (frame.owner == nullptr) continue;
+        if (frame.recent) {
+            frame.recent = false;
+        } else if (frame.written.Wait() && !frame.owner->WriteBackPage(frame.page)) {
+            frame.recent = true;
+            ++nFailed;
+        } else {
+            frame.owner->Drop(frame.page);
+            return true;
+        }
+    }
+    return false;
+}
+
+void PagePool::DropAll() {
+    // With the last page of all the blocks go: no block may be looked at then.
+    for (Block* block = _blocks; _nInUse != 0 && block != nullptr;) {
+        Block* next = block->next;
+        const unsigned int nFrames = block->nFrames;
+        for (unsigned int i = 0; _nInUse != 0 && i < nFrames; ++i) {
+            PageFrame& frame = block->frames[i];
+            if (frame.owner == nullptr) continue;
+            if (frame.written.Wait() && !frame.owner->WriteBackPage(frame.page)) continue;
+            frame.owner->Drop(frame.page);
+        }
+        block = next;
+    }
+}
+
+void PagePool::ForgetAll() {
+    _nInUse = 0;
+    ReleaseBlocks(0);
+}
+
+void PagePool::ReleaseBlocks(unsigned int iKeptFrames) {
+    while (_blocks != nullptr && _blocks->nFrames != iKeptFrames) {
+        Block* block = _blocks;
+        _blocks = block->next;
+        std::free(block->bytes);
+        std::free(block);
+    }
+    _free = nullptr;
+    _handBlock = nullptr;
+    _handFrame = 0;
+    if (_blocks != nullptr) AddFrames(*_blocks);
+}

@@ -1,0 +1,367 @@
+#include "OctreeTriangleDrawer.h"
+
+#include "BlockOfCells.h"
+#include "OverlapTest.h"
+#include "WorkingOctreeRecords.h"
+#include "common/TraceFailure.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+constexpr float kFirstFactor = 1.0f;
+constexpr float kSecondFactor = 1.0001f;
+constexpr unsigned int kCodeBits = 32;
+
+/// A block of 4 x 4 x 4 cells lies in at most so many node sets.
+constexpr unsigned int kNodeSetsOfBlock = 8;
+constexpr unsigned int kNodeSize = sizeof(Node);
+constexpr unsigned int kNodeSetSize = sizeof(NodeSet);
+
+/// Both bits of the field of each child in a mask of children.
+constexpr std::array<unsigned short, 256> kSurfaceFields = [] {
+    std::array<unsigned short, 256> table = {};
+    for (unsigned int mask = 0; mask < 256; ++mask) {
+        unsigned int fields = 0;
+        for (unsigned int c = 0; c < kChildren; ++c) fields |= (mask >> c & 1u) * 3u << (2 * c);
+        table[mask] = static_cast<unsigned short>(fields);
+    }
+    return table;
+}();
+
+/// Lanes x, y, z that are all ones where the child number has a bit.
+const __m128i kHighHalves[kChildren] = {
+    _mm_setr_epi32(0, 0, 0, 0),   _mm_setr_epi32(-1, 0, 0, 0),   _mm_setr_epi32(0, -1, 0, 0),
+    _mm_setr_epi32(-1, -1, 0, 0), _mm_setr_epi32(0, 0, -1, 0),   _mm_setr_epi32(-1, 0, -1, 0),
+    _mm_setr_epi32(0, -1, -1, 0), _mm_setr_epi32(-1, -1, -1, 0),
+};
+
+/// The slabs of a block that lie in the same node set as one of them, along one axis: a node set ends where
+/// the number of a slab is a multiple of 4.
+unsigned int SlabsOfOneNodeSet(unsigned int iLow, unsigned int iSlab) {
+    const unsigned int first = 0xFu >> (iLow & 3u);
+    return (first >> iSlab & 1u) != 0 ? first : 0xFu & ~first;
+}
+
+/// The child in which a code lies, `iLevel` steps down from the root.
+unsigned int ChildAt(const unsigned int (&iCode)[3], unsigned int iLevel) {
+    const unsigned int bit = kCodeBits - 1 - iLevel;
+    return (iCode[0] >> bit & 1u) | (iCode[1] >> bit & 1u) << 1 | (iCode[2] >> bit & 1u) << 2;
+}
+
+/// The number of leading bits in which two codes agree on all three axes.
+unsigned int CommonLevels(const unsigned int (&iA)[3], const unsigned int (&iB)[3]) {
+    const unsigned int differences = (iA[0] ^ iB[0]) | (iA[1] ^ iB[1]) | (iA[2] ^ iB[2]);
+    return static_cast<unsigned int>(std::countl_zero(differences));
+}
+
+/// True for an octree of which nothing is made but the root.
+bool IsEmpty(const PLMIdxWTWorkingOctree& iOctree) {
+    unsigned char* arena = WorkingOctreeAccess::Arena(iOctree);
+    if (iOctree._depth != 2) return NodeAt(arena, 0).states == 0;
+    const auto& words = NodeSetAt(arena, 0).words;
+    return std::all_of(words, words + kChildren, [](auto iWord) { return iWord == kEmptyGroup; });
+}
+
+bool HoldsFullCell(const NodeSet& iNodeSet) {
+    std::uint64_t words[2];
+    std::memcpy(words, iNodeSet.words, sizeof(words));
+    const std::uint64_t full = (words[0] >> 1 & ~words[0]) | (words[1] >> 1 & ~words[1]);
+    return (full & 0x5555555555555555u) != 0;
+}
+
+/// Of eight two-bit states, a mask of the children that are OCTREE_FULL.
+unsigned int FullOf(unsigned int iStates) {
+    const unsigned int full = FullChildren(iStates);
+    if (full == 0) return 0;
+    unsigned int children = 0;
+    for (unsigned int c = 0; c < kChildren; ++c) children |= (full >> (2 * c) & 1u) << c;
+    return children;
+}
+
+}  // namespace
+
+OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
+    : _octree(ioOctree),
+      _changes(WorkingOctreeAccess::Changes(ioOctree)),
+      _depth(ioOctree._depth),
+      _origin(ioOctree._bbOrigin),
+      _size(ioOctree._bbSize),
+      _arena(WorkingOctreeAccess::Arena(ioOctree)),
+      _nCellsByDepth(WorkingOctreeAccess::Counts(ioOctree)),
+      _lattice(ioOctree),
+      _asks(!OverlapTestIsOurs()),
+      _usesLattice(!_asks && IsEmpty(ioOctree)),
+      _roomForBlock(kNodeSetsOfBlock * (_depth * kNodeSize + kNodeSetSize)),
+      _lastCode{},
+      _known(0) {
+    _extents[0] = AxesFrom(_size);
+    for (unsigned int level = 1; level <= _depth; ++level) {
+        _extents[level] = _extents[level - 1] * _mm_set1_ps(0.5f);
+    }
+    std::fill(std::begin(_visited), std::end(_visited), VisitedNodeSet{~std::uint64_t{0}, 0});
+    _lows[0] = AxesFrom(_origin);
+}
+
+/// Marks the cells of a small triangle. The arena has room for all that it takes.
+void OctreeTriangleDrawer::DrawCells(const LatticeCells& iCells) {
+    const unsigned int(&low)[3] = iCells.low;
+    if (iCells.inOneNodeSet) {
+        const unsigned int shift = (low[0] & 3u) + 4 * (low[1] & 3u) + 16 * (low[2] & 3u);
+        MarkCells(NodeSetOfCell(low), CellsByLeafGroup(iCells.touched << shift));
+        return;
+    }
+    for (std::uint64_t rest = iCells.touched; rest != 0;) {
+        const auto bit = static_cast<unsigned int>(std::countr_zero(rest));
+        const unsigned int place[3] = {bit & 3u, bit >> 2 & 3u, bit >> 4};
+        const std::uint64_t cells =
+            rest & CellsOfSlabs(
+                       SlabsOfOneNodeSet(low[0], place[0]), SlabsOfOneNodeSet(low[1], place[1]),
+                       SlabsOfOneNodeSet(low[2], place[2]));
+        rest &= ~cells;
+        DrawInNodeSet(low, place, cells);
+    }
+}
+
+/// Marks cells of a block that lie in one node set.
+/// @param iLow    low corner of the block
+/// @param iPlace  column, row and layer of one of the cells in the block
+/// @param iCells  bit x + 4 y + 16 z of the block
+void OctreeTriangleDrawer::DrawInNodeSet(
+    const unsigned int (&iLow)[3], const unsigned int (&iPlace)[3], std::uint64_t iCells) {
+    const unsigned int cell[3] = {iLow[0] + iPlace[0], iLow[1] + iPlace[1], iLow[2] + iPlace[2]};
+    int offset = 0;  // from the bits of the block to those of the node set
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const int step = static_cast<int>(cell[axis] & 3u) - static_cast<int>(iPlace[axis]);
+        offset += step * (1 << (2 * axis));
+    }
+    const std::uint64_t moved = offset >= 0 ? iCells << offset : iCells >> -offset;
+    MarkCells(NodeSetOfCell(cell), CellsByLeafGroup(moved));
+}
+
+/// The node set that holds a cell of the last level, made where it is missing.
+NodeSet& OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
+    const unsigned int x = iCell[0] >> 2;
+    const unsigned int y = iCell[1] >> 2;
+    const unsigned int z = iCell[2] >> 2;
+    const std::uint64_t key = x | std::uint64_t{y} << 20 | std::uint64_t{z} << 40;
+    VisitedNodeSet& visited = _visited[(x & 3u) | (y & 3u) << 2 | (z & 3u) << 4];
+    if (visited.key == key) return NodeSetAt(_arena, visited.offset);
+    const unsigned int shift = kCodeBits - _depth;
+    const VertexCode code = {
+        {iCell[0] << shift, iCell[1] << shift, iCell[2] << shift}
+    };
+    const unsigned int end = _depth - 2;
+    unsigned int level = std::min(CommonLevels(code.axes, _lastCode.axes), _known);
+    for (; level < end; ++level) (void)StepInto(ChildAt(code.axes, level), level);  // there is room
+    Remember(code, end);
+    visited = {key, _path[end].offset};
+    return NodeSetAt(_arena, visited.offset);
+}
+
+long int OctreeTriangleDrawer::Draw(
+    const IDX_Point& iP1, const IDX_Point& iP2, const IDX_Point& iP3, int& ioNDrawn) {
+    const FourFloats vertices[3] = {AxesFrom(iP1), AxesFrom(iP2), AxesFrom(iP3)};
+    // Where the arena may fill up, records have to be made in the order of the cells.
+    if (!_usesLattice || WorkingOctreeAccess::Room(_octree) < _roomForBlock) {
+        return DrawInStages(vertices, ioNDrawn);
+    }
+    const LatticeCells cells = _lattice.CellsOf(vertices);
+    if (!cells.decided) return DrawInStages(vertices, ioNDrawn);
+    DrawCells(cells);
+    const bool several = (cells.touched & (cells.touched - 1)) != 0;
+    ioNDrawn += several ? 1 : 0;
+    return IDX_S_OK;
+}
+
+long int OctreeTriangleDrawer::DrawInStages(const FourFloats (&iVertices)[3], int& ioNDrawn) {
+    const VertexCode codes[3] = {
+        _lattice.CodeOf(iVertices[0]), _lattice.CodeOf(iVertices[1]),
+        _lattice.CodeOf(iVertices[2])};
+    unsigned int level = 0;
+    switch (WalkCommonPath(codes, level)) {
+        case Walk::Done:
+            return IDX_S_OK;
+        case Walk::Failed:
+            return TraceStatus(
+                "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.MoveCreate", IDX_E_FAIL);
+        case Walk::Parted:
+            break;
+    }
+    float vertices[3][3];
+    for (unsigned int i = 0; i < 3; ++i) StoreAxes(iVertices[i], vertices[i]);
+    const FourFloats halfSize = _extents[level] * _mm_set1_ps(0.5f);
+    const FourFloats centre = _lows[level] + halfSize;
+    TriangleCells triangle(vertices, centre, halfSize, kFirstFactor, _asks);
+    long int status = DrawBelow(_path[level], centre, halfSize, triangle, _depth);
+    if (IDX_Failed(status)) {
+        return TraceStatus(
+            "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2", IDX_E_FAIL);
+    }
+    if (status == IDX_S_NOTHING_DONE) {
+        triangle.SetFactor(kSecondFactor);
+        status = DrawBelow(_path[level], centre, halfSize, triangle, _depth);
+        if (IDX_Failed(status)) {
+            return TraceStatus(
+                "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2 - Second "
+                "attempt",
+                IDX_E_FAIL);
+        }
+    }
+    if (status == IDX_S_OK) ++ioNDrawn;
+    return status;
+}
+
+/// The first stage.
+/// @param oLevel  where the vertices part: level of the cell that still holds all three
+OctreeTriangleDrawer::Walk OctreeTriangleDrawer::WalkCommonPath(
+    const VertexCode (&iCodes)[3], unsigned int& oLevel) {
+    const auto& code = iCodes[0].axes;
+    const unsigned int common =
+        std::min(CommonLevels(code, iCodes[1].axes), CommonLevels(code, iCodes[2].axes));
+    const unsigned int end = std::min(common, _depth);
+    unsigned int level = std::min({CommonLevels(code, _lastCode.axes), _known, end});
+    _known = level;  // for the case that a trace sink throws on the way
+    for (; level < end; ++level) {
+        const Walk walk = StepInto(ChildAt(code, level), level);
+        if (walk != Walk::Parted) {
+            Remember(iCodes[0], level);
+            return walk;
+        }
+    }
+    Remember(iCodes[0], level);
+    oLevel = level;
+    return level == _depth ? Walk::Done : Walk::Parted;
+}
+
+void OctreeTriangleDrawer::Remember(const VertexCode& iCode, unsigned int iLevel) {
+    _lastCode = iCode;
+    _known = std::min(iLevel, _depth - 2);
+}
+
+/// One step of the first stage, from the cell of a level into a child.
+OctreeTriangleDrawer::Walk OctreeTriangleDrawer::StepInto(
+    unsigned int iChild, unsigned int iLevel) {
+    IDX_Base_Octree_Iterator& child = _path[iLevel + 1];
+    child = _path[iLevel];
+    if (StateOfChild(child, iChild) == OCTREE_FULL) return Walk::Done;
+    if (!Enter(child, iChild)) return Walk::Failed;
+    const FourFloats step = _mm_and_ps(_mm_castsi128_ps(kHighHalves[iChild]), _extents[iLevel + 1]);
+    _lows[iLevel + 1] = _lows[iLevel] + step;
+    return Walk::Parted;
+}
+
+unsigned int OctreeTriangleDrawer::StateOfChild(
+    const IDX_Base_Octree_Iterator& iIterator, unsigned int iChild) const {
+    if (_depth - iIterator.depth != 2) return StateOf(WordAt(_arena, iIterator.offset), iChild);
+    return StateOfGroup(NodeSetAt(_arena, iIterator.offset).words[iChild]);
+}
+
+/// MoveCreate, without a call where the child is there.
+bool OctreeTriangleDrawer::Enter(IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild) {
+    const unsigned int levelsBelow = _depth - ioIterator.depth;
+    if (levelsBelow >= 3) {
+        const Node& node = NodeAt(_arena, ioIterator.offset);
+        if (StateOf(node.states, iChild) == OCTREE_PARTIAL) {
+            ioIterator = {node.children[iChild], ioIterator.depth + 1};
+            return true;
+        }
+    }
+    return !IDX_Failed(_octree.MoveCreate(ioIterator, iChild));
+}
+
+/// Children that are OCTREE_FULL: they need no drawing, and a triangle that reaches one is drawn.
+unsigned int OctreeTriangleDrawer::FullChildren(
+    unsigned int iOffset, unsigned int iLevelsBelow) const {
+    if (iLevelsBelow != 2) return FullOf(WordAt(_arena, iOffset));
+    const NodeSet& nodeSet = NodeSetAt(_arena, iOffset);
+    unsigned int children = 0;
+    for (unsigned int c = 0; c < kChildren; ++c) {
+        children |= static_cast<unsigned int>(nodeSet.words[c] == kFullGroup) << c;
+    }
+    return children;
+}
+
+long int OctreeTriangleDrawer::DrawBelow(
+    const IDX_Base_Octree_Iterator& iIterator,
+    FourFloats iCentre,
+    FourFloats iHalfSize,
+    TriangleCells& ioTriangle,
+    unsigned int iLastDepth) {
+    const unsigned int levelsBelow = _depth - iIterator.depth;
+    if (levelsBelow == 1) return DrawInLeafGroup(iIterator.offset, iCentre, iHalfSize, ioTriangle);
+
+    if (levelsBelow == 2 && iLastDepth == _depth) {
+        NodeSet& nodeSet = NodeSetAt(_arena, iIterator.offset);
+        const CellMask marked = ioTriangle.CellsOfNodeSet(iCentre, iHalfSize);
+        if (marked.decided && !HoldsFullCell(nodeSet)) {
+            MarkCells(nodeSet, marked.cells);
+            return marked.cells != 0 ? IDX_S_OK : IDX_S_NOTHING_DONE;
+        }
+    }
+    const unsigned int full = FullChildren(iIterator.offset, levelsBelow);
+    const ChildCells cells = ioTriangle.Children(iCentre, iHalfSize, iIterator.depth, full);
+    bool drawn = (cells.reached & full) != 0;
+    for (unsigned int rest = cells.touched | cells.open; rest != 0; rest &= rest - 1) {
+        const auto c = static_cast<unsigned int>(std::countr_zero(rest));
+        bool touched = (cells.touched >> c & 1u) != 0;
+        if (!touched && !ioTriangle.DecideExactly(cells, c, touched)) return IDX_E_FAIL;
+        if (!touched) continue;
+        IDX_Base_Octree_Iterator child = iIterator;
+        if (!Enter(child, c)) return IDX_E_FAIL;
+        if (child.depth == iLastDepth) {
+            drawn = true;
+            continue;
+        }
+        const FourFloats high = _mm_castsi128_ps(kHighHalves[c]);
+        const FourFloats centre =
+            _mm_or_ps(_mm_and_ps(high, cells.centres[1]), _mm_andnot_ps(high, cells.centres[0]));
+        const long int status = DrawBelow(child, centre, cells.halfSize, ioTriangle, iLastDepth);
+        if (IDX_Failed(status)) return IDX_E_FAIL;
+        drawn = drawn || status == IDX_S_OK;
+    }
+    return drawn ? IDX_S_OK : IDX_S_NOTHING_DONE;
+}
+
+/// Makes cells of a leaf group OCTREE_SURFACE and counts those that were empty.
+void OctreeTriangleDrawer::MarkCellsOfGroup(unsigned short& ioWord, unsigned int iCells) {
+    const unsigned int fields = kSurfaceFields[iCells];
+    const unsigned int fresh = fields & kLowBits & ~(ioWord | ioWord >> 1);
+    _nCellsByDepth[_depth] += std::popcount(fresh);
+    ioWord = static_cast<unsigned short>(ioWord | fields);
+}
+
+/// The same for all cells of a node set; a leaf group that was empty is counted with its first cells.
+void OctreeTriangleDrawer::MarkCells(NodeSet& ioNodeSet, std::uint64_t iCells) {
+    for (std::uint64_t rest = iCells; rest != 0;) {
+        const auto group = static_cast<unsigned int>(std::countr_zero(rest)) / kChildren;
+        const unsigned int shift = kChildren * group;
+        unsigned short& word = ioNodeSet.words[group];
+        if (word == kEmptyGroup) ++_nCellsByDepth[_depth - 1];
+        MarkCellsOfGroup(word, iCells >> shift & 0xFFu);
+        rest &= ~(std::uint64_t{0xFF} << shift);
+    }
+}
+
+long int OctreeTriangleDrawer::DrawInLeafGroup(
+    unsigned int iOffset, FourFloats iCentre, FourFloats iHalfSize, TriangleCells& ioTriangle) {
+    unsigned short& word = WordAt(_arena, iOffset);
+    const unsigned int full = FullOf(word);
+    const ChildCells cells = ioTriangle.Children(iCentre, iHalfSize, _depth - 1, full);
+    unsigned int marked = cells.touched;
+    bool decided = true;
+    for (unsigned int rest = cells.open; rest != 0 && decided; rest &= rest - 1) {
+        const auto c = static_cast<unsigned int>(std::countr_zero(rest));
+        bool touched = false;
+        decided = ioTriangle.DecideExactly(cells, c, touched);
+        if (touched) marked |= 1u << c;
+        if (!decided) marked &= (1u << c) - 1;  // what lies behind isn't drawn
+    }
+    MarkCellsOfGroup(word, marked);
+    if (!decided) return IDX_E_FAIL;
+    return (marked | (cells.reached & full)) != 0 ? IDX_S_OK : IDX_S_NOTHING_DONE;
+}
