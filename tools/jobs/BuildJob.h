@@ -3,7 +3,7 @@
 
 #include "ChildProcess.h"
 #include "PartBuild.h"
-#include "VoxelView.h"
+#include "Projection.h"
 
 #include <string>
 #include <vector>

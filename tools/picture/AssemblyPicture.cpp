@@ -2,6 +2,7 @@
 
 #include "Pen.h"
 #include "VoxelGrid.h"
+#include "VoxelView.h"
 
 #include <algorithm>
 #include <array>
@@ -85,7 +86,7 @@ private:
             const auto low = ToArray(part.box.GetLow());
             const auto high = ToArray(part.box.GetHigh());
             for (unsigned int corner = 0; corner < 8; ++corner) {
-                Projection::Vector point;
+                Vector point;
                 for (std::size_t axis = 0; axis < 3; ++axis) {
                     point[axis] = (corner >> axis & 1U) != 0 ? high[axis] : low[axis];
                 }

@@ -1,7 +1,8 @@
 #ifndef AssemblyPicture_h
 #define AssemblyPicture_h
 
-#include "VoxelView.h"
+#include "Pixels.h"
+#include "Projection.h"
 
 #include "IDX_Base_BoundingBox.h"
 #include "PLMIdxIBaseOctree.h"

@@ -2,6 +2,7 @@
 
 #include "Pen.h"
 #include "VoxelGrid.h"
+#include "VoxelView.h"
 
 #include <algorithm>
 #include <array>

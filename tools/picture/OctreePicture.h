@@ -1,7 +1,7 @@
 #ifndef OctreePicture_h
 #define OctreePicture_h
 
-#include "VoxelView.h"
+#include "Projection.h"
 
 #include "PLMIdxIBaseOctree.h"
 

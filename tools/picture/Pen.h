@@ -1,7 +1,8 @@
 #ifndef Pen_h
 #define Pen_h
 
-#include "VoxelView.h"
+#include "Pixels.h"
+#include "Projection.h"
 
 #include <array>
 #include <cairo.h>

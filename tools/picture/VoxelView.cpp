@@ -1,7 +1,10 @@
 #include "VoxelView.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdint>
+#include <vector>
 
 // The visible faces of the cells are drawn one by one into a depth buffer. In a parallel projection all
 // faces that look the same way are the same parallelogram, which makes a face cheap. The light comes
@@ -10,31 +13,10 @@
 
 namespace {
 
-using Vector = Projection::Vector;
 using Position = VoxelGrid::Position;
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kAzimuth = 35.0 * kPi / 180.0;    // of the viewer, from the front to the right
-constexpr double kElevation = 28.0 * kPi / 180.0;  // of the viewer above the horizon
-constexpr int kSamples = 2;                        // for each pixel, along either axis
-constexpr int kReach = 3;                          // cells that a neighbourhood reaches out
-
-double Dot(const Vector& a, const Vector& b) {
-    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-
-Vector Cross(const Vector& a, const Vector& b) {
-    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-}
-
-Vector Combine(double iA, const Vector& a, double iB, const Vector& b) {
-    return {iA * a[0] + iB * b[0], iA * a[1] + iB * b[1], iA * a[2] + iB * b[2]};
-}
-
-Vector Unit(const Vector& a) {
-    const double length = std::sqrt(Dot(a, a));
-    return length > 0.0 ? Combine(1.0 / length, a, 0.0, a) : a;
-}
+constexpr int kSamples = 2;  // for each pixel, along either axis
+constexpr int kReach = 3;    // cells that a neighbourhood reaches out
 
 /// What surrounds a cell within kReach.
 struct Neighbourhood {
@@ -313,25 +295,6 @@ void DrawCell(
 }
 
 }  // namespace
-
-Projection::Projection(UpAxis iUp) {
-    const double front = std::cos(kAzimuth) * std::cos(kElevation);
-    const double side = std::sin(kAzimuth) * std::cos(kElevation);
-    const double above = std::sin(kElevation);
-    const bool yUp = iUp == UpAxis::Y;
-    const Vector vertical = yUp ? Vector{0.0, 1.0, 0.0} : Vector{0.0, 0.0, 1.0};
-    _viewer = yUp ? Vector{side, above, front} : Vector{side, -front, above};
-    _right = Unit(Cross(vertical, _viewer));
-    _up = Cross(_viewer, _right);
-}
-
-void Frame::Add(const Projection& iProjection, const Vector& iPoint) {
-    const double at[2] = {Dot(iPoint, iProjection.Right()), -Dot(iPoint, iProjection.Up())};
-    for (int i = 0; i < 2; ++i) {
-        low[i] = std::min(low[i], at[i]);
-        high[i] = std::max(high[i], at[i]);
-    }
-}
 
 /// Around the centres, and wider by half of what one cell takes.
 Frame FindFrame(const VoxelGrid& iGrid, const Projection& iProjection) {

@@ -2,8 +2,8 @@
 #define QueryOptions_h
 
 #include "Arguments.h"
+#include "Projection.h"
 #include "Solids.h"
-#include "VoxelView.h"
 
 #include <string>
 

@@ -1,7 +1,8 @@
 #ifndef SurfaceExport_h
 #define SurfaceExport_h
 
-#include "VoxelView.h"
+#include "Pixels.h"
+#include "Projection.h"
 
 #include "PLMIdxIBaseOctree.h"
 
