@@ -35,13 +35,20 @@ std::string Expected(const testing::TestInfo& test) {
 
 std::string NameOf(long int status) {
     switch (status) {
-        case IDX_S_OK: return "IDX_S_OK";
-        case IDX_S_NOTHING_DONE: return "IDX_S_NOTHING_DONE";
-        case IDX_E_FAIL: return "IDX_E_FAIL";
-        case IDX_E_NOT_IMPLEMENTED: return "IDX_E_NOT_IMPLEMENTED";
-        case IDX_E_OUT_OF_MEMORY: return "IDX_E_OUT_OF_MEMORY";
-        case IDX_E_INVALID_ARGUMENT: return "IDX_E_INVALID_ARGUMENT";
-        default: return std::to_string(status);
+        case IDX_S_OK:
+            return "IDX_S_OK";
+        case IDX_S_NOTHING_DONE:
+            return "IDX_S_NOTHING_DONE";
+        case IDX_E_FAIL:
+            return "IDX_E_FAIL";
+        case IDX_E_NOT_IMPLEMENTED:
+            return "IDX_E_NOT_IMPLEMENTED";
+        case IDX_E_OUT_OF_MEMORY:
+            return "IDX_E_OUT_OF_MEMORY";
+        case IDX_E_INVALID_ARGUMENT:
+            return "IDX_E_INVALID_ARGUMENT";
+        default:
+            return std::to_string(status);
     }
 }
 
