@@ -31,7 +31,7 @@ class PagedFile;
 /// the room for it already, so that a write that gives IDX_True is in the file after Flush(). The size of
 /// the file on the disk trails the end of the data by less than 4096 bytes. Nothing else than the bytes that
 /// were written reaches the file, and a child process doesn't write what waited in its parent.
-/// docs/architecture.md, "Files", says what is in the file at which event.
+/// docs/internals.md, "Files", says what is in the file at which event.
 ///
 /// One thread at a time for all files of the process.
 class GRIDLOOM_API IDX_WT_File {
