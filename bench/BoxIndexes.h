@@ -22,7 +22,7 @@ public:
     /// The number of boxes that touch a window.
     virtual std::size_t CountHits(const IDX_Base_BoundingBox& iWindow) = 0;
 
-    /// The number of nodes that such a search looks at; 0 where that can't be told.
+    /// The number of nodes that such a search looks at; 0 where that isn't known.
     virtual std::size_t CountNodes(const IDX_Base_BoundingBox&) { return 0; }
 };
 

@@ -37,7 +37,7 @@ std::vector<Workload> FindWorkloads(const std::filesystem::path& iMeshFolder);
 /// Generates or reads the mesh of a workload. Throws std::runtime_error with file and reason.
 Mesh MakeMesh(const Workload& iWorkload);
 
-/// A mesh as its bytes stand in memory, for handing it to another process of this build.
+/// A mesh as its bytes are in memory, for handing it to another process of this build.
 void SaveMesh(const Mesh& iMesh, const std::filesystem::path& iPath);
 Mesh LoadMesh(const std::filesystem::path& iPath);
 

@@ -1,4 +1,4 @@
-// Mesh to solid voxels, told apart by phase: milliseconds of processor time for drawing, filling and
+// Mesh to solid voxels, by phase: milliseconds of processor time for drawing, filling and
 // packing, for Gridloom and for the plain program, on the workloads of Mesh.cpp with 2^6, 2^8 and 2^10
 // cells a side. Every iteration starts with fresh memory, as a first build does.
 //
@@ -44,7 +44,7 @@ struct PhaseTimes {
     double pack = 0.0;
 };
 
-/// Opens the protected part of a builder as it stands: the class of the object stays the builder's
+/// Opens the protected part of a builder: the class of the object stays the builder's
 /// own, so that it draws by the same road as in DrawGeometry.
 struct BuilderAccess : PLMIdxOctreeBuilder {
     static PLMIdxWTWorkingOctree& WorkingOctree(PLMIdxOctreeBuilder& ioBuilder) {

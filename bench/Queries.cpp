@@ -1,6 +1,6 @@
 // Questions to an open part index: the median and the 99th of 100 of their times, in microseconds; then how fast an index
 // is verified out of the page cache, in MB/s.
-//   Copies of a mesh stand on a grid of 6 x 6 x 6, so close that neighbours' boxes overlap; depth 7.
+//   Copies of a mesh lie on a grid of 6 x 6 x 6, so close that neighbours' boxes overlap; depth 7.
 
 #include "Queries.h"
 

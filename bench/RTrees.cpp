@@ -2,7 +2,7 @@
 //   uniform    small boxes anywhere in the unit cube
 //   clustered  in 100 clusters
 //   curve      along a curve that fills the cube, one after the other
-// 10^5 and 10^6 boxes, nodes of M entries, at least 30 % of them behind a split. The slow peers are measured
+// 10^5 and 10^6 boxes, nodes of M entries, at least 30 % of them on each side of a split. The slow peers are measured
 // at 10^5 and M = 16 alone. All find the same boxes.
 
 #include "BoxIndexes.h"

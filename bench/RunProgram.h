@@ -5,7 +5,7 @@
 #include <exception>
 #include <iostream>
 
-/// Takes the options of Google Benchmark and runs a program. What it throws goes to the standard error, behind
+/// Takes the options of Google Benchmark and runs a program. What it throws goes to the standard error, after
 /// the program's name.
 /// @return  the exit code
 inline int RunProgram(const char* iName, void (*iMain)(), int iCount, char** iArguments) {

@@ -22,7 +22,7 @@ missing_packages() {
     done
 }
 
-# Runs a command as root: as it stands, or through sudo.
+# Runs a command as root: as it is, or through sudo.
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then
         "$@"
