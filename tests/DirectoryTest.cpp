@@ -1,8 +1,8 @@
-// Index directories: layout, swap and emptying by hand, services that fail at each step, and an index that is
-// whole for readers whenever a writer is killed.
+// Index directories: layout, swap and emptying by hand, and services that fail at each step. KilledRunTest kills
+// writers.
 
 #include "FileCase.h"
-#include "TracedProcess.h"
+#include "Transcript.h"
 
 #include "IDX_Base_Constants.h"
 #include "IDX_WT_File.h"
@@ -88,12 +88,6 @@ std::string Number(unsigned int number) {
     return {reinterpret_cast<const char*>(&number), sizeof number};
 }
 
-std::string Numbers(unsigned int count, unsigned int number) {
-    std::string numbers;
-    for (unsigned int i = 0; i < count; ++i) numbers += Number(number);
-    return numbers;
-}
-
 class Directories : public FileCase {
 protected:
     Directories()
@@ -139,39 +133,6 @@ protected:
     std::string _file;
     VEXUnicodeString _path;
 };
-
-/// The two files of an index, each of many records of its generation.
-constexpr unsigned int kRecords = 3000;
-
-void WriteIndex(const std::string& folder, unsigned int generation) {
-    for (const char* name : {"/a", "/b"}) {
-        IDX_WT_File file;
-        file.OpenWrite((folder + name).c_str());
-        for (unsigned int i = 0; i < kRecords; ++i) file.Write(generation);
-        file.Close();
-    }
-}
-
-/// The generation of the index in a folder; 0 when it isn't whole.
-unsigned int GenerationOf(const std::string& folder) {
-    const std::string a = ContentOf(folder + "/a");
-    const std::string b = ContentOf(folder + "/b");
-    if (a.size() != kRecords * sizeof(unsigned int) || a != b) return 0;
-    unsigned int generation = 0;
-    std::memcpy(&generation, a.data(), sizeof generation);
-    return a == Numbers(kRecords, generation) ? generation : 0;
-}
-
-/// Rebuilds and swaps twice.
-void RebuildTwice(const std::string& base, unsigned int generation) {
-    PLMIdxDirectory directory(base.c_str());
-    for (int rebuild = 0; rebuild < 2; ++rebuild) {
-        VEXUnicodeString path;
-        if (directory.GetWritableIndexPath(path, true, false) != IDX_S_OK) _exit(1);
-        WriteIndex(path.ConvertToChar(), ++generation);
-        if (directory.SwapIndexPath() != IDX_S_OK) _exit(1);
-    }
-}
 
 }  // namespace
 
@@ -299,55 +260,52 @@ TEST_F(Directories, WaitsTwelveTimesForOtherProcesses) {
 }
 
 TEST_F(Directories, BuildingAndSwappingTellTheStepThatFailed) {
-    const std::string tag = "PLMIdxDirectory.BuildIndexPath.";
-    results["create"] = {kFailure};
+    Transcript all(_folder / "");
     PLMIdxDirectory directory(_base.c_str());
-    EXPECT_FALSE(directory.IsValidIndexPath());
-    _trace.Take();
-    Fails(directory.BuildIndexPath(), {tag + "VEXCreateDirectoryR"});
+    results["create"] = {kFailure};
+    NOTE(all, directory.BuildIndexPath());
     EXPECT_FALSE(std::filesystem::exists(_base));
-
     std::filesystem::create_directory(_base);
     results["close handle"] = {kFailure};
-    Fails(directory.BuildIndexPath(), {tag + "VEXCloseDirectory"});
-
-    std::filesystem::create_directory(_file);  // in the place of the redirecting file
-    Fails(directory.BuildIndexPath(), {"IDX_WT_File.OpenWrite.fopen"});
+    NOTE(all, directory.BuildIndexPath());
+    all.Title("a folder in the place of the redirecting file");
+    std::filesystem::create_directory(_file);
+    NOTE(all, directory.BuildIndexPath());
     std::filesystem::remove(_file);
     {
+        all.Title("no file may have a byte");
         const FileSizeLimit none(0);
-        Fails(directory.BuildIndexPath(), {"IDX_WT_File.WriteAt.fwrite", tag + "WriteAt"});
+        NOTE(all, directory.BuildIndexPath());
     }
+    all.Title("the second sub-directory can't be made");
     results["create sub-directory"] = {kGenuine, kFailure};
-    Fails(directory.BuildIndexPath(), {tag + "VEXCreateDirectoryR"});
+    NOTE(all, directory.BuildIndexPath());
     EXPECT_EQ(ContentOf(_file), Number(2));
-    EXPECT_EQ(directory.GetCurrentIndexPath(_path), kFailure) << "what it knows stays";
-    EXPECT_EQ(directory.BuildIndexPath(), IDX_S_OK);
+    NOTE(all, directory.GetCurrentIndexPath(_path));  // what it knows stays
+    NOTE(all, directory.BuildIndexPath());
     {
+        all.Title("no file may have a byte");
         const FileSizeLimit none(0);
-        Fails(
-            directory.SwapIndexPath(),
-            {"IDX_WT_File.WriteAt.fwrite", "PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.WriteAt"});
+        NOTE(all, directory.SwapIndexPath());
     }
     EXPECT_EQ(ContentOf(_file), Number(2));
+    all.Title("a folder in the place of the redirecting file");
     std::filesystem::remove(_file);
     std::filesystem::create_directory(_file);
-    Fails(
-        directory.SwapIndexPath(),
-        {"IDX_WT_File.OpenWrite.fopen", "PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.OpenWrite"});
+    NOTE(all, directory.SwapIndexPath());
     ExpectPath(directory.GetCurrentIndexPath(_path), "/2");
 }
 
 TEST_F(Directories, ASwapBringsAllFilesToTheDiskFirst) {
     PLMIdxDirectory directory(_base.c_str());
     directory.BuildIndexPath();
-    WriteIndex(_base + "/1", 1);
+    SetContent(_base + "/1/a", std::string(8192, '.'));
     IDX_WT_File file;
     file.OpenWrite((_base + "/1/a").c_str());
-    for (unsigned int i = 0; i < kRecords; ++i) file.WriteAt(i * 4, 2u);
+    file.WriteAt(0, 2u);
     file.Write(2u);
     EXPECT_EQ(directory.SwapIndexPath(), IDX_S_OK);
-    const std::string expected = Numbers(kRecords + 1, 2);
+    const std::string expected = Number(2) + std::string(8188, '.') + Number(2);
     EXPECT_TRUE(ContentOf(_base + "/1/a") == expected);
     _trace.Take();
     file.WriteAt(0, 3u);
@@ -358,7 +316,6 @@ TEST_F(Directories, ASwapBringsAllFilesToTheDiskFirst) {
         const Lines tags = _trace.Take();
         EXPECT_EQ(tags.empty() ? "" : tags.back(), "PLMIdxDirectory.Swap3DIndexPath.Flush");
     }
-    EXPECT_EQ(ContentOf(_file), Number(1));
     ExpectPath(directory.GetCurrentIndexPath(_path), "/1");
     EXPECT_EQ(directory.SwapIndexPath(), IDX_S_OK);
     EXPECT_EQ(ContentOf(_base + "/1/a").substr(0, 4), Number(3));
@@ -419,22 +376,4 @@ TEST_F(Directories, TheManagerKnowsTheKindsUnderOneBase) {
     manager.SetIndexBaseDirectory(other.c_str());
     EXPECT_EQ(manager.GetCurrentPath(Index_Dwh, _path), kFailure) << "read anew";
     EXPECT_STREQ(_path.ConvertToChar(), (other + "/Dwh").c_str());
-}
-
-/// A writer is killed at one call after the other; the next one meets what it has left.
-TEST_F(Directories, AReaderSeesAWholeIndexAtEveryCallOfAWriter) {
-    PLMIdxDirectory(_base.c_str()).BuildIndexPath();
-    WriteIndex(_base + "/2", 1);
-    unsigned int live = 1;
-    int nCalls = 0;
-    for (bool isHeld = true; isHeld; ++nCalls) {
-        const unsigned int first = live;
-        TracedProcess writer([&] { RebuildTwice(_base, first); });
-        isHeld = writer.RunTo(kChangingCalls, nCalls + 1) != 0;
-        PLMIdxDirectory(_base.c_str()).GetCurrentIndexPath(_path);
-        live = GenerationOf(_path.ConvertToChar());
-        ASSERT_GE(live, isHeld ? first : first + 2) << "at call " << nCalls;
-        ASSERT_LE(live, first + 2) << "at call " << nCalls;
-    }
-    EXPECT_GT(nCalls, 15);
 }

@@ -2,6 +2,7 @@
 // the memory, so that it can run out and never starts as zeros.
 
 #include "FileCase.h"
+#include "Transcript.h"
 
 #include "IDX_Status.h"
 #include "IDX_WT_MemFile.h"
@@ -61,19 +62,6 @@ protected:
 
 }  // namespace
 
-TEST_F(MemFiles, ReadsBehindTheEnd) {
-    IDX_WT_MemFile file;
-    Expect(file.OpenRead(PathOf("abcd5")));
-    char bytes[8] = {};
-    Expect(file.ReadAt(5, bytes, 0));
-    const std::string tag = "IDX_WT_MemFile.ReadAt.Offset overflow: ";
-    Expect(file.ReadAt(6, bytes, 0), {tag + "iOffset 6, iDataSize 0, m_writtenSize 5"});
-    Expect(
-        file.ReadAt(0xFFFFFFFC, bytes, 8),
-        {tag + "iOffset 4294967292, iDataSize 8, m_writtenSize 5"});
-    Expect(file.ReadAt(0, nullptr, 1), {"IDX_WT_MemFile.ReadAt.InvalidInputData"});
-}
-
 TEST_F(MemFiles, BlocksGrowToTwiceTheEndAndAreKept) {
     const std::string chunk(IDX_WT_MemFile::FILE_MAX_SIZE, 'c');
     IDX_WT_MemFile file;
@@ -118,54 +106,62 @@ TEST_F(MemFiles, BlocksGrowToTwiceTheEndAndAreKept) {
     EXPECT_EQ(file.GetSize(), 10u) << "without its padding";
 }
 
-TEST_F(MemFiles, OpensThatFail) {
+TEST_F(MemFiles, FailuresNameEachStep) {
+    Transcript all;
+    char bytes[8] = {};
     IDX_WT_MemFile file;
+    all.Title("reads past the end");
+    NOTE(all, file.OpenRead(PathOf("abcd5")));
+    NOTE(all, file.ReadAt(5, bytes, 0));
+    NOTE(all, file.ReadAt(6, bytes, 0));
+    NOTE(all, file.ReadAt(0xFFFFFFFC, bytes, 8));
+    NOTE(all, file.ReadAt(0, nullptr, 1));
+    file.Close();
+
+    all.Title("no such folder; no memory; a disk that can't be read");
     const std::string lost = _folder / "none/file";
-    const char* read = "IDX_WT_MemFile.OpenRead.ReadFile";
-    const char* write = "IDX_WT_MemFile.OpenWrite.ReadFile";
-    const char* noMemory = "IDX_WT_MemFile.ReadFile : Failed to allocate file in memory!";
-    Expect(file.OpenRead(lost.c_str()), {"IDX_WT_MemFile.OpenWrite.fopen", read});
-    Expect(file.OpenWrite(lost.c_str()), {"IDX_WT_MemFile.OpenWrite.fopen"});
+    NOTE(all, file.OpenRead(lost.c_str()));
+    NOTE(all, file.OpenWrite(lost.c_str()));
     hasMemory = false;
-    Expect(file.OpenWrite(_path.c_str()), {"IDX_WT_MemFile.OpenWrite.VEXUnsecuredMemAlloc failed"});
-    EXPECT_EQ(file.GetErrorCode(), IDX_S_OK);
-    Expect(file.OpenRead(PathOf("content")), {noMemory, read});
-    EXPECT_EQ(file.GetErrorCode(), IDX_E_OUT_OF_MEMORY);
-    Expect(file.OpenWrite(_path.c_str()), {noMemory, write});
-    Refused(file.Write("x", 1));
+    std::filesystem::remove(_path);
+    NOTE(all, file.OpenWrite(_path.c_str()));
+    NOTE(all, file.GetErrorCode());
+    NOTE(all, file.OpenRead(PathOf("content")));
+    NOTE(all, file.GetErrorCode());
+    NOTE(all, file.OpenWrite(_path.c_str()));
+    NOTE(all, file.Write("x", 1));
     hasMemory = true;
     canRead = false;
-    Expect(file.OpenWrite(_path.c_str()), {"IDX_WT_MemFile.ReadFile.fread", write});
-    EXPECT_EQ(file.GetErrorCode(), IDX_S_OK);
+    NOTE(all, file.OpenWrite(_path.c_str()));
+    NOTE(all, file.GetErrorCode());
     EXPECT_EQ(file.GetSize(), 7u);
-    Refused(file.Write("x", 1));
+    NOTE(all, file.Write("x", 1));
     canRead = true;
-    Expect(file.OpenWrite(_path.c_str()));
-    Expect(file.Close());
+    NOTE(all, file.OpenWrite(_path.c_str()));
+    NOTE(all, file.Close());
+
+    all.Title("2^31 bytes, and a pipe, which has no size");
     std::filesystem::resize_file(_path, 0x80000000);
     lastSize = 0;
-    Expect(file.OpenRead(_path.c_str()), {noMemory, read});
-    EXPECT_EQ(lastSize, 0u);
-    const std::string pipe = _folder / "pipe";  // has no size
+    NOTE(all, file.OpenRead(_path.c_str()));
+    EXPECT_EQ(lastSize, 0u) << "not even asked for";
+    const std::string pipe = _folder / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    Expect(file.OpenWrite(pipe.c_str()), {"IDX_WT_MemFile.ReadFile.fread", write});
-}
+    NOTE(all, file.OpenWrite(pipe.c_str()));
 
-TEST_F(MemFiles, ACloseThatCantWriteCanBeTriedAgain) {
-    const char* tag = "IDX_WT_MemoryFile.Close.fwrite";
-    IDX_WT_MemFile file;
-    Expect(file.OpenWrite(_path.c_str()));
-    Expect(file.Write("12345678", 8));
+    all.Title("a close that can't write may be tried again");
+    std::filesystem::remove(_path);
+    NOTE(all, file.OpenWrite(_path.c_str()));
+    NOTE(all, file.Write("12345678", 8));
     {
         const FileSizeLimit limit(6);
-        Expect(file.Close(), {tag});
-        Expect(file.OpenRead(_path.c_str()), {tag});
+        NOTE(all, file.Close());
+        NOTE(all, file.OpenRead(_path.c_str()));
     }
-    Expect(file.WriteAt(8, "9", 1));
-    Expect(file.Close());
+    NOTE(all, file.WriteAt(8, "9", 1));
+    NOTE(all, file.Close());
     EXPECT_EQ(ContentOf(_path), "123456789\0\0\0"s);
-    IDX_WT_MemFile full;
-    Expect(full.OpenWrite("/dev/full"));
-    Expect(full.Write("1", 1));
-    Expect(full.Close(), {tag});
+    NOTE(all, file.OpenWrite("/dev/full"));
+    NOTE(all, file.Write("1", 1));
+    NOTE(all, file.Close());
 }

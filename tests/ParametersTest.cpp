@@ -13,13 +13,13 @@
 #include "PLMIdxParameters.h"
 #include "PLMIdxParametersReader.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
 #include <new>
 #include <sstream>
 #include <string>
@@ -93,7 +93,7 @@ std::string InChild(const std::function<void()>& run) {
     return ContentOf(path);
 }
 
-/// Reads a command line whose arguments are told apart by blanks; _ is the empty argument. The status and
+/// Reads a command line whose arguments are separated by blanks; _ is the empty argument. The status and
 /// what is stored then is printed as the last line.
 void Read(PLMIdxParametersReader& reader, const std::string& line) {
     std::vector<std::string> words = {"-help"};  // the program's own name, which isn't looked at
@@ -109,7 +109,7 @@ void Read(PLMIdxParametersReader& reader, const std::string& line) {
     }
 }
 
-/// The tool of the table below.
+/// A tool with parameters of all kinds.
 struct Tool {
     Tool() {
         EXPECT_EQ(reader.DeclareParameter("in", false, false, "Input folder"), IDX_S_OK);
@@ -135,112 +135,7 @@ struct Tool {
     PLMIdxConnexionParametersReader connexion;
 };
 
-const std::string kHead = "\nUsage:\n\n  -h | -help | -? : Display the current help\n\n";
-
-/// The longest declared name has 6 characters, which makes a column of 12 bytes.
-const std::string kUsage =
-    kHead +
-    "  -in value     \t: Input folder \n"
-    "  -fast         \t: 100% unchecked \n"
-    "  -c Authentification.User=UserName \t: Administrator name [mandatory]\n"
-    "  -c Authentification.Password=UserPwd \t: Password of admin [mandatory]\n"
-    "  -c Security.Context=SecurityContext \t: Security context for admin [mandatory]\n"
-    "  -c Environment.ServerName=HostName \t: Server name [mandatory]\n"
-    "  -c Environment.ServerPort=PortNumber \t: Server's port [mandatory]\n"
-    "  -c Environment.URI=RootUri \t: Root URI if one is necessary \n"
-    "  -größe value \t: Size \n"
-    "\n";
-
-TEST(CommandLine, TextsAndStore) {
-    const char* const noPair =
-        "I: Failure: Invalid name/value has been specified for -c argument.\n"
-        "I: Error when setting param -c.\n";
-    const char* const noValue =
-        "I: Failure: No value has been specified for '%d' parameter\n"
-        "I: Error when setting param -c.\n";
-    struct {
-        const char* line;
-        const char* outcome;
-        const char* messages;  ///< shown before the usage text; null without that
-    } const rows[] = {
-        {"",                              "0",                      nullptr                                                    },
-        {"-in %s -fast -hidden c -old d", "0 in=%s fast= hidden=c", nullptr                                                    },
-        {"-fast -h",                      "1 fast=",                ""                                                         },
-        {"-in a -? stray",                "1 in=a",                 ""                                                         },
-        {"-in -h",                        "failed",                 "I: Error: A value is mandatory after -in.\n"              },
-        {"-in h help",                    "failed in=h",            "I: Error: Unknown command line argument: help\n"          },
-        {"-helpme",                       "failed",                 "I: Error: Parameter -helpme is unknown.\n"                },
-        {"-in a %s",                      "failed in=a",            "I: Error: Unknown command line argument: %s\n"            },
-        {"_ a",                           "failed",                 "I: Error: Unknown command line argument: \n"              },
-        {"- a",                           "failed",                 "I: Error: Parameter - is unknown.\n"                      },
-        {"-IN%n -help",                   "failed",                 "I: Error: Parameter -IN%n is unknown.\n"                  },
-        {"-in _ -größe b",              "0 in= größe=b",        nullptr                                                    },
-        {"-old",                          "failed",                 "I: Error: A value is mandatory after -old.\n"             },
-        {"-c -in a",                      "failed",                 "I: Error: A value is mandatory after -c.\n"               },
-        {"-fast x",                       "failed",                 "I: Error: x is unexpected ! Parameter -fast is boolean.\n"},
-        {"-in a -in b",                   "failed in=a",            "I: Error: Parameter -in is defined twice.\n"              },
-        {"-fast -fast",                   "failed fast=",           "I: Error: Parameter -fast is defined twice.\n"            },
-        {"-old 1 -old 2",                 "0",                      nullptr                                                    },
-        {"-c A=1 -c A=2=3= -c B==",       "0 (A|1) (A|2=3=) (B|=)", nullptr                                                    },
-        {"-c A=1 -c B -c C=1",            "failed (A|1)",           noPair                                                     },
-        {"-c =x",                         "failed",                 noPair                                                     },
-        {"-c _",                          "failed",                 noPair                                                     },
-        {"-c %d=",                        "failed",                 noValue                                                    },
-    };
-    for (const auto& row : rows) {
-        const std::string shown = row.messages != nullptr ? row.messages + kUsage : "";
-        const std::string text = InChild([&] { Tool().Run(row.line); });
-        EXPECT_EQ(text, "\n" + shown + row.outcome) << row.line;
-    }
-}
-
-TEST(CommandLine, EveryMissingParameterIsNamed) {
-    const auto run = [](const std::string& line) {
-        return InChild([&] {
-            PLMIdxParametersReader reader;
-            reader.DeclareParameter("in", true, false, "In");
-            reader.IgnoreParameter("old");
-            reader.DeclareParameter("hidden", true, false, "");
-            reader.DeclareParameter("fast", true, true, "Fast");
-            Read(reader, line);
-        });
-    };
-    EXPECT_EQ(
-        run("-old 1"),
-        "\nI: Error: param -in is mandatory\nI: Error: param -hidden is mandatory\n"
-        "I: Error: param -fast is mandatory\n" +
-            kHead +
-            "  -in value     \t: In [mandatory]\n  -fast         \t: Fast [mandatory]\n\nfailed");
-    EXPECT_EQ(run("-in i -hidden h -fast"), "\n0 in=i fast= hidden=h");
-}
-
-TEST(CommandLine, ANameIsDeclaredOnce) {
-    const std::string text = InChild([] {
-        Tool tool;
-        for (const char* name : {"in", "old", "c"}) {
-            EXPECT_EQ(tool.reader.DeclareParameter(name, true, true, "its own"), IDX_E_FAIL);
-            EXPECT_EQ(tool.reader.IgnoreParameter(name), IDX_E_FAIL);
-            EXPECT_EQ(tool.reader.RedirectParameter(name, &tool.connexion), IDX_E_FAIL);
-        }
-        tool.reader.Usage();
-    });
-    EXPECT_EQ(text, kUsage);
-}
-
-TEST(CommandLine, ASecondReading) {
-    const std::string text = InChild([] {
-        Tool first;
-        Tool second;
-        first.Run("-in a");
-        second.Run("-fast -in b -old 1");  // the store has a value from elsewhere
-        first.Run("-in c");
-    });
-    const std::string second = "\nD: Error when setting param -in.\nfailed in=a fast=";
-    const std::string third = "\nI: Error: Parameter -in is defined twice.\n" + kUsage;
-    EXPECT_EQ(text, "\n0 in=a" + second + third + "failed in=a fast=");
-}
-
-/// A specific reader that answers as it is told.
+/// A specific reader that answers as it should for a test.
 struct Answering : PLMIdxISpecificParametersReader {
     long int Set(const char*) override { return status; }
     void GetUsage(
@@ -252,57 +147,78 @@ struct Answering : PLMIdxISpecificParametersReader {
         for (int i = 0; i < nLines[2]; ++i) mandatories.Append(static_cast<VEXBoolean>(i % 2));
     }
 
-    long int status;
-    int nLines[3];
+    long int status = 0;
+    int nLines[3] = {};  ///< of values, texts, and whether they are mandatory
 };
 
-TEST(CommandLine, SpecificReaders) {
-    const std::string lines = "  -special X=Y \t: pair \n  -special X=Y \t: pair [mandatory]\n";
-    const std::string end = "  -in value \t: In \n\nfailed";
-    const std::string noFit =
-        "D: Error in PLMIdxParametersReader::Usage - (values.Size() != usages.Size()) for param "
-        "special.\nfailed";
-    struct {
-        long int status;
-        int nLines[3];
-        std::string usage;
-    } const rows[] = {
-        {IDX_S_OK,           {2, 2, 2}, ""         },
-        {IDX_S_NOTHING_DONE, {2, 2, 2}, ""         },
-        {IDX_E_FAIL,         {2, 2, 2}, lines + end},
-        {0x80004005L,        {0, 0, 0}, end        },
-        {IDX_E_FAIL,         {2, 1, 2}, noFit      },
-        {IDX_E_FAIL,         {2, 2, 3}, noFit      },
-    };
-    for (const auto& row : rows) {
-        const std::string text = InChild([&] {
-            Answering answering;
-            answering.status = row.status;
-            std::copy_n(row.nLines, 3, answering.nLines);
-            PLMIdxParametersReader reader;
-            reader.RedirectParameter("special", &answering);
-            reader.DeclareParameter("in", false, false, "In");
-            Read(reader, "-special a -special b -in x");
-        });
-        const std::string failure = "\nI: Error when setting param -special.\n" + kHead + row.usage;
-        EXPECT_EQ(text, row.usage.empty() ? "\n0 in=x" : failure);
-    }
-}
+/// Tools by name: each reads a command line.
+const std::map<std::string, std::function<void(const std::string&)>> kTools = {
+    {"all kinds",                                                           [](const std::string& line) { Tool().Run(line); }},
+    {"all kinds, read by two tools",
+     [](const std::string& line) {
+         Tool first;
+         Tool second;
+         first.Run(line);
+         second.Run("-fast -in b -old 1");  // the store has a value from elsewhere
+         first.Run("-in c");
+     }                                                                                                                       },
+    {"each name declared again in each way",
+     [](const std::string& line) {
+         Tool tool;
+         for (const char* name : {"in", "old", "c"}) {
+             EXPECT_EQ(tool.reader.DeclareParameter(name, true, true, "its own"), IDX_E_FAIL);
+             EXPECT_EQ(tool.reader.IgnoreParameter(name), IDX_E_FAIL);
+             EXPECT_EQ(tool.reader.RedirectParameter(name, &tool.connexion), IDX_E_FAIL);
+         }
+         tool.Run(line);
+     }                                                                                                                       },
+    {"mandatory parameters",
+     [](const std::string& line) {
+         PLMIdxParametersReader reader;
+         reader.DeclareParameter("in", true, false, "In");
+         reader.IgnoreParameter("old");
+         reader.DeclareParameter("hidden", true, false, "");
+         reader.DeclareParameter("fast", true, true, "Fast");
+         Read(reader, line);
+     }                                                                                                                       },
+    {"a reader of its own: status, lines of values, texts and mandatories",
+     [](const std::string& line) {
+         std::istringstream words(line);
+         Answering answering;
+         words >> answering.status >> answering.nLines[0] >> answering.nLines[1] >>
+             answering.nLines[2];
+         PLMIdxParametersReader reader;
+         reader.RedirectParameter("special", &answering);
+         reader.DeclareParameter("in", false, false, "In");
+         Read(reader, "-special a -special b -in x");
+     }                                                                                                                       },
+    {"no memory for the first, second, ... block of a declaration",
+     [](const std::string&) {
+         PLMIdxParametersReader reader;
+         for (int nBlocks = 0; nBlocks < 5; ++nBlocks) {  // the record, the buckets, the entry
+             newsUntilRefusal = nBlocks;
+             const long int status = reader.DeclareParameter("in", true, false, "In");
+             newsUntilRefusal = -1;
+             std::printf("%d", status == IDX_E_FAIL);
+         }
+         reader.Usage();  // a record without a place by name stays
+     }                                                                                                                       },
+};
 
-TEST(CommandLine, DeclaringWithoutMemory) {
-    const std::string text = InChild([] {
-        PLMIdxParametersReader reader;
-        for (int nBlocks = 0; nBlocks < 5; ++nBlocks) {  // the record, the buckets, the entry
-            newsUntilRefusal = nBlocks;
-            const long int status = reader.DeclareParameter("in", true, false, "In");
-            newsUntilRefusal = -1;
-            std::printf("%d", status == IDX_E_FAIL);
-        }
-        reader.Usage();
-    });
-    // A record that finds no place by name stays in the list.
-    const std::string line = "  -in value \t: In [mandatory]\n";
-    EXPECT_EQ(text, "11101" + kHead + line + line + line + "\n");
+/// tests/golden/command-line.txt has command lines after "$ ", for the tool that "== " names, each with what is
+/// printed for it. It was compared with docs/file-formats.md, "Command line".
+TEST(CommandLine, PrintsAndStoresAsTheGoldenText) {
+    const std::string golden = ContentOf(GRIDLOOM_GOLDEN_FOLDER "/command-line.txt");
+    std::istringstream lines(golden);
+    std::string all;
+    std::string tool;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("== ")) tool = line.substr(3);
+        if (line.starts_with("== ")) all += line + '\n';
+        if (!line.starts_with("$ ")) continue;
+        all += line + '\n' + InChild([&] { kTools.at(tool)(line.substr(2)); }) + '\n';
+    }
+    EXPECT_EQ(all, golden);
 }
 
 TEST(Store, AValueIsSetOnceAndStaysWhereItIs) {

@@ -30,7 +30,7 @@ Sections ReadSections(const std::string& path) {
 std::string Expected(const testing::TestInfo& test) {
     const std::string suite = test.test_suite_name();
     const std::string family = suite.substr(suite.find('/') + 1);
-    return ReadSections(GRIDLOOM_FAILURES "/" + family + ".txt")[test.name()];
+    return ReadSections(GRIDLOOM_GOLDEN_FOLDER "/failures/" + family + ".txt")[test.name()];
 }
 
 std::string NameOf(long int status) {
