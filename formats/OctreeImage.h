@@ -3,6 +3,7 @@
 
 #include "CellStates.h"
 #include "Damage.h"
+#include "FinitePoint.h"
 #include "UnalignedMemory.h"
 
 #include "IDXOctreeType.h"
@@ -220,10 +221,6 @@ private:
 };
 
 namespace octree_image_check {
-
-inline bool HasFiniteCoordinates(const IDX_Point& iPoint) {
-    return std::isfinite(iPoint.x) && std::isfinite(iPoint.y) && std::isfinite(iPoint.z);
-}
 
 /// Whether a header can stand before as many bytes of records.
 inline Damage CheckHeader(const OctreeHeader& iHeader, std::size_t iRecordSize) {

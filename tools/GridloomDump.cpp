@@ -39,8 +39,8 @@ int main(int iCount, char** iArguments) {
     if (arguments.Words().size() != 1) return Fail("", "wants one file", kExitUsage);
     const std::string path = arguments.Words().front();
     MappedFile file;
-    const std::string failure = file.Open(path);
-    if (!failure.empty()) return Fail(path, failure, kExitEnvironment);
+    const Status status = file.Open(path);
+    if (status.Failed()) return Fail(path, status.Text(), NumberOf(status.Code()));
     const Damage damage = DumpFile(path, file.Bytes(), file.Size(), Arguments::IsGiven("json"));
     if (damage) return Fail(path, "is damaged: " + damage.Text(), kExitDamaged);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {

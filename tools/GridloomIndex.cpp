@@ -20,13 +20,13 @@ int main(int iCount, char** iArguments) {
     IndexOptions options;
     switch (ReadIndexOptions(iCount, iArguments, options)) {
         case Arguments::Result::Done:
-            return kExitDone;
+            return NumberOf(ExitCode::Done);
         case Arguments::Result::Wrong:
-            return kExitUsage;
+            return NumberOf(ExitCode::Usage);
         case Arguments::Result::Run:
             break;
     }
-    TakeTrace(options.isVerbose);
+    RouteTraceToConsole(options.isVerbose);
     ListenForInterrupts();
-    return IndexRun(options).Run();
+    return NumberOf(IndexRun(options).Run());
 }

@@ -1,11 +1,11 @@
 #ifndef ExitCodes_h
 #define ExitCodes_h
 
-/// With what a tool ends. Scripts depend on the numbers: docs/tools.md lists them for each tool.
+/// What a tool ends with. Scripts depend on the numbers: docs/tools.md lists them for each tool.
 enum class ExitCode : int {
-    Done =
-        0,  ///< gridloom-index: the new index is live; gridloom-query: something was found, or the
-            ///< index is sound; gridloom-dump: the file is printed
+    /// gridloom-index: the new index is live. gridloom-query: something was found, or the index is sound.
+    /// gridloom-dump: the file is printed.
+    Done = 0,
     NothingFound = 1,   ///< gridloom-query: the question has no answer
     Usage = 2,          ///< wrong usage; gridloom-index: there is no part to index, too
     PartsFailed = 3,    ///< gridloom-index: parts or files failed; the others are done

@@ -15,9 +15,10 @@ volatile std::sig_atomic_t isRequested = 0;
 volatile std::time_t requestedAt = 0;
 int wakeUp[2] = {-1, -1};  // a pipe, so that poll() sees a request that comes just before it
 
-void TakeSignal(int) {
+void NoteSignal(int) {
     const std::time_t now = std::time(nullptr);
-    if (isRequested != 0 && now > requestedAt + kUrgentAfter) _exit(kExitInterrupted);
+    if (isRequested != 0 && now > requestedAt + kUrgentAfter)
+        _exit(NumberOf(ExitCode::Interrupted));
     if (isRequested == 0) requestedAt = now;
     isRequested = 1;
     (void)!write(wakeUp[1], "", 1);
@@ -30,7 +31,7 @@ void ListenForInterrupts() {
     (void)std::signal(SIGPIPE, SIG_IGN);
     (void)std::signal(SIGXFSZ, SIG_IGN);
     struct sigaction action = {};
-    action.sa_handler = TakeSignal;
+    action.sa_handler = NoteSignal;
     action.sa_flags = SA_RESTART;
     for (const int signal : kSignals) {
         struct sigaction before = {};

@@ -1,67 +1,69 @@
 #include "OutputFile.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-bool WriteAll(int iFile, const char* iBytes, std::size_t iSize) {
+Status WriteAll(int iFile, const char* iBytes, std::size_t iSize) {
     while (iSize > 0) {
         const ssize_t nWritten = write(iFile, iBytes, iSize);
         if (nWritten < 0 && errno == EINTR) continue;
-        if (nWritten < 0) return false;
+        if (nWritten < 0) return Status::System(errno);
         iBytes += nWritten;
         iSize -= static_cast<std::size_t>(nWritten);
     }
-    return true;
+    return {};
 }
 
-/// A full disk may only show when the bytes are forced out or the file is closed.
-bool WriteNewFile(const std::string& iPath, const void* iBytes, std::size_t iSize) {
+/// A full disk may only show when the bytes are forced out or the file is closed: both are asked, and
+/// the first failure counts.
+Status WriteNewFile(const std::string& iPath, const void* iBytes, std::size_t iSize) {
     constexpr mode_t kReadableByAll = 0666;  // less what the user's mask takes away
     const int file = open(iPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kReadableByAll);
-    if (file < 0) return false;
-    const bool written =
-        WriteAll(file, static_cast<const char*>(iBytes), iSize) && fsync(file) == 0;
-    const int error = errno;
-    const bool closed = close(file) == 0;
-    if (!written) errno = error;
-    return written && closed;
+    if (file < 0) return Status::System(errno);
+    Status status = WriteAll(file, static_cast<const char*>(iBytes), iSize);
+    if (!status.Failed() && fsync(file) != 0) status = Status::System(errno);
+    if (close(file) != 0 && !status.Failed()) status = Status::System(errno);
+    return status;
 }
 
-bool WriteNewFile(const std::string& iPath, const std::function<bool(std::FILE*)>& iWrite) {
+/// The same for a stream.
+Status WriteNewFile(const std::string& iPath, const std::function<Status(std::FILE*)>& iWrite) {
     std::FILE* file = std::fopen(iPath.c_str(), "wbe");
-    if (file == nullptr) return false;
-    const bool written = iWrite(file) && std::fflush(file) == 0 && fsync(fileno(file)) == 0;
-    const int error = errno;
-    const bool closed = std::fclose(file) == 0;
-    if (!written) errno = error;
-    return written && closed;
+    if (file == nullptr) return Status::System(errno);
+    Status status = iWrite(file);
+    if (!status.Failed()) {
+        const bool isWritten = std::fflush(file) == 0 && std::ferror(file) == 0;
+        if (!isWritten || fsync(fileno(file)) != 0) status = Status::System(errno);
+    }
+    if (std::fclose(file) != 0 && !status.Failed()) status = Status::System(errno);
+    return status;
 }
 
-/// Calls a function with a temporary name, and gives the file its own name behind it.
+/// Writes under a temporary name, and then gives the file its own name.
 template <class Write>
-std::string WriteBeside(const std::string& iPath, const Write& iWrite) {
+Status WriteBeside(const std::string& iPath, const Write& iWrite) {
     const std::string temporary = iPath + ".tmp";
-    if (iWrite(temporary) && rename(temporary.c_str(), iPath.c_str()) == 0) return {};
-    std::string reason = std::strerror(errno);
-    (void)unlink(temporary.c_str());  // it may not be there
-    return reason;
+    Status status = iWrite(temporary);
+    if (!status.Failed() && rename(temporary.c_str(), iPath.c_str()) != 0) {
+        status = Status::System(errno);
+    }
+    if (status.Failed()) (void)unlink(temporary.c_str());  // it may not be there
+    return status;
 }
 
 }  // namespace
 
-std::string WriteWholeFile(const std::string& iPath, const void* iBytes, std::size_t iSize) {
+Status WriteWholeFile(const std::string& iPath, const void* iBytes, std::size_t iSize) {
     return WriteBeside(iPath, [&](const std::string& temporary) {
         return WriteNewFile(temporary, iBytes, iSize);
     });
 }
 
-std::string WriteWholeFile(
-    const std::string& iPath, const std::function<bool(std::FILE*)>& iWrite) {
+Status WriteWholeFile(const std::string& iPath, const std::function<Status(std::FILE*)>& iWrite) {
     return WriteBeside(
         iPath, [&](const std::string& temporary) { return WriteNewFile(temporary, iWrite); });
 }

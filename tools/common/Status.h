@@ -38,6 +38,11 @@ public:
     /// @param iError  as in errno
     static Status System(int iError) { return Environment(std::strerror(iError)); }
 
+    /// A file or a part of the input can't be used; the work goes on with the others.
+    static Status PartFailed(std::string iText) {
+        return {ExitCode::PartsFailed, std::move(iText)};
+    }
+
     /// Stored bytes are wrong.
     static Status Damaged(std::string iText) { return {ExitCode::Damaged, std::move(iText)}; }
 

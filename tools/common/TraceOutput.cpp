@@ -3,6 +3,7 @@
 #include "IDX_Base_Trace.h"
 
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -10,19 +11,21 @@ struct {
     bool isShown = false;
     bool isSilent = false;
     std::string latestTag;
+    TagWatch* watch = nullptr;
 } output;
 
-void TakeLine(IDX_Base_Trace::Level iLevel, const char* iLine, void*) {
+void ShowLine(IDX_Base_Trace::Level iLevel, const char* iLine, void*) {
     if (iLevel == IDX_Base_Trace::LevelDebug) output.latestTag = iLine;
+    if (output.watch != nullptr) output.watch->Compare(iLine);
     const bool isForOperator = iLevel == IDX_Base_Trace::LevelInfo && !output.isSilent;
     if (output.isShown || isForOperator) std::fprintf(stderr, "%s\n", iLine);
 }
 
 }  // namespace
 
-void TakeTrace(bool iAll) {
+void RouteTraceToConsole(bool iAll) {
     output.isShown = iAll;
-    IDX_Base_Trace::SetSink(TakeLine, nullptr);
+    IDX_Base_Trace::SetSink(ShowLine, nullptr);
 }
 
 bool IsTraceShown() {
@@ -31,6 +34,18 @@ bool IsTraceShown() {
 
 const std::string& LatestTag() {
     return output.latestTag;
+}
+
+TagWatch::TagWatch(const char* iTag) : _tag(iTag) {
+    output.watch = this;
+}
+
+TagWatch::~TagWatch() {
+    output.watch = nullptr;
+}
+
+void TagWatch::Compare(const char* iLine) {
+    _isSeen = _isSeen || std::strcmp(iLine, _tag) == 0;
 }
 
 TraceSilence::TraceSilence() {

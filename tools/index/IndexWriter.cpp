@@ -6,7 +6,6 @@
 #include "IDX_WT_File.h"
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 
 namespace fs = std::filesystem;
@@ -15,14 +14,19 @@ namespace {
 
 constexpr unsigned int kOpenPieces = 1;  // appends go to the last piece alone
 
-std::string SyncAll(const std::string& iFolder) {
+/// Forces the files of a folder to the disk, and then their names.
+Status SyncAll(const std::string& iFolder) {
     std::error_code error;
     for (fs::directory_iterator entry(iFolder, error); !error && entry != fs::directory_iterator();
          entry.increment(error)) {
-        std::string failure = SyncPath(entry->path().string());
-        if (!failure.empty()) return failure;
+        Status status = SyncPath(entry->path().string());
+        if (status.Failed()) return status;
     }
-    return error ? iFolder + ": " + error.message() : SyncPath(iFolder);
+    return error ? Status::Environment(error.message()).In(iFolder) : SyncPath(iFolder);
+}
+
+Status OutOfMemory() {
+    return Status::Environment("out of memory");
 }
 
 }  // namespace
@@ -30,22 +34,26 @@ std::string SyncAll(const std::string& iFolder) {
 IndexWriter::IndexWriter(const std::string& iFolder)
     : _folder(iFolder + "/"), _octrees(kPieceSize, kOpenPieces, false), _parts(false) {}
 
-std::string IndexWriter::Failure(const char* iFile) const {
+/// The library says no more than that it failed: errno knows the reason, if it is the system's. Each
+/// operation sets it to 0 before it writes.
+Status IndexWriter::Failure(const char* iFile) const {
     const int error = errno;
-    return _folder + iFile + " can't be written" +
-           (error != 0 ? std::string(": ") + std::strerror(error) : std::string());
+    const std::string what = _folder + iFile + " can't be written";
+    return error != 0 ? Status::System(error).In(what) : Status::Environment(what);
 }
 
-std::string IndexWriter::Open() {
+Status IndexWriter::Open() {
     errno = 0;
     if (_octrees.OpenWrite((_folder + kOctreesName).c_str()) != IDX_True) {
         return Failure(kOctreesName);
     }
-    if (_boxes.Init(kBoxesMinFill, kBoxesMaxChildren) != IDX_True) return "out of memory";
-    return _parts.OpenWrite((_folder + kPartsName).c_str()) == IDX_True ? "" : Failure(kPartsName);
+    if (_boxes.Init(kBoxesMinFill, kBoxesMaxChildren) != IDX_True) return OutOfMemory();
+    if (_parts.OpenWrite((_folder + kPartsName).c_str()) != IDX_True) return Failure(kPartsName);
+    return {};
 }
 
-std::string IndexWriter::Add(const IndexedPart& iPart) {
+/// Octree first: its place goes into the record, and the record's place into the boxes.
+Status IndexWriter::Add(const IndexedPart& iPart) {
     errno = 0;
     PartRecord record = {};
     record.octreeSize = iPart.imageSize;
@@ -59,12 +67,12 @@ std::string IndexWriter::Add(const IndexedPart& iPart) {
     }
     unsigned int item = 0;
     if (!_parts.Add(iPart.identifier, record, item)) return Failure(kPartsName);
-    if (_boxes.Insert(iPart.box, item) != IDX_True) return "out of memory";
+    if (_boxes.Insert(iPart.box, item) != IDX_True) return OutOfMemory();
     ++_nParts;
     return {};
 }
 
-std::string IndexWriter::SaveBoxes() {
+Status IndexWriter::SaveBoxes() {
     IDX_WT_File file;
     unsigned int offset = 0;
     if (file.OpenWrite((_folder + kBoxesName).c_str()) != IDX_True) return Failure(kBoxesName);
@@ -73,11 +81,11 @@ std::string IndexWriter::SaveBoxes() {
     return {};
 }
 
-std::string IndexWriter::Finish() {
+Status IndexWriter::Finish() {
     errno = 0;
     if (!_parts.WriteCount(_nParts)) return Failure(kPartsName);
     _parts.Close();
     _octrees.Close();
-    const std::string failure = SaveBoxes();
-    return failure.empty() ? SyncAll(_folder) : failure;
+    Status status = SaveBoxes();
+    return status.Failed() ? status : SyncAll(_folder);
 }

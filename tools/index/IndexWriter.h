@@ -2,6 +2,7 @@
 #define IndexWriter_h
 
 #include "PartTree.h"
+#include "Status.h"
 
 #include "IDX_WT_RTree.h"
 #include "IDX_WT_SplittedFile.h"
@@ -20,9 +21,7 @@ struct IndexedPart {
 };
 
 /// Writes the files of an index into a folder that holds none. The same parts in the same order give the same
-/// bytes. After a failure the folder holds nothing that may be used.
-///
-/// Operations give an empty text, or why they failed.
+/// bytes. After a failure the folder holds nothing that may be used. Failures name the file.
 class IndexWriter {
 public:
     explicit IndexWriter(const std::string& iFolder);
@@ -30,17 +29,17 @@ public:
     IndexWriter& operator=(const IndexWriter&) = delete;
     ~IndexWriter() = default;
 
-    std::string Open();
-    std::string Add(const IndexedPart& iPart);
+    Status Open();
+    Status Add(const IndexedPart& iPart);
 
     /// Writes what is still in memory, closes the files and forces them and the folder to the disk.
-    std::string Finish();
+    Status Finish();
 
     unsigned int CountParts() const { return _nParts; }
 
 private:
-    std::string Failure(const char* iFile) const;
-    std::string SaveBoxes();
+    Status Failure(const char* iFile) const;
+    Status SaveBoxes();
 
     std::string _folder;
     IDX_WT_SplittedFile _octrees;

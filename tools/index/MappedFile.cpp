@@ -1,7 +1,6 @@
 #include "MappedFile.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -21,28 +20,27 @@ MappedFile::~MappedFile() {
     Unmap();
 }
 
-std::string MappedFile::Open(const std::string& iPath) {
+Status MappedFile::Open(const std::string& iPath) {
     Unmap();
     const int file = open(iPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (file < 0) return std::strerror(errno);
-    struct stat status = {};
-    std::string failure;
-    if (fstat(file, &status) != 0) {
-        failure = std::strerror(errno);
-    } else if (!S_ISREG(status.st_mode)) {
-        failure = "isn't a file";
-    } else if (status.st_size > 0) {
-        const auto size = static_cast<std::size_t>(status.st_size);
-        void* bytes = mmap(nullptr, size, PROT_READ, MAP_SHARED, file, 0);
-        if (bytes == MAP_FAILED) {
-            failure = std::strerror(errno);
-        } else {
-            _bytes = static_cast<unsigned char*>(bytes);
-            _size = size;
-        }
-    }
-    close(file);
-    return failure;
+    if (file < 0) return Status::System(errno);
+    const Status status = Map(file);
+    close(file);  // the map stays
+    return status;
+}
+
+/// An empty file has no map: the system refuses it.
+Status MappedFile::Map(int iFile) {
+    struct stat facts = {};
+    if (fstat(iFile, &facts) != 0) return Status::System(errno);
+    if (!S_ISREG(facts.st_mode)) return Status::Environment("isn't a file");
+    if (facts.st_size == 0) return {};
+    const auto size = static_cast<std::size_t>(facts.st_size);
+    void* bytes = mmap(nullptr, size, PROT_READ, MAP_SHARED, iFile, 0);
+    if (bytes == MAP_FAILED) return Status::System(errno);
+    _bytes = static_cast<unsigned char*>(bytes);
+    _size = size;
+    return {};
 }
 
 void MappedFile::Unmap() {

@@ -1,9 +1,9 @@
 #include "PartIndex.h"
 
-#include "Finite.h"
-
 #include "IDX_Base_Constants.h"
 #include "PLMIdxDirectory.h"
+
+#include "formats/FinitePoint.h"
 
 #include <filesystem>
 #include <sys/stat.h>
@@ -74,8 +74,8 @@ PartIndex::PartIndex(const std::string& iFolder)
 
 MappedFile PartIndex::Map(const std::string& iPath) const {
     MappedFile file;
-    const std::string failure = file.Open(iPath);
-    if (!failure.empty()) throw IndexError(iPath + ": " + failure, false);
+    const Status status = file.Open(iPath).In(iPath);
+    if (status.Failed()) throw IndexError(status.Text(), false);
     return file;
 }
 
@@ -112,7 +112,7 @@ StoredPart PartIndex::Read(unsigned int iItem) const {
         ThrowDamaged(_folder + kPartsName, "no record at " + std::to_string(iItem));
     }
     const IDX_Base_BoundingBox& box = part.record.box;
-    if (!IsFinite(box.GetLow()) || !IsFinite(box.GetHigh())) {
+    if (!HasFiniteCoordinates(box.GetLow()) || !HasFiniteCoordinates(box.GetHigh())) {
         ThrowDamaged(
             _folder + kPartsName, "the record at " + std::to_string(iItem) + " has no finite box");
     }

@@ -11,7 +11,7 @@ void AddNote(std::string& ioNote, const std::string& iNote) {
     ioNote += ioNote.empty() ? iNote : "; " + iNote;
 }
 
-/// What stands behind the last '/' or '#': of a long path it says the most.
+/// What follows on the last '/' or '#': of a long path it says the most.
 std::string LastName(const std::string& iIdentifier) {
     return iIdentifier.substr(iIdentifier.find_last_of("/#") + 1);
 }
@@ -24,35 +24,45 @@ void DrawPicture(const PartToBuild& iPart, const BuiltPart& iBuilt, PartResult& 
     facts.nSolid = iBuilt.facts.nSolid;
     facts.nInside = iBuilt.facts.nInside;
     facts.up = iPart.up;
-    const std::string failure = DrawSheet(*iBuilt.octree, facts, ioResult.picture);
-    if (!failure.empty()) AddNote(ioResult.note, "no picture: " + failure);
+    const Status status = DrawSheet(*iBuilt.octree, facts, ioResult.picture);
+    if (status.Failed()) AddNote(ioResult.note, status.In("no picture").Text());
 }
 
+void NoteShortfall(const BuiltPart& iBuilt, std::string& ioNote) {
+    if (iBuilt.isLessDeep) {
+        AddNote(ioNote, "less deep than asked for: its cells don't fit into the memory");
+    }
+    if (iBuilt.isSurfaceAlone) {
+        AddNote(ioNote, "the surface alone: the cells are too many to tell inside from outside");
+    }
+}
+
+/// Builds one part and draws its picture. A part that needs more memory than there is fails by itself.
 PartResult Build(const PartToBuild& iPart, const BuildSettings& iSettings) {
     PartResult result;
     try {
-        const BuiltPart built = BuildPart(*iPart.mesh, iSettings.parameters);
+        BuiltPart built;
+        result.status = BuildPart(*iPart.mesh, iSettings.parameters, built);
+        if (result.status.Failed()) return result;
         result.facts = built.facts;
-        result.failure = built.failure;
-        result.note = built.note;
-        if (!built.failure.empty()) return result;
+        NoteShortfall(built, result.note);
         result.image.assign(
             reinterpret_cast<const char*>(built.image.get()), built.facts.imageSize);
         if (iSettings.pictures) DrawPicture(iPart, built, result);
     } catch (const std::bad_alloc&) {
         result = {};
-        result.failure = "out of memory";
+        result.status = Status::PartFailed("out of memory");
     }
     return result;
 }
 
 std::string Encode(const PartResult& iResult) {
     ByteWriter message;
+    message.PutPartStatus(iResult.status);
     message.Put(iResult.facts);
     message.PutList(iResult.image);
     message.PutList(iResult.picture);
     message.PutList(iResult.note);
-    message.PutList(iResult.failure);
     return message.Bytes();
 }
 
@@ -72,9 +82,9 @@ ChildProcess::Work BuildWork(
 
 bool DecodeResult(const std::string& iMessage, PartResult& oResult) {
     ByteReader message(iMessage);
-    return message.Get(oResult.facts) && message.GetList(oResult.image) &&
-           message.GetList(oResult.picture) && message.GetList(oResult.note) &&
-           message.GetList(oResult.failure) && message.IsAtEnd() &&
+    return message.GetPartStatus(oResult.status) && message.Get(oResult.facts) &&
+           message.GetList(oResult.image) && message.GetList(oResult.picture) &&
+           message.GetList(oResult.note) && message.IsAtEnd() &&
            oResult.image.size() == oResult.facts.imageSize &&
            oResult.facts.depth < oResult.facts.cellsByLevel.size();
 }

@@ -22,13 +22,13 @@ struct PartToBuild {
     UpAxis up;
 };
 
-/// What a child hands back for one part.
+/// What a child sends back for one part.
 struct PartResult {
+    Status status;  ///< after a failure the image is empty, and the figures mean nothing
     PartFacts facts;
-    std::string image;    ///< bytes of the stored octree; empty after a failure
+    std::string image;    ///< bytes of the stored octree
     std::string picture;  ///< bytes of a PNG file, or empty
-    std::string note;     ///< mostly empty
-    std::string failure;  ///< empty when there is an octree
+    std::string note;     ///< what fell short of what was asked for; mostly empty
 };
 
 /// The work of a child that builds some parts: its messages are their results, in the order of the parts.

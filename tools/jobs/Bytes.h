@@ -1,15 +1,18 @@
 #ifndef Bytes_h
 #define Bytes_h
 
+#include "Status.h"
+
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <type_traits>
+#include <utility>
 
-// Messages between a process and its children, which are the same program: values travel as they lie in memory; a
-// list is its length, then its elements.
+// Messages between a process and its children, which are the same program: values travel as they lie in
+// memory; a list is its length, then its elements.
 
-/// Puts values one behind the other.
+/// Puts values one after the other.
 class ByteWriter {
 public:
     template <typename T>
@@ -29,14 +32,20 @@ public:
         PutBytes(iList.data(), iList.size() * sizeof(typename List::value_type));
     }
 
+    /// Success, or why a file or a part failed: its text. Nothing else can become of one.
+    void PutPartStatus(const Status& iStatus) {
+        Put(std::uint32_t{iStatus.Failed() ? 1U : 0U});
+        PutList(iStatus.Text());
+    }
+
     const std::string& Bytes() const { return _bytes; }
 
 private:
     std::string _bytes;
 };
 
-/// Takes them back in the same order. A child that was broken by what it read may send anything: each operation
-/// is false when too few bytes are left.
+/// Gets them back in the same order. A child that was broken by what it read may send anything: each
+/// operation is false when too few bytes are left, or they are no such value.
 class ByteReader {
 public:
     /// @param iBytes  must live as long as the reader
@@ -60,6 +69,14 @@ public:
         oList.resize(static_cast<std::size_t>(size) / sizeof(Element));
         if (size > 0) std::memcpy(oList.data(), _next, static_cast<std::size_t>(size));
         _next += size;
+        return true;
+    }
+
+    bool GetPartStatus(Status& oStatus) {
+        std::uint32_t isFailure = 0;
+        std::string text;
+        if (!Get(isFailure) || !GetList(text) || isFailure > 1) return false;
+        oStatus = isFailure == 1 ? Status::PartFailed(std::move(text)) : Status();
         return true;
     }
 

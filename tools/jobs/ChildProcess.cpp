@@ -18,13 +18,15 @@
 
 namespace {
 
-constexpr int kChildPipe = 3;  // behind the three standard files
-constexpr int kExitFailed = 1;
-constexpr int kExitNoMemory = 2;
+constexpr int kChildPipe = 3;  // after the three standard files
+
+/// What a child ends with. The parent alone sees it.
+enum ChildExitCode { kExitDone = 0, kExitFailed = 1, kExitNoMemory = 2 };
+
 constexpr int kPipeSize = 1 << 20;  // spares changes between the processes
 constexpr unsigned int kClockFactor = 10;
 
-/// Stands in front of each message. 8 bytes.
+/// Goes before each message. 8 bytes.
 using MessageSize = std::uint64_t;
 constexpr MessageSize kLargestMessage = MessageSize{1} << 36U;
 constexpr MessageSize kMostReserved = MessageSize{1} << 28U;  // larger ones grow as they come
@@ -66,13 +68,37 @@ void CloseAllBut(int iPipe) {
     } catch (const std::bad_alloc&) {
         EndWithoutMemory();
     }
-    _exit(0);
+    _exit(kExitDone);
 }
 
 rlim_t SecondsUsed() {
     rusage usage = {};
     (void)getrusage(RUSAGE_SELF, &usage);
     return static_cast<rlim_t>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) + 1;
+}
+
+/// @param iStatus  as waitpid() gives it
+ChildEnd EndOf(int iStatus) {
+    if (WIFEXITED(iStatus)) {
+        switch (WEXITSTATUS(iStatus)) {
+            case kExitDone:
+                return {};
+            case kExitNoMemory:
+                return {ChildEnd::NoMemory, 0};
+            default:
+                return {ChildEnd::Early, 0};
+        }
+    }
+    switch (WTERMSIG(iStatus)) {
+        case SIGXCPU:
+            return {ChildEnd::ProcessorTime, 0};
+        case SIGALRM:
+            return {ChildEnd::Clock, 0};
+        case SIGKILL:
+            return {ChildEnd::Killed, 0};
+        default:
+            return {ChildEnd::Crash, WTERMSIG(iStatus)};
+    }
 }
 
 }  // namespace
@@ -110,9 +136,9 @@ ChildProcess::~ChildProcess() {
     (void)End();
 }
 
-std::string ChildProcess::Start(const Work& iWork) {
+Status ChildProcess::Start(const Work& iWork) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return std::strerror(errno);
+    if (pipe2(ends, O_CLOEXEC) != 0) return Status::System(errno);
     (void)fcntl(ends[0], F_SETPIPE_SZ, kPipeSize);
     const pid_t parent = getpid();
     const pid_t child = fork();
@@ -121,13 +147,15 @@ std::string ChildProcess::Start(const Work& iWork) {
     close(ends[1]);
     if (child < 0) {
         close(ends[0]);
-        return std::strerror(error);
+        return Status::System(error);
     }
     _child = child;
     _pipe = ends[0];
     return {};
 }
 
+/// Bytes come in pieces that end anywhere in a message: each piece is cut into what still belongs to the
+/// message that is coming, and what starts the next ones.
 bool ChildProcess::Receive() {
     static std::array<char, 1U << 18U> piece;
     const ssize_t nRead = read(_pipe, piece.data(), piece.size());
@@ -136,20 +164,21 @@ bool ChildProcess::Receive() {
     const char* next = piece.data();
     const char* const end = next + nRead;
     while (next < end) {
-        if (!TakeHeader(next, end)) return false;
-        TakeContent(next, end);
+        if (!AppendHeader(next, end)) return false;
+        AppendContent(next, end);
     }
     return true;
 }
 
+/// Moves what is missing of a message's length from a piece to the header.
 /// @return false for a length that no message has
-bool ChildProcess::TakeHeader(const char*& ioBytes, const char* iEnd) {
+bool ChildProcess::AppendHeader(const char*& ioBytes, const char* iEnd) {
     MessageSize size = 0;
     if (_header.size() == sizeof size) return true;
     const std::size_t missing = sizeof size - _header.size();
-    const std::size_t taken = std::min(missing, static_cast<std::size_t>(iEnd - ioBytes));
-    _header.append(ioBytes, taken);
-    ioBytes += taken;
+    const std::size_t count = std::min(missing, static_cast<std::size_t>(iEnd - ioBytes));
+    _header.append(ioBytes, count);
+    ioBytes += count;
     if (_header.size() < sizeof size) return true;
     std::memcpy(&size, _header.data(), sizeof size);
     if (size > kLargestMessage) return false;
@@ -157,39 +186,40 @@ bool ChildProcess::TakeHeader(const char*& ioBytes, const char* iEnd) {
     return true;
 }
 
-void ChildProcess::TakeContent(const char*& ioBytes, const char* iEnd) {
+/// The same for the message itself, once its length is there. A whole message is queued.
+void ChildProcess::AppendContent(const char*& ioBytes, const char* iEnd) {
     MessageSize size = 0;
     if (_header.size() < sizeof size) return;
     std::memcpy(&size, _header.data(), sizeof size);
     const MessageSize missing = size - _message.size();
-    const auto taken =
+    const auto count =
         static_cast<std::size_t>(std::min(missing, static_cast<MessageSize>(iEnd - ioBytes)));
-    _message.append(ioBytes, taken);
-    ioBytes += taken;
-    if (taken < missing) return;
+    _message.append(ioBytes, count);
+    ioBytes += count;
+    if (count < missing) return;
     _messages.push_back(std::move(_message));
     _message.clear();
     _header.clear();
 }
 
-bool ChildProcess::TakeMessage(std::string& oMessage) {
+bool ChildProcess::NextMessage(std::string& oMessage) {
     if (_messages.empty()) return false;
     oMessage = std::move(_messages.front());
     _messages.pop_front();
     return true;
 }
 
-int ChildProcess::End() {
+ChildEnd ChildProcess::End() {
     if (_pipe >= 0) close(_pipe);
     _pipe = -1;
+    if (_child < 0) return {};
     int status = 0;
-    if (_child < 0) return status;
     // One that has ended by itself keeps its status until it is waited for.
     (void)kill(_child, SIGKILL);
     while (waitpid(_child, &status, 0) < 0 && errno == EINTR) {
     }
     _child = -1;
-    return status;
+    return EndOf(status);
 }
 
 void LimitMemory([[maybe_unused]] unsigned int iMiB) {
@@ -211,19 +241,22 @@ void EndWithoutMemory() {
     _exit(kExitNoMemory);
 }
 
-std::string ReasonOfDeath(int iStatus, unsigned int iSeconds) {
-    if (WIFEXITED(iStatus)) {
-        return WEXITSTATUS(iStatus) == kExitNoMemory ? "ran out of memory" : "ended early";
-    }
+std::string DescribeEnd(const ChildEnd& iEnd, unsigned int iSeconds) {
     const std::string limit = std::to_string(iSeconds);
-    switch (WTERMSIG(iStatus)) {
-        case SIGXCPU:
+    switch (iEnd.cause) {
+        case ChildEnd::NoMemory:
+            return "ran out of memory";
+        case ChildEnd::ProcessorTime:
             return "was stopped: it may use " + limit + " s of processor time";
-        case SIGALRM:
+        case ChildEnd::Clock:
             return "was stopped: it hung, and may use " + limit + " s of processor time";
-        case SIGKILL:
+        case ChildEnd::Killed:
             return "was killed, as when the machine runs out of memory";
-        default:
-            return std::string("crashed: ") + strsignal(WTERMSIG(iStatus));
+        case ChildEnd::Crash:
+            return std::string("crashed: ") + strsignal(iEnd.signal);
+        case ChildEnd::Done:
+        case ChildEnd::Early:
+            break;
     }
+    return "ended early";
 }

@@ -1,29 +1,52 @@
 #ifndef ChildProcess_h
 #define ChildProcess_h
 
+#include "Status.h"
+
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <string>
 #include <sys/types.h>
 
-/// Where a child hands its messages over.
+/// Where a child sends its messages.
 class Outlet {
 public:
     explicit Outlet(int iPipe) : _pipe(iPipe) {}
 
-    /// Waits until the parent has taken the bytes up. Ends the child when nobody does any more.
+    /// Waits until the parent has read what the pipe can't hold. Ends the child when the parent has gone.
     void Send(const std::string& iMessage) const;
 
 private:
     int _pipe;
 };
 
-/// A forked child that does a piece of work in a copy of our memory and hands messages back through a pipe. What
-/// crashes, hangs or runs out of memory there is gone with the child. The calling process has one thread only.
+/// How a child process ended.
+struct ChildEnd {
+    enum Cause {
+        Done,           ///< all its work, or there was no child
+        Early,          ///< by itself, before that
+        NoMemory,       ///< by EndWithoutMemory()
+        ProcessorTime,  ///< by LimitTime(), after as much processor time
+        Clock,          ///< by LimitTime(), after as much time on the clock: it hung
+        Killed,         ///< by SIGKILL, as when the machine runs out of memory
+        Crash,          ///< by any other signal
+    };
+
+    Cause cause = Done;
+    int signal = 0;  ///< of a crash
+};
+
+/// Why a child ended too early, to follow on its name: "crashed: ...", "was stopped: ...".
+/// @param iSeconds  as LimitTime() was given
+std::string DescribeEnd(const ChildEnd& iEnd, unsigned int iSeconds);
+
+/// A forked child that does a piece of work in a copy of our memory and sends messages back through a
+/// pipe. What crashes, hangs or runs out of memory there is gone with the child. The calling process has
+/// one thread only.
 ///
-/// The child has no open file but the pipe, writes nothing to the console, leaves interrupts to the parent, and dies
-/// with it. An object that goes ends its child.
+/// The child has no open file but the pipe, writes nothing to the console, leaves interrupts to the
+/// parent, and dies with it. The destructor ends the child.
 class ChildProcess {
 public:
     using Work = std::function<void(const Outlet&)>;
@@ -35,8 +58,8 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess();
 
-    /// @return empty, or why there is no child
-    std::string Start(const Work& iWork);
+    /// Starts the child. A failure means that the system has no process for it.
+    Status Start(const Work& iWork);
 
     /// For poll(); -1 when there is no child.
     int Pipe() const { return _pipe; }
@@ -46,21 +69,20 @@ public:
     bool Receive();
 
     /// The next whole message, in the order of sending; false when there is none yet.
-    bool TakeMessage(std::string& oMessage);
+    bool NextMessage(std::string& oMessage);
 
-    /// Ends the child if it still lives.
-    /// @return its status as waitpid() tells it
-    int End();
+    /// Ends the child if it still lives. A child that this call ended counts as Killed.
+    ChildEnd End();
 
 private:
-    bool TakeHeader(const char*& ioBytes, const char* iEnd);
-    void TakeContent(const char*& ioBytes, const char* iEnd);
+    bool AppendHeader(const char*& ioBytes, const char* iEnd);
+    void AppendContent(const char*& ioBytes, const char* iEnd);
 
     pid_t _child = -1;
     int _pipe = -1;
     std::string _header;                ///< of the message that is coming, as far as it has come
     std::string _message;               ///< that message, as far as it has come
-    std::deque<std::string> _messages;  ///< whole ones that aren't taken yet
+    std::deque<std::string> _messages;  ///< whole ones that NextMessage() hasn't given yet
 };
 
 // In the child, before it does what may go wrong.
@@ -71,15 +93,10 @@ void LimitMemory(unsigned int iMiB);
 /// Limits what comes from now on: processor time, and ten times as long on the clock.
 void LimitTime(unsigned int iSeconds);
 
-/// Takes the limit on the clock away: from here on the child waits for the parent.
+/// Ends the limit on the clock: from here on the child waits for the parent.
 void EndTimeLimit();
 
 /// Ends the child for want of memory.
 [[noreturn]] void EndWithoutMemory();
-
-/// Why a child ended too early: "crashed: ...", "was stopped: ...", "ran out of memory".
-/// @param iStatus   as End() gives it
-/// @param iSeconds  as LimitTime() was told
-std::string ReasonOfDeath(int iStatus, unsigned int iSeconds);
 
 #endif

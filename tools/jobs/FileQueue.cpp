@@ -34,12 +34,13 @@ void FileQueue::GiveBack(const FileRun& iRun) {
     if (iRun.Size() > 0) _returned.emplace(iRun.first, iRun.end);
 }
 
+/// A run ends before a file that can't be read, and before it grows beyond kMostBytes.
 FileRun FileQueue::NextRun() const {
     const std::size_t most = RunLength(_files.size() - _nTaken, _nProcesses, kMostFiles);
     FileRun run = {_nTaken, _nTaken + 1};
     std::uint64_t nBytes = BytesOf(_files[run.first]);
-    if (!_files[run.first].failure.empty()) return run;
-    for (; run.Size() < most && _files[run.end].failure.empty(); ++run.end) {
+    if (_files[run.first].status.Failed()) return run;
+    for (; run.Size() < most && !_files[run.end].status.Failed(); ++run.end) {
         nBytes += BytesOf(_files[run.end]);
         if (nBytes > kMostBytes) break;
     }

@@ -7,16 +7,16 @@
 #include <map>
 #include <vector>
 
-/// Files that follow on each other in the input, by their places.
+/// Files that follow on each other in the input, by their numbers from 0.
 struct FileRun {
     std::size_t first;
-    std::size_t end;  ///< behind the last one
+    std::size_t end;  ///< after the last one
 
     std::size_t Size() const { return end - first; }
 };
 
-/// The files that wait for their import. Small ones go to a child by the dozen, or starting it would cost more than reading
-/// them; what a child has left undone comes back.
+/// The files that wait for their import. Small ones go to a child by the dozen, or starting it would cost
+/// more than reading them; what a child has left undone comes back.
 class FileQueue {
 public:
     FileQueue(const std::vector<InputFile>& iFiles, unsigned int iProcesses)
@@ -24,10 +24,11 @@ public:
 
     bool IsEmpty() const { return _returned.empty() && _nTaken == _files.size(); }
 
-    /// Place of the first file that waits. There must be one.
+    /// Number of the first file that waits. There must be one.
     std::size_t First() const { return _returned.empty() ? _nTaken : _returned.begin()->first; }
 
-    /// Takes the first files: as many as leave enough for the other processes. One that isn't there comes alone.
+    /// Takes the first files: as many as leave enough for the other processes. One that can't be
+    /// read comes alone.
     FileRun Take();
 
     /// @param iRun  may be empty

@@ -10,17 +10,17 @@ class MeshSender final : public MeshReceiver {
 public:
     explicit MeshSender(const Outlet& iOutlet) : _outlet(iOutlet) {}
 
-    void TakeFile(const ImportedFile& iFile) override {
-        EndTimeLimit();  // from here on it waits until somebody wants the parts
+    void ReceiveFile(const ImportedFile& iFile) override {
+        EndTimeLimit();  // from here on it waits until the parent reads
         ByteWriter message;
-        message.PutList(iFile.failure);
+        message.PutPartStatus(iFile.status);
         message.Put(iFile.nParts);
         message.Put(std::uint64_t{iFile.notes.size()});
         for (const std::string& note : iFile.notes) message.PutList(note);
         _outlet.Send(message.Bytes());
     }
 
-    void TakePart(const MeshPart& iPart) override {
+    void ReceivePart(const MeshPart& iPart) override {
         ByteWriter message;
         message.PutList(iPart.nodePath);
         message.PutList(iPart.points);
@@ -49,7 +49,8 @@ ChildProcess::Work ImportWork(const std::vector<std::string>& iPaths, const Impo
 bool DecodeFile(const std::string& iMessage, ImportedFile& oFile) {
     ByteReader message(iMessage);
     std::uint64_t nNotes = 0;
-    if (!message.GetList(oFile.failure) || !message.Get(oFile.nParts) || !message.Get(nNotes)) {
+    if (!message.GetPartStatus(oFile.status) || !message.Get(oFile.nParts) ||
+        !message.Get(nNotes)) {
         return false;
     }
     for (; nNotes > 0; --nNotes) {

@@ -13,8 +13,8 @@ struct ImportLimits {
     unsigned int seconds = 120;     ///< processor time
 };
 
-/// The work of a child that imports mesh files one behind the other: its messages are for each an ImportedFile, then its
-/// parts one by one.
+/// The work of a child that imports mesh files one after the other: its messages are for each an
+/// ImportedFile, then its parts one by one.
 ChildProcess::Work ImportWork(const std::vector<std::string>& iPaths, const ImportLimits& iLimits);
 
 // The messages, at the other end. False for bytes that can't be from a sound import.

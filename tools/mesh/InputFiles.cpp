@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kLongestName = 190;  // leaves room for a number and an ending
 
 /// Adds all mesh files below a folder, and an entry with its reason for a folder that can't be read.
-/// @param iName  the folder's name in front of those of its files: empty, or with '/' at its end
+/// @param iName  goes before the names of its files: empty, or the folder's name with '/' at its end
 void ListFolder(
     const std::string& iFolder, const std::string& iName, std::vector<InputFile>& ioFiles) {
     std::error_code error;
@@ -28,13 +28,16 @@ void ListFolder(
             ioFiles.push_back({path, name, {}});
         }
     }
-    if (error) ioFiles.push_back({iFolder, iFolder, "can't be listed: " + error.message()});
+    if (error)
+        ioFiles.push_back(
+            {iFolder, iFolder, Status::PartFailed("can't be listed: " + error.message())});
 }
 
 std::vector<InputFile> ListFolder(const std::string& iFolder) {
     std::vector<InputFile> files;
     ListFolder(iFolder, {}, files);
-    if (files.empty()) files.push_back({iFolder, iFolder, "holds no mesh file"});
+    if (files.empty())
+        files.push_back({iFolder, iFolder, Status::PartFailed("holds no mesh file")});
     std::sort(files.begin(), files.end(), [](const InputFile& a, const InputFile& b) {
         return a.name < b.name;
     });
@@ -46,13 +49,14 @@ InputFile NameFile(const std::string& iPath) {
     std::error_code error;
     const fs::file_status status = fs::status(iPath, error);
     if (error) {
-        file.failure = error.message();
+        file.status = Status::PartFailed(error.message());
     } else if (status.type() != fs::file_type::regular) {
-        file.failure = "is neither a file nor a folder";
+        file.status = Status::PartFailed("is neither a file nor a folder");
     } else if (!IsMeshFileName(iPath)) {
-        file.failure = "isn't a mesh format that can be read (STL, OBJ, PLY, glTF, GLB, OFF, 3MF)";
+        file.status = Status::PartFailed(
+            "isn't a mesh format that can be read (STL, OBJ, PLY, glTF, GLB, OFF, 3MF)");
     }
-    if (!file.failure.empty()) file.name = iPath;
+    if (file.status.Failed()) file.name = iPath;
     return file;
 }
 
@@ -67,7 +71,8 @@ bool IsSafe(char iChar) {
            (iChar >= '0' && iChar <= '9') || iChar == '.' || iChar == '-';
 }
 
-/// Each run of unsafe characters becomes one '_', and none stands at either end; no dot stands first.
+/// Each run of unsafe characters becomes one '_', but at either end, where it goes; a name doesn't start
+/// with a dot, which would hide the file.
 std::string SafeName(const std::string& iText) {
     std::string name;
     for (const char c : iText) {
@@ -97,7 +102,7 @@ std::vector<InputFile> FindInputFiles(const std::vector<std::string>& iPaths) {
         files.insert(files.end(), below.begin(), below.end());
     }
     for (InputFile& file : files) {
-        if (file.failure.empty()) file.name = names.Make(WithoutHash(ValidUtf8(file.name)));
+        if (!file.status.Failed()) file.name = names.Make(WithoutHash(ValidUtf8(file.name)));
     }
     return files;
 }

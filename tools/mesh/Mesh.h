@@ -1,6 +1,8 @@
 #ifndef Mesh_h
 #define Mesh_h
 
+#include "Status.h"
+
 #include "IDX_Point.h"
 #include "IDX_Triangle.h"
 
@@ -20,7 +22,7 @@ struct MeshPart {
 struct ImportedFile {
     std::uint64_t nParts = 0;        ///< 0 after a failure
     std::vector<std::string> notes;  ///< what the importer found odd about the geometry
-    std::string failure;             ///< why the file can't be used; empty when it can
+    Status status;                   ///< why the file can't be used, if it can't
 };
 
 #endif

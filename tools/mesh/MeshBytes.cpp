@@ -1,5 +1,7 @@
 #include "MeshBytes.h"
 
+#include "formats/UnalignedMemory.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -16,9 +18,9 @@ struct GlbHeader {
 };
 static_assert(sizeof(GlbHeader) == 12, "binary glTF: header");
 
-/// Stands before each chunk. 8 bytes, little-endian.
+/// Goes before each chunk. 8 bytes, little-endian.
 struct GlbChunk {
-    std::uint32_t length;  //  0  4  of the data behind it
+    std::uint32_t length;  //  0  4  of the data after it
     std::uint32_t type;    //  4  4  kJsonChunk or another
 };
 static_assert(sizeof(GlbChunk) == 8, "binary glTF: chunk");
@@ -26,27 +28,23 @@ static_assert(sizeof(GlbChunk) == 8, "binary glTF: chunk");
 constexpr std::uint32_t kJsonChunk = 0x4E4F534A;  // "JSON"
 constexpr std::uint32_t kAlignment = 4;
 
+/// The T whose bytes start at an offset of a text of bytes.
 template <typename T>
-T LoadAt(const std::string& iBytes, std::size_t iOffset) {
-    T value;
-    std::memcpy(&value, iBytes.data() + iOffset, sizeof value);
-    return value;
+T LoadFrom(const std::string& iBytes, std::size_t iOffset) {
+    return LoadAt<T>(reinterpret_cast<const unsigned char*>(iBytes.data()), iOffset);
 }
 
 template <typename T>
-void Append(std::string& ioBytes, const T& iValue) {
-    ioBytes.append(reinterpret_cast<const char*>(&iValue), sizeof iValue);
+void StoreInto(std::string& ioBytes, std::size_t iOffset, const T& iValue) {
+    StoreAt(reinterpret_cast<unsigned char*>(ioBytes.data()), iOffset, iValue);
 }
 
 }  // namespace
 
-bool ReadBytes(const std::string& iPath, std::string& oBytes, std::string& oFailure) {
+Status ReadBytes(const std::string& iPath, std::string& oBytes) {
     constexpr unsigned int kStep = 1U << 20;
-    const gzFile file = gzopen(iPath.c_str(), "rb");  // gives a file that isn't packed as it stands
-    if (file == nullptr) {
-        oFailure = std::strerror(errno);
-        return false;
-    }
+    const gzFile file = gzopen(iPath.c_str(), "rb");  // gives a file that isn't packed as it is
+    if (file == nullptr) return Status::PartFailed(std::strerror(errno));
     int nRead = 0;
     do {
         const std::size_t size = oBytes.size();
@@ -56,15 +54,14 @@ bool ReadBytes(const std::string& iPath, std::string& oBytes, std::string& oFail
     } while (nRead > 0);
     int error = Z_OK;
     const char* text = gzerror(file, &error);
-    if (error != Z_OK) oFailure = text;
+    const Status status = error == Z_OK ? Status() : Status::PartFailed(text);
     gzclose(file);
-    return oFailure.empty();
+    return status;
 }
 
 bool HasUnalignedChunk(const std::string& iPath) {
     std::string bytes;
-    std::string failure;
-    return ReadBytes(iPath, bytes, failure) && AlignChunks(bytes) != bytes;
+    return !ReadBytes(iPath, bytes).Failed() && AlignChunks(bytes) != bytes;
 }
 
 std::string AlignChunks(const std::string& iGlb) {
@@ -72,19 +69,21 @@ std::string AlignChunks(const std::string& iGlb) {
     std::string aligned = iGlb.substr(0, sizeof(GlbHeader));
     std::size_t offset = sizeof(GlbHeader);
     while (offset + sizeof(GlbChunk) <= iGlb.size()) {
-        GlbChunk chunk = LoadAt<GlbChunk>(iGlb, offset);
+        GlbChunk chunk = LoadFrom<GlbChunk>(iGlb, offset);
         offset += sizeof chunk;
         if (chunk.length > iGlb.size() - offset) return iGlb;
         const std::uint32_t padding = (kAlignment - chunk.length % kAlignment) % kAlignment;
         const std::string data = iGlb.substr(offset, chunk.length);
         offset += chunk.length;
         chunk.length += padding;
-        Append(aligned, chunk);
+        const std::size_t chunkAt = aligned.size();
+        aligned.resize(chunkAt + sizeof chunk);
+        StoreInto(aligned, chunkAt, chunk);
         aligned += data;
         aligned.append(padding, chunk.type == kJsonChunk ? ' ' : '\0');
     }
-    GlbHeader header = LoadAt<GlbHeader>(iGlb, 0);
+    GlbHeader header = LoadFrom<GlbHeader>(iGlb, 0);
     header.length = static_cast<std::uint32_t>(aligned.size());
-    std::memcpy(aligned.data(), &header, sizeof header);
+    StoreInto(aligned, 0, header);
     return aligned;
 }

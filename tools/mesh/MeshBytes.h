@@ -1,11 +1,13 @@
 #ifndef MeshBytes_h
 #define MeshBytes_h
 
+#include "Status.h"
+
 #include <string>
 
 /// Reads a whole file into memory, unpacked when it is a gzip file.
-/// @return false with a reason in `oFailure` when it can't be opened, is damaged or is cut short
-bool ReadBytes(const std::string& iPath, std::string& oBytes, std::string& oFailure);
+/// Fails when it can't be opened, is damaged or is cut short.
+Status ReadBytes(const std::string& iPath, std::string& oBytes);
 
 /// True for a binary glTF file with a chunk whose length isn't a multiple of 4. Such files are common
 /// though the format forbids them; the importer takes them for something else.

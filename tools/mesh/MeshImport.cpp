@@ -1,10 +1,11 @@
 #include "MeshImport.h"
 
-#include "Finite.h"
 #include "MeshBytes.h"
 #include "UniqueNames.h"
 #include "Utf8.h"
 #include "VertexJoiner.h"
+
+#include "formats/FinitePoint.h"
 
 #include <algorithm>
 #include <array>
@@ -81,7 +82,8 @@ std::string OneLine(std::string_view iMessage) {
     return line;
 }
 
-/// Collects what the importer says about the geometry.
+/// Collects what the importer says about the geometry: a repair makes the file a failure, anything else
+/// becomes a note.
 class GeometryLog : public Assimp::LogStream {
 public:
     explicit GeometryLog(ImportedFile& ioFile) : _file(ioFile) {}
@@ -92,7 +94,7 @@ public:
         const std::string line = OneLine(text != nullptr ? text + 2 : iMessage);
         for (const Repair& repair : kRepairs) {
             if (line.find(repair.words) == std::string::npos) continue;
-            _file.failure = std::string(repair.reason) + line;
+            _file.status = Status::PartFailed(std::string(repair.reason) + line);
             return;
         }
         if (ContainsAny(line, kGeometryWords) && !ContainsAny(line, kOtherWords)) {
@@ -120,36 +122,37 @@ public:
 
 /// Reads the scene as the file gives it, without any step that would hide a defect. The importer
 /// gets a packed or unaligned file from memory; any other by its path, as it may name more files.
-const aiScene* ReadScene(
-    Assimp::Importer& ioImporter, const std::string& iPath, std::string& oFailure) {
+Status ReadScene(Assimp::Importer& ioImporter, const std::string& iPath, const aiScene*& oScene) {
     const std::string name = UnpackedName(iPath);
     const std::string format = name.substr(name.rfind('.') + 1);
     const bool packed = name.size() < iPath.size();
-    const aiScene* scene = nullptr;
     if (packed || (format == "glb" && HasUnalignedChunk(iPath))) {
         std::string bytes;
-        if (!ReadBytes(iPath, bytes, oFailure)) return nullptr;
+        Status status = ReadBytes(iPath, bytes);
+        if (status.Failed()) return status;
         bytes = AlignChunks(bytes);
-        scene = ioImporter.ReadFileFromMemory(bytes.data(), bytes.size(), 0, format.c_str());
+        oScene = ioImporter.ReadFileFromMemory(bytes.data(), bytes.size(), 0, format.c_str());
     } else {
-        scene = ioImporter.ReadFile(iPath, 0);
+        oScene = ioImporter.ReadFile(iPath, 0);
     }
-    if (scene == nullptr) oFailure = OneLine(ioImporter.GetErrorString());
-    if (oFailure == "std::bad_alloc") throw std::bad_alloc();
-    return scene;
+    if (oScene != nullptr) return {};
+    const std::string reason = OneLine(ioImporter.GetErrorString());
+    // The importer keeps of an exception nothing but its text.
+    if (reason == "std::bad_alloc") throw std::bad_alloc();
+    return Status::PartFailed(reason);
 }
 
-/// The first index out of range in the scene, as a reason; empty when there is none.
-std::string FindBadIndex(const aiScene& iScene) {
+/// Fails at the first index out of range. The importer itself checks the indices of some formats only.
+Status CheckIndices(const aiScene& iScene) {
     for (unsigned int m = 0; m < iScene.mNumMeshes; ++m) {
         const aiMesh& mesh = *iScene.mMeshes[m];
         for (unsigned int f = 0; f < mesh.mNumFaces; ++f) {
             const aiFace& face = mesh.mFaces[f];
             for (unsigned int c = 0; c < face.mNumIndices; ++c) {
                 if (face.mIndices[c] < mesh.mNumVertices) continue;
-                return "index out of range: face " + std::to_string(f) + " names vertex " +
-                       std::to_string(face.mIndices[c]) + " of " +
-                       std::to_string(mesh.mNumVertices);
+                return Status::PartFailed(
+                    "index out of range: face " + std::to_string(f) + " names vertex " +
+                    std::to_string(face.mIndices[c]) + " of " + std::to_string(mesh.mNumVertices));
             }
         }
     }
@@ -182,7 +185,7 @@ std::vector<FaceCount> CountFaces(const aiScene& iScene) {
 }
 
 /// Transformed in double, rounded to float once: exact for the identity. Overflow becomes an infinity.
-IDX_Point Place(const WorldTransform& iWorld, const aiVector3D& iVertex) {
+IDX_Point Transformed(const WorldTransform& iWorld, const aiVector3D& iVertex) {
     const aiVector3t<double> placed = iWorld * aiVector3t<double>(iVertex.x, iVertex.y, iVertex.z);
     return {
         static_cast<float>(placed.x), static_cast<float>(placed.y), static_cast<float>(placed.z)};
@@ -203,9 +206,9 @@ public:
         return count;
     }
 
-    /// Hands over the parts of a node and of all below it.
-    /// @param iNumber  place of the node among its siblings, from 1
-    void HandOver(
+    /// Sends the parts of a node and of all below it to a receiver.
+    /// @param iNumber  number of the node among its siblings, from 1
+    void SendParts(
         const aiNode& iNode,
         unsigned int iNumber,
         const std::string& iParentPath,
@@ -219,10 +222,10 @@ public:
             for (unsigned int m = 0; m < iNode.mNumMeshes; ++m) {
                 AddMesh(iNode.mMeshes[m], world, part);
             }
-            ioReceiver.TakePart(part);
+            ioReceiver.ReceivePart(part);
         }
         for (unsigned int c = 0; c < iNode.mNumChildren; ++c) {
-            HandOver(*iNode.mChildren[c], c + 1, path + "/", world, ioReceiver);
+            SendParts(*iNode.mChildren[c], c + 1, path + "/", world, ioReceiver);
         }
     }
 
@@ -237,6 +240,8 @@ private:
         });
     }
 
+    /// Adds the triangles of a mesh in the coordinates of the scene. What can't be drawn is counted: the
+    /// faces before and after triangulation differ by what a polygon with crossing edges leaves over.
     void AddMesh(unsigned int iMesh, const WorldTransform& iWorld, MeshPart& ioPart) const {
         const aiMesh& mesh = *_scene.mMeshes[iMesh];
         const std::uint64_t before = ioPart.triangles.size();
@@ -246,9 +251,9 @@ private:
             if (face.mNumIndices != 3) continue;
             IDX_Point corners[3];
             for (unsigned int c = 0; c < 3; ++c) {
-                corners[c] = Place(iWorld, mesh.mVertices[face.mIndices[c]]);
+                corners[c] = Transformed(iWorld, mesh.mVertices[face.mIndices[c]]);
             }
-            if (!std::all_of(corners, corners + 3, IsFinite)) continue;
+            if (!std::all_of(corners, corners + 3, HasFiniteCoordinates)) continue;
             ioPart.triangles.push_back({
                 {joiner.Add(corners[0]), joiner.Add(corners[1]), joiner.Add(corners[2])}
             });
@@ -262,39 +267,47 @@ private:
     UniqueNames _paths{"~"};
 };
 
-/// Reads and triangulates the scene; null after a failure.
-/// @param oFaces  the faces of each mesh before they were triangulated
-const aiScene* ReadTriangles(
+/// A scene of triangles, and what was there before.
+struct TriangleScene {
+    const aiScene* scene = nullptr;  ///< belongs to the importer
+    std::vector<FaceCount> faces;    ///< of each mesh before it was triangulated
+};
+
+/// Reads and triangulates the scene.
+/// @param iLogged  filled by the importer's messages meanwhile
+Status ReadTriangles(
     Assimp::Importer& ioImporter,
     const std::string& iPath,
-    ImportedFile& ioFile,
-    std::vector<FaceCount>& oFaces) {
-    std::string failure;
-    const aiScene* scene = ReadScene(ioImporter, iPath, failure);
-    if (scene != nullptr && ioFile.failure.empty()) failure = FindBadIndex(*scene);
-    if (!failure.empty()) ioFile.failure = failure;
-    if (!ioFile.failure.empty()) return nullptr;
-    oFaces = CountFaces(*scene);
-    scene = ioImporter.ApplyPostProcessing(aiProcess_Triangulate);
-    if (scene == nullptr) ioFile.failure = OneLine(ioImporter.GetErrorString());
-    return ioFile.failure.empty() ? scene : nullptr;
+    const ImportedFile& iLogged,
+    TriangleScene& oTriangles) {
+    const aiScene* scene = nullptr;
+    Status status = ReadScene(ioImporter, iPath, scene);
+    if (!status.Failed()) status = iLogged.status;
+    if (!status.Failed()) status = CheckIndices(*scene);
+    if (status.Failed()) return status;
+    oTriangles.faces = CountFaces(*scene);
+    oTriangles.scene = ioImporter.ApplyPostProcessing(aiProcess_Triangulate);
+    if (oTriangles.scene == nullptr) {
+        return Status::PartFailed(OneLine(ioImporter.GetErrorString()));
+    }
+    return iLogged.status;
 }
 
 /// The same, with everything that the importer may throw made a failure.
-const aiScene* TryToReadTriangles(
+/// @param oLogged  what the importer said
+Status TryToReadTriangles(
     Assimp::Importer& ioImporter,
     const std::string& iPath,
-    ImportedFile& ioFile,
-    std::vector<FaceCount>& oFaces) {
+    ImportedFile& oLogged,
+    TriangleScene& oTriangles) {
     try {
-        const LogCapture log(ioFile);
-        return ReadTriangles(ioImporter, iPath, ioFile, oFaces);
+        const LogCapture log(oLogged);
+        return ReadTriangles(ioImporter, iPath, oLogged, oTriangles);
     } catch (const std::bad_alloc&) {
-        ioFile.failure = "the import needs more memory than it may use";
+        return Status::PartFailed("the import needs more memory than it may use");
     } catch (const std::exception& error) {
-        ioFile.failure = OneLine(error.what());
+        return Status::PartFailed(OneLine(error.what()));
     }
-    return nullptr;
 }
 
 }  // namespace
@@ -314,19 +327,19 @@ bool IsZUpFileName(const std::string& iPath) {
 void ImportMeshFile(const std::string& iPath, MeshReceiver& ioReceiver) {
     Assimp::Importer importer;
     ImportedFile file;
-    std::vector<FaceCount> faces;
-    const aiScene* scene = TryToReadTriangles(importer, iPath, file, faces);
-    if (scene == nullptr) {
+    TriangleScene triangles;
+    file.status = TryToReadTriangles(importer, iPath, file, triangles);
+    if (file.status.Failed()) {
         file.notes.clear();
-        return ioReceiver.TakeFile(file);
+        return ioReceiver.ReceiveFile(file);
     }
-    PartCollector collector(*scene, faces);
-    if (scene->mRootNode != nullptr) file.nParts = collector.CountParts(*scene->mRootNode);
+    PartCollector collector(*triangles.scene, triangles.faces);
+    const aiNode* root = triangles.scene->mRootNode;
+    if (root != nullptr) file.nParts = collector.CountParts(*root);
     if (file.nParts == 0) {
-        file.failure = "holds no triangle";
+        file.status = Status::PartFailed("holds no triangle");
         file.notes.clear();
     }
-    ioReceiver.TakeFile(file);
-    if (file.nParts == 0) return;
-    collector.HandOver(*scene->mRootNode, 1, {}, WorldTransform(), ioReceiver);
+    ioReceiver.ReceiveFile(file);
+    if (file.nParts > 0) collector.SendParts(*root, 1, {}, WorldTransform(), ioReceiver);
 }

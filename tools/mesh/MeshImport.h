@@ -5,7 +5,7 @@
 
 #include <string>
 
-/// True for a file name whose ending tells a mesh format that can be imported: STL, OBJ, PLY, glTF
+/// True for a file name whose ending is that of a mesh format that can be imported: STL, OBJ, PLY, glTF
 /// and GLB, OFF, 3MF, each also packed as ".gz". Upper and lower case don't matter.
 bool IsMeshFileName(const std::string& iPath);
 
@@ -13,7 +13,7 @@ bool IsMeshFileName(const std::string& iPath);
 /// In the others it is Y.
 bool IsZUpFileName(const std::string& iPath);
 
-/// Takes what a mesh file holds, piece by piece.
+/// Receives what a mesh file holds, piece by piece.
 class MeshReceiver {
 public:
     MeshReceiver() = default;
@@ -22,24 +22,24 @@ public:
     virtual ~MeshReceiver() = default;
 
     /// Called once, first.
-    virtual void TakeFile(const ImportedFile& iFile) = 0;
+    virtual void ReceiveFile(const ImportedFile& iFile) = 0;
 
     /// Called for each part, in the order of the scene's nodes.
-    virtual void TakePart(const MeshPart& iPart) = 0;
+    virtual void ReceivePart(const MeshPart& iPart) = 0;
 };
 
 /// Imports a mesh file. Every node that carries meshes becomes a part, placed by its world transform;
 /// polygons become triangles; equal vertices are joined.
 ///
-/// The path of a node is made of the names from the root down, with '/' between them: "root/arm/bolt". One without
-/// a name is called after its place among its siblings, as in "node2". A path that comes again gets "~2", "~3", ...
-/// behind it.
+/// The path of a node is made of the names from the root down, with '/' between them: "root/arm/bolt". A
+/// node without a name is called after its number among its siblings, as in "node2". A path that comes
+/// again ends with "~2", "~3", ...
 ///
 /// A file is refused, with a reason and no parts, when it can't be read, holds no triangle, has an
 /// index out of range or a number that the importer couldn't hold: nothing is silently repaired.
 ///
-/// A hostile file may crash the importer, or hold it for ever: it belongs into a child process. There is no
-/// memory left when std::bad_alloc comes out behind the first call back.
+/// A hostile file may crash the importer, or hold it for ever: call this in a child process.
+/// std::bad_alloc may come out after the first call back, when there is no memory left.
 void ImportMeshFile(const std::string& iPath, MeshReceiver& ioReceiver);
 
 #endif

@@ -2,7 +2,6 @@
 
 #include "TraceOutput.h"
 
-#include "IDX_Base_Trace.h"
 #include "PLMIdxOctreeBuilder.h"
 
 #include "formats/OctreeImage.h"
@@ -17,45 +16,42 @@ namespace {
 /// A box of coordinates up to this one, made a cube with its margin, stays within a float.
 constexpr float kLargestCoordinate = 1e38f;
 
-/// A builder that lets its octree be looked at: unlike the packed one, it tells the cells that triangles
-/// touch from those that the fill made full.
-class OpenBuilder final : public PLMIdxOctreeBuilder {
+/// The library says in one way only that it couldn't tell inside from outside: PLMIdxOctreeBuilder::End()
+/// documents this tag.
+constexpr const char* kFillFailedTag = "PLMIdxOctreeBuilder.DrawGeometry.PLMIdxOctreeFiller.Fill";
+
+/// A builder that notes what became of each triangle, and lets its octree be looked at: unlike the packed
+/// one, it tells the cells that triangles touch from those that the fill made full.
+class NotingBuilder final : public PLMIdxOctreeBuilder {
 public:
     const PLMIdxIBaseOctree& Drawn() const { return _workingOctree; }
-};
 
-/// Listens to the library's trace while it lives.
-class TraceListener {
-public:
-    TraceListener() { IDX_Base_Trace::SetSink(&TraceListener::Take, this); }
-    TraceListener(const TraceListener&) = delete;
-    TraceListener& operator=(const TraceListener&) = delete;
-    ~TraceListener() { IDX_Base_Trace::SetSink(nullptr, nullptr); }
+    /// Triangles that touched no cell of the octree as it was packed.
+    unsigned int CountOutside() const { return _nOutside; }
 
-    /// Triangles of the last drawing that touched no cell.
-    unsigned int nOutside = 0;
-    bool fillFailed = false;
-    bool arenaFull = false;
-    std::string lastTag;  ///< the outermost failure
+    /// Whether the mesh was drawn again, less deep, because its cells didn't fit into the memory.
+    bool WasDrawnAgain() const { return _wasDrawnAgain; }
+
+    /// Called for each triangle of a mesh. The mesh is drawn again from its first triangle on after a
+    /// failure, at one level less.
+    long int DrawTriangle(
+        const IDX_Point& iP1, const IDX_Point& iP2, const IDX_Point& iP3) override {
+        const long int status = PLMIdxOctreeBuilder::DrawTriangle(iP1, iP2, iP3);
+        if (status == IDX_S_NOTHING_DONE) ++_nOutside;
+        if (IDX_Failed(status)) {
+            _wasDrawnAgain = true;
+            _nOutside = 0;
+        }
+        return status;
+    }
 
 private:
-    static void Take(IDX_Base_Trace::Level, const char* iLine, void* iListener) {
-        if (IsTraceShown()) std::fprintf(stderr, "%s\n", iLine);
-        static_cast<TraceListener*>(iListener)->TakeLine(iLine);
-    }
-
-    void TakeLine(const char* iLine) {
-        constexpr const char* kOutside =
-            "PLMIdxOctreeBuilder.DrawTriangles - %u / %*u triangles outside";
-        if (std::sscanf(iLine, kOutside, &nOutside) == 1) return;
-        lastTag = iLine;
-        if (lastTag.ends_with("PLMIdxOctreeFiller.Fill")) fillFailed = true;
-        if (lastTag.find("_Alloc.") != std::string::npos) arenaFull = true;
-    }
+    unsigned int _nOutside = 0;
+    bool _wasDrawnAgain = false;
 };
 
-/// Why the library can't take these coordinates; empty when it can.
-std::string FindBadCoordinate(const MeshPart& iPart) {
+/// Refuses coordinates that the library can't take.
+Status CheckCoordinates(const MeshPart& iPart) {
     float largest = 0.0f;
     for (const IDX_Point& point : iPart.points) {
         for (const float coordinate : {point.x, point.y, point.z}) {
@@ -67,11 +63,11 @@ std::string FindBadCoordinate(const MeshPart& iPart) {
     std::snprintf(
         text, sizeof text, "coordinates reach %.3g: the extents would overflow a 32-bit float",
         static_cast<double>(largest));
-    return text;
+    return Status::PartFailed(text);
 }
 
-/// Takes the octree and the figures out of a builder that has built.
-void TakeResult(const std::shared_ptr<OpenBuilder>& ioBuilder, BuiltPart& oBuilt) {
+/// Gets the octree and its figures from a builder that has built.
+void GetResult(const std::shared_ptr<NotingBuilder>& ioBuilder, BuiltPart& oBuilt) {
     const PLMIdxIBaseOctree& octree = ioBuilder->GetOctree();
     PartFacts& facts = oBuilt.facts;
     oBuilt.image.reset(ioBuilder->GetOctreeStream(facts.imageSize));
@@ -90,42 +86,31 @@ IDX_Base_BoundingBox BoxOf(const std::vector<IDX_Point>& iPoints) {
     return box;
 }
 
-std::string DescribeShortfall(const TraceListener& iTrace) {
-    std::string note;
-    if (iTrace.arenaFull) note = "less deep than asked for: its cells don't fit into the memory";
-    if (iTrace.fillFailed) {
-        note += note.empty() ? "" : "; ";
-        note += "the surface alone: the cells are too many to tell inside from outside";
-    }
-    return note;
-}
-
 }  // namespace
 
-BuiltPart BuildPart(const MeshPart& iPart, const BuildParameters& iParameters) {
-    BuiltPart built;
-    built.facts.nTriangles = static_cast<std::uint32_t>(iPart.triangles.size());
-    built.facts.nSkipped = iPart.nSkipped;
-    built.failure =
-        iPart.triangles.empty() ? "has no triangle that can be drawn" : FindBadCoordinate(iPart);
-    if (!built.failure.empty()) return built;
+Status BuildPart(const MeshPart& iPart, const BuildParameters& iParameters, BuiltPart& oBuilt) {
+    oBuilt = {};
+    if (iPart.triangles.empty()) return Status::PartFailed("has no triangle that can be drawn");
+    Status status = CheckCoordinates(iPart);
+    if (status.Failed()) return status;
 
-    TraceListener trace;
+    const TagWatch fillFailure(kFillFailedTag);
     const auto start = std::chrono::steady_clock::now();
-    const auto builder = std::make_shared<OpenBuilder>();
+    const auto builder = std::make_shared<NotingBuilder>();
     builder->SetParameters(iParameters.depth, iParameters.cellSize, IDX_False);
-    const long int status = builder->DrawGeometry(
+    const long int built = builder->DrawGeometry(
         iPart.points.data(), static_cast<unsigned int>(iPart.points.size()), iPart.triangles.data(),
         static_cast<unsigned int>(iPart.triangles.size()));
-    if (IDX_Failed(status)) {
-        built.failure = "no octree could be built (" + trace.lastTag + ")";
-        return built;
+    if (IDX_Failed(built)) {
+        return Status::PartFailed("no octree could be built (" + LatestTag() + ")");
     }
-    TakeResult(builder, built);
+    GetResult(builder, oBuilt);
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
-    built.facts.milliseconds = time.count();
-    built.facts.box = BoxOf(iPart.points);
-    built.facts.nSkipped += trace.nOutside;
-    built.note = DescribeShortfall(trace);
-    return built;
+    oBuilt.facts.milliseconds = time.count();
+    oBuilt.facts.box = BoxOf(iPart.points);
+    oBuilt.facts.nTriangles = static_cast<std::uint32_t>(iPart.triangles.size());
+    oBuilt.facts.nSkipped = iPart.nSkipped + builder->CountOutside();
+    oBuilt.isLessDeep = builder->WasDrawnAgain();
+    oBuilt.isSurfaceAlone = fillFailure.IsSeen();
+    return {};
 }

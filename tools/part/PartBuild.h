@@ -2,6 +2,7 @@
 #define PartBuild_h
 
 #include "Mesh.h"
+#include "Status.h"
 
 #include "IDX_Base_BoundingBox.h"
 #include "PLMIdxIBaseOctree.h"
@@ -21,7 +22,7 @@ struct BuildParameters {
     float cellSize = 0.0f;  ///< stop halving at cells of this side, model units; 0: `depth` alone
 };
 
-/// What is told of a part and its octree. It travels between processes as it stands.
+/// Figures of a part and its octree. They travel between processes as they lie in memory.
 struct PartFacts {
     IDX_Base_BoundingBox box;      ///< of all points of the triangles
     std::uint32_t nTriangles = 0;  ///< of the mesh
@@ -36,17 +37,17 @@ struct PartFacts {
 };
 static_assert(std::is_trivially_copyable_v<PartFacts>);
 
-/// The octree of one part, and what is told of it.
+/// The octree of one part, and its figures.
 struct BuiltPart {
     PartFacts facts;
-    std::unique_ptr<const unsigned char[]> image;     ///< the stored octree; null after a failure
+    std::unique_ptr<const unsigned char[]> image;     ///< the stored octree
     std::shared_ptr<const PLMIdxIBaseOctree> octree;  ///< as drawn and filled, before it was packed
-    std::string note;     ///< what fell short of the parameters; mostly empty
-    std::string failure;  ///< why there is no octree; empty when there is one
+    bool isLessDeep = false;      ///< than asked for: the cells didn't fit into the octree's memory
+    bool isSurfaceAlone = false;  ///< the cells were too many to tell inside from outside
 };
 
 /// Builds the octree of a part. The image depends on the part and the parameters alone, not on what
-/// was built before. One build at a time: it listens to the library's trace.
-BuiltPart BuildPart(const MeshPart& iPart, const BuildParameters& iParameters);
+/// was built before. One build at a time, after RouteTraceToConsole(): it watches the library's trace.
+Status BuildPart(const MeshPart& iPart, const BuildParameters& iParameters, BuiltPart& oBuilt);
 
 #endif

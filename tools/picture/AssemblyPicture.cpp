@@ -184,7 +184,7 @@ Colour ColourOf(std::size_t iPlace) {
         Channel(hue, saturation, value, 2.0)};
 }
 
-std::string DrawAssembly(
+Status DrawAssembly(
     const AssemblyFacts& iFacts,
     const std::function<const PLMIdxIBaseOctree&(std::size_t iPart)>& iOctreeOf,
     const std::function<void(std::size_t iDone)>& iProgress,

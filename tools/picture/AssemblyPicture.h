@@ -3,6 +3,7 @@
 
 #include "Pixels.h"
 #include "Projection.h"
+#include "Status.h"
 
 #include "IDX_Base_BoundingBox.h"
 #include "PLMIdxIBaseOctree.h"
@@ -31,8 +32,7 @@ struct AssemblyFacts {
 /// @param iOctreeOf  gives the octree of the part with a place in the list, for the time of the call's next use
 /// @param iProgress  told how many parts are drawn; may be empty
 /// @param oPng       the picture as the bytes of a PNG file
-/// @return empty, or the reason why there is no picture
-std::string DrawAssembly(
+Status DrawAssembly(
     const AssemblyFacts& iFacts,
     const std::function<const PLMIdxIBaseOctree&(std::size_t iPart)>& iOctreeOf,
     const std::function<void(std::size_t iDone)>& iProgress,

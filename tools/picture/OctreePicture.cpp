@@ -37,7 +37,7 @@ std::uint32_t Opaque(const Colour& iColour) {
 /// A slice through the middle of what is occupied.
 class Slice {
 public:
-    /// @param iNormal  axis that stands on the slice
+    /// @param iNormal  axis at right angles to the slice
     /// @param iUp      axis that points upwards in the slices that hold it
     Slice(const VoxelGrid& iGrid, std::size_t iNormal, std::size_t iUp)
         : normal(iNormal),
@@ -213,8 +213,7 @@ private:
 
 }  // namespace
 
-std::string DrawSheet(
-    const PLMIdxIBaseOctree& iOctree, const SheetFacts& iFacts, std::string& oPng) {
+Status DrawSheet(const PLMIdxIBaseOctree& iOctree, const SheetFacts& iFacts, std::string& oPng) {
     const PngCanvas canvas(kSheetWidth, kSheetHeight);
     Sheet(canvas.Context(), iOctree, iFacts).Draw();
     return canvas.Encode(oPng);

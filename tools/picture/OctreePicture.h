@@ -2,13 +2,14 @@
 #define OctreePicture_h
 
 #include "Projection.h"
+#include "Status.h"
 
 #include "PLMIdxIBaseOctree.h"
 
 #include <cstdint>
 #include <string>
 
-/// What a sheet says about its part besides what the octree itself tells.
+/// What a sheet says about its part beside what the octree itself holds.
 struct SheetFacts {
     std::string name;              ///< the title
     std::string source;            ///< where the mesh comes from
@@ -22,9 +23,7 @@ struct SheetFacts {
 /// of what is occupied, with surface and inside told apart by colour, scale bars, axes and facts.
 /// The time and memory it takes are bounded, whatever the depth (see VoxelGrid).
 /// @param iOctree  a working octree that is filled
-/// @param oPng  the sheet as the bytes of a PNG file
-/// @return empty, or the reason why there is no sheet
-std::string DrawSheet(
-    const PLMIdxIBaseOctree& iOctree, const SheetFacts& iFacts, std::string& oPng);
+/// @param oPng     the sheet as the bytes of a PNG file
+Status DrawSheet(const PLMIdxIBaseOctree& iOctree, const SheetFacts& iFacts, std::string& oPng);
 
 #endif

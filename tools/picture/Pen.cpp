@@ -172,17 +172,17 @@ PngCanvas::~PngCanvas() {
     cairo_surface_destroy(_surface);
 }
 
-std::string PngCanvas::Encode(std::string& oPng) const {
+Status PngCanvas::Encode(std::string& oPng) const {
     oPng.clear();
     const cairo_status_t status = cairo_status(_context);
-    if (status != CAIRO_STATUS_SUCCESS) return cairo_status_to_string(status);
+    if (status != CAIRO_STATUS_SUCCESS) return Status::Environment(cairo_status_to_string(status));
     png_image image = {};
     image.version = PNG_IMAGE_VERSION;
     image.width = static_cast<png_uint_32>(cairo_image_surface_get_width(_surface));
     image.height = static_cast<png_uint_32>(cairo_image_surface_get_height(_surface));
     image.format = PNG_FORMAT_RGB;
-    // Rows as they are, packed fast: drawings with large even areas come out no larger than through the filters of
-    // photographs, in a quarter of the time.
+    // Rows as they are, packed fast: drawings with large even areas come out no larger than through the
+    // filters of photographs, in a quarter of the time.
     image.flags = PNG_IMAGE_FLAG_FAST;
     oPng.resize(PNG_IMAGE_PNG_SIZE_MAX(image));
     png_alloc_size_t size = oPng.size();
@@ -190,5 +190,5 @@ std::string PngCanvas::Encode(std::string& oPng) const {
     const bool done =
         png_image_write_to_memory(&image, oPng.data(), &size, 0, bytes.data(), 0, nullptr) != 0;
     oPng.resize(done ? size : 0);
-    return done ? std::string() : image.message;
+    return done ? Status() : Status::Environment(image.message);
 }

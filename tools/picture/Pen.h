@@ -3,6 +3,7 @@
 
 #include "Pixels.h"
 #include "Projection.h"
+#include "Status.h"
 
 #include <array>
 #include <cairo.h>
@@ -85,9 +86,9 @@ public:
     ~PngCanvas();
 
     cairo_t* Context() const { return _context; }
+
     /// Gives the picture as the bytes of a PNG file.
-    /// @return empty, or the reason why there is none
-    std::string Encode(std::string& oPng) const;
+    Status Encode(std::string& oPng) const;
 
 private:
     cairo_surface_t* _surface;

@@ -7,7 +7,6 @@
 #include "OutputFile.h"
 #include "SurfaceExport.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <new>
@@ -52,9 +51,9 @@ ExitCode QueryRun::Run() {
         _index.emplace(PartIndex::OpenBase(_options.base));
         return Answer();
     } catch (const IndexError& error) {
-        return Fail(error.what(), error.isDamaged ? ExitCode::Damaged : ExitCode::Environment);
+        return Fail({error.isDamaged ? ExitCode::Damaged : ExitCode::Environment, error.what()});
     } catch (const std::bad_alloc&) {
-        return Fail("out of memory", ExitCode::Environment);
+        return Fail(Status::Environment("out of memory"));
     }
 }
 
@@ -100,7 +99,7 @@ std::vector<NearPart> QueryRun::Ask() const {
 std::vector<NearPart> QueryRun::FindClashesOfName() const {
     const auto part = _index->Find(_options.name);
     if (part) return WithoutDistance(FindClashes(*_index, *part));
-    Fail("no part is called " + _options.name, ExitCode::NothingFound);
+    Fail({ExitCode::NothingFound, "no part is called " + _options.name});
     return {};
 }
 
@@ -111,15 +110,15 @@ std::vector<NearPart> QueryRun::AllParts() const {
 }
 
 ExitCode QueryRun::Export(const std::vector<NearPart>& iParts, ExitCode iAnswered) const {
-    const std::string failure =
+    const Status status =
         _options.exported == QueryOptions::Png ? ExportPicture(iParts) : ExportSurface(iParts);
-    if (!failure.empty()) return Fail(_options.output + ": " + failure, ExitCode::Environment);
+    if (status.Failed()) return Fail(status.In(_options.output));
     std::fprintf(stderr, "gridloom-query: wrote %s\n", Printable(_options.output).c_str());
     return iAnswered;
 }
 
 /// All parts, with those of the answer highlighted.
-std::string QueryRun::ExportPicture(const std::vector<NearPart>& iParts) const {
+Status QueryRun::ExportPicture(const std::vector<NearPart>& iParts) const {
     const bool highlights =
         _options.question != QueryOptions::All && _options.question != QueryOptions::List;
     std::set<unsigned int> found;
@@ -143,8 +142,8 @@ std::string QueryRun::ExportPicture(const std::vector<NearPart>& iParts) const {
         progress.Show(static_cast<double>(done) / static_cast<double>(all.size()));
     };
     std::string png;
-    const std::string failure = DrawAssembly(facts, octreeOf, show, png);
-    return failure.empty() ? WriteWholeFile(_options.output, png.data(), png.size()) : failure;
+    const Status status = DrawAssembly(facts, octreeOf, show, png);
+    return status.Failed() ? status : WriteWholeFile(_options.output, png.data(), png.size());
 }
 
 /// The part whose clashes are shown belongs into their picture.
@@ -153,7 +152,7 @@ void QueryRun::AddAsked(std::set<unsigned int>& ioFound) const {
 }
 
 /// The parts of the answer alone.
-std::string QueryRun::ExportSurface(const std::vector<NearPart>& iParts) const {
+Status QueryRun::ExportSurface(const std::vector<NearPart>& iParts) const {
     const ExportedParts parts = [&](std::size_t place, ExportedPart& part) {
         if (place == iParts.size()) return false;
         part.octree = &_index->OctreeOf(iParts[place].part);
@@ -162,13 +161,12 @@ std::string QueryRun::ExportSurface(const std::vector<NearPart>& iParts) const {
         return true;
     };
     return WriteWholeFile(_options.output, [&](std::FILE* file) {
-        errno = EFBIG;  // the one reason that isn't the system's
         return _options.exported == QueryOptions::Ply ? WritePly(parts, file)
                                                       : WriteVtk(parts, file);
     });
 }
 
-ExitCode QueryRun::Fail(const std::string& iReason, ExitCode iCode) const {
-    std::fprintf(stderr, "gridloom-query: %s\n", Printable(iReason).c_str());
-    return iCode;
+ExitCode QueryRun::Fail(const Status& iStatus) const {
+    std::fprintf(stderr, "gridloom-query: %s\n", Printable(iStatus.Text()).c_str());
+    return iStatus.Code();
 }

@@ -1,10 +1,10 @@
 #ifndef QueryRun_h
 #define QueryRun_h
 
-#include "ExitCodes.h"
 #include "PartIndex.h"
 #include "Queries.h"
 #include "QueryOptions.h"
+#include "Status.h"
 
 #include <optional>
 #include <set>
@@ -26,10 +26,10 @@ private:
     std::vector<NearPart> FindClashesOfName() const;
     std::vector<NearPart> AllParts() const;
     ExitCode Export(const std::vector<NearPart>& iParts, ExitCode iAnswered) const;
-    std::string ExportPicture(const std::vector<NearPart>& iParts) const;
-    std::string ExportSurface(const std::vector<NearPart>& iParts) const;
+    Status ExportPicture(const std::vector<NearPart>& iParts) const;
+    Status ExportSurface(const std::vector<NearPart>& iParts) const;
     void AddAsked(std::set<unsigned int>& ioFound) const;
-    ExitCode Fail(const std::string& iReason, ExitCode iCode) const;
+    ExitCode Fail(const Status& iStatus) const;
 
     const QueryOptions& _options;
     std::optional<PartIndex> _index;  ///< set while Run() is at work

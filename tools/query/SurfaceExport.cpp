@@ -4,6 +4,7 @@
 
 #include <array>
 #include <bit>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -65,12 +66,12 @@ void ForEachFace(const ExportedParts& iParts, const Take& iTake) {
     }
 }
 
-/// @return false for more vertices than a file numbers
-bool CountFaces(const ExportedParts& iParts, std::uint64_t& oCount) {
+/// Fails for more vertices than a file can number.
+Status CountFaces(const ExportedParts& iParts, std::uint64_t& oCount) {
+    constexpr std::uint64_t kMostVertices = std::numeric_limits<std::int32_t>::max();
     oCount = 0;
     ForEachFace(iParts, [&](const ExportedPart&, const Face&) { ++oCount; });
-    return oCount * kCorners <=
-           static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max());
+    return oCount * kCorners <= kMostVertices ? Status() : Status::System(EFBIG);
 }
 
 template <class Value>
@@ -106,9 +107,10 @@ void PutCornersBigEndian(std::FILE* ioFile, const Face& iFace) {
 
 }  // namespace
 
-bool WritePly(const ExportedParts& iParts, std::FILE* ioFile) {
+Status WritePly(const ExportedParts& iParts, std::FILE* ioFile) {
     std::uint64_t nFaces = 0;
-    if (!CountFaces(iParts, nFaces)) return false;
+    Status status = CountFaces(iParts, nFaces);
+    if (status.Failed()) return status;
     const auto count = static_cast<unsigned long long>(nFaces);
     std::fprintf(
         ioFile,
@@ -124,12 +126,13 @@ bool WritePly(const ExportedParts& iParts, std::FILE* ioFile) {
         Put(ioFile, static_cast<std::uint8_t>(kCorners));
         for (std::size_t corner = 0; corner < kCorners; ++corner) Put(ioFile, vertex++);
     }
-    return std::ferror(ioFile) == 0;
+    return {};
 }
 
-bool WriteVtk(const ExportedParts& iParts, std::FILE* ioFile) {
+Status WriteVtk(const ExportedParts& iParts, std::FILE* ioFile) {
     std::uint64_t nFaces = 0;
-    if (!CountFaces(iParts, nFaces)) return false;
+    Status status = CountFaces(iParts, nFaces);
+    if (status.Failed()) return status;
     const auto count = static_cast<unsigned long long>(nFaces);
     std::fprintf(
         ioFile, "# vtk DataFile Version 3.0\nparts of an index\nBINARY\nDATASET POLYDATA\n");
@@ -146,5 +149,5 @@ bool WriteVtk(const ExportedParts& iParts, std::FILE* ioFile) {
         Put(ioFile, BigEndian(part.number));
     });
     std::fprintf(ioFile, "\n");
-    return std::ferror(ioFile) == 0;
+    return {};
 }

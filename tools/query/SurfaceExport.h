@@ -3,6 +3,7 @@
 
 #include "Pixels.h"
 #include "Projection.h"
+#include "Status.h"
 
 #include "PLMIdxIBaseOctree.h"
 
@@ -21,10 +22,10 @@ using ExportedParts = std::function<bool(std::size_t iPlace, ExportedPart& oPart
 
 /// Writes the outer faces of the occupied cells as a binary PLY file: four vertices with the colour of their part for
 /// each face. Octrees deeper than VoxelGrid::kDeepest are taken down to that level.
-/// @return false when the stream can't take it, or for more than 2^31 vertices
-bool WritePly(const ExportedParts& iParts, std::FILE* ioFile);
+/// Fails for more than 2^31 vertices. A failure of the stream stays in the stream.
+Status WritePly(const ExportedParts& iParts, std::FILE* ioFile);
 
 /// The same as a legacy VTK file of polygons, big-endian, with the number of its part for each face.
-bool WriteVtk(const ExportedParts& iParts, std::FILE* ioFile);
+Status WriteVtk(const ExportedParts& iParts, std::FILE* ioFile);
 
 #endif

@@ -25,11 +25,11 @@ PLMIdxDirectoryManager& Manager() {
 }
 
 /// What failed, and what the system and the library say about it.
-std::string Failure(const std::string& iWhat) {
+Status Failure(const std::string& iWhat) {
     std::string text = iWhat;
     if (errno != 0) text += std::string(": ") + std::strerror(errno);
     if (!LatestTag().empty()) text += " (" + LatestTag() + ")";
-    return text;
+    return Status::Environment(text);
 }
 
 }  // namespace
@@ -38,7 +38,7 @@ IndexBase::~IndexBase() {
     if (_lock >= 0) close(_lock);
 }
 
-std::string IndexBase::Prepare() {
+Status IndexBase::Prepare() {
     errno = 0;
     Manager().SetIndexBaseDirectory(_path.c_str());
     if (IDX_Failed(Manager().PrepareIndexDirectories())) {
@@ -50,17 +50,21 @@ std::string IndexBase::Prepare() {
     return Lock();
 }
 
-std::string IndexBase::Lock() {
+Status IndexBase::Lock() {
     constexpr mode_t kReadableByAll = 0666;  // less what the user's mask takes away
     const std::string path = _path + "/" + kLockName;
     _lock = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kReadableByAll);
-    if (_lock < 0) return path + ": " + std::strerror(errno);
+    if (_lock < 0) return Status::System(errno).In(path);
     if (flock(_lock, LOCK_EX | LOCK_NB) == 0) return {};
-    if (errno == EWOULDBLOCK) return _path + " is locked: another process writes an index there";
-    return path + ": " + std::strerror(errno);
+    if (errno == EWOULDBLOCK) {
+        return Status::Environment(_path + " is locked: another process writes an index there");
+    }
+    return Status::System(errno).In(path);
 }
 
-std::string IndexBase::OpenFolder(std::string& oFolder) {
+/// The library empties the sub-directory; what it doesn't do is made up for here: sub-directories that are
+/// missing, and the way of all names to the disk.
+Status IndexBase::OpenFolder(std::string& oFolder) {
     errno = 0;
     VEXUnicodeString live;
     VEXUnicodeString writable;
@@ -73,7 +77,7 @@ std::string IndexBase::OpenFolder(std::string& oFolder) {
     for (const VEXUnicodeString& folder : {live, writable}) {
         std::error_code error;
         fs::create_directories(folder.ConvertToChar(), error);
-        if (error) return std::string(folder.ConvertToChar()) + ": " + error.message();
+        if (error) return Status::Environment(error.message()).In(folder.ConvertToChar());
     }
     if (IDX_Failed(Manager().GetWritablePath(kIndexKind, writable, true, true))) {
         return Failure(std::string(writable.ConvertToChar()) + " can't be emptied");
@@ -82,7 +86,8 @@ std::string IndexBase::OpenFolder(std::string& oFolder) {
     return SyncDirectory();
 }
 
-std::string IndexBase::Swap() {
+/// The library doesn't say whether the redirecting file was written: it is read back.
+Status IndexBase::Swap() {
     errno = 0;
     if (IDX_Failed(Manager().SwapIndex(kIndexKind))) {
         return Failure(_path + ": the new index can't be made live");
@@ -91,12 +96,11 @@ std::string IndexBase::Swap() {
     if (IDX_Failed(Manager().GetCurrentPath(kIndexKind, live)) || live != _folder.c_str()) {
         return Failure(_path + ": the new index didn't become live");
     }
-    const std::string failure = SyncDirectory();
-    return failure.empty() ? "" : "the new index is live, but may not be on the disk: " + failure;
+    return SyncDirectory().In("the new index is live, but may not be on the disk");
 }
 
 /// The redirecting file and the names beside it.
-std::string IndexBase::SyncDirectory() const {
+Status IndexBase::SyncDirectory() const {
     VEXUnicodeString live;
     if (IDX_Failed(Manager().GetCurrentPath(kIndexKind, live))) {
         return Failure(_path + ": the redirecting file can't be read back");
@@ -104,8 +108,8 @@ std::string IndexBase::SyncDirectory() const {
     const std::string directory = fs::path(live.ConvertToChar()).parent_path().string();
     for (const std::string& path :
          {directory + "/" + IDX_Base_Constants::IDXBUFFER_FILE_BASE_NAME, directory, _path}) {
-        std::string failure = SyncPath(path);
-        if (!failure.empty()) return failure;
+        Status status = SyncPath(path);
+        if (status.Failed()) return status;
     }
     return {};
 }

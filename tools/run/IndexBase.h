@@ -1,12 +1,14 @@
 #ifndef IndexBase_h
 #define IndexBase_h
 
+#include "Status.h"
+
 #include <string>
 
-/// The folders of an index base, and the right to write there: one writer at a time, kept by an advisory lock that
-/// goes with the process.
+/// The folders of an index base, and the right to write there: one writer at a time, kept by an advisory
+/// lock that goes with the process.
 ///
-/// Prepare() first, then OpenFolder(), then Swap(). Operations give an empty text, or why they failed.
+/// Prepare() first, then OpenFolder(), then Swap(). Failures name the folder or the file.
 class IndexBase {
 public:
     explicit IndexBase(std::string iPath) : _path(std::move(iPath)) {}
@@ -15,24 +17,24 @@ public:
     ~IndexBase();
 
     /// Makes the base and its report folder, and takes the lock.
-    std::string Prepare();
+    Status Prepare();
 
     /// Where the report of the run goes.
     const std::string& ReportFolder() const { return _reportFolder; }
 
     /// Makes the index directory, empties its writable sub-directory and gives its path. What an earlier run left
     /// half made is made whole.
-    std::string OpenFolder(std::string& oFolder);
+    Status OpenFolder(std::string& oFolder);
 
     /// Makes what was written live, and forces that to the disk.
-    std::string Swap();
+    Status Swap();
 
     /// Deletes what was written, after a failure.
     void Discard();
 
 private:
-    std::string Lock();
-    std::string SyncDirectory() const;
+    Status Lock();
+    Status SyncDirectory() const;
 
     std::string _path;
     std::string _reportFolder;

@@ -84,7 +84,7 @@ std::string Field(const std::string& iText) {
 /// A step, under the name that the report gives it.
 struct IndexRun::Step {
     const char* name;
-    int (IndexRun::*run)();
+    Status (IndexRun::*run)();
     bool isDry;  ///< writes nothing
 };
 
@@ -110,58 +110,69 @@ IndexRun::~IndexRun() {
     if (_failedList != nullptr) (void)std::fclose(_failedList);  // each line was flushed
 }
 
-int IndexRun::Run() {
-    int exitCode = kExitDone;
+/// Whatever ends the steps, what isn't live is discarded, and the report is closed with its exit code.
+ExitCode IndexRun::Run() {
+    ExitCode exitCode = ExitCode::Done;
     try {
-        exitCode = DoSteps();
+        exitCode = DoSteps().Code();
     } catch (const std::bad_alloc&) {
-        exitCode = FailRun("out of memory");
+        const Status status = Status::Environment("out of memory");
+        ReportEnd(status);
+        exitCode = status.Code();
     }
     if (!_isLive && !_folder.empty()) {
         _writer.reset();
         _base.Discard();
     }
-    if (exitCode == kExitDone && _nFailed > 0) exitCode = kExitPartsFailed;
+    if (exitCode == ExitCode::Done && _nFailed > 0) exitCode = ExitCode::PartsFailed;
     ReportResult();
-    IDX_WT_Report::GetReport()->SetExitcode(exitCode);
+    IDX_WT_Report::GetReport()->SetExitcode(NumberOf(exitCode));
     Summarize(exitCode);
     return exitCode;
 }
 
 /// Goes through the steps up to the first that doesn't succeed.
-int IndexRun::DoSteps() {
-    const int opened = _options.isDryRun ? kExitDone : OpenBase();
-    if (opened != kExitDone) return opened;
+Status IndexRun::DoSteps() {
+    Status status = _options.isDryRun ? Status() : OpenBase();
+    if (status.Failed()) ReportEnd(status);
     for (const Step& step : kSteps) {
-        if (_options.isDryRun && !step.isDry) continue;
-        if (IsInterrupted()) return FailRun("interrupted", kExitInterrupted);
-        const ReportedStep reported(step.name);
-        const int exitCode = (this->*step.run)();
-        if (exitCode != kExitDone) return exitCode;
+        if (status.Failed()) break;
+        if (!_options.isDryRun || step.isDry) status = DoStep(step);
     }
-    return kExitDone;
+    return status;
 }
 
-/// Tells why the run ends here.
-int IndexRun::FailRun(const std::string& iReason, int iExitCode) {
-    _console.Fail(_options.base, iReason);
-    IDX_WT_Report::GetReport()->AddMsg("Error:%s", Printable(iReason).c_str());
-    return iExitCode;
+/// The report names the failure before the end of the step.
+Status IndexRun::DoStep(const Step& iStep) {
+    if (IsInterrupted()) {
+        ReportEnd(InterruptedStatus());
+        return InterruptedStatus();
+    }
+    const ReportedStep reported(iStep.name);
+    Status status = (this->*iStep.run)();
+    if (status.Failed()) ReportEnd(status);
+    return status;
 }
 
-/// Takes the right to write, and opens the report.
-int IndexRun::OpenBase() {
-    const std::string failure = _base.Prepare();
-    if (!failure.empty()) return FailRun(failure);
+/// Says why the run ends here.
+void IndexRun::ReportEnd(const Status& iStatus) {
+    _console.Fail(_options.base, iStatus.Text());
+    IDX_WT_Report::GetReport()->AddMsg("Error:%s", Printable(iStatus.Text()).c_str());
+}
+
+/// Locks the base, and opens the report.
+Status IndexRun::OpenBase() {
+    Status status = _base.Prepare();
+    if (status.Failed()) return status;
     const std::string path = _base.ReportFolder() + kReportName;
     errno = 0;
     if (IDX_WT_Report::GetReport()->OpenWrite(path.c_str()) != IDX_True) {
-        return FailRun(path + " can't be written: " + std::strerror(errno));
+        return Status::System(errno).In(path + " can't be written");
     }
     std::error_code ignored;
     std::filesystem::remove(_base.ReportFolder() + kFailedName, ignored);
     ReportSettings();
-    return kExitDone;
+    return {};
 }
 
 void IndexRun::ReportSettings() const {
@@ -174,95 +185,81 @@ void IndexRun::ReportSettings() const {
     IDX_WT_Report::AddTag("Jobs", ReportNumber(settings.nProcesses));
 }
 
-int IndexRun::OpenFolder() {
-    std::string failure = _base.OpenFolder(_folder);
-    if (failure.empty()) failure = _writer.emplace(_folder).Open();
-    if (failure.empty() && _options.pipeline.build.pictures) {
-        std::error_code error;
-        std::filesystem::create_directories(_options.pictureFolder, error);
-        if (error) failure = _options.pictureFolder + ": " + error.message();
-    }
-    return failure.empty() ? kExitDone : FailRun(failure);
+Status IndexRun::OpenFolder() {
+    Status status = _base.OpenFolder(_folder);
+    if (!status.Failed()) status = _writer.emplace(_folder).Open();
+    if (status.Failed() || !_options.pipeline.build.pictures) return status;
+    std::error_code error;
+    std::filesystem::create_directories(_options.pictureFolder, error);
+    return error ? Status::Environment(error.message()).In(_options.pictureFolder) : Status();
 }
 
-int IndexRun::BuildParts() {
-    PartPipeline pipeline(_files, _options.pipeline, *this);
-    switch (pipeline.Run()) {
-        case PartPipeline::Outcome::Done:
-            return kExitDone;
-        case PartPipeline::Outcome::Interrupted:
-            return FailRun("interrupted", kExitInterrupted);
-        case PartPipeline::Outcome::NoProcess:
-            return FailRun("no process: " + pipeline.Failure());
-        case PartPipeline::Outcome::Ended:
-            break;
-    }
-    return FailRun(_writeFailure);
+Status IndexRun::BuildParts() {
+    return PartPipeline(_files, _options.pipeline, *this).Run();
 }
 
-int IndexRun::CheckCounts() {
-    if (_nDone == 0) return FailRun("nothing to index", kExitUsage);
+Status IndexRun::CheckCounts() {
+    if (_nDone == 0) return {ExitCode::Usage, "nothing to index"};
     if (_options.isStrict && _nFailed > 0) {
-        return FailRun("parts failed, and -strict is set", kExitPartsFailed);
+        return Status::PartFailed("parts failed, and -strict is set");
     }
-    return kExitDone;
+    return {};
 }
 
-int IndexRun::FinishFiles() {
-    const std::string failure = _writer->Finish();
-    return failure.empty() ? kExitDone : FailRun(failure);
+Status IndexRun::FinishFiles() {
+    return _writer->Finish();
 }
 
-int IndexRun::Swap() {
+Status IndexRun::Swap() {
     _folder.clear();  // from here on it may be the live one
-    const std::string failure = _base.Swap();
-    _isLive = failure.empty();
-    return _isLive ? kExitDone : FailRun(failure);
+    Status status = _base.Swap();
+    _isLive = !status.Failed();
+    return status;
 }
 
 /// Reads from the disk what was written.
-int IndexRun::Verify() {
+Status IndexRun::Verify() {
     ChildProcess check;
-    const std::string failure = check.Start(CheckWork(_folder));
-    if (!failure.empty()) return FailRun("no process: " + failure);
+    const Status status = check.Start(CheckWork(_folder));
+    if (status.Failed()) return status.In("no process");
     CheckMessage latest;
     for (bool isAlive = true; isAlive;) {
         WaitFor(check.Pipe());
-        if (IsInterrupted()) return FailRun("interrupted", kExitInterrupted);
+        if (IsInterrupted()) return InterruptedStatus();
         isAlive = check.Receive();
         std::string message;
-        while (check.TakeMessage(message)) isAlive = DecodeCheck(message, latest) && isAlive;
+        while (check.NextMessage(message)) isAlive = DecodeCheck(message, latest) && isAlive;
         TellVerification(latest.share);
     }
     return JudgeVerification(latest, check.End());
 }
 
-int IndexRun::JudgeVerification(const CheckMessage& iResult, int iStatus) {
-    if (!iResult.isLast || iStatus != 0) {
-        return FailRun("the verification " + ReasonOfDeath(iStatus, 0), kExitDamaged);
+/// A verification that didn't come to its end has found no sound index either.
+Status IndexRun::JudgeVerification(const CheckMessage& iResult, const ChildEnd& iEnd) {
+    if (!iResult.isLast || iEnd.cause != ChildEnd::Done) {
+        return Status::Damaged("the verification " + DescribeEnd(iEnd, 0));
     }
-    for (const std::string& problem : iResult.problems) (void)FailRun(problem);
-    if (iResult.nProblems == 0) return kExitDone;
-    return FailRun(
-        "the new index is damaged: " + std::to_string(iResult.nProblems) + " problems",
-        kExitDamaged);
+    if (iResult.nProblems == 0) return {};
+    for (const std::string& problem : iResult.problems) ReportEnd(Status::Damaged(problem));
+    return Status::Damaged(
+        "the new index is damaged: " + std::to_string(iResult.nProblems) + " problems");
 }
 
-bool IndexRun::TakePart(const FinishedPart& iPart) {
+Status IndexRun::ReceivePart(const FinishedPart& iPart) {
     if (!_options.isDryRun) {
-        _writeFailure = WritePart(iPart);
-        if (_writeFailure.empty()) _writeFailure = WritePicture(iPart);
-        if (!_writeFailure.empty()) return false;
+        Status status = WritePart(iPart);
+        if (!status.Failed()) status = WritePicture(iPart);
+        if (status.Failed()) return status;
     }
     ++_nDone;
     _nTriangles += iPart.result.facts.nTriangles;
     _imageBytes += iPart.result.image.size();
     TellPart(iPart);
     AddToTable(iPart);
-    return true;
+    return {};
 }
 
-std::string IndexRun::WritePart(const FinishedPart& iPart) {
+Status IndexRun::WritePart(const FinishedPart& iPart) {
     const PartResult& result = iPart.result;
     IndexedPart part;
     part.identifier = iPart.identifier;
@@ -274,13 +271,12 @@ std::string IndexRun::WritePart(const FinishedPart& iPart) {
     return _writer->Add(part);
 }
 
-std::string IndexRun::WritePicture(const FinishedPart& iPart) {
+Status IndexRun::WritePicture(const FinishedPart& iPart) {
     if (iPart.result.picture.empty()) return {};
     const std::string& bytes = iPart.result.picture;
     const std::string path =
         _options.pictureFolder + "/" + _pictureNames.Make(iPart.identifier) + ".png";
-    const std::string failure = WriteWholeFile(path, bytes.data(), bytes.size());
-    return failure.empty() ? "" : path + " can't be written: " + failure;
+    return WriteWholeFile(path, bytes.data(), bytes.size()).In(path + " can't be written");
 }
 
 void IndexRun::TellVerification(double iShare) {
@@ -334,21 +330,22 @@ void IndexRun::AddToTable(const FinishedPart& iPart) {
          std::to_string(facts.imageSize), time});
 }
 
-void IndexRun::TakeFailure(const std::string& iName, const std::string& iReason) {
+void IndexRun::ReceiveFailure(const std::string& iName, const Status& iStatus) {
     ++_nFailed;
-    _console.Fail(iName, iReason);
+    const std::string& reason = iStatus.Text();
+    _console.Fail(iName, reason);
     if (_options.isDryRun) return;
     IDX_WT_Report::GetReport()->AddMsg(
-        "Failed:%s:%s", Printable(iName).c_str(), Printable(iReason).c_str());
+        "Failed:%s:%s", Printable(iName).c_str(), Printable(reason).c_str());
     if (_failedList == nullptr) {
         _failedList = std::fopen((_base.ReportFolder() + kFailedName).c_str(), "we");
     }
     if (_failedList == nullptr) return;  // the report names it, too
-    std::fprintf(_failedList, "%s\t%s\n", Field(iName).c_str(), Field(iReason).c_str());
+    std::fprintf(_failedList, "%s\t%s\n", Field(iName).c_str(), Field(reason).c_str());
     std::fflush(_failedList);
 }
 
-void IndexRun::TakeNote(const std::string& iName, const std::string& iNote) {
+void IndexRun::ReceiveNote(const std::string& iName, const std::string& iNote) {
     _console.Note(iName, iNote);
     IDX_WT_Report::GetReport()->AddMsg(
         "Note:%s:%s", Printable(iName).c_str(), Printable(iNote).c_str());
@@ -364,7 +361,7 @@ void IndexRun::ReportResult() const {
     IDX_WT_Report::AddTag("Live", _isLive ? 1 : 0);
 }
 
-void IndexRun::Summarize(int iExitCode) {
+void IndexRun::Summarize(ExitCode iExitCode) {
     _console.ClearBar();
     if (_options.progress == ProgressStyle::Json) {
         return _console.Tell(
@@ -373,7 +370,7 @@ void IndexRun::Summarize(int iExitCode) {
         },
             {
                 {"event", "end"},
-                {"exit", static_cast<double>(iExitCode)},
+                {"exit", static_cast<double>(NumberOf(iExitCode))},
                 {"parts", static_cast<double>(_nDone)},
                 {"failed", static_cast<double>(_nFailed)},
                 {"live", _isLive ? 1.0 : 0.0},

@@ -16,54 +16,47 @@
 #include <string>
 #include <vector>
 
-// Exit codes of the tools. kExitInterrupted stands in Interrupt.h.
-constexpr int kExitDone = 0;
-constexpr int kExitUsage = 2;        ///< or nothing to index
-constexpr int kExitPartsFailed = 3;  ///< the rest is done
-constexpr int kExitDamaged = 4;
-constexpr int kExitEnvironment = 5;  ///< full disk, no permission, locked and the like
-
-/// One run of gridloom-index: a new index is written beside the live one, checked, and made live. Whatever ends the
-/// run before that leaves the live index as it was.
+/// One run of gridloom-index: a new index is written beside the live one, checked, and made live. Whatever
+/// ends the run before that leaves the live index as it was.
 ///
-/// The report of the run is gridloom-index.txt in the report folder of the base, and failed.txt beside it names
-/// what failed, a line each: the name, a tab, the reason.
+/// The report of the run is gridloom-index.txt in the report folder of the base, and failed.txt beside it
+/// names what failed, a line each: the name, a tab, the reason.
 class IndexRun final : public BatchReceiver {
 public:
     explicit IndexRun(const IndexOptions& iOptions);
     ~IndexRun() override;
 
-    /// @return the exit code
-    int Run();
+    ExitCode Run();
 
-    bool TakePart(const FinishedPart& iPart) override;
-    void TakeFailure(const std::string& iName, const std::string& iReason) override;
-    void TakeNote(const std::string& iName, const std::string& iNote) override;
+    Status ReceivePart(const FinishedPart& iPart) override;
+    void ReceiveFailure(const std::string& iName, const Status& iStatus) override;
+    void ReceiveNote(const std::string& iName, const std::string& iNote) override;
 
 private:
     struct Step;
     static const Step kSteps[];
 
-    // The steps, in their order. Each gives an exit code, 0 to go on.
-    int OpenFolder();
-    int BuildParts();
-    int CheckCounts();
-    int FinishFiles();
-    int Verify();
-    int Swap();
+    // The steps, in their order.
+    Status OpenFolder();
+    Status BuildParts();
+    Status CheckCounts();
+    Status FinishFiles();
+    Status Verify();
+    Status Swap();
 
-    int DoSteps();
-    int OpenBase();
-    int FailRun(const std::string& iReason, int iExitCode = kExitEnvironment);
-    std::string WritePart(const FinishedPart& iPart);
-    std::string WritePicture(const FinishedPart& iPart);
-    int JudgeVerification(const CheckMessage& iResult, int iStatus);
+    Status DoSteps();
+    Status DoStep(const Step& iStep);
+    Status OpenBase();
+    void ReportEnd(const Status& iStatus);
+    Status WritePart(const FinishedPart& iPart);
+    Status WritePicture(const FinishedPart& iPart);
+    Status JudgeVerification(const CheckMessage& iResult, const ChildEnd& iEnd);
     void TellVerification(double iShare);
     void TellPart(const FinishedPart& iPart);
     void AddToTable(const FinishedPart& iPart);
     void ReportSettings() const;
     void ReportResult() const;
-    void Summarize(int iExitCode);
+    void Summarize(ExitCode iExitCode);
 
     const IndexOptions& _options;
     std::vector<InputFile> _files;
@@ -74,7 +67,6 @@ private:
     std::string _folder;  ///< of the new index, while it is being written
     std::optional<IndexWriter> _writer;
     std::FILE* _failedList = nullptr;  ///< failed.txt, once something has failed
-    std::string _writeFailure;         ///< why the batch was ended
     std::size_t _nDone = 0;            ///< parts
     std::size_t _nFailed = 0;          ///< files and parts
     std::uint64_t _nTriangles = 0;
