@@ -131,7 +131,7 @@ std::vector<Known> RandomParts(int count) {
 
 void WriteParts(const std::string& folder, const std::vector<Known>& parts) {
     IndexWriter writer(folder);
-    ASSERT_EQ(writer.Open(), "");
+    ASSERT_EQ(writer.Open().Text(), "");
     for (const Known& part : parts) {
         IndexedPart indexed;
         indexed.identifier = part.cuboid.name;
@@ -147,9 +147,9 @@ void WriteParts(const std::string& folder, const std::vector<Known>& parts) {
                 }
             }
         }
-        ASSERT_EQ(writer.Add(indexed), "");
+        ASSERT_EQ(writer.Add(indexed).Text(), "");
     }
-    ASSERT_EQ(writer.Finish(), "");
+    ASSERT_EQ(writer.Finish().Text(), "");
 }
 
 Names NamesOf(const Parts& parts) {
