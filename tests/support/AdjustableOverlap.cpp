@@ -3,9 +3,11 @@
 #include "IDX_Base_GeometryServices.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
+#include <cstring>
 #include <dlfcn.h>
+#include <functional>
+#include <string_view>
 #include <utility>
 
 using Operation = decltype(&IDX_Base_GeometryServices::TriangleToBox);
@@ -18,13 +20,7 @@ Operation ownOperation = &IDX_Base_GeometryServices::TriangleToBox;
 namespace {
 
 OverlapRule inForce = nullptr;
-std::uint64_t asked = 0;
-
-std::uint64_t Mixed(std::uint64_t number) {
-    number = (number ^ number >> 30) * 0xBF58476D1CE4E5B9u;
-    number = (number ^ number >> 27) * 0x94D049BB133111EBu;
-    return number ^ number >> 31;
-}
+int moreOfLibrary = 0;
 
 int ByBounds(const Triple& centre, const Triple& half, const Corners& t) {
     for (std::size_t a = 0; a < 3; ++a) {
@@ -34,12 +30,20 @@ int ByBounds(const Triple& centre, const Triple& half, const Corners& t) {
     return 1;
 }
 
+/// A number that the bits of a box decide.
+std::size_t ChanceOf(const Triple& centre, const Triple& half) {
+    char bits[2 * sizeof(Triple)];
+    std::memcpy(bits, &centre, sizeof centre);
+    std::memcpy(bits + sizeof centre, &half, sizeof half);
+    return std::hash<std::string_view>()({bits, sizeof bits});
+}
+
 int ByChance(const Triple& centre, const Triple& half, const Corners&) {
-    return WithQuestion(0, centre, half) % 2 == 0 ? 1 : 0;
+    return ChanceOf(centre, half) % 2 == 0 ? 1 : 0;
 }
 
 int NowAndThenUndecided(const Triple& centre, const Triple& half, const Corners& t) {
-    return WithQuestion(1, centre, half) % 64 == 0 ? -1 : ByBounds(centre, half, t);
+    return ChanceOf(centre, half) % 64 == 0 ? -1 : ByBounds(centre, half, t);
 }
 
 }  // namespace
@@ -51,16 +55,13 @@ void SetOverlapRule(OverlapRule rule) {
     ownOperation = rule == nullptr ? &IDX_Base_GeometryServices::TriangleToBox : nullptr;
 }
 
-std::uint64_t TakeQuestions() {
-    return std::exchange(asked, 0);
+int AskForReference(const Triple& centre, const Triple& half, const Corners& triangle) {
+    --moreOfLibrary;
+    return inForce(centre, half, triangle);
 }
 
-std::uint64_t WithQuestion(std::uint64_t questions, const Triple& centre, const Triple& half) {
-    for (std::size_t a = 0; a < 3; ++a) {
-        questions = Mixed(questions + std::bit_cast<std::uint32_t>(centre[a]));
-        questions = Mixed(questions + std::bit_cast<std::uint32_t>(half[a]));
-    }
-    return questions;
+int TakeQuestions() {
+    return std::exchange(moreOfLibrary, 0);
 }
 
 IDX_Bool IDX_Base_GeometryServices::TriangleToBox(
@@ -71,11 +72,13 @@ IDX_Bool IDX_Base_GeometryServices::TriangleToBox(
     static const auto standIn = reinterpret_cast<Operation>(
         dlsym(RTLD_NEXT, "_ZN25IDX_Base_GeometryServices13TriangleToBoxEPKfS1_PA3_S0_R8IDX_Bool"));
     if (inForce == nullptr) return standIn(centre, half, triangle, overlap);
-    const Triple c = {centre[0], centre[1], centre[2]};
-    const Triple h = {half[0], half[1], half[2]};
+    ++moreOfLibrary;
+    Triple c;
+    Triple h;
     Corners t;
+    std::copy_n(centre, 3, c.begin());
+    std::copy_n(half, 3, h.begin());
     for (std::size_t v = 0; v < 3; ++v) std::copy_n(triangle[v], 3, t[v].begin());
-    asked = WithQuestion(asked, c, h);
     const int meet = inForce(c, h, t);
     if (meet == 1) overlap = IDX_True;
     return meet < 0 ? IDX_False : IDX_True;

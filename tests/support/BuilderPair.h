@@ -7,18 +7,8 @@
 #include "ReferenceBuilder.h"
 #include "TraceRecorder.h"
 
-/// A builder that draws meshes as a subclass may: into a box of its own, and with an override of DrawTriangle that
-/// hands on other points of the array.
-struct SubclassedBuilder : PLMIdxOctreeBuilder {
-    long int DrawMesh(const Mesh& mesh);
-    long int DrawTriangle(IDX_Point const& p1, IDX_Point const& p2, IDX_Point const& p3) override;
-
-    std::vector<unsigned int> handOn;  ///< as that of the reference
-    const IDX_Point* points = nullptr;
-};
-
-/// The library's builder and the reference, fed with the same calls: status, trace, depth, counts, questions asked of
-/// the overlap test, and image. The two agree as long as `difference` is empty; after that nothing is looked at.
+/// The library's builder and the reference, fed with the same calls: status, depth, counts, number of questions asked
+/// of the overlap rule, and image. The two agree as long as `difference` is empty; after that nothing is compared.
 class BuilderPair {
 public:
     /// @param rule  decides which boxes a triangle meets; null for the stand-in's operation
@@ -26,25 +16,33 @@ public:
     ~BuilderPair() { SetOverlapRule(nullptr); }
 
     void SetParameters(int maxDepth, float voxelSize, IDX_Bool useVoxelSize);
-    void SetCuboid(IDX_Point a, IDX_Point b);
-    void SetHandOn(const std::vector<unsigned int>& points);
+
+    /// Starts a stream in a box that isn't small and far. The reference takes over the depth.
     void Init(IDX_Point low, IDX_Point high);
-    void DrawGeometry(const Mesh& mesh);
-    void DrawTriangles(const Mesh& mesh);
     void DrawTriangle(const std::array<IDX_Point, 3>& p);
+
+    /// Draws a mesh in any box, as a subclass may.
+    void DrawTriangles(const Mesh& mesh);
     void ReduceDepth();
     void End();
+    void DrawGeometry(const Mesh& mesh);
 
-    SubclassedBuilder library;
-    reference::Builder plain{arenaSize, boxMargin};
+    struct : PLMIdxOctreeBuilder {
+        using PLMIdxOctreeBuilder::DrawTriangles;
+    } library;
     std::string difference;
 
 private:
-    void Compare(long int ofLibrary, long int ofPlain);
-    void CompareImages();
+    void Compare(long int ofLibrary, long int ofReference);
     void Differ(bool differs, const std::string& what);
 
+    reference::Builder _reference{arenaSize, boxMargin};
     TraceRecorder _trace;
 };
+
+/// Feeds a pair with random calls: whole meshes and streams, far and near, large and tiny, with walls, gaps and
+/// numbers that aren't finite; now and then with a small arena or another overlap rule.
+/// @return the first difference, empty when there is none
+std::string DifferenceOnRandomCalls(Random& random);
 
 #endif

@@ -31,19 +31,16 @@ void Clip(Polygon<Number>& polygon, std::size_t axis, int sign, const Number& li
     polygon = kept;
 }
 
-using Margins = std::array<double, 3>;
-
-/// Whether they meet once the box's faces have moved outward by the margins of the axes.
+/// Whether they meet once the box's faces have moved outward by a margin.
 template <class Number>
-bool Meet(
-    const Triple& centre, const Triple& half, const Corners& triangle, const Margins& margins) {
+bool Meet(const Triple& centre, const Triple& half, const Corners& triangle, double margin) {
     Polygon<Number> polygon;
     polygon.count = 3;
     for (std::size_t v = 0; v < 3; ++v)
         for (std::size_t a = 0; a < 3; ++a)
             polygon.corners[v][a] = Number(double{triangle[v][a]}) - Number(double{centre[a]});
     for (std::size_t a = 0; a < 3; ++a) {
-        const Number reach = Number(double{half[a]}) + Number(margins[a]);
+        const Number reach = Number(double{half[a]}) + Number(margin);
         Clip<Number>(polygon, a, 1, reach);
         Clip<Number>(polygon, a, -1, reach);
     }
@@ -59,36 +56,18 @@ double Size(const Triple& centre, const Triple& half, const Corners& triangle) {
     return size;
 }
 
-/// True for two floats whose difference is a double.
-bool HaveExactDifference(double p, double q) {
-    const double difference = p - q;
-    return q + difference == p && p - difference == q;
-}
-
-/// A margin for each axis on which clipping in doubles rounds: not where all vertices share one coordinate.
-Margins RoundingMargins(const Triple& centre, const Corners& t, double margin) {
-    Margins margins;
-    for (std::size_t a = 0; a < 3; ++a) {
-        const bool flat = t[0][a] == t[1][a] && t[1][a] == t[2][a];
-        margins[a] = flat && HaveExactDifference(t[0][a], centre[a]) ? 0 : margin;
-    }
-    return margins;
-}
-
 }  // namespace
 
 bool OverlapByClipping(const Triple& centre, const Triple& half, const Corners& triangle) {
     if (!std::isfinite(Size(centre, half, triangle))) return false;
-    return Meet<mpq_class>(centre, half, triangle, {});
+    return Meet<mpq_class>(centre, half, triangle, 0);
 }
 
 bool Overlap(const Triple& centre, const Triple& half, const Corners& triangle) {
     const double size = Size(centre, half, triangle);
     if (!std::isfinite(size)) return false;
     const double margin = 1e-12 * size;
-    if (!Meet<double>(centre, half, triangle, RoundingMargins(centre, triangle, margin)))
-        return false;
-    if (Meet<double>(centre, half, triangle, RoundingMargins(centre, triangle, -margin)))
-        return true;
-    return Meet<mpq_class>(centre, half, triangle, {});
+    if (!Meet<double>(centre, half, triangle, margin)) return false;
+    if (Meet<double>(centre, half, triangle, -margin)) return true;
+    return Meet<mpq_class>(centre, half, triangle, 0);
 }
