@@ -4,26 +4,19 @@
 #include "FileCase.h"
 #include "Images.h"
 #include "LimitedMemory.h"
+#include "Transcript.h"
 
 #include "IDX_WT_SplittedFile.h"
 #include "PLMIdxOctreeLoader.h"
-#include "PLMIdxWTOptimOctree_0.h"
 
 #include <cstring>
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 namespace {
 
-struct OpenOctree : PLMIdxWTOptimOctree_0 {
-    using PLMIdxWTOptimOctree_0::_capacity;
-};
-
 std::string ImageIn(const PLMIdxWTOptimOctree_0& octree) {
-    unsigned int size = 0;
-    const std::unique_ptr<const unsigned char[]> block(octree.GetOctreeBuffer(size));
-    return {block.get(), block.get() + size};
+    const Bytes image = ImageOf(octree);
+    return {image.begin(), image.end()};
 }
 
 // Offsets of words in a stored image.
@@ -36,25 +29,27 @@ std::string With(std::string image, std::size_t at, unsigned int word) {
     return image;
 }
 
+/// An octree with a cell at the end of a path, and records of 8 bytes for all but the last two cells on it.
+PLMIdxWTOptimOctree_0& MakePath(
+    PLMIdxWTOptimOctree_0& octree, std::initializer_list<unsigned int> path) {
+    PLMIdxWTWorkingOctree working;
+    working.SetDepth(static_cast<int>(path.size()));
+    IDX_Base_Octree_Iterator iterator;
+    for (const unsigned int child : path) (void)working.MoveCreate(iterator, child);
+    EXPECT_EQ(octree.ConstructFrom(working), IDX_S_OK);
+    return octree;
+}
+
 class StoredOctrees : public FileCase {
 protected:
-    StoredOctrees() {
-        OpenBuilder builder;
-        builder.SetParameters(5, 0, IDX_False);
-        EXPECT_EQ(Draw(builder, BoxMesh({0, 0, 0}, {1, 2, 3})), IDX_S_OK);
-        EXPECT_EQ(_box.ConstructFrom(builder._workingOctree), IDX_S_OK);
-        _image = ImageIn(_box);
-    }
-
-    void Expect(long int result, long int status, const Lines& tags = {}) {
-        EXPECT_EQ(result, status);
-        EXPECT_EQ(_trace.Take(), tags);
+    StoredOctrees() : _image(ImageIn(MakePath(_small, {0, 3, 7}))) {
+        EXPECT_EQ(_image.size(), 148u);
     }
 
     void ExpectSaved(const PLMIdxOptimOctree_0& octree, unsigned int atPart, unsigned int at) {
         unsigned int part = 77;
         unsigned int offset = 77;
-        Expect(octree.Save(_file, part, offset), IDX_S_OK);
+        EXPECT_EQ(octree.Save(_file, part, offset), IDX_S_OK);
         EXPECT_EQ(part, atPart);
         EXPECT_EQ(offset, at);
     }
@@ -66,21 +61,8 @@ protected:
         ASSERT_EQ(_file.OpenRead(_base.c_str()), IDX_True);
     }
 
-    /// Loads these bytes into a copy of the box, whose image starts with others then.
-    void ExpectLoad(
-        const std::string& stored, long int status, const Lines& tags, const std::string& after) {
-        Store(stored);
-        PLMIdxWTOptimOctree_0 octree;
-        ASSERT_EQ(octree.ConstructFrom(_box), IDX_S_OK);
-        Expect(octree.Load(_file, 0, 0), status, tags);
-        EXPECT_EQ(ImageIn(octree).substr(0, after.size()), after);
-        Store(_image);
-        Expect(octree.Load(_file, 0, 0), IDX_S_OK);
-        EXPECT_EQ(ImageIn(octree), _image) << "usable again";
-    }
-
-    PLMIdxWTOptimOctree_0 _box;
-    std::string _image;  ///< of the box
+    PLMIdxWTOptimOctree_0 _small;
+    std::string _image;  ///< of the small octree
     std::string _base = _folder / "B";
     IDX_WT_SplittedFile _file{100, 2, false};
 };
@@ -90,12 +72,12 @@ protected:
 TEST_F(StoredOctrees, LieWholeInOnePiece) {
     _file.OpenWrite(_base.c_str());
     ASSERT_EQ(_file.Write("ab", 2), IDX_True);
-    OpenOctree octree;
+    PLMIdxWTOptimOctree_0 octree;
     ASSERT_EQ(octree.ConstructFullOctree({0, 0, 0}, {1, 1, 1}), IDX_S_OK);
     const std::string full = ImageIn(octree);
     ExpectSaved(octree, 0, 4);
-    ExpectSaved(_box, 1, 0);
-    ExpectSaved(_box, 2, 0);
+    ExpectSaved(_small, 1, 0);
+    ExpectSaved(_small, 2, 0);
     ExpectSaved(PLMIdxOptimOctree_0(), 3, 0);
     _file.Close();
     EXPECT_EQ(ContentOf(_base + "0"), std::string("ab\0\0", 4) + full);
@@ -105,29 +87,19 @@ TEST_F(StoredOctrees, LieWholeInOnePiece) {
     EXPECT_EQ(empty.substr(0, 12), std::string("\2\0\0\0\1\0\0\0\0\0\0\0", 12));
 
     _file.OpenRead(_base.c_str());
-    Expect(octree.Load(_file, 2, 0), IDX_S_OK);  // into a block that is too small
-    EXPECT_TRUE(octree == _box);
-    EXPECT_EQ(ImageIn(octree), _image);
-    Expect(octree.Load(_file, 0, 4), IDX_S_OK);  // into one that is too large
-    EXPECT_EQ(ImageIn(octree), full);
-    const std::string noRoom = "PLMIdxWTOptimOctree_0._Alloc.MaxSize";
-    const std::string tag = "PLMIdxWTOptimOctree_0._SubConstructFrom._AllocOptim(NodeOptim)";
-    Expect(octree.ConstructFrom(_box), IDX_E_FAIL, {noRoom, tag});  // 8 bytes are left
-    Expect(octree.Load(_file, 3, 0), IDX_S_OK);
-    EXPECT_EQ(ImageIn(octree), empty);
-    Expect(octree.ConstructFrom(_box), IDX_E_FAIL, {noRoom});  // not one
-    Expect(octree.Load(_file, 2, 0), IDX_S_OK);
-    Expect(octree.ConstructFrom(_box), IDX_S_OK);
-    EXPECT_EQ(ImageIn(octree), _image);
-
-    const int descriptor = open((_base + "2").c_str(), O_RDONLY);
-    void* map = mmap(nullptr, _image.size(), PROT_READ, MAP_PRIVATE, descriptor, 0);
-    close(descriptor);
-    ASSERT_NE(map, MAP_FAILED);
-    const PLMIdxOctreeLoader loader(map);
-    ASSERT_NE(loader.GetOctree(), nullptr);
-    EXPECT_EQ(SolidCells(*loader.GetOctree()), SolidCells(_box));
-    munmap(map, _image.size());
+    const auto expectLoaded = [&](unsigned int part, unsigned int at, const std::string& image) {
+        EXPECT_EQ(octree.Load(_file, part, at), IDX_S_OK);
+        EXPECT_EQ(ImageIn(octree), image);
+    };
+    Transcript transcript;
+    expectLoaded(2, 0, _image);  // into a block that is too small
+    EXPECT_TRUE(octree == _small);
+    expectLoaded(0, 4, full);  // into one that is too large
+    NOTE(transcript, octree.ConstructFrom(_small));
+    expectLoaded(3, 0, empty);
+    NOTE(transcript, octree.ConstructFrom(_small));
+    expectLoaded(2, 0, _image);
+    NOTE(transcript, octree.ConstructFrom(_small));
 }
 
 TEST_F(StoredOctrees, TheLoaderChoosesByTheFirstWord) {
@@ -140,11 +112,15 @@ TEST_F(StoredOctrees, TheLoaderChoosesByTheFirstWord) {
         for (const unsigned int version : {1u, 2u}) {
             // What is of another kind is no longer than these two words.
             const bool isOurs = type == 2 && version == 1;
-            char* const image = pages + kPage - (isOurs ? 132 : 8);
-            std::memcpy(image, &type, 4);
-            std::memcpy(image + 4, &version, 4);
+            const std::string stored =
+                With(With(isOurs ? _image : _image.substr(0, 8), kType, type), kVersion, version);
+            char* const image = pages + kPage - stored.size();
+            std::memcpy(image, stored.data(), stored.size());
             const PLMIdxOctreeLoader loader(image);
             EXPECT_EQ(loader.GetOctree() != nullptr, isOurs) << type;
+            if (isOurs) {
+                EXPECT_EQ(SolidCells(*loader.GetOctree()), SolidCells(_small));
+            }
             const Lines working = {"PLMIdxWorkingOctree.Load - Not Implemented"};
             EXPECT_EQ(_trace.Take(), type == 0 ? working : Lines());
         }
@@ -153,22 +129,16 @@ TEST_F(StoredOctrees, TheLoaderChoosesByTheFirstWord) {
 }
 
 TEST_F(StoredOctrees, SavesThatFail) {
+    Transcript transcript;
     unsigned int part = 9;
     unsigned int offset = 9;
-    const std::string tag = "PLMIdxWTOptimOctree_0.Save.IDX_WT_SplittedFile.";
-    Expect(
-        _box.Save(_file, part, offset), IDX_E_FAIL,
-        {"IDX_WT_SplittedFile._TestAndOpen.NotOpened", "IDX_WT_SplittedFile.Write._TestAndOpen (1)",
-         tag + "Write"});
+    NOTE(transcript, _small.Save(_file, part, offset));
     EXPECT_EQ(part + offset, 0u);
     {
         const FileSizeLimit limit(140);
         _file.OpenWrite(_base.c_str());
         ASSERT_EQ(_file.Write(1u), IDX_True);
-        Expect(
-            _box.Save(_file, part, offset), IDX_E_FAIL,
-            {"IDX_WT_File.WriteAt.fwrite", "IDX_WT_SplittedFile.WriteAt.IDX_WT_File.WriteAt",
-             tag + "WriteAt"});
+        NOTE(transcript, _small.Save(_file, part, offset));
     }
     _file.Close();
     EXPECT_EQ(part, 0u);
@@ -177,44 +147,49 @@ TEST_F(StoredOctrees, SavesThatFail) {
 }
 
 TEST_F(StoredOctrees, Loads) {
-    const std::string tag = "PLMIdxWTOptimOctree_0.Load.";
-    const std::string inPiece = "IDX_WT_SplittedFile.ReadAt.IDX_WT_File.ReadAt";
+    Transcript transcript;
     const std::string header = _image.substr(0, 132);
     const std::string version7 = With(_image, kVersion, 7);
     const std::string otherType = With(_image, kType, 3);
-    const std::string empty = With(_image, kSize, 0);
+    const std::string emptyOfOtherType = With(With(header, kSize, 0), kType, 3);
+    struct Case {
+        const char* name;
+        std::string stored;
+        std::string
+            after;  ///< what the image of an octree that held the small one starts with then
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"another version",        version7,                        version7},
+        {"another type, empty",    emptyOfOtherType,                With(header, kSize, 0)},
+        {"another type",           otherType,                       header + std::string(16, '\0')},
+        {"header without a byte",  header.substr(1),                _image},
+        {"records without a byte", _image.substr(0, 147),           header},
+        {"no memory",              With(_image, kSize, 0xFFFFFF00), _image},
+    };
+    // clang-format on
     LimitMemory();
-    ExpectLoad(version7, IDX_S_OK, {}, version7);                           // any version
-    ExpectLoad(With(empty, kType, 3), IDX_S_OK, {}, empty.substr(0, 132));  // and any type here
-    ExpectLoad(
-        header.substr(1), IDX_E_FAIL,
-        {"IDX_WT_File.ReadAt.InvalidOffset[fOffset=0,fSize=131,dSize=132]", inPiece,
-         tag + "ReadAt(OctreeHeader)"},
-        _image);
-    ExpectLoad(
-        otherType, IDX_E_FAIL, {tag + "InvalidType"},
-        header + std::string(_image.size() - 132, '\0'));
-    const std::string end = std::to_string(_image.size() - 1);
-    const std::string size = std::to_string(_image.size() - 132);
-    ExpectLoad(
-        _image.substr(0, _image.size() - 1), IDX_E_FAIL,
-        {"IDX_WT_File.ReadAt.InvalidOffset[fOffset=132,fSize=" + end + ",dSize=" + size + "]",
-         inPiece, tag + "ReadAt(OctreeBuffer)"},
-        header);
-    ExpectLoad(
-        With(_image, kSize, 0xFFFFFF00), IDX_E_OUT_OF_MEMORY,
-        {"PLMIdxWTOptimOctree_0._Alloc.AllocationFailed"}, _image);
+    for (const Case& row : cases) {
+        transcript.Title(row.name);
+        PLMIdxWTOptimOctree_0 octree;
+        ASSERT_EQ(octree.ConstructFrom(_small), IDX_S_OK);
+        Store(row.stored);
+        NOTE(transcript, octree.Load(_file, 0, 0));
+        EXPECT_EQ(ImageIn(octree).substr(0, row.after.size()), row.after) << row.name;
+        Store(_image);
+        EXPECT_EQ(octree.Load(_file, 0, 0), IDX_S_OK);
+        EXPECT_EQ(ImageIn(octree), _image) << "usable again";
+    }
 }
 
-TEST_F(StoredOctrees, ALoadBehindAConstructionWithoutMemory) {
+TEST_F(StoredOctrees, ALoadAfterAConstructionWithoutMemory) {
     Store(With(_image, kType, 3));
-    OpenBuilder builder;
-    builder.SetParameters(6, 0, IDX_False);
-    EXPECT_EQ(Draw(builder, BoxMesh({0, 0, 0}, {1, 2, 3})), IDX_S_OK);
+    PLMIdxWTOptimOctree_0 large;
+    MakePath(large, {1, 2, 3, 4});
     LimitMemory();
     PLMIdxWTOptimOctree_0 octree;
     const ArenaSize arena(0xFFFFFF00);
-    EXPECT_EQ(octree.ConstructFrom(_box), IDX_E_FAIL);
+    EXPECT_EQ(octree.ConstructFrom(_small), IDX_E_FAIL);
     EXPECT_EQ(octree.Load(_file, 0, 0), IDX_E_FAIL) << "leaves a small block";
-    EXPECT_EQ(octree.ConstructFrom(builder._workingOctree), IDX_E_FAIL) << "and no more room";
+    EXPECT_EQ(octree.ConstructFrom(large), IDX_E_FAIL) << "which stays as small";
 }

@@ -46,6 +46,21 @@ int NowAndThenUndecided(const Triple& centre, const Triple& half, const Corners&
     return ChanceOf(centre, half) % 64 == 0 ? -1 : ByBounds(centre, half, t);
 }
 
+Triple TripleAt(const float* coordinates) {
+    return {coordinates[0], coordinates[1], coordinates[2]};
+}
+
+int Ask(const Triple& centre, const Triple& half, const Corners& t) {
+    static const auto standIn = reinterpret_cast<Operation>(
+        dlsym(RTLD_NEXT, "_ZN25IDX_Base_GeometryServices13TriangleToBoxEPKfS1_PA3_S0_R8IDX_Bool"));
+    if (inForce != nullptr) return inForce(centre, half, t);
+    float triangle[3][3];
+    std::memcpy(triangle, &t, sizeof triangle);
+    IDX_Bool overlap = IDX_False;
+    (void)standIn(centre.data(), half.data(), triangle, overlap);  // always decides
+    return overlap == IDX_True ? 1 : 0;
+}
+
 }  // namespace
 
 const OverlapRule kOverlapRules[3] = {ByBounds, ByChance, NowAndThenUndecided};
@@ -56,8 +71,8 @@ void SetOverlapRule(OverlapRule rule) {
 }
 
 int AskForReference(const Triple& centre, const Triple& half, const Corners& triangle) {
-    --moreOfLibrary;
-    return inForce(centre, half, triangle);
+    if (inForce != nullptr) --moreOfLibrary;
+    return Ask(centre, half, triangle);
 }
 
 int TakeQuestions() {
@@ -69,17 +84,10 @@ IDX_Bool IDX_Base_GeometryServices::TriangleToBox(
     const float* const half,
     const float (*const triangle)[3],
     IDX_Bool& overlap) {
-    static const auto standIn = reinterpret_cast<Operation>(
-        dlsym(RTLD_NEXT, "_ZN25IDX_Base_GeometryServices13TriangleToBoxEPKfS1_PA3_S0_R8IDX_Bool"));
-    if (inForce == nullptr) return standIn(centre, half, triangle, overlap);
-    ++moreOfLibrary;
-    Triple c;
-    Triple h;
-    Corners t;
-    std::copy_n(centre, 3, c.begin());
-    std::copy_n(half, 3, h.begin());
-    for (std::size_t v = 0; v < 3; ++v) std::copy_n(triangle[v], 3, t[v].begin());
-    const int meet = inForce(c, h, t);
+    if (inForce != nullptr) ++moreOfLibrary;
+    const int meet =
+        Ask(TripleAt(centre), TripleAt(half),
+            {TripleAt(triangle[0]), TripleAt(triangle[1]), TripleAt(triangle[2])});
     if (meet == 1) overlap = IDX_True;
     return meet < 0 ? IDX_False : IDX_True;
 }

@@ -4,11 +4,6 @@
 #include <bit>
 #include <cmath>
 
-BuilderPair::BuilderPair(OverlapRule rule) {
-    SetOverlapRule(rule);
-    if (rule != nullptr) _reference.overlap = AskForReference;
-}
-
 void BuilderPair::SetParameters(int maxDepth, float voxelSize, IDX_Bool useVoxelSize) {
     library.SetParameters(maxDepth, voxelSize, useVoxelSize);
     _reference.maxDepth = maxDepth;

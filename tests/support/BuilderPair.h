@@ -2,7 +2,6 @@
 #define BuilderPair_h
 
 #include "AdjustableConstants.h"
-#include "AdjustableOverlap.h"
 #include "Images.h"
 #include "ReferenceBuilder.h"
 #include "TraceRecorder.h"
@@ -12,7 +11,7 @@
 class BuilderPair {
 public:
     /// @param rule  decides which boxes a triangle meets; null for the stand-in's operation
-    explicit BuilderPair(OverlapRule rule = nullptr);
+    explicit BuilderPair(OverlapRule rule) { SetOverlapRule(rule); }
     ~BuilderPair() { SetOverlapRule(nullptr); }
 
     void SetParameters(int maxDepth, float voxelSize, IDX_Bool useVoxelSize);

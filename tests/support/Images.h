@@ -23,7 +23,13 @@ inline Bytes ImageOf(PLMIdxOctreeBuilder& builder) {
     return Bytes(block.get(), block.get() + size);
 }
 
-/// The records of an image, behind its header.
+inline Bytes ImageOf(const PLMIdxWTOptimOctree_0& octree) {
+    unsigned int size = 0;
+    const std::unique_ptr<const unsigned char[]> block(octree.GetOctreeBuffer(size));
+    return Bytes(block.get(), block.get() + size);
+}
+
+/// The records of an image, after its header.
 inline Bytes RecordsOf(const Bytes& image) {
     return Bytes(image.begin() + 132, image.end());
 }

@@ -206,7 +206,7 @@ bool Builder::DrawBelow(
         Triple middle;
         for (std::size_t a = 0; a < 3; ++a)
             middle[a] = c >> a & 1 ? centre[a] + h[a] : centre[a] - h[a];
-        const int meet = overlap(middle, tested, t);
+        const int meet = AskForReference(middle, tested, t);
         if (meet < 0) throw Failure();
         if (meet == 0) continue;
         MoveCreate(child);

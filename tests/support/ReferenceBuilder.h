@@ -1,7 +1,7 @@
 #ifndef ReferenceBuilder_h
 #define ReferenceBuilder_h
 
-#include "ExactOverlap.h"
+#include "AdjustableOverlap.h"
 #include "Meshes.h"
 
 #include "IDX_Status.h"
@@ -35,7 +35,6 @@ public:
     long int ReduceDepth();
     long int End();
 
-    OverlapRule overlap = ExactRule;
     int maxDepth = 6;
     float voxelSize = 0;
     unsigned int depth = 0;
