@@ -125,7 +125,7 @@ public:
     IDX_Bool SwapRealAt(unsigned int iOffset);
 
 private:
-    friend class PagesInHand;
+    friend class CachedPages;
     friend class IDX_WT_SplittedFile;
 
     /// The registry's entry of the path.

@@ -89,7 +89,7 @@ protected:
     virtual IDX_Bool ReadFile(const char* iPath, bool iForWriting);
 
 private:
-    friend class BlockInHand;
+    friend class CachedBlock;
 
     enum Mode : unsigned int { NotOpened = 0, ReadOnly = 1, ReadWrite = 2 };
 

@@ -11,7 +11,7 @@
 
 class IDX_Base_Identifier;
 
-template <class Hand>
+template <class Cache>
 class Tree234Search;
 
 /// A dictionary on disk: it maps identifiers to records of a fixed size, in one file that holds a 2-3-4
@@ -119,7 +119,7 @@ private:
 
     struct Walk;
 
-    template <class Hand>
+    template <class Cache>
     friend class Tree234Search;
 
     IDX_WT_File m_diskFile;

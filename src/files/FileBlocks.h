@@ -22,7 +22,7 @@ public:
     std::size_t End() const { return _end; }
 
     /// Takes note of bytes that were written to the file, which is open under that descriptor.
-    void NoteWritten(int iDescriptor, std::size_t iFrom, std::size_t iTo) {
+    void RecordWrite(int iDescriptor, std::size_t iFrom, std::size_t iTo) {
         if (_mayLackBlocks) LookForBlocks(iDescriptor);
         _end = EndAfter(_end, iFrom, iTo);
     }

@@ -240,7 +240,7 @@ IDX_Bool IDX_WT_File::ReadAt(unsigned int iOffset, void* oData, unsigned int iDa
         return TraceNo("IDX_WT_File.ReadAt.InvalidInputData");
     }
     PagedFile* pages = entry.m_pages;
-    if (pages != nullptr && pages->ReadHeld(iOffset, oData, iDataSize)) return IDX_True;
+    if (pages != nullptr && pages->ReadCached(iOffset, oData, iDataSize)) return IDX_True;
     if (!entry.Seek(iOffset)) {
         IDX_Base_Trace::Debug("IDX_WT_File.ReadAt.fseek[%d]", static_cast<int>(iOffset));
         return IDX_False;
@@ -263,7 +263,7 @@ IDX_Bool IDX_WT_File::Write(const void* iData, unsigned int iDataSize) {
     if (iData == nullptr || iDataSize == 0) return TraceNo("IDX_WT_File.Write.InvalidData");
     const unsigned int offset = GetSize();
     PagedFile* pages = entry.m_pages;
-    if (pages == nullptr || !pages->WriteHeld(offset, iData, iDataSize)) {
+    if (pages == nullptr || !pages->WriteCached(offset, iData, iDataSize)) {
         if (!entry.Seek(offset, iDataSize)) return TraceNo("IDX_WT_File.Write.fseek");
         if (!entry.Write(offset, iData, iDataSize)) return TraceNo("IDX_WT_File.Write.fwrite");
     }
@@ -278,7 +278,7 @@ IDX_Bool IDX_WT_File::WriteAt(unsigned int iOffset, const void* iData, unsigned 
     const unsigned long long end = 0ULL + iOffset + iDataSize;
     if (end > entry.m_size) entry.m_size = Align(end, entry.m_size);
     PagedFile* pages = entry.m_pages;
-    if (pages != nullptr && iDataSize != 0 && pages->WriteHeld(iOffset, iData, iDataSize)) {
+    if (pages != nullptr && iDataSize != 0 && pages->WriteCached(iOffset, iData, iDataSize)) {
         return IDX_True;
     }
     if (!entry.Seek(iOffset, iDataSize)) return TraceNo("IDX_WT_File.WriteAt.fseek");

@@ -36,13 +36,13 @@ void IdxFile::Attach(FILE* iStream, Mode iMode) {
 bool IdxFile::FindEnd(unsigned int& oPosition) {
     if (std::fseek(m_stream, 0, SEEK_END) != 0) return false;
     const long position = std::ftell(m_stream);
-    if (position < 0 || static_cast<std::size_t>(position) > PagedFile::kEndOfOffsets) return false;
+    if (position < 0 || static_cast<std::size_t>(position) > kEndOfOffsets) return false;
     oPosition = static_cast<unsigned int>(position);
     return true;
 }
 
 bool IdxFile::Seek(unsigned int iOffset, unsigned int iWrittenSize) {
-    if (std::size_t{iOffset} + iWrittenSize > PagedFile::kEndOfOffsets) return false;
+    if (std::size_t{iOffset} + iWrittenSize > kEndOfOffsets) return false;
     return m_pages != nullptr || std::fseek(m_stream, static_cast<long>(iOffset), SEEK_SET) == 0;
 }
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <sys/mman.h>
 
-PageFrame* PagePool::Take(PageOwner* iOwner, unsigned int iPage) {
+PageFrame* PagePool::Allocate(PageOwner* iOwner, unsigned int iPage) {
     while (_nInUse >= _maxFrames) {
         if (_nInUse == 0 || !EvictOne()) return nullptr;
     }
@@ -30,7 +30,7 @@ void PagePool::SetLimit(std::size_t iBytes) {
     DropAll();
 }
 
-bool PagePool::IsWorthTaking(const PageOwner* iOwner, unsigned int iPage) {
+bool PagePool::IsWorthCaching(const PageOwner* iOwner, unsigned int iPage) {
     if (_nInUse < _maxFrames) return true;
     constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15U;  // 2^64 over the golden ratio
     const std::uint64_t key = (reinterpret_cast<std::uintptr_t>(iOwner) ^ iPage) * kSpread;
@@ -87,7 +87,7 @@ bool PagePool::EvictOne() {
         if (frame.owner == nullptr) continue;
         if (frame.recent) {
             frame.recent = false;
-        } else if (frame.written.Wait() && !frame.owner->WriteBackPage(frame.page)) {
+        } else if (frame.written.IsDirty() && !frame.owner->WriteBackPage(frame.page)) {
             frame.recent = true;
             ++nFailed;
         } else {
@@ -106,7 +106,7 @@ void PagePool::DropAll() {
         for (unsigned int i = 0; _nInUse != 0 && i < nFrames; ++i) {
             PageFrame& frame = block->frames[i];
             if (frame.owner == nullptr) continue;
-            if (frame.written.Wait() && !frame.owner->WriteBackPage(frame.page)) continue;
+            if (frame.written.IsDirty() && !frame.owner->WriteBackPage(frame.page)) continue;
             frame.owner->Drop(frame.page);
         }
         block = next;

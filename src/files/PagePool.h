@@ -33,7 +33,7 @@ struct PageFrame {
     unsigned int nFlushes;  ///< of the owner, when `written` began
     unsigned int page;      ///< offset in the file, in pages
     std::uint16_t valid;
-    std::uint16_t room;  ///< what is written before here may wait: its blocks are in the file
+    std::uint16_t dirtyLimit;  ///< bytes before this one may be dirty: their blocks are in the file
     bool recent;         ///< touched since the hand last passed
 };
 
@@ -45,11 +45,11 @@ public:
     /// True when a page should be taken into memory: there is room for it, or it is asked for again
     /// after a short while. In files far beyond the limit most pages aren't, and to load them for a few
     /// bytes would cost more than to read these bytes from the file.
-    bool IsWorthTaking(const PageOwner* iOwner, unsigned int iPage);
+    bool IsWorthCaching(const PageOwner* iOwner, unsigned int iPage);
 
     /// A frame for a file's page, with nothing valid in it. May write back and drop pages of any file.
     /// Null without memory, or when no page can be written back.
-    PageFrame* Take(PageOwner* iOwner, unsigned int iPage);
+    PageFrame* Allocate(PageOwner* iOwner, unsigned int iPage);
 
     /// Makes a frame free. What waits in it is lost.
     void Release(PageFrame* ioFrame);

@@ -2,22 +2,21 @@
 
 #include "formats/SplitFile.h"
 
-#include <cerrno>
-#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <new>
 #include <pthread.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 namespace {
 
-/// From this size on an access goes past the pages: to copy the bytes twice costs more than a system call.
-constexpr std::size_t kStraightSize = kPageSize;
+/// From this size on, in bytes, an access bypasses the pages: a second copy of the bytes would cost more
+/// than a system call.
+constexpr std::size_t kBypassSize = kPageSize;
 
-/// Most pages that one system call writes back.
+/// The most pages that one system call writes back.
 constexpr int kRunPages = 64;
 
 std::size_t PageOf(std::size_t iOffset) {
@@ -28,50 +27,12 @@ std::size_t OffsetOf(std::size_t iPage) {
     return iPage << kPageBits;
 }
 
-/// Reads until all has come, the file ends or an error occurs.
-std::size_t ReadFully(
-    int iDescriptor, std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError) {
-    std::size_t done = 0;
-    while (done < iSize) {
-        const ssize_t n =
-            pread(iDescriptor, oData + done, iSize - done, static_cast<off_t>(iOffset + done));
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) oError = true;
-        if (n <= 0) break;
-        done += static_cast<std::size_t>(n);
-    }
-    return done;
-}
-
-/// Writes until all has gone or an error occurs; gives how many bytes went.
-std::size_t WriteFully(
-    int iDescriptor, std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
-    std::size_t done = 0;
-    while (done < iSize) {
-        const ssize_t n =
-            pwrite(iDescriptor, iData + done, iSize - done, static_cast<off_t>(iOffset + done));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += static_cast<std::size_t>(n);
-    }
-    return done;
-}
-
-/// Where files of the process must end; PagedFile::kEndOfOffsets when the system sets no limit.
-std::size_t AllowedEnd() {
-    rlimit limit = {};
-    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) {
-        return PagedFile::kEndOfOffsets;
-    }
-    return std::min<std::size_t>(limit.rlim_cur, PagedFile::kEndOfOffsets);
-}
-
 }  // namespace
 
 constinit PagePool PagedFile::_pool;
 constinit PagedFile* PagedFile::_files = nullptr;
 
-struct PagedFile::Pieces {
+struct PagedFile::GatherList {
     iovec bytes[kRunPages];
     int count = 0;
     std::size_t size = 0;
@@ -88,20 +49,18 @@ PagedFile::PagedFile(dev_t iDevice, ino_t iNumber)
       _device(iDevice),
       _number(iNumber),
       _fileEnd(0),
-      _pages(nullptr),
-      _nPages(0),
-      _nWaiting(0),
-      _lowestWaiting(0),
-      _highestWaiting(0),
+      _nDirty(0),
+      _lowestDirty(0),
+      _highestDirty(0),
       _nFlushes(0) {
     _files = this;
 }
 
 PagedFile::~PagedFile() {
-    for (std::size_t page = 0; page < _nPages; ++page) {
-        if (_pages[page].frame != nullptr) _pool.Release(_pages[page].frame);
+    for (std::size_t page = 0; page < _pages.End(); ++page) {
+        PageFrame* frame = _pages.Find(page).frame;
+        if (frame != nullptr) _pool.Release(frame);
     }
-    std::free(_pages);
     PagedFile** link = &_files;
     while (*link != this) link = &(*link)->_next;
     *link = _next;
@@ -112,7 +71,7 @@ PagedFile* PagedFile::Attach(FILE* ioStream, bool iForWriting) {
     static const bool isHandled = pthread_atfork(nullptr, nullptr, ForgetInherited) == 0;
     if (!isHandled) return nullptr;
     auto* stream = new (std::nothrow) Stream{nullptr, ioStream, fileno(ioStream), iForWriting};
-    PagedFile* file = stream != nullptr ? Of(stream->descriptor) : nullptr;
+    PagedFile* file = stream != nullptr ? FindOrCreate(stream->descriptor) : nullptr;
     if (file == nullptr) {
         delete stream;
         return nullptr;
@@ -137,7 +96,7 @@ PagedFile* PagedFile::Find(dev_t iDevice, ino_t iNumber) {
     return file;
 }
 
-PagedFile* PagedFile::Of(int iDescriptor) {
+PagedFile* PagedFile::FindOrCreate(int iDescriptor) {
     struct stat status = {};
     if (fstat(iDescriptor, &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
     PagedFile* file = Find(status.st_dev, status.st_ino);
@@ -156,8 +115,8 @@ void PagedFile::StartWriting(int iDescriptor) {
 
 void PagedFile::ForgetInherited() {
     for (PagedFile* file = _files; file != nullptr; file = file->_next) {
-        file->_nPages = 0;  // the table itself stays: another thread may have been enlarging it
-        file->_nWaiting = 0;
+        file->_pages.Abandon();
+        file->_nDirty = 0;
     }
     _pool.ForgetAll();
 }
@@ -186,21 +145,21 @@ std::size_t PagedFile::Read(
     const std::size_t size = std::min(iSize, kEndOfOffsets - iOffset);
     std::size_t done = 0;
     while (done < size) {
-        const std::size_t n = ReadSome(iOffset + done, oData + done, size - done, oError);
+        const std::size_t n = ReadStep(iOffset + done, oData + done, size - done, oError);
         if (n == 0) break;
         done += n;
     }
     return done;
 }
 
-std::size_t PagedFile::ReadSome(
+std::size_t PagedFile::ReadStep(
     std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError) {
-    PageFrame* frame = Held(PageOf(iOffset)).frame;
+    PageFrame* frame = _pages.Find(PageOf(iOffset)).frame;
     if (frame == nullptr) {
-        const std::size_t notHeld = NotHeld(iOffset, iSize);
-        if (notHeld < kStraightSize) frame = FindOrTake(PageOf(iOffset));
+        const std::size_t notCached = CountNotCached(iOffset, iSize);
+        if (notCached < kBypassSize) frame = FindOrAdd(PageOf(iOffset));
         if (frame == nullptr) {
-            return ReadFully(Descriptor(false), iOffset, oData, notHeld, oError);
+            return ReadFully(Descriptor(false), iOffset, oData, notCached, oError);
         }
     }
     return ReadPage(*frame, iOffset & (kPageSize - 1), oData, iSize, oError);
@@ -209,7 +168,7 @@ std::size_t PagedFile::ReadSome(
 std::size_t PagedFile::ReadPage(
     PageFrame& ioFrame, std::size_t iFrom, unsigned char* oData, std::size_t iSize, bool& oError) {
     const std::size_t to = std::min<std::size_t>(iFrom + iSize, kPageSize);
-    if (to > ioFrame.valid && !Extend(ioFrame)) oError = true;
+    if (to > ioFrame.valid && !LoadRest(ioFrame)) oError = true;
     const std::size_t end = std::min<std::size_t>(to, ioFrame.valid);
     const std::size_t size = end > iFrom ? end - iFrom : 0;
     if (size != 0) std::memcpy(oData, ioFrame.bytes + iFrom, size);
@@ -222,43 +181,43 @@ bool PagedFile::Write(std::size_t iOffset, const unsigned char* iData, std::size
     if (iOffset + iSize > kEndOfOffsets) return false;
     std::size_t done = 0;
     while (done < iSize) {
-        const std::size_t n = WriteSome(iOffset + done, iData + done, iSize - done);
+        const std::size_t n = WriteStep(iOffset + done, iData + done, iSize - done);
         if (n == 0) return false;
         done += n;
     }
     return true;
 }
 
-std::size_t PagedFile::WriteSome(
+std::size_t PagedFile::WriteStep(
     std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
-    if (iSize >= kStraightSize) return WriteStraight(iOffset, iData, iSize);
+    if (iSize >= kBypassSize) return WriteThrough(iOffset, iData, iSize);
     const std::size_t from = iOffset & (kPageSize - 1);
     const std::size_t size = std::min<std::size_t>(kPageSize - from, iSize);
-    PageFrame* frame = FindOrTake(PageOf(iOffset));
-    const bool isReady = frame != nullptr && Prepare(*frame, from);
-    if (isReady) SetRoom(*frame, _blocks.End());
-    if (isReady && from + size <= frame->room) {
-        Put(*frame, from, iData, size);
+    PageFrame* frame = FindOrAdd(PageOf(iOffset));
+    const bool isReady = frame != nullptr && FillBefore(*frame, from);
+    if (isReady) RaiseDirtyLimit(*frame, _blocks.End());
+    if (isReady && from + size <= frame->dirtyLimit) {
+        StoreDirty(*frame, from, iData, size);
         return size;
     }
-    const std::size_t done = WriteStraight(iOffset, iData, size);
-    if (isReady && done != 0 && from > frame->valid) Show(*frame, from, iData, done);
+    const std::size_t done = WriteThrough(iOffset, iData, size);
+    if (isReady && done != 0 && from > frame->valid) UpdatePage(*frame, from, iData, done);
     if (frame != nullptr && frame->valid == 0) Drop(frame->page);
     return done;
 }
 
-std::size_t PagedFile::WriteStraight(
+std::size_t PagedFile::WriteThrough(
     std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
     std::size_t done = 0;
     if (iOffset + iSize > _fileEnd) done = WriteWithTail(iOffset, iData, iSize);
     done += WriteFully(Descriptor(true), iOffset + done, iData + done, iSize - done);
-    if (done != 0) NoteWritten(iOffset, iOffset + done);
+    if (done != 0) RecordWrite(iOffset, iOffset + done);
     for (std::size_t shown = 0; shown < done;) {
         const std::size_t from = (iOffset + shown) & (kPageSize - 1);
         const std::size_t inPage = std::min<std::size_t>(kPageSize - from, done - shown);
-        PageFrame* frame = Held(PageOf(iOffset + shown)).frame;
+        PageFrame* frame = _pages.Find(PageOf(iOffset + shown)).frame;
         // After a gap the page isn't valid: it will be read from the file.
-        if (frame != nullptr && from <= frame->valid) Show(*frame, from, iData + shown, inPage);
+        if (frame != nullptr && from <= frame->valid) UpdatePage(*frame, from, iData + shown, inPage);
         shown += inPage;
     }
     return done;
@@ -266,10 +225,10 @@ std::size_t PagedFile::WriteStraight(
 
 std::size_t PagedFile::WriteWithTail(
     std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
-    PageFrame* tail = _fileEnd != 0 ? Held(PageOf(_fileEnd - 1)).frame : nullptr;
+    PageFrame* tail = _fileEnd != 0 ? _pages.Find(PageOf(_fileEnd - 1)).frame : nullptr;
     if (tail == nullptr) return 0;
-    WrittenBytes::Run run = tail->written.NextRun(0);
-    for (; !run.IsEmpty(); run = tail->written.NextRun(run.to)) {
+    WrittenBytes::Run run = tail->written.NextDirtyRun(0);
+    for (; !run.IsEmpty(); run = tail->written.NextDirtyRun(run.to)) {
         if (OffsetOf(tail->page) + run.to == iOffset) break;
         (void)WriteBack(*tail, run);  // what can't go waits on
     }
@@ -285,67 +244,56 @@ std::size_t PagedFile::WriteWithTail(
         (void)WriteBack(*tail, run);  // there is room for it where there is none for more
         return 0;
     }
-    NoteWritten(iOffset - before, iOffset);
-    SetInFile(*tail, run);
+    RecordWrite(iOffset - before, iOffset);
+    MarkClean(*tail, run);
     return static_cast<std::size_t>(written) - before;
 }
 
-void PagedFile::NoteWritten(std::size_t iFrom, std::size_t iTo) {
-    _blocks.NoteWritten(Descriptor(true), iFrom, iTo);
+void PagedFile::RecordWrite(std::size_t iFrom, std::size_t iTo) {
+    _blocks.RecordWrite(Descriptor(true), iFrom, iTo);
     _fileEnd = std::max(_fileEnd, iTo);
 }
 
-void PagedFile::Show(
+void PagedFile::UpdatePage(
     PageFrame& ioFrame, std::size_t iFrom, const unsigned char* iData, std::size_t iSize) {
     const std::size_t start = OffsetOf(ioFrame.page);
     const std::size_t to = iFrom + iSize;
     std::memcpy(ioFrame.bytes + iFrom, iData, iSize);
     ioFrame.valid = std::max(ioFrame.valid, static_cast<std::uint16_t>(to));
     const WrittenBytes::Run run = {static_cast<unsigned int>(iFrom), static_cast<unsigned int>(to)};
-    ForgetFlushed(ioFrame);
-    ioFrame.written.AddInFile(run.from, run.to);
-    SetInFile(ioFrame, run);
-    SetRoom(ioFrame, _blocks.EndAfter(start + ioFrame.room, start + iFrom, start + to));
+    ClearFlushed(ioFrame);
+    ioFrame.written.AddClean(run.from, run.to);
+    MarkClean(ioFrame, run);
+    RaiseDirtyLimit(ioFrame, _blocks.EndAfter(start + ioFrame.dirtyLimit, start + iFrom, start + to));
 }
 
-void PagedFile::SetRoom(PageFrame& ioFrame, std::size_t iEndOfBlocks) const {
+void PagedFile::RaiseDirtyLimit(PageFrame& ioFrame, std::size_t iEndOfBlocks) const {
     const std::size_t start = OffsetOf(ioFrame.page);
-    const std::size_t before = start + ioFrame.room;
+    const std::size_t before = start + ioFrame.dirtyLimit;
     std::size_t end = std::min(iEndOfBlocks, start + kPageSize);
-    if (end > before) end = std::min(end, AllowedEnd());
-    if (end > before) ioFrame.room = static_cast<std::uint16_t>(end - start);
+    if (end > before) end = std::min(end, AllowedFileEnd());
+    if (end > before) ioFrame.dirtyLimit = static_cast<std::uint16_t>(end - start);
 }
 
-std::size_t PagedFile::NotHeld(std::size_t iOffset, std::size_t iSize) const {
+std::size_t PagedFile::CountNotCached(std::size_t iOffset, std::size_t iSize) const {
     std::size_t end = iOffset;
-    while (end < iOffset + iSize && Held(PageOf(end)).frame == nullptr) {
+    while (end < iOffset + iSize && _pages.Find(PageOf(end)).frame == nullptr) {
         end = OffsetOf(PageOf(end) + 1);
     }
     return std::min(end - iOffset, iSize);
 }
 
-PageFrame* PagedFile::FindOrTake(std::size_t iPage) {
-    PageFrame* frame = Held(iPage).frame;
+PageFrame* PagedFile::FindOrAdd(std::size_t iPage) {
+    PageFrame* frame = _pages.Find(iPage).frame;
     if (frame != nullptr) return frame;
     const auto page = static_cast<unsigned int>(iPage);
-    if (!_pool.IsWorthTaking(this, page) || !GrowTable(iPage)) return nullptr;
-    frame = _pool.Take(this, page);
-    if (frame != nullptr) _pages[iPage] = {frame, frame->bytes};
+    if (!_pool.IsWorthCaching(this, page) || !_pages.Reserve(iPage)) return nullptr;
+    frame = _pool.Allocate(this, page);
+    if (frame != nullptr) _pages.Set(iPage, frame);
     return frame;
 }
 
-bool PagedFile::GrowTable(std::size_t iPage) {
-    if (iPage < _nPages) return true;
-    const std::size_t nPages = std::max(iPage + 1, 2 * _nPages);
-    auto* pages = static_cast<HeldPage*>(std::realloc(_pages, nPages * sizeof(HeldPage)));
-    if (pages == nullptr) return false;
-    std::fill(pages + _nPages, pages + nPages, HeldPage{});
-    _pages = pages;
-    _nPages = nPages;
-    return true;
-}
-
-bool PagedFile::Extend(PageFrame& ioFrame) {
+bool PagedFile::LoadRest(PageFrame& ioFrame) {
     const std::size_t start = OffsetOf(ioFrame.page);
     const std::size_t room = std::min<std::size_t>(kPageSize, kEndOfOffsets - start);
     bool error = false;
@@ -356,8 +304,8 @@ bool PagedFile::Extend(PageFrame& ioFrame) {
     return !error;
 }
 
-bool PagedFile::Prepare(PageFrame& ioFrame, std::size_t iFrom) {
-    if (iFrom > ioFrame.valid && !Extend(ioFrame)) return false;
+bool PagedFile::FillBefore(PageFrame& ioFrame, std::size_t iFrom) {
+    if (iFrom > ioFrame.valid && !LoadRest(ioFrame)) return false;
     const std::size_t valid = ioFrame.valid;
     if (iFrom <= valid) return true;
     // The file ends before the bytes. Padding, the most that lies before an append, is zero.
@@ -366,50 +314,50 @@ bool PagedFile::Prepare(PageFrame& ioFrame, std::size_t iFrom) {
     return true;
 }
 
-void PagedFile::StartWaiting(PageFrame& ioFrame) {
-    ForgetFlushed(ioFrame);
+void PagedFile::CountDirtyPage(PageFrame& ioFrame) {
+    ClearFlushed(ioFrame);
     const std::size_t page = ioFrame.page;
-    if (_nWaiting++ == 0) {
-        _lowestWaiting = page;
-        _highestWaiting = page;
+    if (_nDirty++ == 0) {
+        _lowestDirty = page;
+        _highestDirty = page;
     }
-    _lowestWaiting = std::min(_lowestWaiting, page);
-    _highestWaiting = std::max(_highestWaiting, page);
+    _lowestDirty = std::min(_lowestDirty, page);
+    _highestDirty = std::max(_highestDirty, page);
 }
 
-void PagedFile::ForgetFlushed(PageFrame& ioFrame) const {
-    if (ioFrame.nFlushes == _nFlushes || ioFrame.written.Wait()) return;
+void PagedFile::ClearFlushed(PageFrame& ioFrame) const {
+    if (ioFrame.nFlushes == _nFlushes || ioFrame.written.IsDirty()) return;
     ioFrame.nFlushes = _nFlushes;
-    ioFrame.written.Forget(kPageSize);
+    ioFrame.written.Clear(kPageSize);
 }
 
-void PagedFile::SetInFile(PageFrame& ioFrame, WrittenBytes::Run iRun) {
-    if (!ioFrame.written.Wait()) return;
-    ioFrame.written.SetInFile(iRun);
-    if (!ioFrame.written.Wait()) --_nWaiting;
+void PagedFile::MarkClean(PageFrame& ioFrame, WrittenBytes::Run iRun) {
+    if (!ioFrame.written.IsDirty()) return;
+    ioFrame.written.MarkClean(iRun);
+    if (!ioFrame.written.IsDirty()) --_nDirty;
 }
 
 bool PagedFile::Flush() {
     ++_nFlushes;
-    if (_nWaiting == 0) return true;
-    for (std::size_t page = _lowestWaiting; page <= _highestWaiting; ++page) {
-        if (Held(page).frame != nullptr) (void)WriteBackPage(static_cast<unsigned int>(page));
+    if (_nDirty == 0) return true;
+    for (std::size_t page = _lowestDirty; page <= _highestDirty; ++page) {
+        if (_pages.Find(page).frame != nullptr) (void)WriteBackPage(static_cast<unsigned int>(page));
     }
-    return _nWaiting == 0;
+    return _nDirty == 0;
 }
 
 bool PagedFile::WriteBackPage(unsigned int iPage) {
-    PageFrame& frame = *_pages[iPage].frame;
+    PageFrame& frame = *_pages.Find(iPage).frame;
     bool all = true;
-    for (WrittenBytes::Run run = frame.written.NextRun(0); !run.IsEmpty();
-         run = frame.written.NextRun(run.to)) {
+    for (WrittenBytes::Run run = frame.written.NextDirtyRun(0); !run.IsEmpty();
+         run = frame.written.NextDirtyRun(run.to)) {
         all = WriteBack(frame, run) && all;
     }
     return all;
 }
 
 bool PagedFile::WriteBack(const PageFrame& iFrame, WrittenBytes::Run iRun) {
-    const Pieces pieces = Collect(iFrame, iRun);
+    const GatherList pieces = Gather(iFrame, iRun);
     std::size_t offset = OffsetOf(iFrame.page) + iRun.from;
     const ssize_t written =
         pwritev(Descriptor(true), pieces.bytes, pieces.count, static_cast<off_t>(offset));
@@ -420,9 +368,9 @@ bool PagedFile::WriteBack(const PageFrame& iFrame, WrittenBytes::Run iRun) {
         const std::size_t size = pieces.bytes[i].iov_len;
         if (atOnce || WriteFully(Descriptor(true), offset, bytes, size) == size) {
             const auto from = static_cast<unsigned int>(offset & (kPageSize - 1));
-            NoteWritten(offset, offset + size);
-            SetInFile(
-                *_pages[PageOf(offset)].frame, {from, from + static_cast<unsigned int>(size)});
+            RecordWrite(offset, offset + size);
+            MarkClean(
+                *_pages.Find(PageOf(offset)).frame, {from, from + static_cast<unsigned int>(size)});
         } else {
             all = false;
         }
@@ -431,14 +379,14 @@ bool PagedFile::WriteBack(const PageFrame& iFrame, WrittenBytes::Run iRun) {
     return all;
 }
 
-PagedFile::Pieces PagedFile::Collect(const PageFrame& iFrame, WrittenBytes::Run iRun) const {
-    Pieces pieces;
+PagedFile::GatherList PagedFile::Gather(const PageFrame& iFrame, WrittenBytes::Run iRun) const {
+    GatherList pieces;
     pieces.Add(iFrame, iRun);
     std::size_t page = iFrame.page;
     for (WrittenBytes::Run run = iRun; run.to == kPageSize && pieces.count < kRunPages;) {
-        const PageFrame* next = Held(++page).frame;
+        const PageFrame* next = _pages.Find(++page).frame;
         if (next == nullptr) break;
-        run = next->written.NextRun(0);
+        run = next->written.NextDirtyRun(0);
         if (run.from != 0 || run.to == 0) break;
         pieces.Add(*next, run);
     }
@@ -446,16 +394,16 @@ PagedFile::Pieces PagedFile::Collect(const PageFrame& iFrame, WrittenBytes::Run 
 }
 
 void PagedFile::Drop(unsigned int iPage) {
-    PageFrame* frame = _pages[iPage].frame;
-    SetInFile(*frame, {0, kPageSize});
-    _pages[iPage] = {};
+    PageFrame* frame = _pages.Find(iPage).frame;
+    MarkClean(*frame, {0, kPageSize});
+    _pages.Clear(iPage);
     _pool.Release(frame);
 }
 
-void PagedFile::DropPages(bool iAlsoWaiting) {
-    for (std::size_t page = 0; page < _nPages; ++page) {
-        const PageFrame* frame = _pages[page].frame;
-        if (frame != nullptr && (iAlsoWaiting || !frame->written.Wait())) {
+void PagedFile::DropPages(bool iAlsoDirty) {
+    for (std::size_t page = 0; page < _pages.End(); ++page) {
+        const PageFrame* frame = _pages.Find(page).frame;
+        if (frame != nullptr && (iAlsoDirty || !frame->written.IsDirty())) {
             Drop(static_cast<unsigned int>(page));
         }
     }

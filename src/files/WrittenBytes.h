@@ -5,15 +5,18 @@
 #include <bit>
 #include <cstdint>
 
-/// Which bytes of a page this process has written, and which of these still wait to go to the file.
+/// Which bytes of a page this process has written, and which of them are dirty: in memory alone, not yet
+/// in the file.
 ///
-/// One bit for each byte tells exactly what was written since the page was last emptied of it: a byte that
-/// this process didn't write may be another process's, and must not go to the file. Those that wait lie in
-/// one range. In it, all that was written goes: to write again what the file has already does no harm
-/// until others may rely on it, which is when the file is flushed.
+/// Each byte of the page has one bit, set when this process writes the byte. A byte without its bit may
+/// have been changed in the file by another process, so it must never be written back.
+///
+/// All dirty bytes lie in one range [_from, _to). A write back of the range writes all bytes in it whose
+/// bit is set. Some of them may be in the file already. To write these again does no harm until the
+/// file is flushed, because only then may others rely on its content.
 class WrittenBytes {
 public:
-    /// Bytes that follow on each other, from `from` to before `to`; none when both are equal.
+    /// Consecutive bytes of the page: from `from` to before `to`. Empty when both are equal.
     struct Run {
         unsigned int from;
         unsigned int to;
@@ -21,31 +24,33 @@ public:
         bool IsEmpty() const { return from == to; }
     };
 
-    /// Bytes that the bits of a page take.
+    /// Bytes of memory for the bits of a page.
     static constexpr unsigned int SizeOfBits(unsigned int iPageSize) { return iPageSize / 8; }
 
     WrittenBytes() = default;
 
-    /// @param ioBits  one for each byte of the page, of any value; they stay the caller's
+    /// @param ioBits  one bit for each byte of the page, of any value; owned by the caller
     WrittenBytes(std::uint64_t* ioBits, unsigned int iPageSize) : _bits(ioBits) {
-        Forget(iPageSize);
+        Clear(iPageSize);
     }
 
-    /// True when bytes wait.
-    bool Wait() const { return _from != _to; }
+    /// True when some bytes are dirty.
+    bool IsDirty() const { return _from != _to; }
 
-    /// Forgets what was written. Nothing may wait.
-    void Forget(unsigned int iPageSize) { std::fill_n(_bits, iPageSize / kWordBits, 0); }
+    /// Clears all bits. No byte may be dirty.
+    void Clear(unsigned int iPageSize) { std::fill_n(_bits, iPageSize / kWordBits, 0); }
 
-    /// Adds bytes that wait, at least one.
-    void AddWaiting(unsigned int iFrom, unsigned int iTo) {
-        AddInFile(iFrom, iTo);
-        _from = static_cast<std::uint16_t>(Wait() ? std::min<unsigned int>(_from, iFrom) : iFrom);
+    /// Records bytes, at least one, that were written to memory alone.
+    void AddDirty(unsigned int iFrom, unsigned int iTo) {
+        AddClean(iFrom, iTo);
+        _from = static_cast<std::uint16_t>(IsDirty() ? std::min<unsigned int>(_from, iFrom) : iFrom);
         _to = static_cast<std::uint16_t>(std::max<unsigned int>(_to, iTo));
     }
 
-    /// Adds bytes that were written to the file at once, at least one.
-    void AddInFile(unsigned int iFrom, unsigned int iTo) {
+    /// Records bytes, at least one, that were written to memory and to the file.
+    void AddClean(unsigned int iFrom, unsigned int iTo) {
+        // The first word takes the bits from iFrom on, the last one those before iTo, and each word
+        // between them all 64. The two masks meet when the run lies in one word.
         unsigned int word = iFrom / kWordBits;
         const unsigned int lastWord = (iTo - 1) / kWordBits;
         std::uint64_t mask = kAllBits << iFrom % kWordBits;
@@ -56,14 +61,15 @@ public:
         _bits[word] |= mask & kAllBits >> (kWordBits - 1 - (iTo - 1) % kWordBits);
     }
 
-    /// The first run to go to the file at or after a byte.
-    Run NextRun(unsigned int iAt) const {
+    /// The first run of bytes to write back, at or after a byte of the page.
+    Run NextDirtyRun(unsigned int iAt) const {
         const unsigned int from = Find(std::max<unsigned int>(iAt, _from), true);
         return {from, Find(from, false)};
     }
 
-    /// Takes note that a run reached the file. What lies in the middle of those that wait stays with them.
-    void SetInFile(Run iRun) {
+    /// Records that a run has reached the file. The dirty range shrinks only from its start: a run in the
+    /// middle stays in the range.
+    void MarkClean(Run iRun) {
         if (iRun.from <= _from && iRun.to > _from) {
             _from = static_cast<std::uint16_t>(Find(std::min<unsigned int>(iRun.to, _to), true));
         }
@@ -74,10 +80,11 @@ private:
     static constexpr unsigned int kWordBits = 64;
     static constexpr std::uint64_t kAllBits = ~std::uint64_t{0};
 
-    /// The first byte from `iFrom` on that was written, or wasn't; `_to` when there is none before it.
+    /// The first byte from `iFrom` on whose bit is set, or is clear; `_to` when there is none before it.
     unsigned int Find(unsigned int iFrom, bool iIsWritten) const {
         unsigned int at = iFrom;
         while (at < _to) {
+            // Looks at 64 bits in one step: after the shift, bit 0 belongs to the byte `at`.
             const std::uint64_t word = iIsWritten ? _bits[at / kWordBits] : ~_bits[at / kWordBits];
             const std::uint64_t rest = word >> at % kWordBits;
             if (rest != 0) {
@@ -90,8 +97,8 @@ private:
     }
 
     std::uint64_t* _bits = nullptr;
-    std::uint16_t _from = 0;  ///< the first byte that waits
-    std::uint16_t _to = 0;    ///< no byte from here on waits
+    std::uint16_t _from = 0;  ///< the first dirty byte
+    std::uint16_t _to = 0;    ///< after the last dirty byte; equal to `_from` when none is dirty
 };
 
 #endif

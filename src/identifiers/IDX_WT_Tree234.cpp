@@ -237,11 +237,11 @@ IDX_Bool IDX_WT_Tree234::_Query(
     IDX_Bool iInsert,
     unsigned int& oItemOffset) {
     oItemOffset = 0;
-    const auto searchWith = [&](const auto& hand) {
-        Tree234Search search(*this, hand, iItem, iId, iInsert != IDX_False, oItemOffset);
+    const auto searchWith = [&](const auto& cache) {
+        Tree234Search search(*this, cache, iItem, iId, iInsert != IDX_False, oItemOffset);
         return search.Run(iParentOffset, iChildIndex) ? IDX_True : IDX_False;
     };
-    if (m_file == &m_memFile) return searchWith(BlockInHand(m_memFile));
-    if (m_file == &m_diskFile) return searchWith(PagesInHand(m_diskFile));
-    return searchWith(NothingInHand());
+    if (m_file == &m_memFile) return searchWith(CachedBlock(m_memFile));
+    if (m_file == &m_diskFile) return searchWith(CachedPages(m_diskFile));
+    return searchWith(NothingCached());
 }

@@ -3,7 +3,7 @@
 
 #include "Tree234Records.h"
 #include "common/TraceFailure.h"
-#include "files/BytesInHand.h"
+#include "files/CachedBytes.h"
 
 #include "IDX_Base_Identifier.h"
 
@@ -27,22 +27,22 @@ private:
 };
 
 /// One search on its way down the tree, for a look-up or an insertion, and the node that it has come to.
-/// @tparam Hand  what the tree's store has in hand: reads of it cost a look at the bytes where they lie. Every write,
+/// @tparam Cache  what the tree's store has in hand: reads of it cost a look at the bytes where they lie. Every write,
 ///               and every read of what isn't in hand, is an operation of the store, through its virtual slots.
-template <class Hand>
+template <class Cache>
 class Tree234Search {
 public:
     /// @param iItem  to be inserted; null for a look-up
     Tree234Search(
         IDX_WT_Tree234& ioTree,
-        const Hand& iHand,
+        const Cache& iCache,
         const IDX_234Struct_ItemSlot* iItem,
         const IDX_Base_Identifier& iId,
         bool iInsert,
         unsigned int& oItemOffset)
         : _tree(ioTree),
           _store(*ioTree.m_file),
-          _hand(iHand),
+          _cache(iCache),
           _item(iItem),
           _id(iId),
           _insert(iInsert),
@@ -88,13 +88,13 @@ private:
     }
 
     bool HasRoot() {
-        const std::span<const unsigned char> manifest = _hand.From(0);
+        const std::span<const unsigned char> manifest = _cache.BytesFrom(0);
         if (manifest.size() < sizeof(IDX_234Struct_Manifest)) return _tree._HasRoot() != IDX_False;
         return LoadAt<unsigned int>(manifest.data(), kTree234RootOffset) != 0;
     }
 
     bool ReadNode(unsigned int iOffset, Tree234Node& oNode) {
-        const std::span<const unsigned char> bytes = _hand.From(iOffset);
+        const std::span<const unsigned char> bytes = _cache.BytesFrom(iOffset);
         if (bytes.size() < kTree234NodeSize)
             return _store.ReadAt(iOffset, &oNode, kTree234NodeSize) != IDX_False;
         std::memcpy(&oNode, bytes.data(), kTree234NodeSize);
@@ -115,10 +115,10 @@ private:
     /// Has the processor fetch the children side by side while the identifiers are compared: read behind that, the
     /// next node would be waited for. No branch on what the node has: half of these would be guessed wrong.
     void PrefetchBelow() const {
-        for (const unsigned int child : _node.children) _hand.Prefetch(child, kTree234NodeSize);
-        if (!Hand::kIsFar) return;
+        for (const unsigned int child : _node.children) _cache.Prefetch(child, kTree234NodeSize);
+        if (!Cache::kNeedsLookup) return;
         for (unsigned int i = 1; i < Tree234Node::kMaxItems; ++i) {
-            _hand.Prefetch(_node.items[i] + _tree.m_itemSize, sizeof(unsigned int));
+            _cache.Prefetch(_node.items[i] + _tree.m_itemSize, sizeof(unsigned int));
         }
     }
 
@@ -298,7 +298,7 @@ private:
         constexpr unsigned int kNowhere = std::numeric_limits<unsigned int>::max();
         const unsigned int offset =
             iItem <= kNowhere - _tree.m_itemSize ? iItem + _tree.m_itemSize : kNowhere;
-        const std::span<const unsigned char> bytes = _hand.From(offset);
+        const std::span<const unsigned char> bytes = _cache.BytesFrom(offset);
         if (bytes.size() >= sizeof(unsigned int)) {
             const auto size = LoadAt<unsigned int>(bytes.data(), 0);
             if (size <= bytes.size() - sizeof size) {
@@ -312,7 +312,7 @@ private:
 
     IDX_WT_Tree234& _tree;
     IDX_WT_File& _store;
-    const Hand _hand;
+    const Cache _cache;
     const IDX_234Struct_ItemSlot* _item;
     const IDX_Base_Identifier& _id;
     const bool _insert;
