@@ -8,11 +8,10 @@
 #include "IDX_Bool.h"
 #include "VEXUnicodeString.h"
 
-/// The whole identity of an indexed object: an object id and a logical id of 16 bytes each, a type id
-/// and the name of a repository. Owns all of it. docs/file-formats.md, "Serial form of a working
-/// identifier".
+/// The full identity of an indexed object: an object id and a logical id of 16 bytes each, a type id and
+/// the name of a repository. Owns its fields. docs/file-formats.md, "Serial form of a working identifier".
 ///
-/// One thread at a time for one object, even for reading: GetObjectAndLogicalID() keeps what it built.
+/// One thread at a time for one object, even for reading: GetObjectAndLogicalID() changes a field.
 class GRIDLOOM_API IDXWorkingID {
 public:
     /// All fields empty.
@@ -26,14 +25,14 @@ public:
     const IDX_Base_String& GetTypeID() const { return _TypeID; }
     const IDX_Base_String& GetRepositoryName() const { return _RepositoryName; }
 
-    /// Object id and logical id as 32 bytes, built at the first request. Valid until the object changes.
-    /// Fatal stop when one of them hasn't 16 bytes.
+    /// The object id and then the logical id, 32 bytes, built at the first request. Valid until the object
+    /// changes. Fatal stop when one of the two doesn't have 16 bytes.
     const IDX_Base_ByteArray& GetObjectAndLogicalID() const;
 
     /// Sets `oType` to the type id as a text.
     void GetType(VEXUnicodeString& oType) const;
 
-    /// Any number of bytes is taken; the operations that need 16 say so.
+    /// Accept any number of bytes. The operations that need 16 bytes say so.
     void SetObjectID(const IDX_Base_ByteArray& iObjectID);
     void SetLogicalID(const IDX_Base_ByteArray& iLogicalID);
 
@@ -43,24 +42,24 @@ public:
     void SetTypeID(const IDX_Base_String& iTypeID);
     void SetRepositoryName(const IDX_Base_String& iRepositoryName);
 
-    /// Compare the object ids alone.
+    /// Compare the object ids only.
     IDX_Bool operator==(const IDXWorkingID& iOther) const;
     IDX_Bool operator!=(const IDXWorkingID& iOther) const;
 
-    /// Replaces the content of `oBuffer` by the serial form. It can be read back when both ids have 16
-    /// bytes. Fatal stop when it would reach 2^32 bytes.
+    /// Replaces the content of `oBuffer` by the serial form. ConvertFromBuffer() can read it when both ids
+    /// have 16 bytes. Fatal stop when it would have 2^32 bytes or more.
     void ConvertToBuffer(IDX_Base_Buffer& oBuffer);
 
-    /// Takes all fields from a serial form, whatever the bytes. From a buffer that isn't one, exactly and
-    /// to its last byte, all fields come out empty; the caller sees it by the empty object id.
+    /// Sets all fields from a serial form. Any bytes are safe. When the buffer isn't exactly one serial form,
+    /// all fields become empty; the caller sees this by the empty object id.
     void ConvertFromBuffer(IDX_Base_Buffer& iBuffer);
 
 private:
-    bool _TakeFields(const unsigned char* iData, std::size_t iSize);
+    bool _ReadFields(const unsigned char* iData, std::size_t iSize);
 
     IDX_Base_ByteArray _OID;                ///< object id, 16 bytes when complete
     IDX_Base_ByteArray _LID;                ///< logical id, 16 bytes when complete
-    mutable IDX_Base_ByteArray _OIDAndLID;  ///< the one behind the other, or empty: not built yet
+    mutable IDX_Base_ByteArray _OIDAndLID;  ///< both ids in this order; empty when not built yet
     IDX_Base_String _TypeID;                ///< without a terminator
     IDX_Base_String _RepositoryName;        ///< without a terminator
 };

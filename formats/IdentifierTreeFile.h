@@ -2,6 +2,7 @@
 #define IdentifierTreeFile_h
 
 #include "Damage.h"
+#include "LengthPrefix.h"
 #include "SplitFile.h"
 #include "UnalignedMemory.h"
 
@@ -12,9 +13,9 @@
 #include <utility>
 #include <vector>
 
-// The identifier tree file: a manifest, then nodes and items in the order in which they were appended, each at
-// a multiple of 4. An item is a record of a size that the subclass sets, and after it the identifier,
-// length-prefixed. Host byte order, which the manifest tells. docs/file-formats.md, "Identifier tree file".
+// The identifier tree file: a manifest, then nodes and items in the order in which they were appended. Each
+// starts at a multiple of 4. An item is a record, whose size the subclass sets, and then the identifier,
+// length-prefixed. Host byte order; the manifest says which. docs/file-formats.md, "Identifier tree file".
 
 /// How the file of every tree starts. A subclass's manifest begins with it. 8 bytes.
 struct IDX_234Struct_Manifest {
@@ -39,11 +40,11 @@ struct IDX_234Struct_ItemSlot {
 };
 static_assert(sizeof(IDX_234Struct_ItemSlot) == 16, "identifier tree file: record");
 
-/// A node of the tree. Its items stand to the left; a 0 ends them. 28 bytes.
+/// A node of the tree. Its items fill the array from the left; a 0 follows the last one. 28 bytes.
 struct Tree234Node {
     static constexpr unsigned int kMaxItems = 3;
 
-    unsigned int children[4];  //   0  16  offsets of nodes; child i lies left of item i
+    unsigned int children[4];  //   0  16  offsets of nodes; child i has identifiers below item i
     unsigned int items[3];     //  16  12  offsets of items
 
     bool IsLeaf() const { return children[0] == 0; }
@@ -63,23 +64,23 @@ static_assert(
     std::is_trivially_copyable<Tree234Node>::value,
     "identifier tree file: nodes are copied as bytes");
 
-/// No sound tree is higher: one of h levels has 2^h - 1 nodes or more, each with an item, which take 28 and 20
-/// bytes, and a file ends before 2^31.
+/// No undamaged tree has more levels. A tree of h levels has 2^h - 1 nodes or more. Each node has an item.
+/// Both together take 28 + 20 bytes, and a file ends before 2^31.
 constexpr unsigned int kMaxTree234Levels = 32;
 
-/// An identifier tree file where it lies, for reading. Files from strangers go through Check() first; from then on
-/// nothing here leaves the file.
+/// A read-only view of an identifier tree file in memory. A file that isn't trusted goes through Check()
+/// first. After that no access leaves the file.
 class IdentifierTreeFile {
 public:
-    /// An identifier where it lies.
+    /// The bytes of an identifier inside the file.
     struct Identifier {
         const unsigned char* bytes;
         std::size_t size;
     };
 
-    /// @param iBytes         the file; stays the caller's and must outlive this
+    /// @param iBytes         the file; owned by the caller, must outlive this view
     /// @param iSize          bytes of the file
-    /// @param iManifestSize  bytes of the manifest, the subclass's own among them
+    /// @param iManifestSize  bytes of the manifest, including those of the subclass
     /// @param iRecordSize    bytes of a record
     IdentifierTreeFile(
         const unsigned char* iBytes,
@@ -88,9 +89,9 @@ public:
         std::size_t iRecordSize)
         : _bytes(iBytes), _size(iSize), _manifestSize(iManifestSize), _recordSize(iRecordSize) {}
 
-    /// Whether the file is a tree as the library writes it: nodes of one depth, identifiers that rise, and every
-    /// byte of the file in exactly one node or item. n log n for n nodes and items.
-    /// @param oItems  where the items stand, in rising order of their identifiers
+    /// Whether the file is a tree as the library writes it: all leaves at one depth, identifiers in rising order,
+    /// and each byte of the file in exactly one node or item. Takes n log n for n nodes and items.
+    /// @param oItems  offsets of the items, in rising order of their identifiers
     Damage Check(std::vector<unsigned int>& oItems) const;
 
     std::size_t Size() const { return _size; }
@@ -102,25 +103,23 @@ public:
     const unsigned char* RecordOf(std::size_t iItem) const { return _bytes + iItem; }
     Identifier IdentifierOf(std::size_t iItem) const {
         const std::size_t length = iItem + _recordSize;
-        return {_bytes + length + kLengthSize, LoadAt<unsigned int>(_bytes, length)};
+        return {_bytes + length + kLengthPrefixSize, LoadAt<LengthPrefix>(_bytes, length)};
     }
 
-    /// Bytes of an item; 0 when it doesn't lie in the file as a whole.
+    /// Bytes of an item; 0 when it isn't inside the file as a whole.
     std::size_t SizeOfItem(std::size_t iItem) const {
-        if (!Holds(iItem, _recordSize + kLengthSize)) return 0;
-        const std::size_t size = _recordSize + kLengthSize + IdentifierOf(iItem).size;
+        if (!Holds(iItem, _recordSize + kLengthPrefixSize)) return 0;
+        const std::size_t size = _recordSize + kLengthPrefixSize + IdentifierOf(iItem).size;
         return Holds(iItem, size) ? size : 0;
     }
 
-    /// Whether a node or item of that length may stand at an offset.
+    /// Whether a node or item of that length may start at an offset.
     bool Holds(std::size_t iOffset, std::size_t iLength) const {
         return iOffset >= FirstBlock() && iOffset % kFileAlignment == 0 && iOffset <= _size &&
                iLength <= _size - iOffset;
     }
 
 private:
-    static constexpr std::size_t kLengthSize = 4;
-
     const unsigned char* _bytes;
     std::size_t _size;
     std::size_t _manifestSize;
@@ -154,6 +153,7 @@ private:
         if (iLevel == kMaxTree234Levels || _cover.size() > _file.Size() / kTree234NodeSize) {
             return Fail(iNode, "more levels or nodes than a tree of this length has");
         }
+        // A cycle ends at one of the two limits. An overlap of nodes is found at the end, by CheckCover().
         _cover.emplace_back(iNode, kTree234NodeSize);
         const Tree234Node node = _file.Node(iNode);
         const unsigned int nItems = node.CountItems();
@@ -162,12 +162,13 @@ private:
         if (node.IsLeaf() && !IsLeafLevel(iLevel)) return Fail(iNode, "a leaf of another depth");
         for (unsigned int i = 0; i <= nItems; ++i) {
             if (!node.IsLeaf() && !Visit(node.children[i], iLevel + 1)) return false;
-            if (i < nItems && !TakeItem(node.items[i])) return false;
+            if (i < nItems && !AddItem(node.items[i])) return false;
         }
         return true;
     }
 
-    /// Whether the items and children stand to the left, and the children are none or one more than the items.
+    /// Whether items and children fill their arrays from the left. A leaf has no child; an inner node has one
+    /// child more than items.
     static bool HasRightFields(const Tree234Node& iNode, unsigned int iItems) {
         for (unsigned int i = 0; i <= Tree234Node::kMaxItems; ++i) {
             const bool hasChild = !iNode.IsLeaf() && i <= iItems;
@@ -177,12 +178,14 @@ private:
         return true;
     }
 
+    /// Whether a leaf at this level is as deep as the first leaf that was met.
     bool IsLeafLevel(unsigned int iLevel) {
         if (_leafLevel == kMaxTree234Levels) _leafLevel = iLevel;
         return _leafLevel == iLevel;
     }
 
-    bool TakeItem(unsigned int iItem) {
+    /// Checks an item and adds it to the list. Its identifier must be above the one before.
+    bool AddItem(unsigned int iItem) {
         const std::size_t size = _file.SizeOfItem(iItem);
         if (size == 0) return Fail(iItem, "no item, or one past the end of the file");
         const Identifier identifier = _file.IdentifierOf(iItem);
@@ -201,7 +204,8 @@ private:
         return order != 0 ? order < 0 : iFirst.size < iSecond.size;
     }
 
-    /// Whether nodes and items follow on each other from the manifest to the end of the file.
+    /// Whether nodes and items follow each other from the manifest to the end of the file, without a gap (but
+    /// for padding) and without an overlap.
     Damage CheckCover() {
         std::sort(_cover.begin(), _cover.end());
         std::size_t end = _file.FirstBlock();
@@ -217,7 +221,7 @@ private:
     std::vector<unsigned int>& _items;
     std::vector<std::pair<std::size_t, std::size_t>> _cover;  ///< offset and length of what was met
     Identifier _last = {nullptr, 0};
-    unsigned int _leafLevel = kMaxTree234Levels;  ///< that many before the first leaf
+    unsigned int _leafLevel = kMaxTree234Levels;  ///< kMaxTree234Levels before the first leaf
     Damage _damage;
 };
 

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// What an index of parts holds: three kinds of files in the live sub-directory of an index directory.
+// The files of a part index, in the live sub-directory of an index directory.
 // docs/file-formats.md, "Part index".
 
 constexpr char kOctreesName[] = "Octrees";  ///< base of a split file: an octree image for each part
@@ -30,7 +30,7 @@ struct PartRecord {
 static_assert(sizeof(PartRecord) == 48 && offsetof(PartRecord, box) == 16, "part index: record");
 static_assert(offsetof(PartRecord, nOccupiedLow) == 40, "part index: record");
 
-/// What follows on the first 8 bytes of the identifier tree's manifest. 8 bytes.
+/// The part index's own fields in the identifier tree's manifest, after its first 8 bytes. 8 bytes.
 struct PartsManifest {
     std::uint32_t format;  // 0  4  kPartsFormat
     std::uint32_t nParts;  // 4  4  parts in the index

@@ -13,9 +13,9 @@ struct RedirectingFile {
     bool IsValid() const { return number == 1 || number == 2; }
 };
 
-/// Of the two sub-directories the one that isn't `iNumber`.
+/// The number of the other sub-directory: 2 for 1, and 1 for 2.
 constexpr int OtherSubDirectory(int iNumber) {
-    return 3 - iNumber;
+    return iNumber == 1 ? 2 : 1;
 }
 static_assert(sizeof(RedirectingFile) == 4, "redirecting file");
 static_assert(std::is_trivially_copyable<RedirectingFile>::value, "redirecting file is bytes");

@@ -3,18 +3,18 @@
 
 #include <cstddef>
 
-// A split file is a series of pieces, each a file of its own without a header: what was appended, each time
-// from a multiple of kFileAlignment on. docs/file-formats.md, "Split file".
+// A split file is a series of numbered files, its pieces. A piece has no header. It holds the appended data,
+// and each append starts at a multiple of kFileAlignment. docs/file-formats.md, "Split file".
 
 /// Names of pieces and of their lock files, for printf: base path, number of the piece, suffix.
 constexpr char kPieceNameFormat[] = "%s%d%s";
 constexpr char kPieceSuffix[] = "";
 constexpr char kLockSuffix[] = ".lock";
 
-/// Bytes of a buffer that each of these names has to fit into, with its end.
+/// Bytes of the buffer for a name, with its terminator. A longer name is an error.
 constexpr std::size_t kPieceNameSize = 2048;
 
-/// What is appended to an index file begins at a multiple of as many bytes.
+/// Each append to an index file starts at a multiple of this number of bytes.
 constexpr unsigned int kFileAlignment = 4;
 
 /// Where the next append begins, after one that ended at `iEnd`.

@@ -11,6 +11,7 @@
 #include "IDX_WT_Identifier.h"
 #include "IdxFile.h"
 
+#include "formats/LengthPrefix.h"
 #include "formats/SplitFile.h"
 
 #include <cerrno>
@@ -19,11 +20,13 @@
 
 namespace {
 
-constexpr unsigned int kLengthSize = sizeof(unsigned int);
-constexpr unsigned int kStackSize =
-    1024;  ///< values up to this size are read without an allocation
+/// Values up to this size, in bytes, are read without an allocation.
+constexpr unsigned int kStackSize = 1024;
 
-/// The next multiple of 4. A size that has none in 32 bits stays as it is.
+// The value forms call ReadAt and WriteAt of bytes, which a derived class may override. Of what these give,
+// IDX_True alone counts as success, so the tests here are `!= IDX_True`.
+
+/// A size rounded up to a multiple of 4; `iOtherwise` when that needs more than 32 bits.
 unsigned int Align(unsigned long long iSize, unsigned int iOtherwise) {
     const std::size_t aligned = NextAppend(iSize);
     return aligned <= 0xFFFFFFFFULL ? static_cast<unsigned int>(aligned) : iOtherwise;
@@ -37,12 +40,14 @@ void SetBytes(IDX_Base_String& oValue, const unsigned char* iData, unsigned int 
     oValue.SetData(reinterpret_cast<const char*>(iData), iSize);
 }
 
-/// The tags of one kind of value.
+// A byte array and a string are read by the same templates. They differ in SetBytes() and in their tags.
+
+/// The tags of one kind of value, one for each step that can fail.
 struct ReadTags {
     const char* length;
     const char* heap;
     const char* stack;
-    const char* data;  ///< traced behind either of the two before
+    const char* data;  ///< traced after `heap` or `stack`
 };
 
 constexpr ReadTags kByteArrayReadTags = {
@@ -53,6 +58,7 @@ constexpr ReadTags kStringReadTags = {
     "IDX_WT_File.ReadAt(String).ReadAt(length)", "IDX_WT_File.ReadAt(String).ReadAt(data) (1)",
     "IDX_WT_File.ReadAt(String).ReadAt(data) (2)", "IDX_WT_File.ReadAt(String).ReadAt(data)"};
 
+/// Reads by way of a block on the heap; false when the read fails or there is no memory for the block.
 template <class Value>
 bool ReadOverHeap(IDX_WT_File& ioFile, unsigned int iOffset, unsigned int iSize, Value& oValue) {
     struct Free {
@@ -65,6 +71,7 @@ bool ReadOverHeap(IDX_WT_File& ioFile, unsigned int iOffset, unsigned int iSize,
     return true;
 }
 
+/// Reads by way of a buffer on the stack.
 template <class Value>
 bool ReadOverStack(IDX_WT_File& ioFile, unsigned int iOffset, unsigned int iSize, Value& oValue) {
     unsigned char bytes[kStackSize];
@@ -73,7 +80,7 @@ bool ReadOverStack(IDX_WT_File& ioFile, unsigned int iOffset, unsigned int iSize
     return true;
 }
 
-/// Reads `iSize` bytes, at least one.
+/// Reads `iSize` bytes, at least one. Empties the value on failure.
 template <class Value>
 IDX_Bool ReadBytes(
     IDX_WT_File& ioFile,
@@ -92,7 +99,7 @@ IDX_Bool ReadBytes(
     return IDX_False;
 }
 
-/// Reads a value without a prefix.
+/// Reads a value without a length prefix. A value of no bytes needs no access to the file.
 template <class Value>
 IDX_Bool ReadData(
     IDX_WT_File& ioFile,
@@ -109,12 +116,12 @@ IDX_Bool ReadData(
 template <class Value>
 IDX_Bool ReadPrefixed(
     IDX_WT_File& ioFile, unsigned int iOffset, Value& oValue, const ReadTags& iTags) {
-    unsigned int length = 0;
-    if (ioFile.ReadAt(iOffset, &length, kLengthSize) != IDX_True) {
+    LengthPrefix length = 0;
+    if (ioFile.ReadAt(iOffset, &length, sizeof length) != IDX_True) {
         oValue.SetData(nullptr, 0);
         return TraceNo(iTags.length);
     }
-    if (ReadData(ioFile, iOffset + kLengthSize, length, oValue, iTags) != IDX_True) {
+    if (ReadData(ioFile, iOffset + kLengthPrefixSize, length, oValue, iTags) == IDX_False) {
         return TraceNo(iTags.data);
     }
     return IDX_True;
@@ -130,11 +137,12 @@ IDX_Bool WritePrefixed(
     const char* iDataTag) {
     if (ioFile.WriteAt(iOffset, iSize) != IDX_True) return TraceNo(iSizeTag);
     if (iSize == 0) return IDX_True;
-    if (ioFile.WriteAt(iOffset + kLengthSize, iData, iSize) != IDX_True) return TraceNo(iDataTag);
+    if (ioFile.WriteAt(iOffset + kLengthPrefixSize, iData, iSize) != IDX_True)
+        return TraceNo(iDataTag);
     return IDX_True;
 }
 
-/// Reverses the bytes of a number where it stands.
+/// Reverses the bytes of a number in the file.
 template <class Number>
 IDX_Bool SwapAt(
     IDX_WT_File& ioFile, unsigned int iOffset, const char* iReadTag, const char* iWriteTag) {
@@ -154,6 +162,7 @@ IDX_WT_File::~IDX_WT_File() {
 }
 
 inline IdxFile& IDX_WT_File::Entry() const {
+    // The look-up hashes the path, so its result is kept. Entries live as long as the process.
     if (m_entry == nullptr) m_entry = IdxFile::GetFile(m_path);
     return *m_entry;
 }
@@ -168,6 +177,7 @@ void IDX_WT_File::SetPath(const char* iPath) {
 }
 
 IDX_Bool IDX_WT_File::OpenRead(const char* iPath) {
+    // The entry of the path is shared: when some object has the path open for reading, this one joins it.
     SetPath(iPath);
     IdxFile& entry = Entry();
     Require(
@@ -190,7 +200,8 @@ IDX_Bool IDX_WT_File::OpenWrite(const char* iPath) {
         "AssertionFailed:NotOpened == idxFile->m_mode || ReadWrite == idxFile->m_mode");
     if (entry.m_stream != nullptr) return IDX_True;
     FILE* stream = std::fopen(iPath, "rb+");
-    // What exists and can't be opened now, for want of descriptors say, must not be emptied.
+    // Mode "wb+" empties a file. So it is used only when the file doesn't exist, and not when its opening
+    // failed for another reason, such as too many open files.
     if (stream == nullptr && errno == ENOENT) stream = std::fopen(iPath, "wb+");
     if (stream == nullptr) return TraceNo("IDX_WT_File.OpenWrite.fopen");
     entry.Attach(stream, IdxFile::ReadWrite);
@@ -199,11 +210,12 @@ IDX_Bool IDX_WT_File::OpenWrite(const char* iPath) {
         entry.CloseStream();
         return TraceNo("IDX_WT_File.OpenRead.fseek");
     }
-    entry.m_size = Align(end, end);
+    entry.m_size = Align(end, end);  // where the next append starts
     return IDX_True;
 }
 
 IDX_Bool IDX_WT_File::Close() {
+    // An empty path has no entry of its own: nothing was opened, or the path was forgotten.
     if (m_path.GetLengthInByte() != 0 && !Entry().CloseStream()) {
         IDX_Base_Trace::Debug("IDX_WT_File.Close.fclose");
     }
@@ -239,6 +251,7 @@ IDX_Bool IDX_WT_File::ReadAt(unsigned int iOffset, void* oData, unsigned int iDa
     if (oData == nullptr || iDataSize == 0) {
         return TraceNo("IDX_WT_File.ReadAt.InvalidInputData");
     }
+    // The bytes of most reads are in memory. A seek can fail on its own, and has its own tag.
     PagedFile* pages = entry.m_pages;
     if (pages != nullptr && pages->ReadCached(iOffset, oData, iDataSize)) return IDX_True;
     if (!entry.Seek(iOffset)) {
@@ -261,6 +274,7 @@ IDX_Bool IDX_WT_File::Write(const void* iData, unsigned int iDataSize) {
     IdxFile& entry = Entry();
     if (entry.m_mode != IdxFile::ReadWrite) return TraceNo("IDX_WT_File.Write.InvalidFile");
     if (iData == nullptr || iDataSize == 0) return TraceNo("IDX_WT_File.Write.InvalidData");
+    // GetSize() is virtual: a derived class decides where an append goes.
     const unsigned int offset = GetSize();
     PagedFile* pages = entry.m_pages;
     if (pages == nullptr || !pages->WriteCached(offset, iData, iDataSize)) {
@@ -275,6 +289,7 @@ IDX_Bool IDX_WT_File::WriteAt(unsigned int iOffset, const void* iData, unsigned 
     IdxFile& entry = Entry();
     if (entry.m_mode != IdxFile::ReadWrite) return TraceNo("IDX_WT_File.Write.InvalidFile");
     if (iData == nullptr) return TraceNo("IDX_WT_File.Write.InvalidData");
+    // The size grows before the write and stays so when the write fails. That is part of the interface.
     const unsigned long long end = 0ULL + iOffset + iDataSize;
     if (end > entry.m_size) entry.m_size = Align(end, entry.m_size);
     PagedFile* pages = entry.m_pages;
@@ -307,8 +322,10 @@ IDX_Bool IDX_WT_File::ReadAt(unsigned int iOffset, IDX_Base_String& oValue) {
 }
 
 IDX_Bool IDX_WT_File::ReadAt(unsigned int iOffset, IDX_WT_Identifier& oValue) {
-    if (ReadAt(iOffset, oValue.GetByteArray()) == IDX_True) return IDX_True;
-    return TraceNo("IDX_WT_File.ReadAt(ID).ReadAt(ByteArray)");
+    if (ReadAt(iOffset, oValue.GetByteArray()) == IDX_False) {
+        return TraceNo("IDX_WT_File.ReadAt(ID).ReadAt(ByteArray)");
+    }
+    return IDX_True;
 }
 
 IDX_Bool IDX_WT_File::ReadAt(unsigned int iOffset, unsigned int iSize, IDX_Base_ByteArray& oValue) {
@@ -324,18 +341,24 @@ IDX_Bool IDX_WT_File::Write(unsigned int iValue) {
 }
 
 IDX_Bool IDX_WT_File::Write(const IDX_Base_ByteArray& iValue) {
-    if (WriteAt(GetSize(), iValue) == IDX_True) return IDX_True;
-    return TraceNo("IDX_WT_File.Write(ByteArray).WriteAt(ByteArray)");
+    if (WriteAt(GetSize(), iValue) == IDX_False) {
+        return TraceNo("IDX_WT_File.Write(ByteArray).WriteAt(ByteArray)");
+    }
+    return IDX_True;
 }
 
 IDX_Bool IDX_WT_File::Write(const IDX_Base_String& iValue) {
-    if (WriteAt(GetSize(), iValue) == IDX_True) return IDX_True;
-    return TraceNo("IDX_WT_File.Write(IDX_Base_String).WriteAt(IDX_Base_String)");
+    if (WriteAt(GetSize(), iValue) == IDX_False) {
+        return TraceNo("IDX_WT_File.Write(IDX_Base_String).WriteAt(IDX_Base_String)");
+    }
+    return IDX_True;
 }
 
 IDX_Bool IDX_WT_File::Write(const IDX_Base_Identifier& iValue) {
-    if (WriteAt(GetSize(), iValue) == IDX_True) return IDX_True;
-    return TraceNo("IDX_WT_File.Write(IDX_Base_Identifier).WriteAt(IDX_Base_Identifier)");
+    if (WriteAt(GetSize(), iValue) == IDX_False) {
+        return TraceNo("IDX_WT_File.Write(IDX_Base_Identifier).WriteAt(IDX_Base_Identifier)");
+    }
+    return IDX_True;
 }
 
 IDX_Bool IDX_WT_File::WriteAt(unsigned int iOffset, unsigned short iValue) {

@@ -5,6 +5,8 @@
 #include <sys/mman.h>
 
 PageFrame* PagePool::Allocate(PageOwner* iOwner, unsigned int iPage) {
+    // Three ways to a frame: below the limit a free one, else the frame of an evicted page. Where the
+    // limit allows one more and there is no memory for it, an evicted page helps as well.
     while (_nInUse >= _maxFrames) {
         if (_nInUse == 0 || !EvictOne()) return nullptr;
     }
@@ -32,7 +34,10 @@ void PagePool::SetLimit(std::size_t iBytes) {
 
 bool PagePool::IsWorthCaching(const PageOwner* iOwner, unsigned int iPage) {
     if (_nInUse < _maxFrames) return true;
-    constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15U;  // 2^64 over the golden ratio
+    // Multiplicative hashing by 2^64 over the golden ratio: D. E. Knuth, "The Art of Computer Programming",
+    // volume 3, section 6.4. The factor is odd, so each key is different, and the upper 8 bits of the key
+    // choose one of 256 slots. A slot remembers only its latest key, so an old miss is soon forgotten.
+    constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15U;
     const std::uint64_t key = (reinterpret_cast<std::uintptr_t>(iOwner) ^ iPage) * kSpread;
     std::uint64_t& slot = _misses[key >> 56U];
     if (slot == key) return true;
@@ -41,6 +46,8 @@ bool PagePool::IsWorthCaching(const PageOwner* iOwner, unsigned int iPage) {
 }
 
 bool PagePool::Grow() {
+    // A process that opens one small file needs few frames, so the first block has 16. One calloc holds
+    // the block and its frames; the bytes are apart, as a huge page has to be aligned to its size.
     const bool isFirst = _blocks == nullptr;
     const unsigned int nFrames = isFirst ? kFirstBlockFrames : kBlockFrames;
     const std::size_t size = isFirst ? nFrames * kFrameSize : kHugePageSize;
@@ -70,6 +77,7 @@ void PagePool::AddFrames(Block& ioBlock) {
 }
 
 PageFrame& PagePool::Advance() {
+    // Frame by frame through a block, then to the next block, and from the last block to the first.
     if (_handBlock == nullptr || ++_handFrame == _handBlock->nFrames) {
         _handFrame = 0;
         _handBlock = _handBlock != nullptr ? _handBlock->next : nullptr;
@@ -79,8 +87,8 @@ PageFrame& PagePool::Advance() {
 }
 
 bool PagePool::EvictOne() {
-    // One round takes the marks away, the next finds a page without one. A page that can't be written
-    // back gets its mark again, so that a third round means that there is no other.
+    // One round clears the marks, the next finds a page without one. A page that can't be written back gets
+    // its mark again. When more failures than pages were met, no page can be written back.
     std::size_t nFailed = 0;
     while (nFailed <= _nInUse) {
         PageFrame& frame = Advance();
@@ -99,7 +107,7 @@ bool PagePool::EvictOne() {
 }
 
 void PagePool::DropAll() {
-    // With the last page of all the blocks go: no block may be looked at then.
+    // A drop of the last page frees the blocks, so no block may be read after it.
     for (Block* block = _blocks; _nInUse != 0 && block != nullptr;) {
         Block* next = block->next;
         const unsigned int nFrames = block->nFrames;
@@ -119,6 +127,7 @@ void PagePool::ForgetAll() {
 }
 
 void PagePool::ReleaseBlocks(unsigned int iKeptFrames) {
+    // The first block is the last of the chain: new blocks are put before it.
     while (_blocks != nullptr && _blocks->nFrames != iKeptFrames) {
         Block* block = _blocks;
         _blocks = block->next;

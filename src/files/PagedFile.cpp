@@ -19,10 +19,12 @@ constexpr std::size_t kBypassSize = kPageSize;
 /// The most pages that one system call writes back.
 constexpr int kRunPages = 64;
 
+/// The number of the page that holds an offset.
 std::size_t PageOf(std::size_t iOffset) {
     return iOffset >> kPageBits;
 }
 
+/// The offset at which a page starts.
 std::size_t OffsetOf(std::size_t iPage) {
     return iPage << kPageBits;
 }
@@ -32,6 +34,7 @@ std::size_t OffsetOf(std::size_t iPage) {
 constinit PagePool PagedFile::_pool;
 constinit PagedFile* PagedFile::_files = nullptr;
 
+/// One piece from each of several consecutive pages; each piece continues the one before.
 struct PagedFile::GatherList {
     iovec bytes[kRunPages];
     int count = 0;
@@ -66,17 +69,20 @@ PagedFile::~PagedFile() {
     *link = _next;
 }
 
+// Streams of the file.
+
 PagedFile* PagedFile::Attach(FILE* ioStream, bool iForWriting) {
-    // Without the handler a child would write what waits here.
+    // The handler runs in each child process. Without it a child would write the parent's dirty bytes.
     static const bool isHandled = pthread_atfork(nullptr, nullptr, ForgetInherited) == 0;
     if (!isHandled) return nullptr;
     auto* stream = new (std::nothrow) Stream{nullptr, ioStream, fileno(ioStream), iForWriting};
+    // Device and inode number identify the file, so two names of one file lead to one object.
     PagedFile* file = stream != nullptr ? FindOrCreate(stream->descriptor) : nullptr;
     if (file == nullptr) {
         delete stream;
         return nullptr;
     }
-    std::setvbuf(ioStream, nullptr, _IONBF, 0);
+    std::setvbuf(ioStream, nullptr, _IONBF, 0);  // the pages are the buffer
     if (iForWriting && file->Descriptor(true) < 0) file->StartWriting(stream->descriptor);
     stream->next = file->_streams;
     file->_streams = stream;
@@ -101,14 +107,17 @@ PagedFile* PagedFile::FindOrCreate(int iDescriptor) {
     if (fstat(iDescriptor, &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
     PagedFile* file = Find(status.st_dev, status.st_ino);
     if (file == nullptr) return new (std::nothrow) PagedFile(status.st_dev, status.st_ino);
-    (void)file->Flush();  // what can't go waits on, for all who have the file open
+    (void)file
+        ->Flush();  // on failure the bytes stay dirty, and every stream on the file can read them
     return file;
 }
 
 void PagedFile::StartWriting(int iDescriptor) {
     struct stat status = {};
     if (fstat(iDescriptor, &status) != 0) return;
-    DropPages(false);  // what was known of their blocks may no longer hold
+    // While nobody here wrote, another process may have changed the file and its blocks. So the pages,
+    // and what they say of blocks, are dropped.
+    DropPages(false);
     _fileEnd = static_cast<std::size_t>(status.st_size);
     _blocks = FileBlocks(iDescriptor, _fileEnd);
 }
@@ -122,6 +131,8 @@ void PagedFile::ForgetInherited() {
 }
 
 bool PagedFile::Detach(FILE* iStream) {
+    // The write back comes before the stream leaves the list: it needs a descriptor. When it fails and no
+    // other writer is left, nobody can write the dirty bytes any more, and they are lost.
     Stream** link = &_streams;
     while ((*link)->stream != iStream) link = &(*link)->next;
     Stream* stream = *link;
@@ -139,10 +150,13 @@ int PagedFile::Descriptor(bool iForWriting) const {
     return stream != nullptr ? stream->descriptor : -1;
 }
 
+// Reads.
+
 std::size_t PagedFile::Read(
     std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError) {
     if (iOffset >= kEndOfOffsets) return 0;
     const std::size_t size = std::min(iSize, kEndOfOffsets - iOffset);
+    // A step that reads nothing is at the end of the file, or has failed.
     std::size_t done = 0;
     while (done < size) {
         const std::size_t n = ReadStep(iOffset + done, oData + done, size - done, oError);
@@ -154,6 +168,8 @@ std::size_t PagedFile::Read(
 
 std::size_t PagedFile::ReadStep(
     std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError) {
+    // A page in memory is always used: its dirty bytes are newer than the file. Other pages are loaded for
+    // small reads only.
     PageFrame* frame = _pages.Find(PageOf(iOffset)).frame;
     if (frame == nullptr) {
         const std::size_t notCached = CountNotCached(iOffset, iSize);
@@ -167,15 +183,18 @@ std::size_t PagedFile::ReadStep(
 
 std::size_t PagedFile::ReadPage(
     PageFrame& ioFrame, std::size_t iFrom, unsigned char* oData, std::size_t iSize, bool& oError) {
+    // A read past the valid bytes asks the file, which may have grown since the last read.
     const std::size_t to = std::min<std::size_t>(iFrom + iSize, kPageSize);
     if (to > ioFrame.valid && !LoadRest(ioFrame)) oError = true;
     const std::size_t end = std::min<std::size_t>(to, ioFrame.valid);
     const std::size_t size = end > iFrom ? end - iFrom : 0;
     if (size != 0) std::memcpy(oData, ioFrame.bytes + iFrom, size);
     ioFrame.recent = true;
-    if (ioFrame.valid == 0) Drop(ioFrame.page);
+    if (ioFrame.valid == 0) Drop(ioFrame.page);  // past the end of the file
     return size;
 }
+
+// Writes.
 
 bool PagedFile::Write(std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
     if (iOffset + iSize > kEndOfOffsets) return false;
@@ -193,6 +212,8 @@ std::size_t PagedFile::WriteStep(
     if (iSize >= kBypassSize) return WriteThrough(iOffset, iData, iSize);
     const std::size_t from = iOffset & (kPageSize - 1);
     const std::size_t size = std::min<std::size_t>(kPageSize - from, iSize);
+    // The bytes may stay dirty in the page when all bytes before them are valid and the disk has reserved
+    // their blocks. Otherwise they go to the file now, and the page, if it is ready, gets a copy.
     PageFrame* frame = FindOrAdd(PageOf(iOffset));
     const bool isReady = frame != nullptr && FillBefore(*frame, from);
     if (isReady) RaiseDirtyLimit(*frame, _blocks.End());
@@ -200,6 +221,7 @@ std::size_t PagedFile::WriteStep(
         StoreDirty(*frame, from, iData, size);
         return size;
     }
+    // WriteThrough() updates pages that have no gap before the bytes. Here the gap is padding, at most.
     const std::size_t done = WriteThrough(iOffset, iData, size);
     if (isReady && done != 0 && from > frame->valid) UpdatePage(*frame, from, iData, done);
     if (frame != nullptr && frame->valid == 0) Drop(frame->page);
@@ -209,6 +231,7 @@ std::size_t PagedFile::WriteStep(
 std::size_t PagedFile::WriteThrough(
     std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
     std::size_t done = 0;
+    // A longer file needs the bytes before its new end, so the dirty ones at its old end go first.
     if (iOffset + iSize > _fileEnd) done = WriteWithTail(iOffset, iData, iSize);
     done += WriteFully(Descriptor(true), iOffset + done, iData + done, iSize - done);
     if (done != 0) RecordWrite(iOffset, iOffset + done);
@@ -216,8 +239,10 @@ std::size_t PagedFile::WriteThrough(
         const std::size_t from = (iOffset + shown) & (kPageSize - 1);
         const std::size_t inPage = std::min<std::size_t>(kPageSize - from, done - shown);
         PageFrame* frame = _pages.Find(PageOf(iOffset + shown)).frame;
-        // After a gap the page isn't valid: it will be read from the file.
-        if (frame != nullptr && from <= frame->valid) UpdatePage(*frame, from, iData + shown, inPage);
+        // Past a gap the bytes aren't copied: a later read loads them from the file.
+        if (frame != nullptr && from <= frame->valid) {
+            UpdatePage(*frame, from, iData + shown, inPage);
+        }
         shown += inPage;
     }
     return done;
@@ -225,15 +250,18 @@ std::size_t PagedFile::WriteThrough(
 
 std::size_t PagedFile::WriteWithTail(
     std::size_t iOffset, const unsigned char* iData, std::size_t iSize) {
+    // At most the page with the last byte of the file is concerned: later pages have no blocks.
     PageFrame* tail = _fileEnd != 0 ? _pages.Find(PageOf(_fileEnd - 1)).frame : nullptr;
     if (tail == nullptr) return 0;
+    // All dirty runs of the page are written back but one that ends at iOffset, if there is such a run.
     WrittenBytes::Run run = tail->written.NextDirtyRun(0);
     for (; !run.IsEmpty(); run = tail->written.NextDirtyRun(run.to)) {
         if (OffsetOf(tail->page) + run.to == iOffset) break;
-        (void)WriteBack(*tail, run);  // what can't go waits on
+        (void)WriteBack(*tail, run);  // on failure the bytes stay dirty
     }
     const std::size_t before = run.to - run.from;
     if (before == 0) return 0;
+    // That run and the new bytes go in one system call: an append, the usual write, costs one.
     const iovec both[] = {
         {tail->bytes + run.from,            before},
         {const_cast<unsigned char*>(iData), iSize }
@@ -241,7 +269,8 @@ std::size_t PagedFile::WriteWithTail(
     const ssize_t written =
         pwritev(Descriptor(true), both, 2, static_cast<off_t>(iOffset - before));
     if (written < static_cast<ssize_t>(before)) {
-        (void)WriteBack(*tail, run);  // there is room for it where there is none for more
+        // The disk or a limit refuses. The run alone may still fit, as its blocks are reserved.
+        (void)WriteBack(*tail, run);
         return 0;
     }
     RecordWrite(iOffset - before, iOffset);
@@ -256,6 +285,8 @@ void PagedFile::RecordWrite(std::size_t iFrom, std::size_t iTo) {
 
 void PagedFile::UpdatePage(
     PageFrame& ioFrame, std::size_t iFrom, const unsigned char* iData, std::size_t iSize) {
+    // The bytes count as written and clean. A dirty range may start with them, and shrinks then. Their blocks
+    // are on the disk now, which may raise the limit for dirty bytes.
     const std::size_t start = OffsetOf(ioFrame.page);
     const std::size_t to = iFrom + iSize;
     std::memcpy(ioFrame.bytes + iFrom, iData, iSize);
@@ -264,16 +295,20 @@ void PagedFile::UpdatePage(
     ClearFlushed(ioFrame);
     ioFrame.written.AddClean(run.from, run.to);
     MarkClean(ioFrame, run);
-    RaiseDirtyLimit(ioFrame, _blocks.EndAfter(start + ioFrame.dirtyLimit, start + iFrom, start + to));
+    RaiseDirtyLimit(
+        ioFrame, _blocks.EndAfter(start + ioFrame.dirtyLimit, start + iFrom, start + to));
 }
 
 void PagedFile::RaiseDirtyLimit(PageFrame& ioFrame, std::size_t iEndOfBlocks) const {
     const std::size_t start = OffsetOf(ioFrame.page);
+    // The system is asked for its limit only where the page would gain from a higher one: the call is slow.
     const std::size_t before = start + ioFrame.dirtyLimit;
     std::size_t end = std::min(iEndOfBlocks, start + kPageSize);
     if (end > before) end = std::min(end, AllowedFileEnd());
     if (end > before) ioFrame.dirtyLimit = static_cast<std::uint16_t>(end - start);
 }
+
+// Pages in memory.
 
 std::size_t PagedFile::CountNotCached(std::size_t iOffset, std::size_t iSize) const {
     std::size_t end = iOffset;
@@ -287,6 +322,7 @@ PageFrame* PagedFile::FindOrAdd(std::size_t iPage) {
     PageFrame* frame = _pages.Find(iPage).frame;
     if (frame != nullptr) return frame;
     const auto page = static_cast<unsigned int>(iPage);
+    // Without memory, or where the page isn't worth it, the access goes to the file.
     if (!_pool.IsWorthCaching(this, page) || !_pages.Reserve(iPage)) return nullptr;
     frame = _pool.Allocate(this, page);
     if (frame != nullptr) _pages.Set(iPage, frame);
@@ -295,11 +331,11 @@ PageFrame* PagedFile::FindOrAdd(std::size_t iPage) {
 
 bool PagedFile::LoadRest(PageFrame& ioFrame) {
     const std::size_t start = OffsetOf(ioFrame.page);
-    const std::size_t room = std::min<std::size_t>(kPageSize, kEndOfOffsets - start);
+    const std::size_t size = std::min<std::size_t>(kPageSize, kEndOfOffsets - start);
     bool error = false;
     const std::size_t n = ReadFully(
         Descriptor(false), start + ioFrame.valid, ioFrame.bytes + ioFrame.valid,
-        room - ioFrame.valid, error);
+        size - ioFrame.valid, error);
     ioFrame.valid = static_cast<std::uint16_t>(ioFrame.valid + n);
     return !error;
 }
@@ -308,14 +344,35 @@ bool PagedFile::FillBefore(PageFrame& ioFrame, std::size_t iFrom) {
     if (iFrom > ioFrame.valid && !LoadRest(ioFrame)) return false;
     const std::size_t valid = ioFrame.valid;
     if (iFrom <= valid) return true;
-    // The file ends before the bytes. Padding, the most that lies before an append, is zero.
+    // The file ends before the bytes. An append starts at the next multiple of kFileAlignment, and the
+    // padding before it reads as zero. For a wider gap the page isn't used.
     if (iFrom % kFileAlignment != 0 || iFrom - valid >= kFileAlignment) return false;
     std::memset(ioFrame.bytes + valid, 0, iFrom - valid);
     return true;
 }
 
+void PagedFile::Drop(unsigned int iPage) {
+    PageFrame* frame = _pages.Find(iPage).frame;
+    MarkClean(*frame, {0, kPageSize});  // keeps the count of dirty pages right
+    _pages.Clear(iPage);
+    _pool.Release(frame);
+}
+
+void PagedFile::DropPages(bool iAlsoDirty) {
+    for (std::size_t page = 0; page < _pages.End(); ++page) {
+        const PageFrame* frame = _pages.Find(page).frame;
+        if (frame != nullptr && (iAlsoDirty || !frame->written.IsDirty())) {
+            Drop(static_cast<unsigned int>(page));
+        }
+    }
+}
+
+// Dirty pages and their write back.
+
 void PagedFile::CountDirtyPage(PageFrame& ioFrame) {
     ClearFlushed(ioFrame);
+    // Flush() visits the pages from the lowest to the highest dirty one. The range never shrinks while some
+    // page is dirty; it starts anew with the first dirty page after none.
     const std::size_t page = ioFrame.page;
     if (_nDirty++ == 0) {
         _lowestDirty = page;
@@ -326,6 +383,8 @@ void PagedFile::CountDirtyPage(PageFrame& ioFrame) {
 }
 
 void PagedFile::ClearFlushed(PageFrame& ioFrame) const {
+    // After a flush others may change bytes that were written before it, so these must not go again. The
+    // counter spares Flush() a visit to every clean page.
     if (ioFrame.nFlushes == _nFlushes || ioFrame.written.IsDirty()) return;
     ioFrame.nFlushes = _nFlushes;
     ioFrame.written.Clear(kPageSize);
@@ -341,7 +400,8 @@ bool PagedFile::Flush() {
     ++_nFlushes;
     if (_nDirty == 0) return true;
     for (std::size_t page = _lowestDirty; page <= _highestDirty; ++page) {
-        if (_pages.Find(page).frame != nullptr) (void)WriteBackPage(static_cast<unsigned int>(page));
+        if (_pages.Find(page).frame != nullptr)
+            (void)WriteBackPage(static_cast<unsigned int>(page));
     }
     return _nDirty == 0;
 }
@@ -357,6 +417,8 @@ bool PagedFile::WriteBackPage(unsigned int iPage) {
 }
 
 bool PagedFile::WriteBack(const PageFrame& iFrame, WrittenBytes::Run iRun) {
+    // One call for all pieces. When it writes less, each piece is tried by itself, so that as many bytes as
+    // possible reach the file and it is known which of them did.
     const GatherList pieces = Gather(iFrame, iRun);
     std::size_t offset = OffsetOf(iFrame.page) + iRun.from;
     const ssize_t written =
@@ -380,6 +442,7 @@ bool PagedFile::WriteBack(const PageFrame& iFrame, WrittenBytes::Run iRun) {
 }
 
 PagedFile::GatherList PagedFile::Gather(const PageFrame& iFrame, WrittenBytes::Run iRun) const {
+    // A run that reaches the end of its page may continue at the start of the next page.
     GatherList pieces;
     pieces.Add(iFrame, iRun);
     std::size_t page = iFrame.page;
@@ -391,20 +454,4 @@ PagedFile::GatherList PagedFile::Gather(const PageFrame& iFrame, WrittenBytes::R
         pieces.Add(*next, run);
     }
     return pieces;
-}
-
-void PagedFile::Drop(unsigned int iPage) {
-    PageFrame* frame = _pages.Find(iPage).frame;
-    MarkClean(*frame, {0, kPageSize});
-    _pages.Clear(iPage);
-    _pool.Release(frame);
-}
-
-void PagedFile::DropPages(bool iAlsoDirty) {
-    for (std::size_t page = 0; page < _pages.End(); ++page) {
-        const PageFrame* frame = _pages.Find(page).frame;
-        if (frame != nullptr && (iAlsoDirty || !frame->written.IsDirty())) {
-            Drop(static_cast<unsigned int>(page));
-        }
-    }
 }

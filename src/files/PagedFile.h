@@ -219,8 +219,9 @@ private:
     std::size_t _fileEnd;  ///< as its first writer found it, raised by writes of this process
     FileBlocks _blocks;    ///< of a file that has a writer
     PageTable _pages;
-    std::size_t _nDirty;       ///< pages with dirty bytes
-    std::size_t _lowestDirty;  ///< all dirty pages lie between these two page numbers, both included
+    std::size_t _nDirty;  ///< pages with dirty bytes
+    std::size_t
+        _lowestDirty;  ///< all dirty pages lie between these two page numbers, both included
     std::size_t _highestDirty;
     unsigned int _nFlushes;
 };

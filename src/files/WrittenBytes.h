@@ -43,7 +43,8 @@ public:
     /// Records bytes, at least one, that were written to memory alone.
     void AddDirty(unsigned int iFrom, unsigned int iTo) {
         AddClean(iFrom, iTo);
-        _from = static_cast<std::uint16_t>(IsDirty() ? std::min<unsigned int>(_from, iFrom) : iFrom);
+        _from =
+            static_cast<std::uint16_t>(IsDirty() ? std::min<unsigned int>(_from, iFrom) : iFrom);
         _to = static_cast<std::uint16_t>(std::max<unsigned int>(_to, iTo));
     }
 

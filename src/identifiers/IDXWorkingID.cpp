@@ -3,50 +3,39 @@
 #include "common/Require.h"
 
 #include "formats/UnalignedMemory.h"
+#include "formats/WorkingIdentifier.h"
 
 #include <cstdint>
 
 namespace {
 
-constexpr unsigned int kIdSize = 16;
-
-// The serial form, in host byte order; nothing is aligned.
-//
-//   0       16  object id
-//  16       16  logical id
-//  32        4  T, the length of the type id
-//  36        T  type id
-//  36 + T    4  R, the length of the repository name
-//  40 + T    R  repository name
-using Length = std::uint32_t;
-constexpr std::size_t kObjectIdOffset = 0;
-constexpr std::size_t kLogicalIdOffset = kObjectIdOffset + kIdSize;
-constexpr std::size_t kTypeIdOffset = kLogicalIdOffset + kIdSize;
-static_assert(kTypeIdOffset == 32 && sizeof(Length) == 4, "serial form of a working identifier");
-
+/// Empties an array.
 void Clear(IDX_Base_ByteArray& oBytes) {
     oBytes.SetData(nullptr, 0);
 }
 
+/// Appends bytes to a serial form, and moves the offset past them.
 void Put(unsigned char* ioData, std::uint64_t& ioOffset, const void* iBytes, std::size_t iSize) {
     std::memcpy(ioData + ioOffset, iBytes, iSize);
     ioOffset += iSize;
 }
 
-/// Puts the length of a text, and its bytes.
+/// Appends a text: its length prefix, then its bytes.
 void PutText(unsigned char* ioData, std::uint64_t& ioOffset, const IDX_Base_String& iText) {
-    const Length length = iText.GetLength();
+    const LengthPrefix length = iText.GetLength();
     Put(ioData, ioOffset, &length, sizeof(length));
     Put(ioData, ioOffset, iText.GetData(), length);
 }
 
-/// Takes the length at `ioOffset`, which isn't above `iSize`, and so many bytes behind it.
-/// @return false when they aren't all there
-bool TakeText(
+/// Reads a length-prefixed text and moves the offset past it.
+/// @param ioOffset  at most `iSize`
+/// @return false when the bytes end before the text does
+bool ReadText(
     const unsigned char* iData, std::size_t iSize, std::size_t& ioOffset, IDX_Base_String& oText) {
-    if (iSize - ioOffset < sizeof(Length)) return false;
-    const auto length = LoadAt<Length>(iData, ioOffset);
-    ioOffset += sizeof(Length);
+    // The comparisons subtract from iSize, so that a huge length can't wrap the offset round.
+    if (iSize - ioOffset < kLengthPrefixSize) return false;
+    const auto length = LoadAt<LengthPrefix>(iData, ioOffset);
+    ioOffset += kLengthPrefixSize;
     if (iSize - ioOffset < length) return false;
     oText.SetData(reinterpret_cast<const char*>(iData + ioOffset), length);
     ioOffset += length;
@@ -64,6 +53,7 @@ IDXWorkingID::IDXWorkingID(const IDXWorkingID& iOther)
       _RepositoryName(iOther._RepositoryName) {}
 
 IDXWorkingID& IDXWorkingID::operator=(const IDXWorkingID& iOther) {
+    // The array of both ids isn't copied: it is built again when it is asked for.
     if (this != &iOther) {
         _OID = iOther._OID;
         _LID = iOther._LID;
@@ -77,12 +67,13 @@ IDXWorkingID& IDXWorkingID::operator=(const IDXWorkingID& iOther) {
 IDXWorkingID::~IDXWorkingID() = default;
 
 const IDX_Base_ByteArray& IDXWorkingID::GetObjectAndLogicalID() const {
+    // Built at the first request and kept until an id changes.
     if (_OIDAndLID.GetSize() == 0) {
-        Require(kIdSize == _OID.GetSize(), "AssertionFailed:16 == this->_OID.GetSize()");
-        Require(kIdSize == _LID.GetSize(), "AssertionFailed:16 == this->_LID.GetSize()");
-        unsigned char both[2 * kIdSize];
-        std::memcpy(both, _OID.GetData(), kIdSize);
-        std::memcpy(both + kIdSize, _LID.GetData(), kIdSize);
+        Require(kWorkingIdSize == _OID.GetSize(), "AssertionFailed:16 == this->_OID.GetSize()");
+        Require(kWorkingIdSize == _LID.GetSize(), "AssertionFailed:16 == this->_LID.GetSize()");
+        unsigned char both[2 * kWorkingIdSize];
+        std::memcpy(both, _OID.GetData(), kWorkingIdSize);
+        std::memcpy(both + kWorkingIdSize, _LID.GetData(), kWorkingIdSize);
         _OIDAndLID.SetData(both, sizeof(both));
     }
     return _OIDAndLID;
@@ -103,10 +94,10 @@ void IDXWorkingID::SetLogicalID(const IDX_Base_ByteArray& iLogicalID) {
 }
 
 void IDXWorkingID::SetObjectAndLogicalID(const IDX_Base_ByteArray& iBinary) {
-    Require(2 * kIdSize == iBinary.GetSize(), "AssertionFailed:32 == iBinary.GetSize()");
-    _OIDAndLID = iBinary;  // first of all: the argument may be one of the ids
-    _OID.SetData(_OIDAndLID.GetData(), kIdSize);
-    _LID.SetData(_OIDAndLID.GetData() + kIdSize, kIdSize);
+    Require(2 * kWorkingIdSize == iBinary.GetSize(), "AssertionFailed:32 == iBinary.GetSize()");
+    _OIDAndLID = iBinary;  // first, since the argument may be one of the two ids
+    _OID.SetData(_OIDAndLID.GetData(), kWorkingIdSize);
+    _LID.SetData(_OIDAndLID.GetData() + kWorkingIdSize, kWorkingIdSize);
 }
 
 void IDXWorkingID::SetTypeID(const IDX_Base_String& iTypeID) {
@@ -119,21 +110,22 @@ void IDXWorkingID::SetRepositoryName(const IDX_Base_String& iRepositoryName) {
 
 IDX_Bool IDXWorkingID::operator==(const IDXWorkingID& iOther) const {
     short order = 0;
-    if (!_OID.SortCompare(iOther._OID, order)) return IDX_False;
+    if (_OID.SortCompare(iOther._OID, order) == IDX_False) return IDX_False;
     return order == 0 ? IDX_True : IDX_False;
 }
 
 IDX_Bool IDXWorkingID::operator!=(const IDXWorkingID& iOther) const {
+    // Without an order the two count neither as equal nor as different.
     short order = 0;
-    if (!_OID.SortCompare(iOther._OID, order)) return IDX_False;
+    if (_OID.SortCompare(iOther._OID, order) == IDX_False) return IDX_False;
     return order != 0 ? IDX_True : IDX_False;
 }
 
 void IDXWorkingID::ConvertToBuffer(IDX_Base_Buffer& oBuffer) {
     const std::uint64_t size = std::uint64_t{_OID.GetSize()} + _LID.GetSize() +
                                _TypeID.GetLength() + _RepositoryName.GetLength() +
-                               2 * sizeof(Length);
-    // A buffer has a size of 32 bits.
+                               2 * kLengthPrefixSize;
+    // The size of a buffer has 32 bits, so the sum is formed in 64 bits and checked.
     Require(size <= UINT32_MAX, "AssertionFailed:offset == size");
     oBuffer.Resize(static_cast<unsigned int>(size));
     unsigned char* data = oBuffer.GetDataForWriting();
@@ -146,16 +138,17 @@ void IDXWorkingID::ConvertToBuffer(IDX_Base_Buffer& oBuffer) {
 }
 
 void IDXWorkingID::ConvertFromBuffer(IDX_Base_Buffer& iBuffer) {
-    if (!_TakeFields(iBuffer.GetData(), iBuffer.GetSize())) *this = IDXWorkingID();
+    // A failure may leave some fields set, so all are emptied.
+    if (!_ReadFields(iBuffer.GetData(), iBuffer.GetSize())) *this = IDXWorkingID();
     Clear(_OIDAndLID);
 }
 
-/// Sets the fields one by one; false at the first that isn't whole, and for bytes behind the last.
-bool IDXWorkingID::_TakeFields(const unsigned char* iData, std::size_t iSize) {
+/// Sets the fields one by one. False when a field isn't whole, and when bytes follow the last field.
+bool IDXWorkingID::_ReadFields(const unsigned char* iData, std::size_t iSize) {
     if (iSize < kTypeIdOffset) return false;
-    _OID.SetData(iData + kObjectIdOffset, kIdSize);
-    _LID.SetData(iData + kLogicalIdOffset, kIdSize);
+    _OID.SetData(iData + kObjectIdOffset, kWorkingIdSize);
+    _LID.SetData(iData + kLogicalIdOffset, kWorkingIdSize);
     std::size_t offset = kTypeIdOffset;
-    return TakeText(iData, iSize, offset, _TypeID) &&
-           TakeText(iData, iSize, offset, _RepositoryName) && offset == iSize;
+    return ReadText(iData, iSize, offset, _TypeID) &&
+           ReadText(iData, iSize, offset, _RepositoryName) && offset == iSize;
 }
