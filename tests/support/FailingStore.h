@@ -25,7 +25,7 @@ public:
     using Store::Write;
     using Store::WriteAt;
 
-private:
+    /// Counts one more call, which may be of another kind, too.
     bool Refuses() { return ++calls == refused; }
 };
 
