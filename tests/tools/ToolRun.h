@@ -1,27 +1,26 @@
 #ifndef ToolRun_h
 #define ToolRun_h
 
+#include "TemporaryFolder.h"
 #include "TracedProcess.h"
 
 #include <cstdio>
 #include <functional>
 #include <string>
-#include <vector>
 
-// A tool as an operator runs it: a process with its exit code and what it prints.
+// The batch tools as an operator runs them: by command lines of the shell, in a folder of the test's own. The tools are in
+// the path, and so is tests/tools/boxes, which makes meshes. MESHES names the folder of the others.
 
+/// What came of a command line.
 struct Outcome {
     int exitCode = -1;   ///< minus the number of a signal that ended it
     std::string output;  ///< on the standard output
     std::string errors;  ///< on the standard error
 };
 
-Outcome RunTool(
-    const std::string& program,
-    const std::vector<std::string>& arguments,
-    const std::function<void()>& before = {});  ///< called in the new process, for limits
+Outcome RunIn(const TemporaryFolder& folder, const std::string& command);
 
-/// What a process has printed, on its two outputs.
+/// What a process prints on its two outputs.
 class Prints {
 public:
     Prints() : _output(std::tmpfile()), _errors(std::tmpfile()) {}
@@ -29,8 +28,8 @@ public:
     Prints& operator=(const Prints&) = delete;
     ~Prints();
 
-    /// In the process: from here on all goes here.
-    void Take() const;
+    /// In the process: becomes the command.
+    [[noreturn]] void Execute(const TemporaryFolder& folder, const std::string& command) const;
 
     Outcome With(int exitCode) const;
 
@@ -42,28 +41,21 @@ private:
 /// A tool that is held where a test wants to meet it or its children.
 class TracedTool : private Prints, public TracedProcess {
 public:
-    TracedTool(const std::string& program, const std::vector<std::string>& arguments);
+    /// @param command  the tool and its arguments
+    TracedTool(const TemporaryFolder& folder, const std::string& command);
 
     Outcome Wait(bool isHeldOn = false) { return With(TracedProcess::Wait(isHeldOn)); }
 };
 
-/// Runs a tool up to its n-th system call of some kinds, counted from 1, and does something to it before that call
-/// is made. Then the tool goes on, unless it was killed.
+/// Runs a tool up to its n-th system call of some kinds, counted from 1, and does something to it before it makes that
+/// call. Then the tool goes on, unless it was killed.
 /// @return false when it ended before
 bool RunToCall(
-    const std::string& program,
-    const std::vector<std::string>& arguments,
+    const TemporaryFolder& folder,
+    const std::string& command,
     const CallsOf& calls,
     int count,
     const std::function<void(pid_t)>& act,
     Outcome& outcome);
-
-/// A cube with a corner at (move, 0, 0), as lines of an OBJ file.
-/// @param first  vertices of the file before it
-std::string ObjCube(double side, double move = 0.0, int first = 0);
-
-/// Cubes, each an object of one OBJ file, side by side.
-std::string ObjScene(
-    int count, const std::function<std::string(int)>& name, const std::function<double(int)>& side);
 
 #endif
