@@ -36,30 +36,26 @@ struct OpenRTree : IDX_WT_RTree {
     Bytes Nodes() const { return Bytes(m_storage, m_storage + GetSize()); }
 };
 
-/// A file that is a list of bytes. Reads and writes fail on demand.
+/// A file that is a list of bytes.
 struct BytesFile : IDX_WT_File {
     Bytes bytes;
-    int untilFailure = -1;  ///< calls that still succeed; below 0 for all
 
     unsigned int GetSize() const override { return static_cast<unsigned int>(bytes.size()); }
 
     IDX_Bool ReadAt(unsigned int offset, void* data, unsigned int size) override {
-        if (Fails() || offset > bytes.size() || size > bytes.size() - offset) return IDX_False;
+        if (offset > bytes.size() || size > bytes.size() - offset) return IDX_False;
         std::memcpy(data, bytes.data() + offset, size);
         return IDX_True;
     }
     IDX_Bool Write(const void* data, unsigned int size) override {
-        return WriteAt(GetSize(), data, size);
+        return BytesFile::WriteAt(GetSize(), data, size);
     }
     IDX_Bool WriteAt(unsigned int offset, const void* data, unsigned int size) override {
-        if (Fails() || data == nullptr) return IDX_False;
+        if (data == nullptr) return IDX_False;
         if (bytes.size() < offset + size) bytes.resize(offset + size);
         std::memcpy(bytes.data() + offset, data, size);
         return IDX_True;
     }
-
-private:
-    bool Fails() { return untilFailure >= 0 && untilFailure-- == 0; }
 };
 
 /// The tree as it leaves the process: 12 bytes and the nodes.
