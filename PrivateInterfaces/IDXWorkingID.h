@@ -8,8 +8,9 @@
 #include "IDX_Bool.h"
 #include "VEXUnicodeString.h"
 
-/// The full identity of an indexed object: an object id and a logical id of 16 bytes each, a type id and
-/// the name of a repository. Owns its fields. docs/file-formats.md, "Serial form of a working identifier".
+/// The full identity of an indexed object: an object id and a logical id of 16 bytes each, a type
+/// id and the name of a repository. Owns its fields. docs/file-formats.md, "Serial form of a
+/// working identifier".
 ///
 /// One thread at a time for one object, even for reading: GetObjectAndLogicalID() changes a field.
 class GRIDLOOM_API IDXWorkingID {
@@ -25,8 +26,8 @@ public:
     const IDX_Base_String& GetTypeID() const { return _TypeID; }
     const IDX_Base_String& GetRepositoryName() const { return _RepositoryName; }
 
-    /// The object id and then the logical id, 32 bytes, built at the first request. Valid until the object
-    /// changes. Fatal stop when one of the two doesn't have 16 bytes.
+    /// The object id and then the logical id, 32 bytes, built at the first request. Valid until the
+    /// object changes. Fatal stop when one of the two doesn't have 16 bytes.
     const IDX_Base_ByteArray& GetObjectAndLogicalID() const;
 
     /// Sets `oType` to the type id as a text.
@@ -46,12 +47,12 @@ public:
     IDX_Bool operator==(const IDXWorkingID& iOther) const;
     IDX_Bool operator!=(const IDXWorkingID& iOther) const;
 
-    /// Replaces the content of `oBuffer` by the serial form. ConvertFromBuffer() can read it when both ids
-    /// have 16 bytes. Fatal stop when it would have 2^32 bytes or more.
+    /// Replaces the content of `oBuffer` by the serial form. ConvertFromBuffer() can read it when
+    /// both ids have 16 bytes. Fatal stop when it would have 2^32 bytes or more.
     void ConvertToBuffer(IDX_Base_Buffer& oBuffer);
 
-    /// Sets all fields from a serial form. Any bytes are safe. When the buffer isn't exactly one serial form,
-    /// all fields become empty; the caller sees this by the empty object id.
+    /// Sets all fields from a serial form. Any bytes are safe. When the buffer isn't exactly one
+    /// serial form, all fields become empty; the caller sees this by the empty object id.
     void ConvertFromBuffer(IDX_Base_Buffer& iBuffer);
 
 private:

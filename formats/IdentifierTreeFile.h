@@ -13,9 +13,10 @@
 #include <utility>
 #include <vector>
 
-// The identifier tree file: a manifest, then nodes and items in the order in which they were appended. Each
-// starts at a multiple of 4. An item is a record, whose size the subclass sets, and then the identifier,
-// length-prefixed. Host byte order; the manifest says which. docs/file-formats.md, "Identifier tree file".
+// The identifier tree file: a manifest, then nodes and items in the order in which they were
+// appended. Each starts at a multiple of 4. An item is a record, whose size the subclass sets, and
+// then the identifier, length-prefixed. Host byte order; the manifest says which.
+// docs/file-formats.md, "Identifier tree file".
 
 /// How the file of every tree starts. A subclass's manifest begins with it. 8 bytes.
 struct IDX_234Struct_Manifest {
@@ -64,12 +65,12 @@ static_assert(
     std::is_trivially_copyable<Tree234Node>::value,
     "identifier tree file: nodes are copied as bytes");
 
-/// No undamaged tree has more levels. A tree of h levels has 2^h - 1 nodes or more. Each node has an item.
-/// Both together take 28 + 20 bytes, and a file ends before 2^31.
+/// No undamaged tree has more levels. A tree of h levels has 2^h - 1 nodes or more. Each node has
+/// an item. Both together take 28 + 20 bytes, and a file ends before 2^31.
 constexpr unsigned int kMaxTree234Levels = 32;
 
-/// A read-only view of an identifier tree file in memory. A file that isn't trusted goes through Check()
-/// first. After that no access leaves the file.
+/// A read-only view of an identifier tree file in memory. A file that isn't trusted goes through
+/// Check() first. After that no access leaves the file.
 class IdentifierTreeFile {
 public:
     /// The bytes of an identifier inside the file.
@@ -89,8 +90,9 @@ public:
         std::size_t iRecordSize)
         : _bytes(iBytes), _size(iSize), _manifestSize(iManifestSize), _recordSize(iRecordSize) {}
 
-    /// Whether the file is a tree as the library writes it: all leaves at one depth, identifiers in rising order,
-    /// and each byte of the file in exactly one node or item. Takes n log n for n nodes and items.
+    /// Whether the file is a tree as the library writes it: all leaves at one depth, identifiers in
+    /// rising order, and each byte of the file in exactly one node or item. Takes n log n for n
+    /// nodes and items.
     /// @param oItems  offsets of the items, in rising order of their identifiers
     Damage Check(std::vector<unsigned int>& oItems) const;
 
@@ -153,7 +155,8 @@ private:
         if (iLevel == kMaxTree234Levels || _cover.size() > _file.Size() / kTree234NodeSize) {
             return Fail(iNode, "more levels or nodes than a tree of this length has");
         }
-        // A cycle ends at one of the two limits. An overlap of nodes is found at the end, by CheckCover().
+        // A cycle ends at one of the two limits. An overlap of nodes is found at the end, by
+        // CheckCover().
         _cover.emplace_back(iNode, kTree234NodeSize);
         const Tree234Node node = _file.Node(iNode);
         const unsigned int nItems = node.CountItems();
@@ -167,8 +170,8 @@ private:
         return true;
     }
 
-    /// Whether items and children fill their arrays from the left. A leaf has no child; an inner node has one
-    /// child more than items.
+    /// Whether items and children fill their arrays from the left. A leaf has no child; an inner
+    /// node has one child more than items.
     static bool HasRightFields(const Tree234Node& iNode, unsigned int iItems) {
         for (unsigned int i = 0; i <= Tree234Node::kMaxItems; ++i) {
             const bool hasChild = !iNode.IsLeaf() && i <= iItems;
@@ -204,8 +207,8 @@ private:
         return order != 0 ? order < 0 : iFirst.size < iSecond.size;
     }
 
-    /// Whether nodes and items follow each other from the manifest to the end of the file, without a gap (but
-    /// for padding) and without an overlap.
+    /// Whether nodes and items follow each other from the manifest to the end of the file, without
+    /// a gap (but for padding) and without an overlap.
     Damage CheckCover() {
         std::sort(_cover.begin(), _cover.end());
         std::size_t end = _file.FirstBlock();

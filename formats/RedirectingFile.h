@@ -3,8 +3,8 @@
 
 #include <type_traits>
 
-// The redirecting file of an index directory says which of its two sub-directories is live. Host byte order.
-// docs/file-formats.md, "Index directory".
+// The redirecting file of an index directory says which of its two sub-directories is live. Host
+// byte order. docs/file-formats.md, "Index directory".
 
 /// All of the file. 4 bytes.
 struct RedirectingFile {

@@ -3,8 +3,9 @@
 
 #include <cstddef>
 
-// A split file is a series of numbered files, its pieces. A piece has no header. It holds the appended data,
-// and each append starts at a multiple of kFileAlignment. docs/file-formats.md, "Split file".
+// A split file is a series of numbered files, its pieces. A piece has no header. It holds the
+// appended data, and each append starts at a multiple of kFileAlignment. docs/file-formats.md,
+// "Split file".
 
 /// Names of pieces and of their lock files, for printf: base path, number of the piece, suffix.
 constexpr char kPieceNameFormat[] = "%s%d%s";

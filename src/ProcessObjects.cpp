@@ -1,6 +1,6 @@
-// The objects that live as long as the process. C++ constructs the objects of one source file in the order of
-// their definitions and destroys them in the reverse order. So all of them are defined here. The messages
-// come first and go last, since any other object may use them.
+// The objects that live as long as the process. C++ constructs the objects of one source file in
+// the order of their definitions and destroys them in the reverse order. So all of them are defined
+// here. The messages come first and go last, since any other object may use them.
 
 #include "BBDMessage.h"
 

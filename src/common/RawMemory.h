@@ -5,8 +5,8 @@
 
 #include <array>
 
-/// Copies `iSize` bytes, n bytes from the start and n bytes up to the end. The two parts overlap where
-/// `iSize` is less than 2n, and write the same bytes there.
+/// Copies `iSize` bytes, n bytes from the start and n bytes up to the end. The two parts overlap
+/// where `iSize` is less than 2n, and write the same bytes there.
 /// @tparam Part  a type of n bytes; `iSize` is from n to 2n
 template <class Part>
 inline void CopyBothEnds(unsigned char* oTo, const unsigned char* iFrom, std::size_t iSize) {
@@ -18,9 +18,9 @@ inline void CopyBothEnds(unsigned char* oTo, const unsigned char* iFrom, std::si
     StoreAt(oTo, lastPart, last);
 }
 
-/// Copies bytes. The accesses of an identifier tree are of 4 to 8 bytes (numbers) and of 16 to 32 bytes
-/// (identifiers, records, nodes). For these sizes two loads and two stores are faster than the call of
-/// memcpy.
+/// Copies bytes. The accesses of an identifier tree are of 4 to 8 bytes (numbers) and of 16 to 32
+/// bytes (identifiers, records, nodes). For these sizes two loads and two stores are faster than
+/// the call of memcpy.
 inline void CopyBytes(void* oTo, const void* iFrom, std::size_t iSize) {
     using Bytes16 = std::array<unsigned char, 16>;
     auto* to = static_cast<unsigned char*>(oTo);

@@ -3,8 +3,8 @@
 
 #include "VEXFatalError.h"
 
-/// Checks a condition that only a fault in the calling program can break. Ends the process by a fatal
-/// stop when it doesn't hold.
+/// Checks a condition that only a fault in the calling program can break. Ends the process by a
+/// fatal stop when it doesn't hold.
 /// @param iText  "AssertionFailed:" and the condition
 inline void Require(
     bool iHolds,

@@ -5,8 +5,9 @@
 #include "IDX_Bool.h"
 #include "IDX_Status.h"
 
-// Each guard of an operation is one line: check, trace the tag, return the failure. The tag is one whole
-// literal, so that a search in the sources for the text of a trace line finds the line that failed.
+// Each guard of an operation is one line: check, trace the tag, return the failure. The tag is one
+// whole literal, so that a search in the sources for the text of a trace line finds the line that
+// failed.
 
 /// Traces a tag and gives false.
 inline bool TraceFalse(const char* iTag) {

@@ -8,11 +8,12 @@
 
 #include <span>
 
-// Views of the bytes of a file that are in memory already. A reader that needs a few bytes at many places
-// reads them there, without a call and without a copy. It reads all other bytes from the file, which
-// traces why a read fails.
+// Views of the bytes of a file that are in memory already. A reader that needs a few bytes at many
+// places reads them there, without a call and without a copy. It reads all other bytes from the
+// file, which traces why a read fails.
 //
-// The views fit objects of exactly our two file classes. A class derived from them may read differently.
+// The views fit objects of exactly our two file classes. A class derived from them may read
+// differently.
 
 /// The view of any other file: no byte is in memory.
 class NothingCached {

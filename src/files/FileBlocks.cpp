@@ -15,14 +15,15 @@
 
 namespace {
 
-/// True when the file shares a block with another file, or when the file system can't say. A shared block is
-/// copied by a write to it, which needs space.
+/// True when the file shares a block with another file, or when the file system can't say. A shared
+/// block is copied by a write to it, which needs space.
 bool MayShareBlocks(int iDescriptor) {
     constexpr unsigned int kExtents = 32;
     alignas(fiemap) unsigned char bytes[sizeof(fiemap) + kExtents * sizeof(fiemap_extent)];
     auto* map = reinterpret_cast<fiemap*>(bytes);
     for (unsigned long long from = 0;;) {
-        // Each call describes at most kExtents extents; the next one starts after the last of these.
+        // Each call describes at most kExtents extents; the next one starts after the last of
+        // these.
         std::memset(bytes, 0, sizeof(fiemap));
         map->fm_start = from;
         map->fm_length = FIEMAP_MAX_OFFSET - from;
@@ -39,7 +40,8 @@ bool MayShareBlocks(int iDescriptor) {
     }
 }
 
-/// True when the data of a file on XFS are on the realtime device. Each write there may go to a new block.
+/// True when the data of a file on XFS are on the realtime device. Each write there may go to a new
+/// block.
 bool IsOnRealtimeDisk(int iDescriptor) {
     fsxattr attributes = {};
     return ioctl(iDescriptor, FS_IOC_FSGETXATTR, &attributes) != 0 ||
@@ -69,7 +71,8 @@ FileBlocks::FileBlocks(int iDescriptor, std::size_t iFileSize) {
     const auto block = static_cast<std::size_t>(system.f_bsize);
     if (!std::has_single_bit(block)) return;
     _unit = std::min<std::size_t>(block, kPageSize);
-    // A file of less than one block may be inside its record on ext4. The first write will look again.
+    // A file of less than one block may be inside its record on ext4. The first write will look
+    // again.
     _mayLackBlocks = system.f_type == EXT4_SUPER_MAGIC && iFileSize < _unit;
     const off_t hole = iFileSize != 0 ? lseek(iDescriptor, 0, SEEK_HOLE) : 0;
     if (hole > 0) _end = EndAfter(0, 0, static_cast<std::size_t>(hole));

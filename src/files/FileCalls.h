@@ -19,7 +19,8 @@ std::size_t ReadFully(
 std::size_t WriteFully(
     int iDescriptor, std::size_t iOffset, const unsigned char* iData, std::size_t iSize);
 
-/// The offset at which files of the process must end: its limit of file sizes, at most kEndOfOffsets.
+/// The offset at which files of the process must end: its limit of file sizes, at most
+/// kEndOfOffsets.
 std::size_t AllowedFileEnd();
 
 #endif

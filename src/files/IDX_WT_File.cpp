@@ -23,8 +23,8 @@ namespace {
 /// Values up to this size, in bytes, are read without an allocation.
 constexpr unsigned int kStackSize = 1024;
 
-// The value forms call ReadAt and WriteAt of bytes, which a derived class may override. Of what these give,
-// IDX_True alone counts as success, so the tests here are `!= IDX_True`.
+// The value forms call ReadAt and WriteAt of bytes, which a derived class may override. Of what
+// these give, IDX_True alone counts as success, so the tests here are `!= IDX_True`.
 
 /// A size rounded up to a multiple of 4; `iOtherwise` when that needs more than 32 bits.
 unsigned int Align(unsigned long long iSize, unsigned int iOtherwise) {
@@ -40,7 +40,8 @@ void SetBytes(IDX_Base_String& oValue, const unsigned char* iData, unsigned int 
     oValue.SetData(reinterpret_cast<const char*>(iData), iSize);
 }
 
-// A byte array and a string are read by the same templates. They differ in SetBytes() and in their tags.
+// A byte array and a string are read by the same templates. They differ in SetBytes() and in their
+// tags.
 
 /// The tags of one kind of value, one for each step that can fail.
 struct ReadTags {
@@ -58,7 +59,8 @@ constexpr ReadTags kStringReadTags = {
     "IDX_WT_File.ReadAt(String).ReadAt(length)", "IDX_WT_File.ReadAt(String).ReadAt(data) (1)",
     "IDX_WT_File.ReadAt(String).ReadAt(data) (2)", "IDX_WT_File.ReadAt(String).ReadAt(data)"};
 
-/// Reads by way of a block on the heap; false when the read fails or there is no memory for the block.
+/// Reads by way of a block on the heap; false when the read fails or there is no memory for the
+/// block.
 template <class Value>
 bool ReadOverHeap(IDX_WT_File& ioFile, unsigned int iOffset, unsigned int iSize, Value& oValue) {
     struct Free {
@@ -137,8 +139,9 @@ IDX_Bool WritePrefixed(
     const char* iDataTag) {
     if (ioFile.WriteAt(iOffset, iSize) != IDX_True) return TraceNo(iSizeTag);
     if (iSize == 0) return IDX_True;
-    if (ioFile.WriteAt(iOffset + kLengthPrefixSize, iData, iSize) != IDX_True)
+    if (ioFile.WriteAt(iOffset + kLengthPrefixSize, iData, iSize) != IDX_True) {
         return TraceNo(iDataTag);
+    }
     return IDX_True;
 }
 
@@ -177,7 +180,8 @@ void IDX_WT_File::SetPath(const char* iPath) {
 }
 
 IDX_Bool IDX_WT_File::OpenRead(const char* iPath) {
-    // The entry of the path is shared: when some object has the path open for reading, this one joins it.
+    // The entry of the path is shared: when some object has the path open for reading, this one
+    // joins it.
     SetPath(iPath);
     IdxFile& entry = Entry();
     Require(
@@ -200,8 +204,8 @@ IDX_Bool IDX_WT_File::OpenWrite(const char* iPath) {
         "AssertionFailed:NotOpened == idxFile->m_mode || ReadWrite == idxFile->m_mode");
     if (entry.m_stream != nullptr) return IDX_True;
     FILE* stream = std::fopen(iPath, "rb+");
-    // Mode "wb+" empties a file. So it is used only when the file doesn't exist, and not when its opening
-    // failed for another reason, such as too many open files.
+    // Mode "wb+" empties a file. So it is used only when the file doesn't exist, and not when its
+    // opening failed for another reason, such as too many open files.
     if (stream == nullptr && errno == ENOENT) stream = std::fopen(iPath, "wb+");
     if (stream == nullptr) return TraceNo("IDX_WT_File.OpenWrite.fopen");
     entry.Attach(stream, IdxFile::ReadWrite);
@@ -289,7 +293,8 @@ IDX_Bool IDX_WT_File::WriteAt(unsigned int iOffset, const void* iData, unsigned 
     IdxFile& entry = Entry();
     if (entry.m_mode != IdxFile::ReadWrite) return TraceNo("IDX_WT_File.Write.InvalidFile");
     if (iData == nullptr) return TraceNo("IDX_WT_File.Write.InvalidData");
-    // The size grows before the write and stays so when the write fails. That is part of the interface.
+    // The size grows before the write and stays so when the write fails. That is part of the
+    // interface.
     const unsigned long long end = 0ULL + iOffset + iDataSize;
     if (end > entry.m_size) entry.m_size = Align(end, entry.m_size);
     PagedFile* pages = entry.m_pages;

@@ -12,15 +12,20 @@
 
 namespace {
 
-constexpr unsigned int kFreeSlot = 0xFFFFFFFF;
+// An open piece occupies a slot. A piece that isn't open takes the slot after the one that was used
+// last, and the piece in that slot is closed.
+
+constexpr unsigned int kFreeSlot = 0xFFFFFFFF;  ///< in place of a piece number
 constexpr unsigned int kMaxSlots = 10;
 
-/// Whether a file is there, as other processes left it.
+/// Whether a file exists now. Other processes create and delete lock files, so no cached answer is
+/// used. Only IDX_S_OK says that it exists: the service may be another program's, with status
+/// values of its own.
 bool Exists(const char* iName) {
     (void)VEXFlushInodeCache();
     VEXUnicodeString name(iName);
     struct stat status;
-    return VEXFileStat(&name, &status, 0) == 0;
+    return VEXFileStat(&name, &status, 0) == IDX_S_OK;
 }
 
 }  // namespace
@@ -44,12 +49,16 @@ IDX_WT_SplittedFile::~IDX_WT_SplittedFile() {
 }
 
 IDX_Bool IDX_WT_SplittedFile::OpenRead(const char* iPath) {
+    // A missing piece 0 is no error to trace: there is no index yet. The pieces after it are opened
+    // on demand.
     StartOn(iPath, ReadOnly);
     char name[kPieceNameSize];
     if (!FormatName(name, 0, kPieceSuffix)) return TraceNo("IDX_WT_SplittedFile.OpenRead.snprintf");
     if (!Exists(name)) return IDX_False;
     IDX_WT_File* file;
-    if (!_TestAndOpen(0, file)) return TraceNo("IDX_WT_SplittedFile.OpenRead._TestAndOpen");
+    if (_TestAndOpen(0, file) == IDX_False) {
+        return TraceNo("IDX_WT_SplittedFile.OpenRead._TestAndOpen");
+    }
     return IDX_True;
 }
 
@@ -58,12 +67,13 @@ IDX_Bool IDX_WT_SplittedFile::OpenWrite(const char* iPath) {
     return IDX_True;
 }
 
-/// The lock file goes first and the piece is closed behind it; an eviction does it the other way round.
+/// For each piece: write back, remove its lock file, close it. EvictSlot() closes before it
+/// removes. Both orders can be seen by other processes and by tests, so they stay as they are.
 void IDX_WT_SplittedFile::Close() {
     for (unsigned int slot = 0; slot < m_cacheSize; ++slot) {
         if (m_slotFile[slot] == kFreeSlot) continue;
-        m_slots[slot].Flush();  // who sees the lock gone finds the piece whole
-        if (m_slotLocked[slot] != 0) (void)Unlock(m_slotFile[slot]);  // may be gone already
+        m_slots[slot].Flush();  // a process that sees no lock file finds the whole piece
+        if (m_slotLocked[slot] != 0) (void)Unlock(m_slotFile[slot]);  // may be deleted already
         m_slotLocked[slot] = 0;
         (void)m_slots[slot].Close();  // always IDX_True
         FreeSlot(slot);
@@ -85,12 +95,14 @@ IDX_Bool IDX_WT_SplittedFile::IsOpened() const {
 
 unsigned int IDX_WT_SplittedFile::GetSize(unsigned int iPart) {
     IDX_WT_File* file;
-    return _TestAndOpen(iPart, file) ? file->GetSize() : 0;
+    return _TestAndOpen(iPart, file) == IDX_True ? file->GetSize() : 0;
 }
 
 IDX_Bool IDX_WT_SplittedFile::Lock(unsigned int iPart) {
     if (!m_useLockFiles) return IDX_True;
-    if (HasLock(iPart)) return IDX_False;
+    // Between the test and the creation another process may make the file; then both count it as
+    // theirs.
+    if (HasLock(iPart) == IDX_True) return IDX_False;
     char name[kPieceNameSize];
     if (!FormatName(name, iPart, kLockSuffix)) return TraceNo("IDX_WT_SplittedFile.Lock.snprintf");
     FILE* lock = std::fopen(name, "wb");
@@ -101,11 +113,12 @@ IDX_Bool IDX_WT_SplittedFile::Lock(unsigned int iPart) {
 
 IDX_Bool IDX_WT_SplittedFile::Unlock(unsigned int iPart) {
     if (!m_useLockFiles) return IDX_True;
-    if (!HasLock(iPart)) return IDX_False;
+    if (HasLock(iPart) == IDX_False) return IDX_False;
     char name[kPieceNameSize];
-    if (!FormatName(name, iPart, kLockSuffix))
+    if (!FormatName(name, iPart, kLockSuffix)) {
         return TraceNo("IDX_WT_SplittedFile.Unlock.snprintf");
-    return VEXDeleteFile(name) == 0 ? IDX_True : IDX_False;
+    }
+    return VEXDeleteFile(name) == IDX_S_OK ? IDX_True : IDX_False;
 }
 
 IDX_Bool IDX_WT_SplittedFile::HasLock(unsigned int iPart) const {
@@ -122,8 +135,10 @@ IDX_Bool IDX_WT_SplittedFile::ReadAt(
         return TraceNo("IDX_WT_SplittedFile.ReadAt.InvalidData");
     }
     IDX_WT_File* file;
-    if (!_TestAndOpen(iPart, file)) return TraceNo("IDX_WT_SplittedFile.ReadAt._TestAndOpen");
-    if (!file->ReadAt(iOffset, oData, iSize)) {
+    if (_TestAndOpen(iPart, file) == IDX_False) {
+        return TraceNo("IDX_WT_SplittedFile.ReadAt._TestAndOpen");
+    }
+    if (file->ReadAt(iOffset, oData, iSize) == IDX_False) {
         return TraceNo("IDX_WT_SplittedFile.ReadAt.IDX_WT_File.ReadAt");
     }
     return IDX_True;
@@ -146,10 +161,10 @@ IDX_Bool IDX_WT_SplittedFile::ReadAt(unsigned int iPart, unsigned int iOffset, f
 IDX_Bool IDX_WT_SplittedFile::ReadAt(
     unsigned int iPart, unsigned int iOffset, IDX_Base_ByteArray& oValue) {
     IDX_WT_File* file;
-    if (!_TestAndOpen(iPart, file)) {
+    if (_TestAndOpen(iPart, file) == IDX_False) {
         return TraceNo("IDX_WT_SplittedFile.ReadAt(ByteArray)._TestAndOpen");
     }
-    if (!file->ReadAt(iOffset, oValue)) {
+    if (file->ReadAt(iOffset, oValue) == IDX_False) {
         return TraceNo("IDX_WT_SplittedFile.ReadAt(ByteArray).IDX_WT_File.ReadAt");
     }
     return IDX_True;
@@ -158,10 +173,10 @@ IDX_Bool IDX_WT_SplittedFile::ReadAt(
 IDX_Bool IDX_WT_SplittedFile::ReadAt(
     unsigned int iPart, unsigned int iOffset, IDX_Base_String& oValue) {
     IDX_WT_File* file;
-    if (!_TestAndOpen(iPart, file)) {
+    if (_TestAndOpen(iPart, file) == IDX_False) {
         return TraceNo("IDX_WT_SplittedFile.ReadAt(String)._TestAndOpen");
     }
-    if (!file->ReadAt(iOffset, oValue)) {
+    if (file->ReadAt(iOffset, oValue) == IDX_False) {
         return TraceNo("IDX_WT_SplittedFile.ReadAt(String).IDX_WT_File.ReadAt");
     }
     return IDX_True;
@@ -171,8 +186,10 @@ IDX_Bool IDX_WT_SplittedFile::ReadAt(
     unsigned int iPart, unsigned int iOffset, unsigned int iSize, IDX_Base_ByteArray& oValue) {
     if (iSize == 0) return TraceNo("IDX_WT_SplittedFile.ReadAt.InvalidData");
     IDX_WT_File* file;
-    if (!_TestAndOpen(iPart, file)) return TraceNo("IDX_WT_SplittedFile.ReadAt._TestAndOpen");
-    if (!file->ReadAt(iOffset, iSize, oValue)) {
+    if (_TestAndOpen(iPart, file) == IDX_False) {
+        return TraceNo("IDX_WT_SplittedFile.ReadAt._TestAndOpen");
+    }
+    if (file->ReadAt(iOffset, iSize, oValue) == IDX_False) {
         return TraceNo("IDX_WT_SplittedFile.ReadAt.IDX_WT_File.ReadAt");
     }
     return IDX_True;
@@ -186,17 +203,18 @@ IDX_Bool IDX_WT_SplittedFile::Write(
         return TraceNo("IDX_WT_SplittedFile.Write.InvalidData");
     }
     IDX_WT_File* file;
-    if (!_TestAndOpen(m_currentFile, file)) {
+    if (_TestAndOpen(m_currentFile, file) == IDX_False) {
         return TraceNo("IDX_WT_SplittedFile.Write._TestAndOpen (1)");
     }
-    // What the piece holds decides, not what comes: an append is never divided.
+    // A piece that has reached the limit takes no more appends. The size of the new data doesn't
+    // count: an append is never divided.
     while (m_maxFileSize != 0 && file->GetSize() >= m_maxFileSize) {
-        if (!_TestAndOpen(++m_currentFile, file)) {
+        if (_TestAndOpen(++m_currentFile, file) == IDX_False) {
             return TraceNo("IDX_WT_SplittedFile.Write._TestAndOpen (2)");
         }
     }
     const unsigned int offset = file->GetSize();
-    if (!file->Write(iData, iSize)) {
+    if (file->Write(iData, iSize) == IDX_False) {
         return TraceNo("IDX_WT_SplittedFile.Write.IDX_WT_File.Write");
     }
     oPart = m_currentFile;
@@ -225,8 +243,10 @@ IDX_Bool IDX_WT_SplittedFile::WriteAt(
         return TraceNo("IDX_WT_SplittedFile.WriteAt.InvalidData");
     }
     IDX_WT_File* file;
-    if (!_TestAndOpen(iPart, file)) return TraceNo("IDX_WT_SplittedFile.WriteAt._TestAndOpen");
-    if (!file->WriteAt(iOffset, iData, iSize)) {
+    if (_TestAndOpen(iPart, file) == IDX_False) {
+        return TraceNo("IDX_WT_SplittedFile.WriteAt._TestAndOpen");
+    }
+    if (file->WriteAt(iOffset, iData, iSize) == IDX_False) {
         return TraceNo("IDX_WT_SplittedFile.WriteAt.IDX_WT_File.WriteAt");
     }
     return IDX_True;
@@ -255,10 +275,12 @@ IDX_Bool IDX_WT_SplittedFile::_TestAndOpen(unsigned int iPart, IDX_WT_File*& oFi
     if (hit != end) {
         m_lastSlot = static_cast<unsigned int>(hit - m_slotFile.get());
     } else {
-        if (m_openMode == ReadWrite) (void)Lock(iPart);  // a marker: a lock of others stops nobody
+        // The piece isn't open: it replaces the piece in the next slot. A lock file is only a
+        // marker, so one of another process doesn't stop this one.
+        if (m_openMode == ReadWrite) (void)Lock(iPart);
         m_lastSlot = (m_lastSlot + 1) % m_cacheSize;
         if (m_slotFile[m_lastSlot] != kFreeSlot) EvictSlot(m_lastSlot);
-        if (!OpenSlot(m_lastSlot, iPart)) return IDX_False;
+        if (OpenSlot(m_lastSlot, iPart) == IDX_False) return IDX_False;
     }
     oFile = &m_slots[m_lastSlot];
     return IDX_True;
@@ -269,12 +291,15 @@ IDX_Bool IDX_WT_SplittedFile::OpenSlot(unsigned int iSlot, unsigned int iPart) {
     if (!FormatName(name, iPart, kPieceSuffix)) {
         return TraceNo("IDX_WT_SplittedFile._TestAndOpen.snprintf");
     }
+    // The lock file is removed with the slot, even if it was another process's. A slot whose file
+    // can't be opened forgets the path: a later Close() would close the file for other objects on
+    // it.
     m_slotLocked[iSlot] = m_openMode == ReadWrite;
-    if (m_openMode == ReadOnly && !m_slots[iSlot].OpenRead(name)) {
+    if (m_openMode == ReadOnly && m_slots[iSlot].OpenRead(name) == IDX_False) {
         m_slots[iSlot].ForgetPath();
         return TraceNo("IDX_WT_SplittedFile._TestAndOpen.OpenRead");
     }
-    if (m_openMode == ReadWrite && !m_slots[iSlot].OpenWrite(name)) {
+    if (m_openMode == ReadWrite && m_slots[iSlot].OpenWrite(name) == IDX_False) {
         m_slots[iSlot].ForgetPath();
         return TraceNo("IDX_WT_SplittedFile._TestAndOpen.OpenWrite");
     }
@@ -284,7 +309,7 @@ IDX_Bool IDX_WT_SplittedFile::OpenSlot(unsigned int iSlot, unsigned int iPart) {
 
 void IDX_WT_SplittedFile::EvictSlot(unsigned int iSlot) {
     (void)m_slots[iSlot].Close();                                   // always IDX_True
-    if (m_slotLocked[iSlot] != 0) (void)Unlock(m_slotFile[iSlot]);  // may be gone already
+    if (m_slotLocked[iSlot] != 0) (void)Unlock(m_slotFile[iSlot]);  // may be deleted already
     m_slotLocked[iSlot] = 0;
     FreeSlot(iSlot);
 }
@@ -296,7 +321,7 @@ void IDX_WT_SplittedFile::FreeSlot(unsigned int iSlot) {
 
 void IDX_WT_SplittedFile::StartOn(const char* iPath, Mode iMode) {
     if (m_openMode != NotOpened) Close();
-    const char* path = iPath == nullptr ? "" : iPath;
+    const char* path = iPath == nullptr ? "" : iPath;  // a null path counts as empty
     const std::size_t size = std::strlen(path) + 1;
     m_fileBasePath.reset(new char[size]);
     std::memcpy(m_fileBasePath.get(), path, size);

@@ -5,8 +5,8 @@
 #include <sys/mman.h>
 
 PageFrame* PagePool::Allocate(PageOwner* iOwner, unsigned int iPage) {
-    // Three ways to a frame: below the limit a free one, else the frame of an evicted page. Where the
-    // limit allows one more and there is no memory for it, an evicted page helps as well.
+    // Three ways to a frame: below the limit a free one, else the frame of an evicted page. Where
+    // the limit allows one more and there is no memory for it, an evicted page helps as well.
     while (_nInUse >= _maxFrames) {
         if (_nInUse == 0 || !EvictOne()) return nullptr;
     }
@@ -34,9 +34,10 @@ void PagePool::SetLimit(std::size_t iBytes) {
 
 bool PagePool::IsWorthCaching(const PageOwner* iOwner, unsigned int iPage) {
     if (_nInUse < _maxFrames) return true;
-    // Multiplicative hashing by 2^64 over the golden ratio: D. E. Knuth, "The Art of Computer Programming",
-    // volume 3, section 6.4. The factor is odd, so each key is different, and the upper 8 bits of the key
-    // choose one of 256 slots. A slot remembers only its latest key, so an old miss is soon forgotten.
+    // Multiplicative hashing by 2^64 over the golden ratio: D. E. Knuth, "The Art of Computer
+    // Programming", volume 3, section 6.4. The factor is odd, so each key is different, and the
+    // upper 8 bits of the key choose one of 256 slots. A slot remembers only its latest key, so an
+    // old miss is soon forgotten.
     constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15U;
     const std::uint64_t key = (reinterpret_cast<std::uintptr_t>(iOwner) ^ iPage) * kSpread;
     std::uint64_t& slot = _misses[key >> 56U];
@@ -46,8 +47,9 @@ bool PagePool::IsWorthCaching(const PageOwner* iOwner, unsigned int iPage) {
 }
 
 bool PagePool::Grow() {
-    // A process that opens one small file needs few frames, so the first block has 16. One calloc holds
-    // the block and its frames; the bytes are apart, as a huge page has to be aligned to its size.
+    // A process that opens one small file needs few frames, so the first block has 16. One calloc
+    // holds the block and its frames; the bytes are apart, as a huge page has to be aligned to its
+    // size.
     const bool isFirst = _blocks == nullptr;
     const unsigned int nFrames = isFirst ? kFirstBlockFrames : kBlockFrames;
     const std::size_t size = isFirst ? nFrames * kFrameSize : kHugePageSize;
@@ -87,8 +89,9 @@ PageFrame& PagePool::Advance() {
 }
 
 bool PagePool::EvictOne() {
-    // One round clears the marks, the next finds a page without one. A page that can't be written back gets
-    // its mark again. When more failures than pages were met, no page can be written back.
+    // One round clears the marks, the next finds a page without one. A page that can't be written
+    // back gets its mark again. When more failures than pages were met, no page can be written
+    // back.
     std::size_t nFailed = 0;
     while (nFailed <= _nInUse) {
         PageFrame& frame = Advance();

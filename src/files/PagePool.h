@@ -12,11 +12,12 @@ constexpr unsigned int kPageSize = 1U << kPageBits;
 /// Bytes of the bits that a page has for its WrittenBytes.
 constexpr unsigned int kBitsSize = WrittenBytes::SizeOfBits(kPageSize);
 
-/// A file with pages in the pool. The pool calls it to evict a page, and so needs to know nothing of files.
+/// A file with pages in the pool. The pool calls it to evict a page, and so needs to know nothing
+/// of files.
 class PageOwner {
 public:
-    /// Writes back the dirty bytes of a page, and those that continue them in the pages after it; false when
-    /// some are still dirty.
+    /// Writes back the dirty bytes of a page, and those that continue them in the pages after it;
+    /// false when some are still dirty.
     virtual bool WriteBackPage(unsigned int iPage) = 0;
 
     /// Drops a page; its dirty bytes are lost.
@@ -39,20 +40,23 @@ struct PageFrame {
     bool recent;               ///< used since the clock's hand last passed
 };
 
-/// All page frames of the process, up to a limit. When no frame is free, the clock algorithm picks a page to
-/// evict: F. J. Corbató, "A Paging Experiment with the Multics System", 1968. A hand goes round all frames.
-/// It skips a page that was used since its last visit and clears that mark; it evicts the first page
-/// without the mark. This comes close to "least recently used", but a use costs one store only.
+/// All page frames of the process, up to a limit. When no frame is free, the clock algorithm picks
+/// a page to evict: F. J. Corbató, "A Paging Experiment with the Multics System", 1968. A hand goes
+/// round all frames. It skips a page that was used since its last visit and clears that mark; it
+/// evicts the first page without the mark. This comes close to "least recently used", but a use
+/// costs one store only.
 ///
 /// Memory is allocated in blocks as needed. It is freed when no page is in use.
 class PagePool {
 public:
-    /// True when a page should be loaded into memory: a frame is free for it, or the page is wanted for the
-    /// second time within a short while. In files much larger than the limit most pages aren't wanted
-    /// again. To load them for a few bytes costs more than to read these bytes from the file.
+    /// True when a page should be loaded into memory: a frame is free for it, or the page is wanted
+    /// for the second time within a short while. In files much larger than the limit most pages
+    /// aren't wanted again. To load them for a few bytes costs more than to read these bytes from
+    /// the file.
     bool IsWorthCaching(const PageOwner* iOwner, unsigned int iPage);
 
-    /// A frame for a page of a file, without valid bytes. May write back and drop pages of any file.
+    /// A frame for a page of a file, without valid bytes. May write back and drop pages of any
+    /// file.
     /// @return null without memory, or when all pages are dirty and none can be written back
     PageFrame* Allocate(PageOwner* iOwner, unsigned int iPage);
 
@@ -62,12 +66,13 @@ public:
     /// Sets how many bytes of pages may be in memory, and drops all pages that can be written back.
     void SetLimit(std::size_t iBytes);
 
-    /// Forgets all pages without reading them: in a new process, where they are copies of the parent's.
+    /// Forgets all pages without reading them: in a new process, where they are copies of the
+    /// parent's.
     void ForgetAll();
 
 private:
-    /// Frames and their memory. The first block is small and stays. Each other block is one huge page of the
-    /// processor (2 MiB), which avoids most page faults.
+    /// Frames and their memory. The first block is small and stays. Each other block is one huge
+    /// page of the processor (2 MiB), which avoids most page faults.
     struct Block {
         Block* next;
         unsigned int nFrames;

@@ -7,13 +7,13 @@
 #include <cstddef>
 #include <cstdlib>
 
-/// The page table of one file: for each page number the frame that holds the page in memory. Look-up
-/// takes one array access. The table has an entry of 16 bytes for each page up to the highest one that
-/// was ever in memory.
+/// The page table of one file: for each page number the frame that holds the page in memory.
+/// Look-up takes one array access. The table has an entry of 16 bytes for each page up to the
+/// highest one that was ever in memory.
 class PageTable {
 public:
-    /// The address of the bytes is kept beside the frame, so that a reader can prefetch the bytes before
-    /// the frame itself is loaded.
+    /// The address of the bytes is kept beside the frame, so that a reader can prefetch the bytes
+    /// before the frame itself is loaded.
     struct Entry {
         PageFrame* frame = nullptr;  ///< null when the page isn't in memory
         unsigned char* bytes = nullptr;
@@ -46,8 +46,8 @@ public:
     /// Pages from this number on aren't in memory.
     std::size_t End() const { return _nEntries; }
 
-    /// Forgets all pages without freeing the array: for a new process, where another thread of the parent
-    /// may have been enlarging it at the moment of the fork.
+    /// Forgets all pages without freeing the array: for a new process, where another thread of the
+    /// parent may have been enlarging it at the moment of the fork.
     void Abandon() { _nEntries = 0; }
 
 private:

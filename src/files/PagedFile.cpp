@@ -12,8 +12,8 @@
 
 namespace {
 
-/// From this size on, in bytes, an access bypasses the pages: a second copy of the bytes would cost more
-/// than a system call.
+/// From this size on, in bytes, an access bypasses the pages: a second copy of the bytes would cost
+/// more than a system call.
 constexpr std::size_t kBypassSize = kPageSize;
 
 /// The most pages that one system call writes back.
@@ -72,7 +72,8 @@ PagedFile::~PagedFile() {
 // Streams of the file.
 
 PagedFile* PagedFile::Attach(FILE* ioStream, bool iForWriting) {
-    // The handler runs in each child process. Without it a child would write the parent's dirty bytes.
+    // The handler runs in each child process. Without it a child would write the parent's dirty
+    // bytes.
     static const bool isHandled = pthread_atfork(nullptr, nullptr, ForgetInherited) == 0;
     if (!isHandled) return nullptr;
     auto* stream = new (std::nothrow) Stream{nullptr, ioStream, fileno(ioStream), iForWriting};
@@ -115,8 +116,8 @@ PagedFile* PagedFile::FindOrCreate(int iDescriptor) {
 void PagedFile::StartWriting(int iDescriptor) {
     struct stat status = {};
     if (fstat(iDescriptor, &status) != 0) return;
-    // While nobody here wrote, another process may have changed the file and its blocks. So the pages,
-    // and what they say of blocks, are dropped.
+    // While nobody here wrote, another process may have changed the file and its blocks. So the
+    // pages, and what they say of blocks, are dropped.
     DropPages(false);
     _fileEnd = static_cast<std::size_t>(status.st_size);
     _blocks = FileBlocks(iDescriptor, _fileEnd);
@@ -131,8 +132,8 @@ void PagedFile::ForgetInherited() {
 }
 
 bool PagedFile::Detach(FILE* iStream) {
-    // The write back comes before the stream leaves the list: it needs a descriptor. When it fails and no
-    // other writer is left, nobody can write the dirty bytes any more, and they are lost.
+    // The write back comes before the stream leaves the list: it needs a descriptor. When it fails
+    // and no other writer is left, nobody can write the dirty bytes any more, and they are lost.
     Stream** link = &_streams;
     while ((*link)->stream != iStream) link = &(*link)->next;
     Stream* stream = *link;
@@ -168,8 +169,8 @@ std::size_t PagedFile::Read(
 
 std::size_t PagedFile::ReadStep(
     std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError) {
-    // A page in memory is always used: its dirty bytes are newer than the file. Other pages are loaded for
-    // small reads only.
+    // A page in memory is always used: its dirty bytes are newer than the file. Other pages are
+    // loaded for small reads only.
     PageFrame* frame = _pages.Find(PageOf(iOffset)).frame;
     if (frame == nullptr) {
         const std::size_t notCached = CountNotCached(iOffset, iSize);
@@ -212,8 +213,9 @@ std::size_t PagedFile::WriteStep(
     if (iSize >= kBypassSize) return WriteThrough(iOffset, iData, iSize);
     const std::size_t from = iOffset & (kPageSize - 1);
     const std::size_t size = std::min<std::size_t>(kPageSize - from, iSize);
-    // The bytes may stay dirty in the page when all bytes before them are valid and the disk has reserved
-    // their blocks. Otherwise they go to the file now, and the page, if it is ready, gets a copy.
+    // The bytes may stay dirty in the page when all bytes before them are valid and the disk has
+    // reserved their blocks. Otherwise they go to the file now, and the page, if it is ready, gets
+    // a copy.
     PageFrame* frame = FindOrAdd(PageOf(iOffset));
     const bool isReady = frame != nullptr && FillBefore(*frame, from);
     if (isReady) RaiseDirtyLimit(*frame, _blocks.End());
@@ -221,7 +223,8 @@ std::size_t PagedFile::WriteStep(
         StoreDirty(*frame, from, iData, size);
         return size;
     }
-    // WriteThrough() updates pages that have no gap before the bytes. Here the gap is padding, at most.
+    // WriteThrough() updates pages that have no gap before the bytes. Here the gap is padding, at
+    // most.
     const std::size_t done = WriteThrough(iOffset, iData, size);
     if (isReady && done != 0 && from > frame->valid) UpdatePage(*frame, from, iData, done);
     if (frame != nullptr && frame->valid == 0) Drop(frame->page);
@@ -253,7 +256,8 @@ std::size_t PagedFile::WriteWithTail(
     // At most the page with the last byte of the file is concerned: later pages have no blocks.
     PageFrame* tail = _fileEnd != 0 ? _pages.Find(PageOf(_fileEnd - 1)).frame : nullptr;
     if (tail == nullptr) return 0;
-    // All dirty runs of the page are written back but one that ends at iOffset, if there is such a run.
+    // All dirty runs of the page are written back but one that ends at iOffset, if there is such a
+    // run.
     WrittenBytes::Run run = tail->written.NextDirtyRun(0);
     for (; !run.IsEmpty(); run = tail->written.NextDirtyRun(run.to)) {
         if (OffsetOf(tail->page) + run.to == iOffset) break;
@@ -285,8 +289,8 @@ void PagedFile::RecordWrite(std::size_t iFrom, std::size_t iTo) {
 
 void PagedFile::UpdatePage(
     PageFrame& ioFrame, std::size_t iFrom, const unsigned char* iData, std::size_t iSize) {
-    // The bytes count as written and clean. A dirty range may start with them, and shrinks then. Their blocks
-    // are on the disk now, which may raise the limit for dirty bytes.
+    // The bytes count as written and clean. A dirty range may start with them, and shrinks then.
+    // Their blocks are on the disk now, which may raise the limit for dirty bytes.
     const std::size_t start = OffsetOf(ioFrame.page);
     const std::size_t to = iFrom + iSize;
     std::memcpy(ioFrame.bytes + iFrom, iData, iSize);
@@ -301,7 +305,8 @@ void PagedFile::UpdatePage(
 
 void PagedFile::RaiseDirtyLimit(PageFrame& ioFrame, std::size_t iEndOfBlocks) const {
     const std::size_t start = OffsetOf(ioFrame.page);
-    // The system is asked for its limit only where the page would gain from a higher one: the call is slow.
+    // The system is asked for its limit only where the page would gain from a higher one: the call
+    // is slow.
     const std::size_t before = start + ioFrame.dirtyLimit;
     std::size_t end = std::min(iEndOfBlocks, start + kPageSize);
     if (end > before) end = std::min(end, AllowedFileEnd());
@@ -344,8 +349,8 @@ bool PagedFile::FillBefore(PageFrame& ioFrame, std::size_t iFrom) {
     if (iFrom > ioFrame.valid && !LoadRest(ioFrame)) return false;
     const std::size_t valid = ioFrame.valid;
     if (iFrom <= valid) return true;
-    // The file ends before the bytes. An append starts at the next multiple of kFileAlignment, and the
-    // padding before it reads as zero. For a wider gap the page isn't used.
+    // The file ends before the bytes. An append starts at the next multiple of kFileAlignment, and
+    // the padding before it reads as zero. For a wider gap the page isn't used.
     if (iFrom % kFileAlignment != 0 || iFrom - valid >= kFileAlignment) return false;
     std::memset(ioFrame.bytes + valid, 0, iFrom - valid);
     return true;
@@ -371,8 +376,8 @@ void PagedFile::DropPages(bool iAlsoDirty) {
 
 void PagedFile::CountDirtyPage(PageFrame& ioFrame) {
     ClearFlushed(ioFrame);
-    // Flush() visits the pages from the lowest to the highest dirty one. The range never shrinks while some
-    // page is dirty; it starts anew with the first dirty page after none.
+    // Flush() visits the pages from the lowest to the highest dirty one. The range never shrinks
+    // while some page is dirty; it starts anew with the first dirty page after none.
     const std::size_t page = ioFrame.page;
     if (_nDirty++ == 0) {
         _lowestDirty = page;
@@ -383,8 +388,8 @@ void PagedFile::CountDirtyPage(PageFrame& ioFrame) {
 }
 
 void PagedFile::ClearFlushed(PageFrame& ioFrame) const {
-    // After a flush others may change bytes that were written before it, so these must not go again. The
-    // counter spares Flush() a visit to every clean page.
+    // After a flush others may change bytes that were written before it, so these must not go
+    // again. The counter spares Flush() a visit to every clean page.
     if (ioFrame.nFlushes == _nFlushes || ioFrame.written.IsDirty()) return;
     ioFrame.nFlushes = _nFlushes;
     ioFrame.written.Clear(kPageSize);
@@ -417,8 +422,8 @@ bool PagedFile::WriteBackPage(unsigned int iPage) {
 }
 
 bool PagedFile::WriteBack(const PageFrame& iFrame, WrittenBytes::Run iRun) {
-    // One call for all pieces. When it writes less, each piece is tried by itself, so that as many bytes as
-    // possible reach the file and it is known which of them did.
+    // One call for all pieces. When it writes less, each piece is tried by itself, so that as many
+    // bytes as possible reach the file and it is known which of them did.
     const GatherList pieces = Gather(iFrame, iRun);
     std::size_t offset = OffsetOf(iFrame.page) + iRun.from;
     const ssize_t written =

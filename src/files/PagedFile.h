@@ -11,33 +11,35 @@
 #include <span>
 #include <sys/types.h>
 
-/// One file of the disk, with a write-back cache of its pages. All streams of the process on that file
-/// share this object, under whatever names they opened it. So no stream reads old bytes.
+/// One file of the disk, with a write-back cache of its pages. All streams of the process on that
+/// file share this object, under whatever names they opened it. So no stream reads old bytes.
 ///
-/// Small accesses use the pages. Written bytes stay dirty in a page only where the file already has its
-/// block on the disk (FileBlocks). They reach the file at Flush(), when the last writer leaves, or when
-/// the pool evicts the page. All other writes go to the file at once. So the write that finds the disk
-/// full is the one that fails, and the file on the disk lacks less than one page at its end.
+/// Small accesses use the pages. Written bytes stay dirty in a page only where the file already has
+/// its block on the disk (FileBlocks). They reach the file at Flush(), when the last writer leaves,
+/// or when the pool evicts the page. All other writes go to the file at once. So the write that
+/// finds the disk full is the one that fails, and the file on the disk lacks less than one page at
+/// its end.
 ///
-/// Large accesses bypass the pages and update those in memory. Only bytes that this process wrote go to
-/// the file.
+/// Large accesses bypass the pages and update those in memory. Only bytes that this process wrote
+/// go to the file.
 ///
 /// A child process starts without pages. The parent alone writes back what was dirty at the fork.
 ///
-/// Offsets are below kEndOfOffsets. A read past the known end asks the file each time, since another
-/// process may have made it longer.
+/// Offsets are below kEndOfOffsets. A read past the known end asks the file each time, since
+/// another process may have made it longer.
 class PagedFile final : private PageOwner {
 public:
-    /// The object of the file under a stream that was just opened. The stream becomes unbuffered. Dirty
-    /// bytes of the file are written back first, so that the size of the file is right.
-    /// @return null for anything but a regular file, and without memory; the caller then uses the stream
+    /// The object of the file under a stream that was just opened. The stream becomes unbuffered.
+    /// Dirty bytes of the file are written back first, so that the size of the file is right.
+    /// @return null for anything but a regular file, and without memory; the caller then uses the
+    /// stream
     static PagedFile* Attach(FILE* ioStream, bool iForWriting);
 
     /// The object of the file under a descriptor; null when no stream of the process has it open.
     static PagedFile* Find(int iDescriptor);
 
-    /// Forgets a stream that is about to be closed. The last writer writes back the dirty bytes. The last
-    /// stream drops the pages and deletes this object.
+    /// Forgets a stream that is about to be closed. The last writer writes back the dirty bytes.
+    /// The last stream drops the pages and deletes this object.
     /// @return false when written bytes can't reach the file
     bool Detach(FILE* iStream);
 
@@ -46,7 +48,8 @@ public:
 
     /// Reads bytes.
     /// @param oError  set to true on an error of the system, else left alone
-    /// @return the number of bytes read; fewer than asked for at the end of the file and on an error
+    /// @return the number of bytes read; fewer than asked for at the end of the file and on an
+    /// error
     std::size_t Read(std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError);
 
     /// Writes bytes; false when not all of them could be written.
@@ -69,8 +72,8 @@ public:
         return true;
     }
 
-    /// The fast path of Write(): true when the bytes may stay dirty in one page in memory and leave no gap
-    /// after its valid bytes.
+    /// The fast path of Write(): true when the bytes may stay dirty in one page in memory and leave
+    /// no gap after its valid bytes.
     /// @param iSize  at least 1
     bool WriteCached(std::size_t iOffset, const void* iData, std::size_t iSize) {
         const PageTable::Entry page = _pages.Find(iOffset >> kPageBits);
@@ -147,8 +150,8 @@ private:
 
     void Drop(unsigned int iPage) override;
 
-    // Reads and writes go in steps, of one page or of all bytes that bypass the pages. Each gives the number
-    // of bytes that it moved.
+    // Reads and writes go in steps, of one page or of all bytes that bypass the pages. Each gives
+    // the number of bytes that it moved.
 
     std::size_t ReadStep(
         std::size_t iOffset, unsigned char* oData, std::size_t iSize, bool& oError);
@@ -163,21 +166,21 @@ private:
     /// Writes to the file at once, and updates the pages in memory.
     std::size_t WriteThrough(std::size_t iOffset, const unsigned char* iData, std::size_t iSize);
 
-    /// Called before bytes that make the file longer: writes back the dirty bytes of the page where the file
-    /// ends. Where these end at `iOffset`, the new bytes go with them in one system call.
+    /// Called before bytes that make the file longer: writes back the dirty bytes of the page where
+    /// the file ends. Where these end at `iOffset`, the new bytes go with them in one system call.
     /// @return how many of the new bytes were written
     std::size_t WriteWithTail(std::size_t iOffset, const unsigned char* iData, std::size_t iSize);
 
     /// Records that bytes have reached the file.
     void RecordWrite(std::size_t iFrom, std::size_t iTo);
 
-    /// Copies bytes that have reached the file into a page. Between its valid bytes and these there may only
-    /// be padding.
+    /// Copies bytes that have reached the file into a page. Between its valid bytes and these there
+    /// may only be padding.
     void UpdatePage(
         PageFrame& ioFrame, std::size_t iFrom, const unsigned char* iData, std::size_t iSize);
 
-    /// Raises `dirtyLimit` of a page, given where the blocks of the file end. Bytes past the process's limit
-    /// of file sizes may not be dirty, since their write back would fail.
+    /// Raises `dirtyLimit` of a page, given where the blocks of the file end. Bytes past the
+    /// process's limit of file sizes may not be dirty, since their write back would fail.
     void RaiseDirtyLimit(PageFrame& ioFrame, std::size_t iEndOfBlocks) const;
 
     /// Copies bytes into a page, below its `dirtyLimit` and without a gap, and marks them dirty.
@@ -204,8 +207,8 @@ private:
 
     bool WriteBackPage(unsigned int iPage) override;
 
-    /// Writes back a run, and the runs that continue it in the pages after it; false when some of these bytes
-    /// are still dirty.
+    /// Writes back a run, and the runs that continue it in the pages after it; false when some of
+    /// these bytes are still dirty.
     bool WriteBack(const PageFrame& iFrame, WrittenBytes::Run iRun);
     GatherList Gather(const PageFrame& iFrame, WrittenBytes::Run iRun) const;
 

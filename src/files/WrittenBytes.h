@@ -5,15 +5,15 @@
 #include <bit>
 #include <cstdint>
 
-/// Which bytes of a page this process has written, and which of them are dirty: in memory alone, not yet
-/// in the file.
+/// Which bytes of a page this process has written, and which of them are dirty: in memory alone,
+/// not yet in the file.
 ///
-/// Each byte of the page has one bit, set when this process writes the byte. A byte without its bit may
-/// have been changed in the file by another process, so it must never be written back.
+/// Each byte of the page has one bit, set when this process writes the byte. A byte without its bit
+/// may have been changed in the file by another process, so it must never be written back.
 ///
-/// All dirty bytes lie in one range [_from, _to). A write back of the range writes all bytes in it whose
-/// bit is set. Some of them may be in the file already. To write these again does no harm until the
-/// file is flushed, because only then may others rely on its content.
+/// All dirty bytes lie in one range [_from, _to). A write back of the range writes all bytes in it
+/// whose bit is set. Some of them may be in the file already. To write these again does no harm
+/// until the file is flushed, because only then may others rely on its content.
 class WrittenBytes {
 public:
     /// Consecutive bytes of the page: from `from` to before `to`. Empty when both are equal.
@@ -68,8 +68,8 @@ public:
         return {from, Find(from, false)};
     }
 
-    /// Records that a run has reached the file. The dirty range shrinks only from its start: a run in the
-    /// middle stays in the range.
+    /// Records that a run has reached the file. The dirty range shrinks only from its start: a run
+    /// in the middle stays in the range.
     void MarkClean(Run iRun) {
         if (iRun.from <= _from && iRun.to > _from) {
             _from = static_cast<std::uint16_t>(Find(std::min<unsigned int>(iRun.to, _to), true));
@@ -81,7 +81,8 @@ private:
     static constexpr unsigned int kWordBits = 64;
     static constexpr std::uint64_t kAllBits = ~std::uint64_t{0};
 
-    /// The first byte from `iFrom` on whose bit is set, or is clear; `_to` when there is none before it.
+    /// The first byte from `iFrom` on whose bit is set, or is clear; `_to` when there is none
+    /// before it.
     unsigned int Find(unsigned int iFrom, bool iIsWritten) const {
         unsigned int at = iFrom;
         while (at < _to) {

@@ -143,7 +143,8 @@ void IDXWorkingID::ConvertFromBuffer(IDX_Base_Buffer& iBuffer) {
     Clear(_OIDAndLID);
 }
 
-/// Sets the fields one by one. False when a field isn't whole, and when bytes follow the last field.
+/// Sets the fields one by one. False when a field isn't whole, and when bytes follow the last
+/// field.
 bool IDXWorkingID::_ReadFields(const unsigned char* iData, std::size_t iSize) {
     if (iSize < kTypeIdOffset) return false;
     _OID.SetData(iData + kObjectIdOffset, kWorkingIdSize);
