@@ -21,14 +21,16 @@ bool HasOurEndian(const IDX_234Struct_Manifest& iManifest) {
 
 }  // namespace
 
-/// Keeps a walk through a damaged file from going on for ever.
+/// Ends a walk through a damaged file whose nodes form a cycle.
 struct IDX_WT_Tree234::Walk {
     unsigned int level = 0;
     unsigned long long nNodes = 0;
-    unsigned long long end = 0;  ///< of the node that lies furthest back in the file
+    unsigned long long end = 0;  ///< of the visited node with the highest offset
 
-    /// Nodes that don't overlap need their bytes: as long as the nodes before fit before the furthest one's
-    /// end, none has to have been visited twice. Two walks down a cycle double with each level.
+    /// Counts a node; false when the file is damaged. Nodes don't overlap, so all visited nodes
+    /// together fit before `end`. When they don't fit, one of them was visited twice. A limit of
+    /// levels alone isn't enough: in a cycle with two ways round, the number of visits doubles at
+    /// each level.
     bool Enter(unsigned int iNode) {
         end = std::max(end, 0ULL + iNode + kTree234NodeSize);
         return ++level <= kMaxTree234Levels && ++nNodes * kTree234NodeSize <= end;
@@ -56,9 +58,9 @@ IDX_WT_Tree234::~IDX_WT_Tree234() {
 }
 
 IDX_Bool IDX_WT_Tree234::OpenRead(const char* iPath) {
-    if (IsOpened()) Close();
-    if (!OpenStoreForReading(iPath)) {
-        (void)m_file->Close();  // the failure is told already
+    if (IsOpened() == IDX_True) Close();
+    if (OpenStoreForReading(iPath) == IDX_False) {
+        (void)m_file->Close();  // the failure is traced already
         return IDX_False;
     }
     m_openMode = ReadOnly;
@@ -66,8 +68,12 @@ IDX_Bool IDX_WT_Tree234::OpenRead(const char* iPath) {
 }
 
 IDX_Bool IDX_WT_Tree234::OpenStoreForReading(const char* iPath) {
-    if (!m_file->OpenRead(iPath)) return TraceNo("IDX_WT_Tree234.OpenRead.IDX_WT_File.OpenRead");
-    if (!_GetManifest(m_manifest)) return TraceNo("IDX_WT_Tree234.OpenRead._GetManifest");
+    if (m_file->OpenRead(iPath) == IDX_False) {
+        return TraceNo("IDX_WT_Tree234.OpenRead.IDX_WT_File.OpenRead");
+    }
+    if (_GetManifest(m_manifest) == IDX_False) {
+        return TraceNo("IDX_WT_Tree234.OpenRead._GetManifest");
+    }
     if (!HasOurEndian(m_manifest)) return TraceNo("IDX_WT_Tree234.OpenRead.InvalidEndian");
     if (m_manifest.version != kTree234Version) {
         IDX_Base_Trace::Debug(
@@ -79,9 +85,9 @@ IDX_Bool IDX_WT_Tree234::OpenStoreForReading(const char* iPath) {
 }
 
 IDX_Bool IDX_WT_Tree234::OpenWrite(const char* iPath) {
-    if (IsOpened()) Close();
-    if (!OpenStoreForWriting(iPath)) {
-        (void)m_file->Close();  // the failure is told already
+    if (IsOpened() == IDX_True) Close();
+    if (OpenStoreForWriting(iPath) == IDX_False) {
+        (void)m_file->Close();  // the failure is traced already
         return IDX_False;
     }
     m_openMode = ReadWrite;
@@ -89,11 +95,14 @@ IDX_Bool IDX_WT_Tree234::OpenWrite(const char* iPath) {
 }
 
 IDX_Bool IDX_WT_Tree234::OpenStoreForWriting(const char* iPath) {
-    if (!m_file->OpenWrite(iPath)) {
+    if (m_file->OpenWrite(iPath) == IDX_False) {
         return TraceNo("IDX_WT_Tree234.OpenWrite.IDX_WT_File.OpenWrite");
     }
+    // An empty file becomes an empty tree; any other must be a tree of this version and byte order.
     if (m_file->GetSize() == 0) return AppendManifest();
-    if (!_GetManifest(m_manifest)) return TraceNo("IDX_WT_Tree234.OpenWrite._GetManifest");
+    if (_GetManifest(m_manifest) == IDX_False) {
+        return TraceNo("IDX_WT_Tree234.OpenWrite._GetManifest");
+    }
     if (!HasOurEndian(m_manifest)) return TraceNo("IDX_WT_Tree234.OpenWrite.InvalidEndian");
     if (m_manifest.version != kTree234Version) {
         IDX_Base_Trace::Debug(
@@ -108,29 +117,31 @@ IDX_Bool IDX_WT_Tree234::AppendManifest() {
     struct Free {
         void operator()(void* iBytes) const { std::free(iBytes); }
     };
+    // The subclass's part of the manifest starts as zeros.
     const std::unique_ptr<void, Free> bytes(std::calloc(1, m_manifestSize));
     const IDX_234Struct_Manifest manifest = {IDX_Base_Endian::one(), kTree234Version, 0};
     if (bytes != nullptr) std::memcpy(bytes.get(), &manifest, sizeof manifest);
-    if (bytes == nullptr || !m_file->Write(bytes.get(), m_manifestSize)) {
+    if (bytes == nullptr || m_file->Write(bytes.get(), m_manifestSize) == IDX_False) {
         return TraceNo("IDX_WT_Tree234.OpenWrite.IDX_WT_File.Write");
     }
     m_file->Flush();
     return IDX_True;
 }
 
-/// Has the store end at a multiple of 4. The disk store's end always is at one.
+/// Fills the store up to a multiple of kFileAlignment. Only the store in memory may need it:
+/// GetSize() of the disk store is rounded up already.
 IDX_Bool IDX_WT_Tree234::CompleteLastWord() {
     const unsigned char zeros[kFileAlignment] = {};
     const unsigned int past = m_file->GetSize() % kFileAlignment;
-    if (past != 0 && !m_file->Write(zeros, kFileAlignment - past)) {
+    if (past != 0 && m_file->Write(zeros, kFileAlignment - past) == IDX_False) {
         return TraceNo("IDX_WT_Tree234.OpenWrite.IDX_WT_File.Write");
     }
     return IDX_True;
 }
 
 void IDX_WT_Tree234::Close() {
-    if (!IsOpened()) return;
-    (void)m_file->Close();  // there is nobody to tell; the store has traced it
+    if (IsOpened() == IDX_False) return;
+    (void)m_file->Close();  // the operation has no result; the store has traced a failure
     m_openMode = NotOpened;
 }
 
@@ -147,12 +158,13 @@ IDX_Bool IDX_WT_Tree234::IsReadWrite() const {
 }
 
 long int IDX_WT_Tree234::CheckVersion(const char* iPath) {
-    if (IsOpened()) Close();
-    if (!m_file->OpenRead(iPath)) {
+    // The store stays open, in every case: that is part of the interface.
+    if (IsOpened() == IDX_True) Close();
+    if (m_file->OpenRead(iPath) == IDX_False) {
         return TraceStatus(
             "IDX_WT_Tree234.CheckVersion.IDX_WT_File.OpenRead failed", IDX_E_INVALID_ARGUMENT);
     }
-    if (!_GetManifest(m_manifest)) {
+    if (_GetManifest(m_manifest) == IDX_False) {
         return TraceStatus(
             "IDX_WT_Tree234.CheckVersion._GetManifest failed", IDX_E_INVALID_ARGUMENT);
     }
@@ -164,34 +176,41 @@ long int IDX_WT_Tree234::CheckVersion(const char* iPath) {
 }
 
 IDX_Bool IDX_WT_Tree234::_GetManifest(IDX_234Struct_Manifest& oManifest) {
-    if (m_file->ReadAt(0, &oManifest, sizeof oManifest)) return IDX_True;
-    return TraceNo("IDX_WT_Tree234._GetManifest.IDX_WT_File.ReadAt");
+    if (m_file->ReadAt(0, &oManifest, sizeof oManifest) == IDX_False) {
+        return TraceNo("IDX_WT_Tree234._GetManifest.IDX_WT_File.ReadAt");
+    }
+    return IDX_True;
 }
 
 IDX_Bool IDX_WT_Tree234::_GetRoot(unsigned int* oRoot) {
     if (oRoot == nullptr) return TraceNo("IDX_WT_Tree234._GetRoot.InvalidOutput");
     *oRoot = 0;
-    if (!_GetManifest(m_manifest)) return TraceNo("IDX_WT_Tree234._GetRoot._GetManifest");
+    if (_GetManifest(m_manifest) == IDX_False) {
+        return TraceNo("IDX_WT_Tree234._GetRoot._GetManifest");
+    }
     *oRoot = m_manifest.root;
     return IDX_True;
 }
 
 IDX_Bool IDX_WT_Tree234::_SetRoot(unsigned int iRoot) {
-    if (m_file->WriteAt(kTree234RootOffset, &iRoot, sizeof iRoot)) return IDX_True;
-    return TraceNo("IDX_WT_Tree234._SetRoot.IDX_WT_File.WriteAt");
+    if (m_file->WriteAt(kTree234RootOffset, &iRoot, sizeof iRoot) == IDX_False) {
+        return TraceNo("IDX_WT_Tree234._SetRoot.IDX_WT_File.WriteAt");
+    }
+    return IDX_True;
 }
 
 IDX_Bool IDX_WT_Tree234::_HasRoot() {
-    return _GetManifest(m_manifest) && m_manifest.root != 0 ? IDX_True : IDX_False;
+    if (_GetManifest(m_manifest) == IDX_False) return IDX_False;
+    return m_manifest.root != 0 ? IDX_True : IDX_False;
 }
 
 IDX_Bool IDX_WT_Tree234::EnumItems(ItemCallback iCallback, void* ioData) {
     if (iCallback == nullptr) return TraceNo("IDX_WT_Tree234.EnumItems.UndefinedCallback");
-    if (!_HasRoot()) return IDX_True;
+    if (_HasRoot() == IDX_False) return IDX_True;
     unsigned int root = 0;
-    if (!_GetRoot(&root)) return TraceNo("IDX_WT_Tree234.EnumItems._GetRoot");
+    if (_GetRoot(&root) == IDX_False) return TraceNo("IDX_WT_Tree234.EnumItems._GetRoot");
     Walk walk;
-    if (!_EnumItems(root, iCallback, ioData, walk)) {
+    if (_EnumItems(root, iCallback, ioData, walk) == IDX_False) {
         return TraceNo("IDX_WT_Tree234.EnumItems._EnumItems");
     }
     return IDX_True;
@@ -202,15 +221,18 @@ IDX_Bool IDX_WT_Tree234::_EnumItems(
     if (iCallback == nullptr) return TraceNo("IDX_WT_Tree234._EnumItems.InvalidCallback");
     if (!ioWalk.Enter(iNode)) return TraceNo("IDX_WT_Tree234._EnumItems.InvalidNode");
     Tree234Node node;
-    if (!m_file->ReadAt(iNode, &node, kTree234NodeSize)) {
+    if (m_file->ReadAt(iNode, &node, kTree234NodeSize) == IDX_False) {
         return TraceNo("IDX_WT_Tree234._EnumItems.IDX_WT_File.ReadAt");
     }
+    // Child 0, item 0, child 1, item 1, and so on: the order of the identifiers. The node is a
+    // copy, so that the callback may change the file.
     for (unsigned int i = 0; i <= Tree234Node::kMaxItems; ++i) {
-        if (node.children[i] != 0 && !_EnumItems(node.children[i], iCallback, ioData, ioWalk)) {
+        const unsigned int child = node.children[i];
+        if (child != 0 && _EnumItems(child, iCallback, ioData, ioWalk) == IDX_False) {
             return TraceNo("IDX_WT_Tree234._EnumItems._EnumItems");
         }
         const bool hasItem = i < Tree234Node::kMaxItems && node.items[i] != 0;
-        if (hasItem && !iCallback(this, node.items[i], ioData)) {
+        if (hasItem && iCallback(this, node.items[i], ioData) == IDX_False) {
             return TraceNo("IDX_WT_Tree234._EnumItems.Callback");
         }
     }
@@ -218,8 +240,8 @@ IDX_Bool IDX_WT_Tree234::_EnumItems(
     return IDX_True;
 }
 
-/// A search doesn't change what a caller can see, but it uses the scratch fields. No tree is const from
-/// the start: nobody could open it.
+/// A search changes only the scratch fields. The cast is safe: every open tree was created as a
+/// variable that isn't const, since Open isn't const.
 IDX_Bool IDX_WT_Tree234::Query(const IDX_Base_Identifier& iId, unsigned int& oItemOffset) const {
     return const_cast<IDX_WT_Tree234*>(this)->_Query(nullptr, iId, 0, 0, IDX_False, oItemOffset);
 }
@@ -236,6 +258,8 @@ IDX_Bool IDX_WT_Tree234::_Query(
     unsigned int iChildIndex,
     IDX_Bool iInsert,
     unsigned int& oItemOffset) {
+    // The two stores of our own are searched through the bytes that they have in memory. A subclass
+    // may have put another store into m_file: all of its bytes are read by its virtual operations.
     oItemOffset = 0;
     const auto searchWith = [&](const auto& cache) {
         Tree234Search search(*this, cache, iItem, iId, iInsert != IDX_False, oItemOffset);

@@ -3,16 +3,18 @@
 
 #include "formats/IdentifierTreeFile.h"
 
-// What an insertion does to a node.
+// How an insertion makes room in a node. Stored nodes show each step, so the order of moves is
+// fixed.
 
-/// Moves the items from `iPlace` on to the right, for one that goes there. Until then it keeps what it had.
+/// Moves the items from `iPlace` on by one place to the right. The place keeps its old item until
+/// the caller stores the new one.
 inline void OpenGapInItems(Tree234Node& ioNode, unsigned int iPlace) {
     for (unsigned int i = Tree234Node::kMaxItems - 1; i > iPlace; --i) {
         ioNode.items[i] = ioNode.items[i - 1];
     }
 }
 
-/// The same with the children right of these items.
+/// The same, together with the child after each of these items.
 inline void OpenGap(Tree234Node& ioNode, unsigned int iPlace) {
     OpenGapInItems(ioNode, iPlace);
     for (unsigned int i = Tree234Node::kMaxItems; i > iPlace + 1; --i) {

@@ -10,7 +10,17 @@
 #include <cstring>
 #include <limits>
 
-/// An identifier whose bytes stay where they are.
+// Look-up and insertion in a 2-3-4 tree whose nodes are in a file.
+//
+// A node has one to three items and, unless it is a leaf, one child more than items. All leaves
+// have the same depth. An insertion splits each full node on its way down, before it enters it. So
+// the parent of a node always has room for the item that a split moves up, and one way down is
+// enough.
+//
+// L. J. Guibas, R. Sedgewick, "A dichromatic framework for balanced trees", FOCS 1978 (top-down
+// 2-3-4 trees). D. E. Knuth, "The Art of Computer Programming", volume 3, section 6.2.4 (B-trees).
+
+/// An identifier whose bytes belong to another object: for comparisons without a copy.
 class IdentifierInPlace final : public IDX_Base_Identifier {
 public:
     void Set(const unsigned char* iData, unsigned int iSize) {
@@ -26,9 +36,12 @@ private:
     unsigned int _size = 0;
 };
 
-/// One search on its way down the tree, for a look-up or an insertion, and the node that it has come to.
-/// @tparam Cache  what the tree's store has in hand: reads of it cost a look at the bytes where they lie. Every write,
-///               and every read of what isn't in hand, is an operation of the store, through its virtual slots.
+/// One look-up or insertion, with the node that it has reached on its way down.
+///
+/// Each step reads its node from the store and writes it back at once. So the trace says which step
+/// failed, and other objects on the same file see the node.
+/// @tparam Cache the view of the store's bytes that are in memory (CachedBytes.h). All other reads,
+///                and all writes, are calls of the store's virtual operations, in a fixed order.
 template <class Cache>
 class Tree234Search {
 public:
@@ -48,7 +61,8 @@ public:
           _insert(iInsert),
           _itemOffset(oItemOffset) {}
 
-    /// Searches from a child of a node on or, if `iParentOffset` is 0, from the root.
+    /// Searches from a child of a node on, or from the root when `iParentOffset` is 0. A search
+    /// that needs more levels than any tree has is in a damaged file.
     bool Run(unsigned int iParentOffset, unsigned int iChildIndex) {
         _parentOffset = iParentOffset;
         _childIndex = iChildIndex;
@@ -60,7 +74,7 @@ public:
     }
 
 private:
-    // The steps. Each gives false when it failed, with its tag traced.
+    // The steps. Each gives false after a failure, whose tag it has traced.
 
     bool Finish(unsigned int iItemOffset) {
         _itemOffset = iItemOffset;
@@ -68,15 +82,17 @@ private:
         return true;
     }
 
-    /// Makes the child at the place the node to visit next.
+    /// Makes the child at `_place` the next node to visit.
     bool Descend() {
         _parentOffset = _nodeOffset;
         _childIndex = _place;
         return true;
     }
 
-    /// Finishes the search, or leads it one level down.
+    /// Handles one level: finishes the search, or makes a child the next node to visit.
     bool VisitNode() {
+        // A look-up in an empty tree finds nothing. The manifest is read at each level, since nothing
+        // of the tree stays in memory from one level to the next.
         if (!_insert && !HasRoot()) return Finish(0);
         if (_insert && _item == nullptr) {
             return TraceFalse("IDX_WT_Tree234._Query.InvalidItem");
@@ -87,20 +103,25 @@ private:
         return _node.IsLeaf() ? SearchLeaf() : SearchInnerNode();
     }
 
+    /// Whether the manifest names a root; false also when it can't be read.
     bool HasRoot() {
         const std::span<const unsigned char> manifest = _cache.BytesFrom(0);
-        if (manifest.size() < sizeof(IDX_234Struct_Manifest)) return _tree._HasRoot() != IDX_False;
+        if (manifest.size() < sizeof(IDX_234Struct_Manifest)) return _tree._HasRoot() == IDX_True;
         return LoadAt<unsigned int>(manifest.data(), kTree234RootOffset) != 0;
     }
 
     bool ReadNode(unsigned int iOffset, Tree234Node& oNode) {
         const std::span<const unsigned char> bytes = _cache.BytesFrom(iOffset);
-        if (bytes.size() < kTree234NodeSize)
+        if (bytes.size() < kTree234NodeSize) {
+            // A store of a subclass may give any value: all but IDX_False count as success.
             return _store.ReadAt(iOffset, &oNode, kTree234NodeSize) != IDX_False;
-        std::memcpy(&oNode, bytes.data(), kTree234NodeSize);
+        }
+        oNode = LoadAt<Tree234Node>(bytes.data(), 0);
         return true;
     }
 
+    /// Reads the node to visit: the root, or a child of the node before. The child's offset is read
+    /// from the stored parent, not from the copy here.
     bool FindNode() {
         const bool isFound = _parentOffset == 0 ? FindRoot() : FindChild();
         if (!isFound) return false;
@@ -112,18 +133,21 @@ private:
         return true;
     }
 
-    /// Has the processor fetch the children side by side while the identifiers are compared: read behind that, the
-    /// next node would be waited for. No branch on what the node has: half of these would be guessed wrong.
+    /// Asks the processor to load all children while the identifiers are compared. Otherwise the
+    /// search would wait for the child after the comparison. Absent children (offset 0) are
+    /// prefetched, too: a branch on them would be mispredicted half of the time.
     void PrefetchBelow() const {
         for (const unsigned int child : _node.children) _cache.Prefetch(child, kTree234NodeSize);
         if (!Cache::kNeedsLookup) return;
         for (unsigned int i = 1; i < Tree234Node::kMaxItems; ++i) {
-            _cache.Prefetch(_node.items[i] + _tree.m_itemSize, sizeof(unsigned int));
+            _cache.Prefetch(_node.items[i] + _tree.m_itemSize, kLengthPrefixSize);
         }
     }
 
     bool FindRoot() {
-        if (!_tree._GetRoot(&_nodeOffset)) return TraceFalse("IDX_WT_Tree234._Query._GetRoot");
+        if (_tree._GetRoot(&_nodeOffset) == IDX_False) {
+            return TraceFalse("IDX_WT_Tree234._Query._GetRoot");
+        }
         return _nodeOffset != 0 || !_insert || AppendEmptyRoot();
     }
 
@@ -135,45 +159,59 @@ private:
         return true;
     }
 
+    /// Writes the first node of an empty tree.
     bool AppendEmptyRoot() {
         _nodeOffset = _store.GetSize();
-        if (!_store.Write(&_node, kTree234NodeSize)) {
+        if (_store.Write(&_node, kTree234NodeSize) == IDX_False) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.Write (1)");
         }
-        if (!_tree._SetRoot(_nodeOffset)) return TraceFalse("IDX_WT_Tree234._Query._SetRoot (1)");
+        if (_tree._SetRoot(_nodeOffset) == IDX_False) {
+            return TraceFalse("IDX_WT_Tree234._Query._SetRoot (1)");
+        }
         return true;
     }
 
-    /// Cuts a full node in two: its right half moves to a new node, and its middle item up into the parent, which
-    /// has room, since it was cut before it was left. Goes on in the half where the identifier belongs.
+    /// Splits a full node and goes on in the half where the identifier belongs:
+    ///
+    ///         [ p ]                    [ b p ]
+    ///         /                        /   |            a b c: items of the full node
+    ///     [ a b c ]       becomes    [a]  [c]           0 1 2 3: its children
+    ///     0 1 2 3                    0 1  2 3
+    ///
+    /// The parent has room for b: it was split on the way down if it was full.
     bool Split() {
         if (_parentOffset == 0 && !AppendParent()) return false;
         return OpenGapInParent() && AppendSibling() && FillGapInParent() && TrimNode() &&
                ChooseHalf();
     }
 
-    /// Puts a new root above the root.
+    /// Makes a new, empty root whose child 0 will be the old root. Only here the tree gets a level
+    /// more.
     bool AppendParent() {
         _childIndex = 0;
         _parentOffset = _store.GetSize();
-        if (!_store.Write(&_parent, kTree234NodeSize)) {
+        if (_store.Write(&_parent, kTree234NodeSize) == IDX_False) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.Write (2)");
         }
-        if (!_tree._SetRoot(_parentOffset)) return TraceFalse("IDX_WT_Tree234._Query._SetRoot (2)");
+        if (_tree._SetRoot(_parentOffset) == IDX_False) {
+            return TraceFalse("IDX_WT_Tree234._Query._SetRoot (2)");
+        }
         return true;
     }
 
+    /// Moves the parent's items and children after the node to the right, and writes the parent.
     bool OpenGapInParent() {
         if (!ReadNode(_parentOffset, _parent)) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.ReadAt (3)");
         }
         OpenGap(_parent, _childIndex);
-        if (!_store.WriteAt(_parentOffset, &_parent, kTree234NodeSize)) {
+        if (_store.WriteAt(_parentOffset, &_parent, kTree234NodeSize) == IDX_False) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (1)");
         }
         return true;
     }
 
+    /// Writes the right half of the node as a new node.
     bool AppendSibling() {
         const Tree234Node& node = _node;
         if (!ReadNode(_nodeOffset, _node)) {
@@ -184,35 +222,38 @@ private:
             {node.items[2],                0,                    0    }
         };
         _siblingOffset = _store.GetSize();
-        if (!_store.Write(&_sibling, kTree234NodeSize)) {
+        if (_store.Write(&_sibling, kTree234NodeSize) == IDX_False) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.Write (3)");
         }
         return true;
     }
 
+    /// Stores the middle item and the two halves in the parent, and writes it again.
     bool FillGapInParent() {
         _parent.items[_childIndex] = _node.items[1];
         _parent.children[_childIndex] = _nodeOffset;
         _parent.children[_childIndex + 1] = _siblingOffset;
-        if (!_store.WriteAt(_parentOffset, &_parent, kTree234NodeSize)) {
+        if (_store.WriteAt(_parentOffset, &_parent, kTree234NodeSize) == IDX_False) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (3)");
         }
         return true;
     }
 
+    /// Keeps the left half in the node, and writes it.
     bool TrimNode() {
         const Tree234Node& node = _node;
         _node = {
             {node.children[0], node.children[1], 0, 0},
             {node.items[0],                0,                    0    }
         };
-        if (!_store.WriteAt(_nodeOffset, &_node, kTree234NodeSize)) {
+        if (_store.WriteAt(_nodeOffset, &_node, kTree234NodeSize) == IDX_False) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (4)");
         }
         return true;
     }
 
-    /// Finishes when the item that moved up has the identifier: its record isn't replaced.
+    /// Goes on in the half where the identifier belongs. Finishes when the item that moved up has
+    /// this identifier. Its record isn't replaced then: that is part of the interface.
     bool ChooseHalf() {
         const unsigned int middle = _parent.items[_childIndex];
         short order = 0;
@@ -256,8 +297,9 @@ private:
             "IDX_WT_Tree234._Query.IDX_WT_File.WriteAt(UpdateNode) (1)");
     }
 
-    /// Finds the first item of the node that doesn't come before the identifier; its place is the number of items
-    /// when there is none.
+    /// Sets `_place` to that of the first item whose identifier isn't below the one searched for;
+    /// to the number of items when there is none. `_isThere` says whether that item has the
+    /// identifier.
     bool FindPlace(const char* iReadTag, const char* iCompareTag) {
         const Tree234Node& node = _node;
         unsigned int& place = _place;
@@ -270,10 +312,11 @@ private:
         return true;
     }
 
-    /// The gap is written before the item, and settled behind it.
+    /// Makes room in the leaf and writes it, then appends the item, then writes the leaf again with
+    /// its offset.
     bool InsertIntoLeaf() {
         OpenGapInItems(_node, _place);
-        if (!_store.WriteAt(_nodeOffset, &_node, kTree234NodeSize)) {
+        if (_store.WriteAt(_nodeOffset, &_node, kTree234NodeSize) == IDX_False) {
             return TraceFalse("IDX_WT_Tree234._Query.IDX_WT_File.WriteAt (7)");
         }
         return AppendItem(
@@ -282,32 +325,39 @@ private:
             "IDX_WT_Tree234._Query.IDX_WT_File.WriteAt(UpdateNode) (2)");
     }
 
-    /// Appends record and identifier, and has the place in the node point to them, whatever it pointed to before.
+    /// Appends the record and the identifier, and stores their offset at `_place`. An item that was
+    /// there before stays in the file, out of reach.
     bool AppendItem(const char* iItemTag, const char* iIdentifierTag, const char* iNodeTag) {
         const unsigned int newItem = _store.GetSize();
-        if (!_store.Write(_item, _tree.m_itemSize)) return TraceFalse(iItemTag);
-        if (!_store.Write(_id)) return TraceFalse(iIdentifierTag);
+        if (_store.Write(_item, _tree.m_itemSize) == IDX_False) return TraceFalse(iItemTag);
+        if (_store.Write(_id) == IDX_False) return TraceFalse(iIdentifierTag);
         _node.items[_place] = newItem;
-        if (!_store.WriteAt(_nodeOffset, &_node, kTree234NodeSize)) return TraceFalse(iNodeTag);
+        if (_store.WriteAt(_nodeOffset, &_node, kTree234NodeSize) == IDX_False) {
+            return TraceFalse(iNodeTag);
+        }
         return Finish(newItem);
     }
 
-    /// Compares the identifier that is asked for with the one behind a record, where that lies if possible. An offset
-    /// past 2^32 fails like any that lies behind the end.
+    /// Compares the identifier that is searched for with the one of an item. The identifier follows
+    /// the item's record, length-prefixed. It is compared in memory where the whole of it is
+    /// cached; otherwise it is read into the tree's scratch field. An offset past 2^32 fails like
+    /// any other past the end.
     bool Compare(unsigned int iItem, const char* iReadTag, const char* iCompareTag, short& oOrder) {
         constexpr unsigned int kNowhere = std::numeric_limits<unsigned int>::max();
         const unsigned int offset =
             iItem <= kNowhere - _tree.m_itemSize ? iItem + _tree.m_itemSize : kNowhere;
         const std::span<const unsigned char> bytes = _cache.BytesFrom(offset);
-        if (bytes.size() >= sizeof(unsigned int)) {
-            const auto size = LoadAt<unsigned int>(bytes.data(), 0);
+        if (bytes.size() >= kLengthPrefixSize) {
+            const auto size = LoadAt<LengthPrefix>(bytes.data(), 0);
             if (size <= bytes.size() - sizeof size) {
                 _stored.Set(bytes.data() + sizeof size, size);
-                return _id.SortCompare(_stored, oOrder) || TraceFalse(iCompareTag);
+                if (_id.SortCompare(_stored, oOrder) == IDX_False) return TraceFalse(iCompareTag);
+                return true;
             }
         }
-        if (!_store.ReadAt(offset, _tree.m_id)) return TraceFalse(iReadTag);
-        return _id.SortCompare(_tree.m_id, oOrder) || TraceFalse(iCompareTag);
+        if (_store.ReadAt(offset, _tree.m_id) == IDX_False) return TraceFalse(iReadTag);
+        if (_id.SortCompare(_tree.m_id, oOrder) == IDX_False) return TraceFalse(iCompareTag);
+        return true;
     }
 
     IDX_WT_Tree234& _tree;
@@ -318,13 +368,13 @@ private:
     const bool _insert;
     unsigned int& _itemOffset;
 
-    unsigned int _parentOffset = 0;  ///< 0 above the root
+    unsigned int _parentOffset = 0;  ///< 0 when the node is the root
     unsigned int _childIndex = 0;    ///< of the node in its parent
     unsigned int _nodeOffset = 0;
     unsigned int _siblingOffset = 0;
     unsigned int _place = 0;   ///< of the identifier among the items of the node
-    bool _isThere = false;     ///< the item at the place has this identifier
-    bool _isFinished = false;  ///< nothing is left to do
+    bool _isThere = false;     ///< the item at `_place` has this identifier
+    bool _isFinished = false;  ///< the result is known
 
     Tree234Node _node = {};
     Tree234Node _parent = {};
