@@ -16,16 +16,20 @@
 
 namespace {
 
-constexpr int kNotKnown = -1;
-constexpr int kNoIndex = 0;
-constexpr int kFirstLive = 2;  ///< so that the first index goes into sub-directory 1
+// Values of _currentIndex beside 1 and 2.
+constexpr int kNotKnown = -1;  ///< the redirecting file wasn't read yet
+constexpr int kNoIndex = 0;    ///< it can't be read, or isn't valid
+
+/// A new index directory starts with an empty live sub-directory 2. So the first index is written
+/// to 1.
+constexpr int kFirstLive = 2;
 
 constexpr int kMaxRetries = 12;
 constexpr int kRetryPause = 10000;  ///< in half milliseconds
 
-constexpr unsigned int kRegularFile = 0x8000;  ///< bit of st_mode
+constexpr unsigned int kRegularFile = 0x8000;  ///< bit of st_mode, as VEXFileStat documents it
 
-/// The path of the redirecting file, in a buffer of its own.
+/// The path of the redirecting file, in a buffer of fixed size: it is needed before every access.
 class RedirectingFilePath {
 public:
     explicit RedirectingFilePath(const VEXUnicodeString& iBasePath) {
@@ -35,7 +39,7 @@ public:
         _fits = length >= 0 && static_cast<std::size_t>(length) < sizeof _path;
     }
 
-    /// Whether it is whole. A path that was cut must not be used.
+    /// False when the path is longer than the buffer. It is cut then and must not be used.
     bool Fits() const { return _fits; }
     const char* Get() const { return _path; }
 
@@ -44,6 +48,7 @@ private:
     bool _fits;
 };
 
+/// The path of sub-directory 1 or 2.
 VEXUnicodeString SubDirectory(const VEXUnicodeString& iBasePath, int iNumber) {
     VEXUnicodeString number;
     number.BuildFromNum(iNumber, "%d");
@@ -51,9 +56,10 @@ VEXUnicodeString SubDirectory(const VEXUnicodeString& iBasePath, int iNumber) {
     return path.Append(number);
 }
 
-/// Deletes one entry of a directory if it is a file that may go.
-/// @return a status; a positive one ends the pass
+/// Deletes one entry of a directory if it is a regular file.
+/// @return the status of the service that was called last; a positive one ends the pass, too
 long int DeleteEntry(const VEXUnicodeString& iDirectory, VEXUnicodeString& iName) {
+    // Sub-directories stay. IDX_E_FAIL stands for any failure of a service, whatever value it gave.
     VEXUnicodeString path = iDirectory;
     VEXMakePath(&path, &iName);
     struct stat file = {};
@@ -70,9 +76,11 @@ long int DeleteEntry(const VEXUnicodeString& iDirectory, VEXUnicodeString& iName
     return deleted;
 }
 
-/// Deletes the files of a directory, but not those with ".nsf" in their names; stops at the first that can't
-/// be deleted.
-bool RunEmptyingPass(const VEXUnicodeString& iPath) {
+/// Deletes the files of a directory. Stops at the first file that can't be deleted. Files with
+/// ".nsf" in their names stay: a network file system gives such names to deleted files that are
+/// still open.
+/// @return false when a file is left that should be deleted
+bool DeleteFiles(const VEXUnicodeString& iPath) {
     VEXUnicodeString path = iPath;
     VEXListValVEXUnicodeString names;
     const long int listed = VEXListDirectory(path, names);
@@ -113,6 +121,8 @@ void PLMIdxDirectory::Init(const bool& iForce) {
 }
 
 void PLMIdxDirectory::Init_Internal() {
+    // Any other content than 1 or 2 leaves the directory without a live index. A missing file does
+    // so without a trace, since that is the state before the first BuildIndexPath().
     _currentIndex = kNoIndex;
     const RedirectingFilePath path(_basePath);
     if (!path.Fits()) {
@@ -120,7 +130,7 @@ void PLMIdxDirectory::Init_Internal() {
         return;
     }
     IDX_WT_File file;
-    if (file.OpenRead(path.Get()) != IDX_True) return;
+    if (file.OpenRead(path.Get()) == IDX_False) return;
     RedirectingFile content = {0};
     const bool read = file.ReadAt(0, &content, sizeof content) == IDX_True;
     file.Close();
@@ -132,6 +142,7 @@ void PLMIdxDirectory::Init_Internal() {
 }
 
 long int PLMIdxDirectory::BuildIndexPath() {
+    // Parts that exist already, of an earlier try for example, are used as they are.
     Init(false);
     if (HasLiveIndex()) return IDX_S_NOTHING_DONE;
     const RedirectingFilePath path(_basePath);
@@ -148,6 +159,8 @@ long int PLMIdxDirectory::BuildIndexPath() {
 }
 
 long int PLMIdxDirectory::MakeBaseDirectory() const {
+    // An opening that succeeds is the proof that the directory exists. Only IDX_S_OK counts as one:
+    // another program may replace the service and give other values.
     VEXDirHandle directory = {};
     if (VEXOpenDirectory(_basePath.ConvertToChar(), &directory) == IDX_S_OK) {
         if (IDX_Failed(VEXCloseDirectory(&directory))) {
@@ -161,12 +174,12 @@ long int PLMIdxDirectory::MakeBaseDirectory() const {
 
 long int PLMIdxDirectory::WriteFirstNumber(const char* iRedirectingFile) {
     IDX_WT_File file;
-    if (file.OpenWrite(iRedirectingFile) != IDX_True) {
+    if (file.OpenWrite(iRedirectingFile) == IDX_False) {
         _currentIndex = kNoIndex;
         return IDX_E_FAIL;
     }
     const RedirectingFile content = {kFirstLive};
-    if (file.WriteAt(0, &content, sizeof content) != IDX_True) {
+    if (file.WriteAt(0, &content, sizeof content) == IDX_False) {
         return TraceStatus("PLMIdxDirectory.BuildIndexPath.WriteAt", IDX_E_FAIL);
     }
     file.Close();
@@ -186,6 +199,7 @@ long int PLMIdxDirectory::GetCurrentIndexPath(VEXUnicodeString& oPath) {
 }
 
 long int PLMIdxDirectory::GetWritableIndexPath(VEXUnicodeString& oPath, bool iEmpty, bool iWait) {
+    // The sub-directory that isn't live: no reader uses it.
     const long int status = GetSubDirectory(false, oPath);
     if (IDX_Failed(status) || !iEmpty) return status;
     if (IDX_Failed(EmptyDir(oPath, iWait))) {
@@ -199,28 +213,31 @@ long int PLMIdxDirectory::SwapIndexPath() {
     if (!HasLiveIndex()) return IDX_E_FAIL;
     const RedirectingFilePath path(_basePath);
     if (!path.Fits()) return TraceStatus("PLMIdxDirectory.Swap3DIndexPath.snprintf", IDX_E_FAIL);
-    // A tool may swap before it closes the new index: readers must find all of it.
+    // The swap publishes the new index. A tool may swap before it closes the index, so dirty bytes
+    // of all files are written back first: readers must find the whole of it.
     if (!IdxFile::FlushAll()) {
         return TraceStatus("PLMIdxDirectory.Swap3DIndexPath.Flush", IDX_E_FAIL);
     }
     IDX_WT_File file;
-    if (file.OpenWrite(path.Get()) != IDX_True) {
+    if (file.OpenWrite(path.Get()) == IDX_False) {
         return TraceStatus("PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.OpenWrite", IDX_E_FAIL);
     }
     const RedirectingFile content = {static_cast<unsigned int>(OtherSubDirectory(_currentIndex))};
-    if (file.WriteAt(0, &content, sizeof content) != IDX_True) {
+    if (file.WriteAt(0, &content, sizeof content) == IDX_False) {
         file.Close();
         return TraceStatus("PLMIdxDirectory.Swap3DIndexPath.IDX_WT_File.WriteAt", IDX_E_FAIL);
     }
-    file.Close();  // here the four bytes reach the file
+    file.Close();  // here the four bytes reach the file, by one write
     _currentIndex = kNotKnown;
     VEXUnicodeString live;
-    (void)GetCurrentIndexPath(live);  // reads the file back
+    (void)GetCurrentIndexPath(live);  // reads the number back from the file
     return IDX_S_OK;
 }
 
 long int PLMIdxDirectory::EmptyDir(VEXUnicodeString& iPath, bool iWait) {
     VEXDIR directory;
+    // The directory is opened only to see whether it exists. A status of the service between
+    // success and failure leaves it as it is.
     const long int opened = VEXOpenDirectory(&iPath, &directory);
     if (IDX_Failed(opened)) {
         return TraceStatus("PLMIdxDirectory.EmptyDir.VEXCreateDirectoryR", IDX_E_FAIL);
@@ -229,13 +246,14 @@ long int PLMIdxDirectory::EmptyDir(VEXUnicodeString& iPath, bool iWait) {
     if (IDX_Failed(VEXCloseDirectory(&directory))) {
         return TraceStatus("PLMIdxDirectory.EmptyDir.VEXCloseDirectory", IDX_E_FAIL);
     }
-    bool emptied = RunEmptyingPass(iPath);
+    // A file may be in use by another process, which is why a caller may ask for retries.
+    bool emptied = DeleteFiles(iPath);
     for (int retry = 0; iWait && !emptied && retry < kMaxRetries; ++retry) {
         IDX_Base_Trace::Info(
             "Directory %s in use by another process. Will retry in 5 seconds...",
             iPath.ConvertToChar());
         VEXSleep(kRetryPause);
-        emptied = RunEmptyingPass(iPath);
+        emptied = DeleteFiles(iPath);
     }
     if (emptied) return IDX_S_OK;
     return TraceStatus("PLMIdxDirectory.EmptyDir.VEXRemoveDirectoryR", IDX_E_FAIL);

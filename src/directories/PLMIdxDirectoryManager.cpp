@@ -10,6 +10,7 @@ PLMIdxDirectoryManager::PLMIdxDirectoryManager() = default;
 PLMIdxDirectoryManager::~PLMIdxDirectoryManager() = default;
 
 void PLMIdxDirectoryManager::SetIndexBaseDirectory(const VEXUnicodeString& iPath) {
+    // Each kind of index has a directory of a fixed name under the base.
     _indexBaseDirectory = iPath;
     const struct {
         Index_Type type;
@@ -26,6 +27,7 @@ void PLMIdxDirectoryManager::SetIndexBaseDirectory(const VEXUnicodeString& iPath
 }
 
 long int PLMIdxDirectoryManager::PrepareIndexDirectories() {
+    // A positive status of the service is passed on as it is.
     const long int status = BuildReportPathIfNeeded();
     if (IDX_Failed(status)) {
         return TraceStatus("Error : Failed to build report directory.", IDX_E_FAIL);
@@ -34,6 +36,7 @@ long int PLMIdxDirectoryManager::PrepareIndexDirectories() {
 }
 
 long int PLMIdxDirectoryManager::BuildReportPathIfNeeded() {
+    // A directory that can be opened exists, and isn't created.
     IDX_Base_Trace::GetBBDMonitorDir(_indexBaseDirectory, _reportPath);
     VEXDIR directory;
     if (IDX_Failed(VEXOpenDirectory(&_reportPath, &directory))) {

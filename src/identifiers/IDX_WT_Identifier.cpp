@@ -9,7 +9,7 @@ IDX_WT_Identifier& IDX_WT_Identifier::operator=(const IDX_WT_Identifier& iOther)
 IDX_WT_Identifier::~IDX_WT_Identifier() = default;
 
 void IDX_WT_Identifier::SetData(const unsigned char* iData, unsigned int iSize) {
-    m_auxValue = 0;
+    m_auxValue = 0;  // the value belonged to the old bytes
     m_byteArray.SetData(iData, iSize);
 }
 

@@ -9,13 +9,17 @@
 
 namespace {
 
+// How two elements differ depends on their class: identifiers in their bytes, working identifiers
+// in their object ids. Two elements that can't be compared don't differ.
+
 bool Differ(const IDX_WT_Identifier& iOne, const IDX_WT_Identifier& iOther) {
     short order = 0;
-    return iOne.SortCompare(iOther, order) && order != 0;
+    if (iOne.SortCompare(iOther, order) == IDX_False) return false;
+    return order != 0;
 }
 
 bool Differ(const IDXWorkingID& iOne, const IDXWorkingID& iOther) {
-    return iOne != iOther;
+    return (iOne != iOther) == IDX_True;
 }
 
 }  // namespace
@@ -71,6 +75,7 @@ void IDX_WT_ListOfCopies<T>::Append(const T& iValue) {
 
 template <class T>
 void IDX_WT_ListOfCopies<T>::Array(T* oValues) const {
+    // From the last element to the first, which a type with an assignment of its own can see.
     for (int i = Size(); i >= 1; --i) oValues[i - 1] = (*this)[i];
 }
 
@@ -80,6 +85,8 @@ void IDX_WT_ListOfCopies<T>::RemoveAll(VEXCollec::MemoryHandling iHandling) {
     _copies.RemoveAll(iHandling);
 }
 
+// The list holds pointers to copies: an element keeps its address while the array of pointers
+// grows.
 template <class T>
 T* IDX_WT_ListOfCopies<T>::_CopyOf(const T& iValue) {
     T* copy = new (std::nothrow) T(iValue);
@@ -97,5 +104,6 @@ void IDX_WT_ListOfCopies<T>::_DestroyFrom(int iFirst) {
     for (int i = Size(); i >= iFirst; --i) delete static_cast<T*>(_copies[i]);
 }
 
+// All code of the template is in this file, so its two classes are compiled here.
 template class IDX_WT_ListOfCopies<IDX_WT_Identifier>;
 template class IDX_WT_ListOfCopies<IDXWorkingID>;

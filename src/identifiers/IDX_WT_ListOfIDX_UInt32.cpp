@@ -9,13 +9,15 @@
 namespace {
 
 constexpr unsigned int kMaxCapacity = std::numeric_limits<unsigned int>::max();
-constexpr unsigned int kDefaultCapacity = 11;
+constexpr unsigned int kDefaultCapacity = 11;  ///< as of a list constructed without a size
 
+/// Bytes of a block for that many numbers.
 std::size_t BytesFor(unsigned int iCapacity) {
     return iCapacity * sizeof(unsigned int);
 }
 
-/// Twice the capacity, as far as it goes.
+/// The next capacity: twice the present one, at most kMaxCapacity. So appends take amortised
+/// constant time.
 unsigned int NextCapacity(unsigned int iCapacity) {
     if (iCapacity == 0) return kDefaultCapacity;
     return iCapacity <= kMaxCapacity / 2 ? 2 * iCapacity : kMaxCapacity;
@@ -29,6 +31,7 @@ IDX_Bool BoolOf(bool iValue) {
 
 IDX_WT_ListOfIDX_UInt32::IDX_WT_ListOfIDX_UInt32(unsigned int iSize)
     : m_capacity(iSize < kMaxCapacity ? iSize + 1 : kMaxCapacity), m_count(0) {
+    // One number more than asked for, so that a block never has 0 bytes.
     m_array = static_cast<unsigned int*>(std::malloc(BytesFor(m_capacity)));
     Require(m_array != nullptr, "AssertionFailed:0 != m_array");
 }
@@ -61,6 +64,8 @@ void IDX_WT_ListOfIDX_UInt32::RemoveAll() {
 
 IDX_Bool IDX_WT_ListOfIDX_UInt32::RemoveDuplicates() {
     if (m_array == nullptr) return IDX_False;
+    // Each number removes its equals after it. The order of the others stays, which a sort would
+    // change.
     unsigned int* end = m_array + m_count;
     for (unsigned int* first = m_array; first != end; ++first) {
         end = std::remove(first + 1, end, *first);
@@ -90,10 +95,12 @@ IDX_Bool IDX_WT_ListOfIDX_UInt32::Sort() {
 int IDX_WT_ListOfIDX_UInt32::_Compare(void const* iOne, void const* iOther) {
     const unsigned int one = *static_cast<const unsigned int*>(iOne);
     const unsigned int other = *static_cast<const unsigned int*>(iOther);
+    // A difference could overflow an int, so the order is formed from two comparisons.
     return (one > other ? 1 : 0) - (one < other ? 1 : 0);
 }
 
-/// Doubles the block. Without memory the block goes too, and with it all numbers.
+/// Enlarges the block. Without memory the old block is freed and all numbers are lost: that is part
+/// of the interface.
 bool IDX_WT_ListOfIDX_UInt32::_Grow() {
     const unsigned int capacity = NextCapacity(m_capacity);
     void* block = capacity > m_capacity ? std::realloc(m_array, BytesFor(capacity)) : nullptr;

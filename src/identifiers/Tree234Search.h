@@ -91,8 +91,8 @@ private:
 
     /// Handles one level: finishes the search, or makes a child the next node to visit.
     bool VisitNode() {
-        // A look-up in an empty tree finds nothing. The manifest is read at each level, since nothing
-        // of the tree stays in memory from one level to the next.
+        // A look-up in an empty tree finds nothing. The manifest is read at each level, since
+        // nothing of the tree stays in memory from one level to the next.
         if (!_insert && !HasRoot()) return Finish(0);
         if (_insert && _item == nullptr) {
             return TraceFalse("IDX_WT_Tree234._Query.InvalidItem");
@@ -116,7 +116,7 @@ private:
             // A store of a subclass may give any value: all but IDX_False count as success.
             return _store.ReadAt(iOffset, &oNode, kTree234NodeSize) != IDX_False;
         }
-        oNode = LoadAt<Tree234Node>(bytes.data(), 0);
+        std::memcpy(&oNode, bytes.data(), kTree234NodeSize);
         return true;
     }
 

@@ -4,12 +4,13 @@
 
 int VEXListValIDXWorkingID::Locate(const IDXWorkingID& iID, int iFrom) const {
     for (int i = std::max(iFrom, 1); i <= Size(); ++i) {
-        if ((*this)[i] == iID) return i;
+        if (((*this)[i] == iID) == IDX_True) return i;
     }
     return 0;
 }
 
 int VEXListValIDXWorkingID::RemoveDuplicates() {
+    // For each element, its equals after it are removed one by one.
     const int before = Size();
     for (int i = 1; i < Size(); ++i) {
         int next = i + 1;
