@@ -6,13 +6,13 @@
 
 #include <cstdio>
 
-/// The report of a batch run: a text file of lines, flushed line by line. It tells when steps began and
-/// ended, carries tagged values, and ends with the exit code and "EndOfReport" when the process ends:
-/// a report without that line is that of a run that didn't end in order.
+/// The report of a batch run: a text file, flushed after each line. It says when steps began and
+/// ended, and has tagged values. At the end of the process it gets the exit code and "EndOfReport".
+/// A report without that line is of a run that crashed or was killed.
 ///
-/// There is one report a process. Without an open file all lines are dropped. Operations that give
-/// IDX_Bool give IDX_True, whatever the writing did. A line holds at most 1023 characters; what goes
-/// beyond is cut.
+/// There is one report in a process. Without an open file all lines are dropped. Operations that
+/// return IDX_Bool return IDX_True, even when a write fails. A line has at most 1023 characters and
+/// is cut there.
 class GRIDLOOM_API IDX_WT_Report {
 public:
     IDX_WT_Report(const IDX_WT_Report&) = delete;
@@ -20,24 +20,24 @@ public:
 
     static IDX_WT_Report* GetReport() { return &m_Report; }
 
-    /// Opens the file and empties it; a file opened before is closed then. IDX_False, and nothing changed,
-    /// when it can't be opened.
+    /// Opens the file, empties it, and closes a file that was open before. When it can't be opened,
+    /// the result is IDX_False and nothing changes.
     IDX_Bool OpenWrite(const char* iPath);
 
-    /// The code that the last lines give; 1 unless set.
+    /// Sets the exit code for the last lines; 1 when never set.
     void SetExitcode(int iCode);
 
     /// Adds a line, formatted as by printf.
     IDX_Bool AddMsg(const char* iFormat, ...) __attribute__((format(printf, 2, 3)));
 
-    // Each adds a line of its arguments, with a colon between them.
+    // Each adds a line of its arguments, with colons between them.
     static IDX_Bool AddTag(const char* iTag);
     static IDX_Bool AddTag(const char* iTag, int iValue);
     static IDX_Bool AddTag(const char* iTag, const char* iStrVal, int iValue);
     static IDX_Bool AddTag(const char* iTag, const char* iStrVal, const char* iStrVal2);
 
-    /// Add the line that a step begins or ends, to the report and to the trace.
-    /// @param iDepth  tabs before the line
+    /// Add a line to the report and to the trace: the step begins, or ends.
+    /// @param iDepth  number of tabs before the line
     static void Begin(const char* iName, int iDepth);
     static void End(const char* iName, int iDepth);
 

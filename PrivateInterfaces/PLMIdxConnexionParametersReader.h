@@ -4,21 +4,23 @@
 #include "GridloomExport.h"
 #include "PLMIdxISpecificParametersReader.h"
 
-/// The settings of a connection to a server: values "NAME=VALUE" of one parameter of the command line,
-/// kept as pairs in their order. Names are neither checked nor compared; one may occur more than once.
+/// The settings of a connection to a server. Each value of the parameter is a text "NAME=VALUE".
+/// The pairs are kept in their order. Names aren't checked or compared; a name may occur more than
+/// once.
 class GRIDLOOM_API PLMIdxConnexionParametersReader : public PLMIdxISpecificParametersReader {
 public:
-    /// Splits the value at its first '=' and keeps both sides as they are; neither may be empty.
-    /// @return IDX_S_OK, or IDX_E_FAIL with a message for the operator, and nothing is kept
+    /// Splits the value at its first '=' and keeps both sides unchanged. Neither may be empty.
+    /// @return IDX_S_OK; IDX_E_FAIL with a message for the operator, and then nothing is kept
     long int Set(const char* iValue) override;
 
-    /// Gives the lines of help for the six settings that servers know.
+    /// Sets the lines of help for the six settings of a server.
     void GetUsage(
         VEXListValVEXUnicodeString& oValues,
         VEXListValVEXUnicodeString& oUsages,
         VEXListValVEXBoolean& oMandatories) override;
 
-    /// The pairs: a name, and at the same position its value. The lists themselves.
+    /// The pairs: each name, and its value at the same position. These are the lists themselves,
+    /// not copies.
     VEXListValVEXUnicodeString& GetNames() { return _names; }
     VEXListValVEXUnicodeString& GetValues() { return _values; }
 

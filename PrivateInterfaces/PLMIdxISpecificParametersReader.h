@@ -5,18 +5,19 @@
 #include "VEXListValVEXBoolean.h"
 #include "VEXListValVEXUnicodeString.h"
 
-/// Takes the values of one parameter of the command line, in place of the common store. Bound to the
-/// parameter with PLMIdxParametersReader::RedirectParameter. Never deleted through this class.
+/// Receives the values of one parameter of the command line, instead of PLMIdxParameters. A tool
+/// connects it to the parameter by PLMIdxParametersReader::RedirectParameter(). Never deleted
+/// through this class.
 class GRIDLOOM_API PLMIdxISpecificParametersReader {
 public:
     // The order of the virtual operations is part of the interface.
 
-    /// Takes one value; a parameter may be given any number of times.
+    /// Receives one value. The user may give the parameter any number of times.
     /// @return a status; a failure ends the reading of the command line
     virtual long int Set(const char* iValue) = 0;
 
-    /// Gives the lines of help: what stands for the value, what it is, and whether it must be given. The
-    /// three lists come out with one size, a position for each line.
+    /// Sets the lines of help: the word for the value, its meaning, and whether it is mandatory.
+    /// The three lists have one length; each line of help is one position.
     virtual void GetUsage(
         VEXListValVEXUnicodeString& oValues,
         VEXListValVEXUnicodeString& oUsages,

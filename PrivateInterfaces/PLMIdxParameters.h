@@ -3,12 +3,12 @@
 
 #include "GridloomExport.h"
 
-/// The parameters of a batch tool, by name. PLMIdxParametersReader fills them from the command line, and
-/// any code of the tool asks for them. A name is set once, and its value stays until the process ends.
-/// Nothing is traced: what a failure means is the caller's to say. One thread only.
+/// The parameters of a batch tool, by name. PLMIdxParametersReader sets them from the command line.
+/// Any code of the tool may read them. A name is set once, and its value stays until the process
+/// ends. Failures aren't traced: their meaning depends on the caller. One thread only.
 class GRIDLOOM_API PLMIdxParameters {
 public:
-    /// Takes over the pointer to the table of the other object.
+    /// Copies the pointer to the table of the other object.
     PLMIdxParameters& operator=(const PLMIdxParameters& iOther) = default;
 
     /// Stores a copy of a value, which may be the empty text. Null counts as the empty text.
@@ -16,7 +16,8 @@ public:
     ///         memory
     static long int Set(const char* iName, const char* iValue);
 
-    /// The value of a name, or null when it has none. Valid, at one address, until the process ends.
+    /// The value of a name, or null when it has none. Valid, at one address, until the process
+    /// ends.
     static const char* Get(const char* iName);
 
 private:

@@ -7,11 +7,13 @@
 
 class PLMIdxISpecificParametersReader;
 
-/// Reads the command line of a batch tool: docs/file-formats.md, "Command line". A tool declares all its
-/// parameters, calls Read once, and finds the values in PLMIdxParameters, which outlive the reader.
-/// Messages go to IDX_Base_Trace, the usage text to the standard output. One thread only.
+/// Reads the command line of a batch tool: docs/file-formats.md, "Command line". A tool declares
+/// all its parameters, calls Read() once, and gets the values from PLMIdxParameters. The values
+/// outlive the reader. Messages go to IDX_Base_Trace, the usage text goes to the standard output.
+/// One thread only.
 ///
-/// Owns what was declared, but not the specific readers, which must live as long as it is used.
+/// Owns the declarations. Doesn't own the specific readers; they must live as long as this object
+/// is used.
 class GRIDLOOM_API PLMIdxParametersReader {
 public:
     PLMIdxParametersReader();
@@ -19,26 +21,28 @@ public:
     PLMIdxParametersReader(const PLMIdxParametersReader&) = delete;
     PLMIdxParametersReader& operator=(const PLMIdxParametersReader&) = delete;
 
-    // The declaring operations take a name without its dash, and give IDX_S_OK, or IDX_E_FAIL without a
-    // message when the name is declared already, in whatever way, and without memory.
+    // The operations that declare a parameter expect its name without the dash. They return
+    // IDX_S_OK. They return IDX_E_FAIL, without a message, when the name is declared already, and
+    // without memory.
 
-    /// A parameter whose value goes to PLMIdxParameters; it may be given once.
-    /// @param iMandatory  Read fails without it
-    /// @param iBoolean    takes no value, and stores the empty text
-    /// @param iUsage      the line of help; an empty one hides the parameter from Usage
+    /// Declares a parameter whose value goes to PLMIdxParameters. The user may give it once.
+    /// @param iMandatory  Read() fails when it isn't given
+    /// @param iBoolean    it has no value; the empty text is stored
+    /// @param iUsage      the line of help; an empty one hides the parameter from Usage()
     long int DeclareParameter(
         const char* iName, bool iMandatory, bool iBoolean, const char* iUsage);
 
-    /// A parameter that takes a value and has no effect. It may be given any number of times.
+    /// Declares a parameter with a value that has no effect. The user may give it any number of
+    /// times.
     long int IgnoreParameter(const char* iName);
 
-    /// A parameter whose every value goes to `iReader`. It may be given any number of times.
+    /// Declares a parameter whose values go to `iReader`. The user may give it any number of times.
     long int RedirectParameter(const char* iName, PLMIdxISpecificParametersReader* iReader);
 
-    /// Reads the arguments of the process behind the first one, up to the first error. What was stored by
-    /// then stays stored, and counts as given in a second call.
-    /// @return IDX_S_OK; IDX_S_NOTHING_DONE when help was asked for and printed; IDX_E_FAIL on any error,
-    ///         behind its message
+    /// Reads the arguments of the process after the program's name, up to the first error. Values
+    /// that were stored before an error stay stored, and count as given in a second call.
+    /// @return IDX_S_OK; IDX_S_NOTHING_DONE when the user asked for help, which was printed;
+    ///         IDX_E_FAIL after any error, with its message
     long int Read(int iArgc, char** iArgv);
 
     /// Prints the lines of help, in the order of declaration.
@@ -53,10 +57,10 @@ private:
     void Reset();
 
     long int _Add(const Parameter& iParameter);
-    long int _Take(const char* iArgument, const char* iValue);
-    long int _HandOver(Parameter& ioParameter, const char* iName, const char* iValue);
+    long int _ReadArgument(const char* iArgument, const char* iValue);
+    long int _StoreValue(Parameter& ioParameter, const char* iName, const char* iValue);
     long int _CheckMandatory();
-    long int _Refuse();
+    long int _FailWithUsage();
     bool _PrintSpecificUsage(const Parameter& iParameter);
 
     VEXRawCollPV _parameters;       ///< Parameter*, in the order of declaration; owned

@@ -9,7 +9,7 @@
 #include "PLMIdxDirectoryManager.h"
 #include "PLMIdxParameters.h"
 
-BBDMessageElem BBDMessage::_messages[kRoom];
+BBDMessageElem BBDMessage::_messages[kMaxMessages];
 
 IdxFile::IdxFileHash IdxFile::HashFiles;
 

@@ -6,7 +6,8 @@ int BBDMessage::_stackSize = 0;
 
 void BBDMessage::Push(
     BBDMessageSeverity iSeverity, const VEXString& iCode, const VEXUnicodeString& iText) {
-    while (_stackSize >= kRoom) {
+    // A full stack drops its oldest message: the others move down by one.
+    while (_stackSize >= kMaxMessages) {
         std::move(_messages + 1, _messages + _stackSize, _messages);
         --_stackSize;
     }
@@ -15,6 +16,8 @@ void BBDMessage::Push(
 }
 
 bool BBDMessage::Pop(BBDMessageSeverity& oSeverity, VEXString& oCode, VEXUnicodeString& oText) {
+    // The message is copied, not moved: a place above the stack keeps its texts until it is used
+    // again.
     if (_stackSize == 0) return false;
     const BBDMessageElem& newest = _messages[_stackSize - 1];
     oSeverity = newest.severity;

@@ -14,7 +14,7 @@ constexpr int kLineSize = 1024;  ///< with the terminator
 
 using Line = char[kLineSize];
 
-/// Formats a line; what is beyond its length is cut.
+/// Formats a line, and cuts it at kLineSize. A format that can't be written gives an empty line.
 __attribute__((format(printf, 2, 0))) void Format(
     Line& oLine, const char* iFormat, va_list iArguments) {
     // The analyser of Clang 14 doesn't follow va_start here.
@@ -28,6 +28,8 @@ int IDX_WT_Report::m_ExitCode = 1;
 
 IDX_WT_Report::IDX_WT_Report() : m_File(nullptr) {}
 
+/// Runs at the end of the process. A report that lacks these lines is of a run that was killed or
+/// crashed.
 IDX_WT_Report::~IDX_WT_Report() {
     AddMsg("[Return code is] : %d", m_ExitCode);
     AddMsg("EndOfReport");
@@ -36,7 +38,7 @@ IDX_WT_Report::~IDX_WT_Report() {
 
 IDX_Bool IDX_WT_Report::OpenWrite(const char* iPath) {
     FILE* file = std::fopen(iPath, "w");
-    if (file == nullptr) return IDX_False;
+    if (file == nullptr) return IDX_False;  // a report that is open stays open
     CloseFile();
     m_File = file;
     return IDX_True;
@@ -57,6 +59,7 @@ IDX_Bool IDX_WT_Report::AddMsg(const char* iFormat, ...) {
     va_start(arguments, iFormat);
     Format(line, iFormat, arguments);
     va_end(arguments);
+    // Each line is flushed, so that a run that is killed leaves all lines up to that moment.
     if (m_File != nullptr) {
         std::fputs(line, m_File);
         std::fputc('\n', m_File);
@@ -90,6 +93,7 @@ void IDX_WT_Report::End(const char* iName, int iDepth) {
 }
 
 void IDX_WT_Report::Print(int iKind, const char* iName, int iDepth) {
+    // The time appears twice: for people as local time, for programs as seconds since 1970.
     const VEXTime now;
     if (iKind == _BEGIN) IDX_Base_Trace::Info("%s", "");
     Line line;

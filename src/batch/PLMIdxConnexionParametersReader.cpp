@@ -7,7 +7,7 @@
 
 namespace {
 
-/// A line of help. The right side of the pair stands for what the user gives.
+/// A line of help. In the pair, the word after '=' names what the user writes there.
 struct Setting {
     const char* pair;
     const char* usage;
@@ -26,6 +26,7 @@ const Setting kSettings[] = {
 }  // namespace
 
 long int PLMIdxConnexionParametersReader::Set(const char* iValue) {
+    // The first '=' ends the name, so a value may have further ones.
     const char* equals = iValue != nullptr ? std::strchr(iValue, '=') : nullptr;
     if (equals == nullptr || equals == iValue) {
         IDX_Base_Trace::Info("Failure: Invalid name/value has been specified for -c argument.");
@@ -47,6 +48,7 @@ void PLMIdxConnexionParametersReader::GetUsage(
     VEXListValVEXUnicodeString& oValues,
     VEXListValVEXUnicodeString& oUsages,
     VEXListValVEXBoolean& oMandatories) {
+    // The lists may hold lines of another reader.
     oValues.RemoveAll(VEXCollec::ReleaseMemory);
     oUsages.RemoveAll(VEXCollec::ReleaseMemory);
     oMandatories.RemoveAll(VEXCollec::ReleaseMemory);

@@ -7,6 +7,7 @@
 
 #include <new>
 
+/// The names and values that were set.
 struct PLMIdxParameters::Table {
     VEXHashDico _index{10};       ///< name to VEXString*, an element of `_values`
     VEXListValVEXString _values;  ///< in the order in which they were set
@@ -19,12 +20,15 @@ PLMIdxParameters::~PLMIdxParameters() {
     _table->_index.RemoveAll();
     _table->_values.RemoveAll(VEXCollec::ReleaseMemory);
     delete _table;
-    // What goes after this object may still ask, and a plain store at the end of a life is left out.
+    // Objects that are destroyed later may still call Get(), and must find no table. The store is
+    // volatile because a compiler may leave out a plain store to an object at the end of its life.
     Table* volatile& last = _table;
     last = nullptr;
 }
 
 long int PLMIdxParameters::Set(const char* iName, const char* iValue) {
+    // The table is created with the first name, so that a program without parameters allocates
+    // nothing. A text keeps its address in the list, so the dictionary can point to it.
     Table*& table = theParameters._table;
     if (table == nullptr) table = new (std::nothrow) Table;
     if (table == nullptr) return IDX_E_FAIL;

@@ -15,7 +15,7 @@
 
 namespace {
 
-/// Characters of the left column of help beyond the longest name: a blank and "value".
+/// The left column of help has the longest name and as many characters more: a blank and "value".
 constexpr int kValueColumn = 6;
 
 bool BeginsWithDash(const char* iArgument) {
@@ -33,11 +33,11 @@ bool AsksForHelp(const char* iArgument) {
 struct PLMIdxParametersReader::Parameter {
     VEXUnicodeString name;                    ///< without the dash
     VEXUnicodeString usage;                   ///< the line of help; empty to be hidden
-    PLMIdxISpecificParametersReader* reader;  ///< takes the values, or null; not owned
-    bool ignored;                             ///< nothing goes to the store
+    PLMIdxISpecificParametersReader* reader;  ///< receives the values; null for none; not owned
+    bool ignored;                             ///< no value goes to PLMIdxParameters
     bool mandatory;
-    bool boolean;  ///< takes no value
-    bool seen;     ///< given, and its value stored
+    bool boolean;  ///< has no value
+    bool seen;     ///< was on the command line, and its value is stored
 };
 
 PLMIdxParametersReader::PLMIdxParametersReader()
@@ -66,6 +66,8 @@ long int PLMIdxParametersReader::RedirectParameter(
 }
 
 long int PLMIdxParametersReader::Read(int iArgc, char** iArgv) {
+    // Each round reads a name and, if one follows, its value. The first error ends the reading;
+    // what was stored before it stays.
     std::printf("\n");
     for (int next = 1; next < iArgc;) {
         const char* argument = iArgv[next++];
@@ -73,16 +75,18 @@ long int PLMIdxParametersReader::Read(int iArgc, char** iArgv) {
             Usage();
             return IDX_S_NOTHING_DONE;
         }
-        // What begins with a dash is the next argument, never a value.
+        // An argument that begins with a dash is a name, never a value.
         const bool hasValue = next < iArgc && !BeginsWithDash(iArgv[next]);
         const char* value = hasValue ? iArgv[next++] : nullptr;
-        const long int status = _Take(argument, value);
+        const long int status = _ReadArgument(argument, value);
         if (IDX_Failed(status)) return status;
     }
     return _CheckMandatory();
 }
 
 void PLMIdxParametersReader::Usage() {
+    // Parameters appear in the order of their declaration. Ignored ones and those without a text
+    // are hidden.
     std::printf("\nUsage:\n\n  -h | -help | -? : Display the current help\n\n");
     for (int i = 1; i <= _parameters.Size(); ++i) {
         const auto* parameter = static_cast<const Parameter*>(_parameters[i]);
@@ -105,8 +109,8 @@ PLMIdxParametersReader::Parameter* PLMIdxParametersReader::GetParameter(const ch
     return static_cast<Parameter*>(_parametersByName.Locate(iName));
 }
 
-/// Prints one line of help, whose left column is the name and what stands for the value, if anything.
-/// The column is padded, never cut.
+/// Prints one line of help. The left column has the name and, if there is one, the word for the
+/// value. It is padded to the common width, never cut.
 void PLMIdxParametersReader::PrintLineUsage(
     const char* iName, const char* iValueWord, bool iMandatory, const char* iUsage) {
     VEXUnicodeString left(iName);
@@ -116,13 +120,15 @@ void PLMIdxParametersReader::PrintLineUsage(
         iMandatory ? "[mandatory]" : "");
 }
 
+/// Deletes all declarations.
 void PLMIdxParametersReader::Reset() {
     for (int i = 1; i <= _parameters.Size(); ++i) delete static_cast<Parameter*>(_parameters[i]);
     _parameters.RemoveAll(VEXCollec::ReleaseMemory);
     _parametersByName.RemoveAll();
 }
 
-/// Keeps a copy of a new parameter. Where only its entry by name finds no memory, the record stays.
+/// Adds a copy of a new parameter. When there is no memory for its entry by name, the copy stays in
+/// the list of parameters.
 long int PLMIdxParametersReader::_Add(const Parameter& iParameter) {
     if (GetParameter(iParameter.name) != nullptr) return IDX_E_FAIL;
     auto* parameter = new (std::nothrow) Parameter(iParameter);
@@ -131,43 +137,45 @@ long int PLMIdxParametersReader::_Add(const Parameter& iParameter) {
     return _parametersByName.Insert(parameter->name, parameter) != 0 ? IDX_S_OK : IDX_E_FAIL;
 }
 
-/// Takes one argument in the place of a name, and the value behind it or null.
-long int PLMIdxParametersReader::_Take(const char* iArgument, const char* iValue) {
+/// Checks a name and its value (null for none) against the declarations, and passes the value on.
+long int PLMIdxParametersReader::_ReadArgument(const char* iArgument, const char* iValue) {
     if (!BeginsWithDash(iArgument)) {
         IDX_Base_Trace::Info("Error: Unknown command line argument: %s", iArgument);
-        return _Refuse();
+        return _FailWithUsage();
     }
     const char* name = iArgument + 1;
     Parameter* parameter = GetParameter(name);
     if (parameter == nullptr) {
         IDX_Base_Trace::Info("Error: Parameter -%s is unknown.", name);
-        return _Refuse();
+        return _FailWithUsage();
     }
     if (iValue != nullptr && parameter->boolean) {
         IDX_Base_Trace::Info("Error: %s is unexpected ! Parameter -%s is boolean.", iValue, name);
-        return _Refuse();
+        return _FailWithUsage();
     }
     if (iValue == nullptr && !parameter->boolean) {
         IDX_Base_Trace::Info("Error: A value is mandatory after -%s.", name);
-        return _Refuse();
+        return _FailWithUsage();
     }
-    return _HandOver(*parameter, name, iValue != nullptr ? iValue : "");
+    return _StoreValue(*parameter, name, iValue != nullptr ? iValue : "");
 }
 
-/// Gives a value to the specific reader, to nobody, or to the store.
-long int PLMIdxParametersReader::_HandOver(
+/// Passes a value to the parameter's own reader or to PLMIdxParameters. The value of an ignored
+/// parameter is dropped.
+long int PLMIdxParametersReader::_StoreValue(
     Parameter& ioParameter, const char* iName, const char* iValue) {
     if (ioParameter.reader != nullptr) {
         if (!IDX_Failed(ioParameter.reader->Set(iValue))) return IDX_S_OK;
         IDX_Base_Trace::Info("Error when setting param -%s.", iName);
-        return _Refuse();
+        return _FailWithUsage();
     }
     if (ioParameter.ignored) return IDX_S_OK;
     if (ioParameter.seen) {
         IDX_Base_Trace::Info("Error: Parameter -%s is defined twice.", iName);
-        return _Refuse();
+        return _FailWithUsage();
     }
-    // The store refuses a name that was set by other means, which is no error of the user's.
+    // The tool itself may have set the name before. That isn't the user's error, so no usage is
+    // printed.
     if (IDX_Failed(PLMIdxParameters::Set(iName, iValue))) {
         IDX_Base_Trace::Debug("Error when setting param -%s.", iName);
         return IDX_E_FAIL;
@@ -176,7 +184,8 @@ long int PLMIdxParametersReader::_HandOver(
     return IDX_S_OK;
 }
 
-/// Names all mandatory parameters that weren't given.
+/// Checks that all mandatory parameters were given. Prints each one that is missing, so that the
+/// user can add all of them at once.
 long int PLMIdxParametersReader::_CheckMandatory() {
     bool isMissing = false;
     for (int i = 1; i <= _parameters.Size(); ++i) {
@@ -190,17 +199,18 @@ long int PLMIdxParametersReader::_CheckMandatory() {
             isMissing = true;
         }
     }
-    return isMissing ? _Refuse() : IDX_S_OK;
+    return isMissing ? _FailWithUsage() : IDX_S_OK;
 }
 
-/// Shows the user what would be right.
-long int PLMIdxParametersReader::_Refuse() {
+/// Prints the usage after an error of the user.
+long int PLMIdxParametersReader::_FailWithUsage() {
     Usage();
     return IDX_E_FAIL;
 }
 
-/// Prints the lines of help of a specific reader, each under the name of the parameter.
-/// @return false when its lists don't fit together
+/// Prints the lines of help of a parameter with its own reader. Each line starts with the
+/// parameter's name.
+/// @return false when the reader's three lists differ in length
 bool PLMIdxParametersReader::_PrintSpecificUsage(const Parameter& iParameter) {
     VEXListValVEXUnicodeString values;
     VEXListValVEXUnicodeString usages;
