@@ -8,10 +8,10 @@
 #include <array>
 #include <cstring>
 
-// What an R-tree may know of its boxes. Where nothing is known of how they lie in memory, the tree works through their
-// operations alone: Union(), Volume(), assignment.
+// What an R-tree knows of the class of its boxes. If it doesn't know how a box lies in memory, it
+// uses the operations of the class alone: Union(), Volume() and assignment.
 
-/// Defined beside a class of boxes that says so.
+/// The header of a class of boxes may define this, to say that a box is six floats.
 template <class Box>
 struct IDX_IsSixFloats;
 
@@ -33,7 +33,7 @@ inline SixFloats FloatsOf(const IDX_Base_BoundingBox& iBox) {
     const auto at = [bytes](std::size_t iPlace) {
         return LoadAt<float>(bytes, iPlace * sizeof(float));
     };
-    return {at(0), at(1), at(2), at(3), at(4), at(5)};  // one by one, they stay in registers
+    return {at(0), at(1), at(2), at(3), at(4), at(5)};  // one by one: so they stay in registers
 }
 
 inline IDX_Base_BoundingBox BoxFrom(const SixFloats& iFloats) {

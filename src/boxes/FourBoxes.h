@@ -4,10 +4,10 @@
 #include "BoxLayout.h"
 #include "common/FourFloats.h"
 
-// Boxes of an R-tree that are six floats, four at a time: a lane for each. Every lane rounds as IDX_Base_BoundingBox
-// does.
+// Boxes of an R-tree that are six floats, four at a time: each box has a lane. A lane computes what
+// IDX_Base_BoundingBox computes, rounding included.
 
-/// Four boxes side by side, or one in all lanes.
+/// Four boxes side by side, or one box in all lanes.
 struct FourBoxes {
     FourFloats low[3];
     FourFloats high[3];
@@ -21,8 +21,9 @@ struct FourBoxes {
     }
 };
 
-/// The volumes of the unions, where `iFirst` gives way to what is strictly less or greater in `iSecond`:
-/// of two equal numbers, and where one is a NaN, these instructions give their second operand.
+/// The volumes of the unions, lane by lane. A coordinate of `iFirst` stays unless that of `iSecond`
+/// lies strictly outside: of two equal numbers, and when one is a NaN, `minps` and `maxps` give their
+/// second operand.
 inline FourFloats VolumesOfUnion(const FourBoxes& iFirst, const FourBoxes& iSecond) {
     FourFloats edges[3];
     for (unsigned int axis = 0; axis < 3; ++axis) {

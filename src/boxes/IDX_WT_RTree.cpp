@@ -2,7 +2,7 @@
 
 #include "QuadraticSplitter.h"
 #include "RTreeInnerNodes.h"
-#include "RTreeNode.h"
+#include "RTreeNodes.h"
 #include "common/TraceFailure.h"
 
 #include "IDX_WT_File.h"
@@ -12,30 +12,25 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
+
+// The R-tree of A. Guttman, "R-trees: a dynamic index structure for spatial searching", SIGMOD 1984,
+// with volume instead of area. His steps are: ChooseLeaf (FindNode), the quadratic split (Split,
+// QuadraticSplitter) and AdjustTree.
+//
+// One insertion goes down from the root to a leaf, puts the entry there, and goes up again to bring
+// the boxes of the nodes above up to date. When the leaf is full, it is split; the new node becomes an
+// entry of the parent, which may be full, too.
 
 namespace {
 
 using ChildRec = IDX_Base_RTree::ChildRec;
 
-constexpr unsigned int kHeaderSize = sizeof(RTreeImageHeader);
 constexpr unsigned int kFirstCapacity = 1024;
 constexpr unsigned long long kNodesOfSmallerStep = 1000;  ///< asked for when doubling fails
 constexpr unsigned long long kMaxCapacity = std::numeric_limits<unsigned int>::max();
 
-IDX_Base_BoundingBox UnionOf(
-    const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
-    IDX_Base_BoundingBox both;
-    IDX_Base_BoundingBox::Union(iFirst, iSecond, both);
-    return both;
-}
-
-/// By how much the volume grows when `iBox` is to be enclosed, too. A difference of two volumes.
-float Enlargement(
-    const IDX_Base_BoundingBox& iCover, float iVolume, const IDX_Base_BoundingBox& iBox) {
-    return UnionOf(iCover, iBox).Volume() - iVolume;
-}
-
-/// Makes an array at least `iLength` long; false, and as it was, when there is no memory.
+/// Makes an array at least `iLength` long. Without memory it gives false, and the array stays.
 template <class T>
 bool Lengthen(T*& ioArray, std::size_t iLength) {
     void* longer = std::realloc(static_cast<void*>(ioArray), iLength * sizeof(T));
@@ -46,44 +41,106 @@ bool Lengthen(T*& ioArray, std::size_t iLength) {
 
 }  // namespace
 
+/// What the library keeps of an R-tree beside the fields of its header, and the steps of its work.
+struct IDX_WT_RTree::Internals {
+    /// What is known of the tree in the storage.
+    enum Soundness : unsigned char {
+        Unknown,  ///< loaded, and not checked yet
+        Sound,    ///< an insertion can walk it
+        Damaged   ///< an insertion must not touch it
+    };
+
+    explicit Internals(IDX_WT_RTree& ioTree) : tree(ioTree) {}
+    Internals(const Internals&) = delete;
+    Internals& operator=(const Internals&) = delete;
+    ~Internals();
+
+    /// The internals of a tree, made at the first call. Null when there is no memory.
+    static Internals* Of(IDX_WT_RTree& ioTree);
+
+    // Memory
+
+    bool GrowStorage(unsigned long long iNeeded, unsigned long long iSmallerStep);
+    bool ResizeStorage(unsigned long long iCapacity);
+    void FreeStorage();
+    bool ReserveWorkingArrays(unsigned int iMaxChildren);
+    void DropInnerNodes();
+
+    // Nodes
+
+    unsigned int NodeSize() const;
+    RTreeNodes Nodes() const;
+    RTreeNode NodeAt(unsigned int iOffset) const { return Nodes().At(iOffset); }
+
+    // Insertion
+
+    bool IsReadyFor(unsigned int iLevel);
+    unsigned int Append(unsigned int iNode, const ChildRec& iRecord);
+    IDX_Bool GrowRoot();
+    void Distribute(
+        unsigned int iNode, unsigned int iNewNode, ChildRec& oNewRecord, ChildRec& oOldRecord);
+    void SetBox(unsigned int iNode, unsigned int iSlot, const IDX_Base_BoundingBox& iBox);
+    void EnlargeBoxes(unsigned int iLeaf, const IDX_Base_BoundingBox& iBox);
+
+    // Image
+
+    template <class Read>
+    IDX_Bool Load(const Read& iRead);
+
+    IDX_WT_RTree& tree;
+    float* splitMemory = nullptr;           ///< of a split: working memory of QuadraticSplitter
+    unsigned int workingLength = 0;         ///< elements of each working array of a split
+    RTreeInnerNodes* innerNodes = nullptr;  ///< a second copy for the way down; null for none
+    Soundness soundness = Damaged;
+};
+
 IDX_WT_RTree::IDX_WT_RTree()
     : m_capacity(0),
       m_boxes(nullptr),
       m_records(nullptr),
       m_groups(nullptr),
       m_volumes(nullptr),
-      m_splitMemory(nullptr),
-      m_workingLength(0),
-      m_innerNodes(nullptr),
-      m_soundness(Damaged) {}
+      m_internals(nullptr) {}
 
 IDX_WT_RTree::~IDX_WT_RTree() {
+    delete m_internals;
     std::free(m_boxes);
     std::free(m_records);
     std::free(m_groups);
     std::free(m_volumes);
-    std::free(m_splitMemory);
-    FreeStorage();
+    std::free(m_storage);
+}
+
+IDX_WT_RTree::Internals::~Internals() {
+    DropInnerNodes();
+    std::free(splitMemory);
+}
+
+IDX_WT_RTree::Internals* IDX_WT_RTree::Internals::Of(IDX_WT_RTree& ioTree) {
+    if (ioTree.m_internals == nullptr) ioTree.m_internals = new (std::nothrow) Internals(ioTree);
+    return ioTree.m_internals;
 }
 
 IDX_Bool IDX_WT_RTree::Init(unsigned short iMinFill, unsigned short iMaxChildren) {
-    const bool hasStorage =
-        (m_storage != nullptr && m_capacity >= kFirstCapacity) || ResizeStorage(kFirstCapacity);
-    if (!hasStorage || !ReserveWorkingArrays(iMaxChildren)) {
-        FreeStorage();
+    Internals* internals = Internals::Of(*this);
+    if (internals == nullptr) return IDX_False;
+    const bool hasStorage = (m_storage != nullptr && m_capacity >= kFirstCapacity) ||
+                            internals->ResizeStorage(kFirstCapacity);
+    if (!hasStorage || !internals->ReserveWorkingArrays(iMaxChildren)) {
+        internals->FreeStorage();
         return IDX_False;
     }
     m_minFill = iMinFill;
     m_maxChildren = iMaxChildren;
     m_size = 0;
-    m_capacity = kFirstCapacity;
-    m_nodeSize = NodeSize();
+    m_capacity = kFirstCapacity;  // a larger block counts as one of this size from now on
+    m_nodeSize = internals->NodeSize();
     if (Alloc(m_nodeSize, m_root) == IDX_False) {
         return TraceNo("IDX_WT_RTree.Init.IDX_WT_RTreeStorageHandler.Alloc");
     }
-    m_soundness = Sound;
-    DropInnerNodes();
-    m_innerNodes = RTreeInnerNodes::Make(iMaxChildren);
+    internals->soundness = Internals::Sound;
+    internals->DropInnerNodes();
+    internals->innerNodes = RTreeInnerNodes::Make(iMaxChildren);
     return IDX_True;
 }
 
@@ -95,181 +152,191 @@ unsigned int IDX_WT_RTree::GetSize() const {
     return m_size;
 }
 
+/// Adds an entry to a node of the given level, which isn't above the root's.
 IDX_Bool IDX_WT_RTree::Insert(const ChildRec& iRecord, unsigned short iLevel) {
-    if (!IsReadyFor(iLevel)) return IDX_False;
-    if (m_innerNodes != nullptr && (iLevel != 0 || !m_innerNodes->Reserve())) DropInnerNodes();
+    if (m_internals == nullptr || !m_internals->IsReadyFor(iLevel)) return IDX_False;
+    // The second copy knows ways to leaves only. All memory that it may need is taken here, so that
+    // nothing can fail later, when both are being changed.
+    RTreeInnerNodes* innerNodes = m_internals->innerNodes;
+    if (innerNodes != nullptr && (iLevel != 0 || !innerNodes->Reserve())) {
+        m_internals->DropInnerNodes();
+    }
     unsigned int node = 0;
     (void)FindNode(iRecord, iLevel, node);  // always finds one
     return AdjustTree(node, iRecord);
 }
 
+/// Whether an entry of a level can go in. Checks a loaded tree at its first insertion.
+bool IDX_WT_RTree::Internals::IsReadyFor(unsigned int iLevel) {
+    if (tree.m_storage == nullptr || tree.m_maxChildren < 2) return false;
+    if (soundness == Unknown) {
+        soundness = Nodes().AreSound() ? Sound : Damaged;
+        if (soundness == Sound) innerNodes = RTreeInnerNodes::CopyOf(Nodes());
+    }
+    if (soundness == Damaged) return false;
+    return ReserveWorkingArrays(tree.m_maxChildren) && iLevel <= Nodes().RootLevel();
+}
+
+/// ChooseLeaf: the node of a level that takes `iRecord`.
+/// @return always IDX_True
 IDX_Bool IDX_WT_RTree::FindNode(
     const ChildRec& iRecord, unsigned short iLevel, unsigned int& oNode) {
-    oNode = m_root;
-    if (m_innerNodes != nullptr) {
-        if (m_innerNodes->RootLevel() != 0) oNode = m_innerNodes->FindLeaf(iRecord.box);
-        return IDX_True;
+    RTreeInnerNodes* innerNodes = m_internals->innerNodes;
+    if (innerNodes == nullptr) {
+        oNode = m_internals->Nodes().Choose(iRecord.box, iLevel);
+    } else {
+        oNode = innerNodes->RootLevel() == 0 ? m_root : innerNodes->FindLeaf(iRecord.box);
     }
-    while (NodeAt(oNode).Level() != iLevel) oNode = ChooseChild(oNode, iRecord.box);
     return IDX_True;
 }
 
-/// The child whose box grows least; among equals the smallest, among these the first.
-unsigned int IDX_WT_RTree::ChooseChild(unsigned int iNode, const IDX_Base_BoundingBox& iBox) const {
-    const RTreeNode node = NodeAt(iNode);
-    unsigned int best = 0;
-    float bestVolume = node.Box(0).Volume();
-    float bestEnlargement = Enlargement(node.Box(0), bestVolume, iBox);
-    for (unsigned int slot = 1; slot < node.Count(); ++slot) {
-        const float volume = node.Box(slot).Volume();
-        const float enlargement = Enlargement(node.Box(slot), volume, iBox);
-        if (enlargement < bestEnlargement ||
-            (enlargement == bestEnlargement && volume < bestVolume)) {
-            best = slot;
-            bestVolume = volume;
-            bestEnlargement = enlargement;
-        }
-    }
-    return node.Value(best);
-}
-
+/// Puts `iRecord` into a node and brings the boxes above up to date.
 IDX_Bool IDX_WT_RTree::AdjustTree(unsigned int iNode, const ChildRec& iRecord) {
     unsigned int node = iNode;
     ChildRec record = iRecord;
-    while (NodeAt(node).Count() == m_maxChildren) {
-        if (node == m_root && GrowRoot() == IDX_False) {
+    // Each turn splits one full node. The node that is new then is an entry for the parent, and the
+    // next turn is about that one.
+    while (m_internals->NodeAt(node).Count() == m_maxChildren) {
+        // The root gets a parent first, so that a split always has a parent to report to.
+        if (node == m_root && m_internals->GrowRoot() == IDX_False) {
             return TraceNo("IDX_WT_RTree.AdjustTree.IDX_WT_RTreeStorageHandler.Alloc");
         }
-        const unsigned int parent = NodeAt(node).Parent();
-        const unsigned int slot = NodeAt(node).Slot();
+        const unsigned int parent = m_internals->NodeAt(node).Parent();
+        const unsigned int slot = m_internals->NodeAt(node).Slot();
         ChildRec newRecord;
         ChildRec oldRecord;
         if (Split(node, record, newRecord, oldRecord) == IDX_False) {
             return TraceNo("IDX_WT_RTree.AdjustTree.Split");
         }
-        SetBox(parent, slot, oldRecord.box);
+        m_internals->SetBox(parent, slot, oldRecord.box);
         node = parent;
         record = newRecord;
     }
-    const unsigned int slot = Append(node, record);
+    const unsigned int slot = m_internals->Append(node, record);
     if (node == m_root) return IDX_True;
-    if (m_innerNodes != nullptr && node == iNode) return EnlargeBoxes(iNode, record.box);
+    // Where nothing was split, boxes only grow, which is quicker than to unite all entries again.
+    if (m_internals->innerNodes != nullptr && node == iNode) {
+        m_internals->EnlargeBoxes(iNode, record.box);
+        return IDX_True;
+    }
     return AdjustTree(node, static_cast<unsigned short>(slot), record.box);
 }
 
-/// Carries one more box in a leaf upward, to the first box that stays as it is: then so do all above. A
-/// box that only grows is the union of what it was and of what came in, but for the sign of a zero.
-IDX_Bool IDX_WT_RTree::EnlargeBoxes(unsigned int iLeaf, const IDX_Base_BoundingBox& iBox) {
-    unsigned int node = iLeaf;
-    IDX_Base_BoundingBox box = iBox;
-    for (unsigned int level = 1; level <= m_innerNodes->RootLevel(); ++level) {
-        const RTreeInnerNodes::Growth growth = m_innerNodes->Enlarge(level, box);
-        if (growth == RTreeInnerNodes::Same) return IDX_True;
-        const RTreeInnerNodes::Step step = m_innerNodes->StepAt(level);
-        if (growth == RTreeInnerNodes::Unsettled) {
-            box = BoxOf(node);
-            m_innerNodes->SetBox(level, step.slot, box);
-        }
-        NodeAt(step.node).SetBox(step.slot, box);
-        node = step.node;
-    }
-    return IDX_True;
-}
-
-/// Sets the box of an entry, which is on the path of the way down where there is one.
-void IDX_WT_RTree::SetBox(
-    unsigned int iNode, unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
-    RTreeNode node = NodeAt(iNode);
-    node.SetBox(iSlot, iBox);
-    if (m_innerNodes != nullptr && node.Level() != 0) {
-        m_innerNodes->SetBox(node.Level(), iSlot, iBox);
-    }
-}
-
+/// Sets the box of one entry and carries the change up to the root.
 IDX_Bool IDX_WT_RTree::AdjustTree(
     unsigned int iNode, unsigned short iSlot, const IDX_Base_BoundingBox& iBox) {
     unsigned int node = iNode;
-    SetBox(node, iSlot, iBox);
+    m_internals->SetBox(node, iSlot, iBox);
     while (node != m_root) {
-        const unsigned int parent = NodeAt(node).Parent();
-        const unsigned int slot = NodeAt(node).Slot();
-        const IDX_Base_BoundingBox box = BoxOf(node);
-        // Beside the second copy all boxes are exact: what doesn't change here changes nothing above.
-        if (m_innerNodes != nullptr && RTreeImage::HaveSameBits(NodeAt(parent).Box(slot), box))
+        const RTreeNodes nodes = m_internals->Nodes();
+        const unsigned int parent = nodes.At(node).Parent();
+        const unsigned int slot = nodes.At(node).Slot();
+        const IDX_Base_BoundingBox box = nodes.BoxOf(node);
+        // Every box in a tree with a second copy is the union of the entries below it, bit for bit.
+        // So when one doesn't change, none above it does. A loaded tree without a copy may have
+        // larger boxes: the way goes on to the root there.
+        if (m_internals->innerNodes != nullptr &&
+            RTreeImage::HaveSameBits(nodes.At(parent).Box(slot), box)) {
             break;
-        SetBox(parent, slot, box);
+        }
+        m_internals->SetBox(parent, slot, box);
         node = parent;
     }
     return IDX_True;
 }
 
-/// Puts a new root above the old one, whose box in it is still to be set.
-IDX_Bool IDX_WT_RTree::GrowRoot() {
-    unsigned int newRoot = 0;
-    if (Alloc(m_nodeSize, newRoot) == IDX_False) return IDX_False;
-    RTreeNode root = NodeAt(newRoot);
-    root.SetCount(1);
-    root.SetLevel(NodeAt(m_root).Level() + 1u);
-    root.SetValue(0, m_root);
-    NodeAt(m_root).SetPlace(newRoot, 0);
-    if (m_innerNodes != nullptr) m_innerNodes->GrowRoot(newRoot, m_root);
-    m_root = newRoot;
-    return IDX_True;
-}
-
-/// Puts an entry into the next slot of a node that has room, and gives the slot.
-unsigned int IDX_WT_RTree::Append(unsigned int iNode, const ChildRec& iRecord) {
-    RTreeNode node = NodeAt(iNode);
-    const unsigned int slot = node.Count();
-    node.SetEntry(slot, iRecord);
-    node.SetCount(slot + 1);
-    if (node.Level() != 0) {
-        NodeAt(iRecord.value).SetPlace(iNode, slot);
-        if (m_innerNodes != nullptr) m_innerNodes->Append(node.Level(), iRecord.box);
-    }
-    return slot;
-}
-
-/// The union of the entries, in the order of their slots.
-IDX_Base_BoundingBox IDX_WT_RTree::BoxOf(unsigned int iNode) const {
-    const RTreeNode node = NodeAt(iNode);
-    IDX_Base_BoundingBox box = node.Box(0);
-    for (unsigned int slot = 1; slot < node.Count(); ++slot) box.Union(node.Box(slot));
-    return box;
-}
-
+/// Cuts a full node in two, with `iRecord` as one entry more.
+/// @param oNewRecord  the entry of the new node for its parent
+/// @param oOldRecord  the entry of the node that was cut
 IDX_Bool IDX_WT_RTree::Split(
     unsigned int iNode, const ChildRec& iRecord, ChildRec& oNewRecord, ChildRec& oOldRecord) {
     unsigned int newNode = 0;
     if (Alloc(m_nodeSize, newNode) == IDX_False) {
         return TraceNo("IDX_WT_RTree.Split.IDX_WT_RTreeStorageHandler.Alloc");
     }
-    const RTreeNode node = NodeAt(iNode);
+    const RTreeNode node = m_internals->NodeAt(iNode);  // only now: Alloc may move the storage
     for (unsigned int i = 0; i < m_maxChildren; ++i) m_records[i] = node.Entry(i);
     m_records[m_maxChildren] = iRecord;
     for (unsigned int i = 0; i <= m_maxChildren; ++i) m_boxes[i] = m_records[i].box;
     QuadraticSplit();
-    Distribute(iNode, newNode, oNewRecord, oOldRecord);
+    m_internals->Distribute(iNode, newNode, oNewRecord, oOldRecord);
     return IDX_True;
 }
 
-/// Lays the entries out in the two nodes, in their order. The slots above stay as they were.
-void IDX_WT_RTree::Distribute(
+/// Fills m_groups from m_boxes.
+void IDX_WT_RTree::QuadraticSplit() {
+    QuadraticSplitter(m_internals->splitMemory, m_boxes, m_maxChildren + 1u, m_volumes, m_groups)
+        .Run(m_minFill);
+}
+
+/// The interface names it. Nothing calls it.
+void IDX_WT_RTree::LinearSplit() {}
+
+/// Takes zeroed bytes from the storage. The storage may move.
+IDX_Bool IDX_WT_RTree::Alloc(const unsigned int& iSize, unsigned int& oOffset) {
+    const unsigned long long needed = 0ull + m_size + iSize;
+    if (needed > m_capacity &&
+        !m_internals->GrowStorage(needed, m_size + kNodesOfSmallerStep * iSize)) {
+        m_internals->FreeStorage();
+        return TraceNo("IDX_WT_RTreeStorageHandler.Alloc(realloc)");
+    }
+    // Zeroed here and not when the storage grows: no page of memory is touched before it is used.
+    std::memset(m_storage + m_size, 0, iSize);
+    oOffset = m_size;
+    m_size = static_cast<unsigned int>(needed);
+    return IDX_True;
+}
+
+// Steps of an insertion. Each change of an inner node is made twice: in the storage, which is the
+// tree, and in the second copy.
+
+/// Puts an entry into the next slot of a node that has room.
+/// @return the slot
+unsigned int IDX_WT_RTree::Internals::Append(unsigned int iNode, const ChildRec& iRecord) {
+    RTreeNode node = NodeAt(iNode);
+    const unsigned int slot = node.Count();
+    node.SetEntry(slot, iRecord);
+    node.SetCount(slot + 1);
+    if (node.Level() != 0) {
+        NodeAt(iRecord.value).SetPlace(iNode, slot);
+        if (innerNodes != nullptr) innerNodes->Append(node.Level(), iRecord.box);
+    }
+    return slot;
+}
+
+/// Puts a new root above the old one. The old root's box in it isn't set yet.
+IDX_Bool IDX_WT_RTree::Internals::GrowRoot() {
+    unsigned int newRoot = 0;
+    if (tree.Alloc(tree.m_nodeSize, newRoot) == IDX_False) return IDX_False;
+    RTreeNode root = NodeAt(newRoot);
+    root.SetCount(1);
+    root.SetLevel(NodeAt(tree.m_root).Level() + 1u);
+    root.SetValue(0, tree.m_root);
+    NodeAt(tree.m_root).SetPlace(newRoot, 0);
+    if (innerNodes != nullptr) innerNodes->GrowRoot(newRoot, tree.m_root);
+    tree.m_root = newRoot;
+    return IDX_True;
+}
+
+/// Lays the entries of a split out in the two nodes, in their order. The slots after the last entry
+/// keep what was in them: those bytes go into the image, too.
+void IDX_WT_RTree::Internals::Distribute(
     unsigned int iNode, unsigned int iNewNode, ChildRec& oNewRecord, ChildRec& oOldRecord) {
     const unsigned int offsets[2] = {iNode, iNewNode};
     RTreeNode nodes[2] = {NodeAt(iNode), NodeAt(iNewNode)};
     const unsigned short level = nodes[0].Level();
     ChildRec covers[2];
     unsigned int counts[2] = {0, 0};
-    for (unsigned int i = 0; i <= m_maxChildren; ++i) {
-        const unsigned int g = m_groups[i];
+    for (unsigned int i = 0; i <= tree.m_maxChildren; ++i) {
+        const unsigned int g = tree.m_groups[i];
+        const ChildRec& record = tree.m_records[i];
         const unsigned int slot = counts[g]++;
-        nodes[g].SetEntry(slot, m_records[i]);
-        if (level != 0) NodeAt(m_records[i].value).SetPlace(offsets[g], slot);
+        nodes[g].SetEntry(slot, record);
+        if (level != 0) NodeAt(record.value).SetPlace(offsets[g], slot);
         if (slot == 0) {
-            covers[g].box = m_records[i].box;
+            covers[g].box = record.box;
         } else {
-            covers[g].box.Union(m_records[i].box);
+            covers[g].box.Union(record.box);
         }
     }
     nodes[1].SetLevel(level);
@@ -279,222 +346,167 @@ void IDX_WT_RTree::Distribute(
     }
     oOldRecord = covers[0];
     oNewRecord = covers[1];
-    if (m_innerNodes == nullptr) return;
+    if (innerNodes == nullptr) return;
     if (level == 0) {
-        m_innerNodes->SplitLeaf(iNewNode);
+        innerNodes->SplitLeaf(iNewNode);
     } else {
-        m_innerNodes->SplitInner(level, m_groups, iNewNode, nodes[0], nodes[1]);
+        innerNodes->SplitInner(level, tree.m_groups, iNewNode, nodes[0], nodes[1]);
     }
 }
 
-void IDX_WT_RTree::QuadraticSplit() {
-    QuadraticSplitter(m_splitMemory, m_boxes, m_maxChildren + 1u, m_volumes, m_groups)
-        .Run(m_minFill);
-}
-
-void IDX_WT_RTree::LinearSplit() {}
-
-IDX_Bool IDX_WT_RTree::Alloc(const unsigned int& iSize, unsigned int& oOffset) {
-    const unsigned long long needed = 0ull + m_size + iSize;
-    if (needed > m_capacity && !GrowStorage(needed, m_size + kNodesOfSmallerStep * iSize)) {
-        FreeStorage();
-        return TraceNo("IDX_WT_RTreeStorageHandler.Alloc(realloc)");
+/// Sets the box of an entry. An entry of an inner node is on the path of the last way down.
+void IDX_WT_RTree::Internals::SetBox(
+    unsigned int iNode, unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
+    RTreeNode node = NodeAt(iNode);
+    node.SetBox(iSlot, iBox);
+    if (innerNodes != nullptr && node.Level() != 0) {
+        innerNodes->SetBox(node.Level(), iSlot, iBox);
     }
-    // Zeroed here and not when the storage grows: memory is touched when it is used.
-    std::memset(m_storage + m_size, 0, iSize);
-    oOffset = m_size;
-    m_size = static_cast<unsigned int>(needed);
-    return IDX_True;
 }
 
-/// By doubling, else to `iSmallerStep`, else to what is needed.
-bool IDX_WT_RTree::GrowStorage(unsigned long long iNeeded, unsigned long long iSmallerStep) {
+/// Enlarges the boxes above a leaf by one more box in it. Stops at the first box that stays the
+/// same: all boxes above it stay the same, too. A box that grows becomes the union of its old value
+/// and the new box. The union of all entries would be the same, except perhaps for the sign of a
+/// zero; there all entries are united again.
+void IDX_WT_RTree::Internals::EnlargeBoxes(unsigned int iLeaf, const IDX_Base_BoundingBox& iBox) {
+    unsigned int node = iLeaf;
+    IDX_Base_BoundingBox box = iBox;
+    for (unsigned int level = 1; level <= innerNodes->RootLevel(); ++level) {
+        const RTreeInnerNodes::Growth growth = innerNodes->Enlarge(level, box);
+        if (growth == RTreeInnerNodes::Same) return;
+        const RTreeInnerNodes::Step step = innerNodes->StepAt(level);
+        if (growth == RTreeInnerNodes::Unsettled) {
+            box = Nodes().BoxOf(node);
+            innerNodes->SetBox(level, step.slot, box);
+        }
+        NodeAt(step.node).SetBox(step.slot, box);
+        node = step.node;
+    }
+}
+
+unsigned int IDX_WT_RTree::Internals::NodeSize() const {
+    return tree.m_nodeHeaderSize + tree.m_maxChildren * static_cast<unsigned int>(sizeof(ChildRec));
+}
+
+RTreeNodes IDX_WT_RTree::Internals::Nodes() const {
+    return {tree.m_storage,        tree.m_size,        tree.m_nodeSize,
+            tree.m_nodeHeaderSize, tree.m_maxChildren, tree.m_root};
+}
+
+/// Makes room by doubling. Without memory for that tries `iSmallerStep`, then just what is needed.
+bool IDX_WT_RTree::Internals::GrowStorage(
+    unsigned long long iNeeded, unsigned long long iSmallerStep) {
     if (iNeeded > kMaxCapacity) return false;
-    unsigned long long doubled = std::max(m_capacity, 1u);
+    unsigned long long doubled = std::max(tree.m_capacity, 1u);
     while (doubled < iNeeded) doubled *= 2;
     return ResizeStorage(doubled) || ResizeStorage(iSmallerStep) || ResizeStorage(iNeeded);
 }
 
-bool IDX_WT_RTree::ResizeStorage(unsigned long long iCapacity) {
+bool IDX_WT_RTree::Internals::ResizeStorage(unsigned long long iCapacity) {
     const auto capacity = static_cast<unsigned int>(std::min(iCapacity, kMaxCapacity));
-    if (!Lengthen(m_storage, capacity)) return false;
-    m_capacity = capacity;
+    if (!Lengthen(tree.m_storage, capacity)) return false;
+    tree.m_capacity = capacity;
     return true;
 }
 
-void IDX_WT_RTree::FreeStorage() {
-    std::free(m_storage);
-    m_storage = nullptr;
-    m_capacity = 0;
+void IDX_WT_RTree::Internals::FreeStorage() {
+    std::free(tree.m_storage);
+    tree.m_storage = nullptr;
+    tree.m_capacity = 0;
     DropInnerNodes();
 }
 
-void IDX_WT_RTree::DropInnerNodes() {
-    delete m_innerNodes;
-    m_innerNodes = nullptr;
+void IDX_WT_RTree::Internals::DropInnerNodes() {
+    delete innerNodes;
+    innerNodes = nullptr;
 }
 
-/// The arrays know their length on their own: the tree may come from an image.
-bool IDX_WT_RTree::ReserveWorkingArrays(unsigned int iMaxChildren) {
+/// Their length has a field of its own: m_maxChildren may come from an image, and says nothing
+/// about them then.
+bool IDX_WT_RTree::Internals::ReserveWorkingArrays(unsigned int iMaxChildren) {
     const unsigned int length = iMaxChildren + 1;
-    if (length <= m_workingLength) return true;
-    if (!Lengthen(m_boxes, length) || !Lengthen(m_records, length) || !Lengthen(m_groups, length) ||
-        !Lengthen(m_volumes, length) ||
-        !Lengthen(m_splitMemory, QuadraticSplitter::LengthFor(length))) {
+    if (length <= workingLength) return true;
+    if (!Lengthen(tree.m_boxes, length) || !Lengthen(tree.m_records, length) ||
+        !Lengthen(tree.m_groups, length) || !Lengthen(tree.m_volumes, length) ||
+        !Lengthen(splitMemory, QuadraticSplitter::LengthFor(length))) {
         return false;
     }
-    m_workingLength = length;
+    workingLength = length;
     return true;
 }
 
-unsigned int IDX_WT_RTree::NodeSize() const {
-    return m_nodeHeaderSize + m_maxChildren * static_cast<unsigned int>(sizeof(ChildRec));
-}
+namespace {
 
-RTreeNode IDX_WT_RTree::NodeAt(unsigned int iOffset) const {
-    return RTreeNode(m_storage + iOffset, m_nodeHeaderSize);
-}
-
-/// Whether an entry of a level can go in. Looks at a loaded tree first.
-bool IDX_WT_RTree::IsReadyFor(unsigned int iLevel) {
-    if (m_storage == nullptr || m_maxChildren < 2) return false;
-    if (m_soundness == Unknown) {
-        m_soundness = IsTreeSound() ? Sound : Damaged;
-        if (m_soundness == Sound) CopyInnerNodes();
-    }
-    if (m_soundness == Damaged) return false;
-    return ReserveWorkingArrays(m_maxChildren) && iLevel <= NodeAt(m_root).Level();
-}
-
-bool IDX_WT_RTree::IsNode(unsigned int iOffset) const {
-    return iOffset < m_size && iOffset % m_nodeSize == 0;
-}
-
-/// Whether every way down or up leads along nodes and comes to an end. Looks at the nodes in turn: a walk
-/// from the root could go round in a circle.
-bool IDX_WT_RTree::IsTreeSound() const {
-    if (m_size == 0 || m_size % m_nodeSize != 0 || !IsNode(m_root)) return false;
-    for (unsigned long long node = 0; node < m_size; node += m_nodeSize) {
-        if (!IsNodeSound(static_cast<unsigned int>(node))) return false;
-    }
-    return true;
-}
-
-bool IDX_WT_RTree::IsNodeSound(unsigned int iOffset) const {
-    const RTreeNode node = NodeAt(iOffset);
-    if (node.Count() > m_maxChildren) return false;
-    const bool isLoneLeaf = iOffset == m_root && node.Level() == 0;
-    if (node.Count() == 0 && !isLoneLeaf) return false;
-    if (node.Level() == 0) return true;
-    for (unsigned int slot = 0; slot < node.Count(); ++slot) {
-        if (!IsNode(node.Value(slot))) return false;
-        const RTreeNode child = NodeAt(node.Value(slot));
-        const bool isBelow = child.Level() + 1u == node.Level();
-        if (!isBelow || child.Parent() != iOffset || child.Slot() != slot) return false;
-    }
-    return true;
-}
-
-/// Makes the second copy of the inner nodes of a sound tree, unless there is no memory, or a box is larger
-/// than it need be.
-void IDX_WT_RTree::CopyInnerNodes() {
-    const unsigned int rootLevel = NodeAt(m_root).Level();
-    auto* numbers = static_cast<unsigned int*>(
-        std::malloc(std::size_t{m_size / m_nodeSize} * sizeof(unsigned int)));
-    m_innerNodes = RTreeInnerNodes::Make(m_maxChildren);
-    const bool isCopied = numbers != nullptr && m_innerNodes != nullptr && CopyInnerNodes(numbers);
-    if (isCopied && rootLevel != 0) m_innerNodes->SetRoot(numbers[m_root / m_nodeSize], rootLevel);
-    if (!isCopied) DropInnerNodes();
-    std::free(numbers);
-}
-
-/// @param oNumbers  for each node, in the order of the storage: its number in the copy, or its offset
-///                  when it is a leaf
-bool IDX_WT_RTree::CopyInnerNodes(unsigned int* oNumbers) {
-    const unsigned int count = m_size / m_nodeSize;
-    for (unsigned int i = 0; i < count; ++i) {
-        oNumbers[i] = i * m_nodeSize;
-        if (NodeAt(i * m_nodeSize).Level() == 0) continue;
-        if (!m_innerNodes->ReserveRecords(1)) return false;
-        oNumbers[i] = m_innerNodes->AddNode(i * m_nodeSize);
-    }
-    for (unsigned int i = 0; i < count; ++i) {
-        const RTreeNode node = NodeAt(i * m_nodeSize);
-        if (node.Level() == 0) continue;
-        for (unsigned int slot = 0; slot < node.Count(); ++slot) {
-            const unsigned int child = node.Value(slot);
-            if (!RTreeImage::HaveSameBits(node.Box(slot), BoxOf(child))) return false;
-            m_innerNodes->AddEntry(oNumbers[i], node.Box(slot), oNumbers[child / m_nodeSize]);
-        }
-    }
-    return true;
-}
-
-IDX_Bool IDX_WT_RTree::Save(IDX_WT_File& ioFile, unsigned int& oOffset) {
-    oOffset = ioFile.GetSize();
-    return SaveImage(
-        [&](const void* iData, unsigned int iSize) { return ioFile.Write(iData, iSize); },
-        [&](const void* iData, unsigned int iSize) {
-            return ioFile.WriteAt(oOffset + kHeaderSize, iData, iSize);
-        });
-}
-
-IDX_Bool IDX_WT_RTree::Save(IDX_WT_SplittedFile& ioFile, unsigned int iPart, unsigned int iOffset) {
-    return SaveImage(
-        [&](const void* iData, unsigned int iSize) {
-            return ioFile.WriteAt(iPart, iOffset, iData, iSize);
-        },
-        [&](const void* iData, unsigned int iSize) {
-            return ioFile.WriteAt(iPart, iOffset + kHeaderSize, iData, iSize);
-        });
-}
-
+/// Both forms of Save: the header, then the nodes, each by one call that the caller gives.
 template <class WriteHeader, class WriteNodes>
-IDX_Bool IDX_WT_RTree::SaveImage(
-    const WriteHeader& iWriteHeader, const WriteNodes& iWriteNodes) const {
-    const RTreeImageHeader header = {m_minFill, m_maxChildren, m_root, m_size};
-    if (iWriteHeader(&header, kHeaderSize) == IDX_False) {
+IDX_Bool SaveImage(const WriteHeader& iWriteHeader, const WriteNodes& iWriteNodes) {
+    if (iWriteHeader() == IDX_False) {
         return TraceNo("IDX_WT_RTree.Save.IDX_WT_SplittedFile.Write(Header)");
     }
-    if (iWriteNodes(m_storage, m_size) == IDX_False) {
+    if (iWriteNodes() == IDX_False) {
         return TraceNo("IDX_WT_RTree.Save.IDX_WT_SplittedFile.WriteAt");
     }
     return IDX_True;
 }
 
+}  // namespace
+
+IDX_Bool IDX_WT_RTree::Save(IDX_WT_File& ioFile, unsigned int& oOffset) {
+    const RTreeImageHeader header = {m_minFill, m_maxChildren, m_root, m_size};
+    oOffset = ioFile.GetSize();
+    return SaveImage(
+        [&] { return ioFile.Write(&header, kRTreeImageHeaderSize); },
+        [&] { return ioFile.WriteAt(oOffset + kRTreeImageHeaderSize, m_storage, m_size); });
+}
+
+IDX_Bool IDX_WT_RTree::Save(IDX_WT_SplittedFile& ioFile, unsigned int iPart, unsigned int iOffset) {
+    const RTreeImageHeader header = {m_minFill, m_maxChildren, m_root, m_size};
+    return SaveImage(
+        [&] { return ioFile.WriteAt(iPart, iOffset, &header, kRTreeImageHeaderSize); },
+        [&] { return ioFile.WriteAt(iPart, iOffset + kRTreeImageHeaderSize, m_storage, m_size); });
+}
+
 IDX_Bool IDX_WT_RTree::Load(IDX_WT_File& ioFile, unsigned int iOffset) {
-    return LoadImage([&](unsigned int iFrom, void* oData, unsigned int iSize) {
+    Internals* internals = Internals::Of(*this);
+    if (internals == nullptr) return IDX_False;
+    return internals->Load([&](unsigned int iFrom, void* oData, unsigned int iSize) {
         return ioFile.ReadAt(iOffset + iFrom, oData, iSize);
     });
 }
 
 IDX_Bool IDX_WT_RTree::Load(IDX_WT_SplittedFile& ioFile, unsigned int iPart, unsigned int iOffset) {
-    return LoadImage([&](unsigned int iFrom, void* oData, unsigned int iSize) {
+    Internals* internals = Internals::Of(*this);
+    if (internals == nullptr) return IDX_False;
+    return internals->Load([&](unsigned int iFrom, void* oData, unsigned int iSize) {
         return ioFile.ReadAt(iPart, iOffset + iFrom, oData, iSize);
     });
 }
 
+/// Both forms of Load. The nodes are read straight into the storage. From the moment when that
+/// begins the former tree can't be used, so it counts as damaged until all is read.
+/// @param iRead  reads bytes from an offset of the image
 template <class Read>
-IDX_Bool IDX_WT_RTree::LoadImage(const Read& iRead) {
+IDX_Bool IDX_WT_RTree::Internals::Load(const Read& iRead) {
     RTreeImageHeader header;
-    if (iRead(0, &header, kHeaderSize) == IDX_False) {
+    if (iRead(0u, &header, kRTreeImageHeaderSize) == IDX_False) {
         return TraceNo("IDX_WT_RTree.Load.IDX_WT_File.ReadAt(Header)");
     }
-    if ((m_storage == nullptr || m_capacity < header.size) && !ResizeStorage(header.size)) {
+    const bool isLargeEnough = tree.m_storage != nullptr && tree.m_capacity >= header.size;
+    if (!isLargeEnough && !ResizeStorage(header.size)) {
         FreeStorage();
         return IDX_False;
     }
-    m_soundness = Damaged;  // the bytes of the former tree go now
+    soundness = Damaged;
     DropInnerNodes();
-    if (iRead(kHeaderSize, m_storage, header.size) == IDX_False) {
+    if (iRead(kRTreeImageHeaderSize, tree.m_storage, header.size) == IDX_False) {
         return TraceNo("IDX_WT_RTree.Load.IDX_WT_File.ReadAt(Tree)");
     }
-    m_minFill = header.minFill;
-    m_maxChildren = header.maxChildren;
-    m_root = header.root;
-    m_size = header.size;
-    m_capacity = header.size;
-    m_nodeSize = NodeSize();
-    m_soundness = Unknown;
+    tree.m_minFill = header.minFill;
+    tree.m_maxChildren = header.maxChildren;
+    tree.m_root = header.root;
+    tree.m_size = header.size;
+    tree.m_capacity = header.size;
+    tree.m_nodeSize = NodeSize();
+    soundness = Unknown;
     return IDX_True;
 }

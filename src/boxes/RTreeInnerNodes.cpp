@@ -10,12 +10,13 @@
 
 namespace {
 
-constexpr unsigned int kNoRecord = 0xFFFFFFFFu;
+constexpr unsigned int kNoCopy = 0xFFFFFFFFu;
 
-/// Groups of four that are weighed before their least is looked for.
+/// Groups of four entries that Weigh() handles in one call: its bits for ties have 64 places.
 constexpr unsigned int kFoursAtOnce = 16;
 
-constexpr std::size_t kVolumeAt = 24;  ///< floats behind the first coordinate of an entry
+/// The volume of an entry is so many floats after its first coordinate: 6 coordinates x 4 lanes.
+constexpr std::size_t kVolumeAt = 24;
 
 /// The best entry so far.
 struct Choice {
@@ -23,7 +24,7 @@ struct Choice {
     float enlargement;
     float volume;
 
-    /// Takes what is better; what comes later loses a tie.
+    /// Replaces the entry by a better one. A later entry loses a tie.
     void Take(const Choice& iNext) {
         const bool isTie = iNext.enlargement == enlargement;
         const bool isBetter = iNext.enlargement < enlargement || (isTie && iNext.volume < volume);
@@ -31,7 +32,7 @@ struct Choice {
     }
 };
 
-/// The least number of all lanes, in all of them.
+/// The least number of all lanes, in every lane: first of two pairs, then of the two results.
 FourFloats LeastOf(FourFloats iLanes) {
     const FourFloats pairs =
         _mm_min_ps(iLanes, _mm_shuffle_ps(iLanes, iLanes, _MM_SHUFFLE(1, 0, 3, 2)));
@@ -43,10 +44,10 @@ FourFloats LanesOfSameBits(FourFloats iFirst, FourFloats iSecond) {
 }
 
 bool AreSameBits(FourFloats iFirst, FourFloats iSecond) {
-    return LanesOf(LanesOfSameBits(iFirst, iSecond)) == 15;
+    return LanesOf(LanesOfSameBits(iFirst, iSecond)) == 0xF;
 }
 
-/// Whether a lane holds 0 here and -0 there: the only equal numbers of different bits.
+/// Whether a lane holds 0 on one side and -0 on the other: no other equal numbers differ in bits.
 bool AreZerosOfTwoSigns(FourFloats iFirst, FourFloats iSecond) {
     const FourFloats areEqual = _mm_cmpeq_ps(iFirst, iSecond);
     return LanesOf(_mm_andnot_ps(LanesOfSameBits(iFirst, iSecond), areEqual)) != 0;
@@ -70,7 +71,7 @@ RTreeInnerNodes::RTreeInnerNodes(unsigned int iMaxChildren)
       _pathLength(0),
       _root(0),
       _rootLevel(0),
-      _sibling(0) {}
+      _newChild(0) {}
 
 RTreeInnerNodes::~RTreeInnerNodes() {
     std::free(_entries);
@@ -80,17 +81,19 @@ RTreeInnerNodes::~RTreeInnerNodes() {
 }
 
 bool RTreeInnerNodes::Reserve() {
-    // A new node on every level, and a new root.
-    return ReserveRecords(_rootLevel + std::size_t{1}) && ReservePath(_rootLevel + std::size_t{2});
+    // At most, an insertion splits a node on every level and adds a new root.
+    return ReserveCopies(_rootLevel + std::size_t{1}) && ReservePath(_rootLevel + std::size_t{2});
 }
 
-bool RTreeInnerNodes::ReserveRecords(std::size_t iMore) {
+bool RTreeInnerNodes::ReserveCopies(std::size_t iMore) {
     if (_count + iMore <= _capacity) return true;
     if (_moved == nullptr) {
         _moved = static_cast<unsigned int*>(
             std::malloc((_maxChildren + std::size_t{1}) * sizeof(unsigned int)));
         if (_moved == nullptr) return false;
     }
+    // Each block is in place as soon as it is taken. So a failure between two of them leaves a
+    // sound object that is only less large than it could be.
     const std::size_t capacity = std::max(2 * _capacity, _count + iMore);
     void* heads = std::realloc(_heads, capacity * sizeof(Head));
     if (heads == nullptr) return false;
@@ -111,20 +114,61 @@ bool RTreeInnerNodes::ReservePath(std::size_t iLength) {
     void* path = std::realloc(_path, length * sizeof(PathStep));
     if (path == nullptr) return false;
     _path = static_cast<PathStep*>(path);
-    std::fill(_path + _pathLength, _path + length, PathStep{kNoRecord, 0, 0});
+    std::fill(_path + _pathLength, _path + length, PathStep{kNoCopy, 0, 0});
     _pathLength = length;
     return true;
 }
 
+RTreeInnerNodes* RTreeInnerNodes::CopyOf(const RTreeNodes& iNodes) {
+    RTreeInnerNodes* inner = Make(iNodes.maxChildren);
+    auto* numbers = static_cast<unsigned int*>(std::malloc(iNodes.Count() * sizeof(unsigned int)));
+    if (inner != nullptr && (numbers == nullptr || !inner->CopyNodes(iNodes, numbers))) {
+        delete inner;
+        inner = nullptr;
+    }
+    std::free(numbers);
+    return inner;
+}
+
+/// Gives each inner node a copy, then fills the copies: an entry needs the number of its child.
+/// @param oNumbers  working memory for one number per node, in the order of the storage: the number
+///                  of its copy, or its offset when it is a leaf
+bool RTreeInnerNodes::CopyNodes(const RTreeNodes& iNodes, unsigned int* oNumbers) {
+    const unsigned int count = iNodes.Count();
+    const unsigned int nodeSize = iNodes.nodeSize;
+    for (unsigned int i = 0; i < count; ++i) {
+        oNumbers[i] = i * nodeSize;
+        if (iNodes.At(i * nodeSize).Level() == 0) continue;
+        if (!ReserveCopies(1)) return false;
+        oNumbers[i] = AddCopy(i * nodeSize);
+    }
+    for (unsigned int i = 0; i < count; ++i) {
+        const RTreeNode node = iNodes.At(i * nodeSize);
+        if (node.Level() == 0) continue;
+        for (unsigned int slot = 0; slot < node.Count(); ++slot) {
+            const unsigned int child = node.Value(slot);
+            const IDX_Base_BoundingBox box = node.Box(slot);
+            // Enlarge() relies on boxes that are as small as they can be.
+            if (!RTreeImage::HaveSameBits(box, iNodes.BoxOf(child))) return false;
+            AddEntry(oNumbers[i], box, oNumbers[child / nodeSize]);
+        }
+    }
+    _rootLevel = iNodes.RootLevel();
+    if (_rootLevel != 0) _root = oNumbers[iNodes.root / nodeSize];
+    return true;
+}
+
+/// Guttman's ChooseLeaf.
 unsigned int RTreeInnerNodes::FindLeaf(const IDX_Base_BoundingBox& iBox) {
     const FourBoxes box = FourBoxes::AllOf(iBox);
     unsigned int child = _root;
     for (unsigned int level = _rootLevel; level > 0; --level) {
         PathStep& step = _path[level];
         const unsigned int slot = Choose(child, box);
-        // Neighbours come one after the other as often as not. Where the way is the same as before, the
-        // next node is known without waiting for this choice: the processor goes ahead on that guess.
-        if (step.record == child && step.slot == slot) {
+        // Boxes that follow each other are often neighbours, and take the same way. The child of
+        // the last way is known before this choice is: the processor predicts the branch and reads
+        // on in that child while it still computes the choice.
+        if (step.copy == child && step.slot == slot) {
             child = step.child;
             continue;
         }
@@ -134,15 +178,16 @@ unsigned int RTreeInnerNodes::FindLeaf(const IDX_Base_BoundingBox& iBox) {
     return child;
 }
 
-/// Weighs up to kFoursAtOnce groups of entries.
+/// How much up to kFoursAtOnce groups of entries would grow. Finds the least growth in a first pass,
+/// and the entries that have it in a second one: both passes are free of branches.
 RTreeInnerNodes::Weighing RTreeInnerNodes::Weigh(
     const FourEntries* iFours, unsigned int iCount, const FourBoxes& iBox) {
     FourFloats growths[kFoursAtOnce];
-    growths[0] = _mm_setzero_ps();  // there is one group or more, which no compiler can know
+    growths[0] = _mm_setzero_ps();  // for compilers, which can't know that there is a group
     FourFloats least = _mm_set1_ps(kInfinity);
     for (unsigned int k = 0; k < iCount; ++k) {
         growths[k] = VolumesOfUnion(iFours[k].boxes, iBox) - iFours[k].volumes;
-        least = _mm_min_ps(growths[k], least);  // passes over what is no number
+        least = _mm_min_ps(growths[k], least);  // of a NaN and a number, the number
     }
     least = LeastOf(least);
     std::uint64_t ties = 0;
@@ -152,12 +197,13 @@ RTreeInnerNodes::Weighing RTreeInnerNodes::Weigh(
     return {_mm_cvtss_f32(least), _mm_cvtss_f32(growths[0]), ties};
 }
 
-/// The slot of the least enlargement, among equals of the least volume, among these the lowest.
-unsigned int RTreeInnerNodes::Choose(unsigned int iRecord, const FourBoxes& iBox) const {
-    const FourEntries* const fours = EntriesOf(iRecord);
-    const unsigned int count = (_heads[iRecord].count + 3) / 4;
+/// The slot with the least enlargement; among equals the one with the smallest volume, among these
+/// the lowest. RTreeNodes::Choose decides the same, one entry at a time.
+unsigned int RTreeInnerNodes::Choose(unsigned int iCopy, const FourBoxes& iBox) const {
+    const FourEntries* const fours = EntriesOf(iCopy);
+    const unsigned int count = (_heads[iCopy].count + 3) / 4;
     Weighing all = Weigh(fours, std::min(count, kFoursAtOnce), iBox);
-    if (std::isnan(all.first)) return 0;  // as nothing is less than it
+    if (std::isnan(all.first)) return 0;  // entry 0 is the start value, and nothing is less
     if (count <= kFoursAtOnce && std::has_single_bit(all.ties)) {
         return static_cast<unsigned int>(std::countr_zero(all.ties));
     }
@@ -166,7 +212,7 @@ unsigned int RTreeInnerNodes::Choose(unsigned int iRecord, const FourBoxes& iBox
         for (; all.ties != 0; all.ties &= all.ties - 1) {
             const unsigned int slot =
                 4 * from + static_cast<unsigned int>(std::countr_zero(all.ties));
-            const float volume = Coordinates(iRecord, slot)[kVolumeAt];
+            const float volume = Coordinates(iCopy, slot)[kVolumeAt];
             best.Take({slot, all.least, volume});
         }
         from += kFoursAtOnce;
@@ -175,14 +221,17 @@ unsigned int RTreeInnerNodes::Choose(unsigned int iRecord, const FourBoxes& iBox
     }
 }
 
-/// Of an entry: coordinate c, in the order of a box, is at 4 c, and its volume at kVolumeAt.
-float* RTreeInnerNodes::Coordinates(unsigned int iRecord, unsigned int iSlot) const {
-    return reinterpret_cast<float*>(EntriesOf(iRecord) + iSlot / 4) + iSlot % 4;
+/// Where the floats of an entry begin. Coordinate c, in the order of a box, is 4 c floats further
+/// on, the volume kVolumeAt floats.
+float* RTreeInnerNodes::Coordinates(unsigned int iCopy, unsigned int iSlot) const {
+    return reinterpret_cast<float*>(EntriesOf(iCopy) + iSlot / 4) + iSlot % 4;
 }
 
+/// With the lows in one vector and the highs in another, three axes are one operation. `minps` and
+/// `maxps` give their second operand when the two are equal, so the old value stays.
 RTreeInnerNodes::Growth RTreeInnerNodes::Enlarge(unsigned int iLevel, IDX_Base_BoundingBox& ioBox) {
     const PathStep& step = _path[iLevel];
-    float* entry = Coordinates(step.record, step.slot);
+    float* entry = Coordinates(step.copy, step.slot);
     const FourFloats before[2] = {
         _mm_setr_ps(entry[0], entry[4], entry[8], 0.0f),
         _mm_setr_ps(entry[12], entry[16], entry[20], 0.0f)};
@@ -198,80 +247,78 @@ RTreeInnerNodes::Growth RTreeInnerNodes::Enlarge(unsigned int iLevel, IDX_Base_B
     _mm_store_ps(corners, low);
     _mm_store_ps(corners + 4, high);
     ioBox = BoxFrom({corners[0], corners[1], corners[2], corners[4], corners[5], corners[6]});
-    SetBoxOf(step.record, step.slot, ioBox);
+    SetBoxOf(step.copy, step.slot, ioBox);
     return Grown;
 }
 
 void RTreeInnerNodes::SetBox(
     unsigned int iLevel, unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
-    SetBoxOf(_path[iLevel].record, iSlot, iBox);
+    SetBoxOf(_path[iLevel].copy, iSlot, iBox);
 }
 
 void RTreeInnerNodes::SetBoxOf(
-    unsigned int iRecord, unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
+    unsigned int iCopy, unsigned int iSlot, const IDX_Base_BoundingBox& iBox) {
     const SixFloats coordinates = FloatsOf(iBox);
-    float* entry = Coordinates(iRecord, iSlot);
+    float* entry = Coordinates(iCopy, iSlot);
     for (std::size_t c = 0; c < 6; ++c) entry[4 * c] = coordinates[c];
     entry[kVolumeAt] = iBox.Volume();
 }
 
-void RTreeInnerNodes::Clear(unsigned int iRecord) {
-    _heads[iRecord].count = 0;
+void RTreeInnerNodes::Clear(unsigned int iCopy) {
+    _heads[iCopy].count = 0;
     const FourFloats none = _mm_set1_ps(std::numeric_limits<float>::quiet_NaN());
     const FourEntries empty = {
         {{none, none, none}, {none, none, none}},
         none, { 0, 0,                                  0, 0}
     };
-    std::fill_n(EntriesOf(iRecord), _fours, empty);
+    std::fill_n(EntriesOf(iCopy), _fours, empty);
 }
 
-unsigned int RTreeInnerNodes::AddNode(unsigned int iNode) {
-    const auto record = static_cast<unsigned int>(_count++);
-    Clear(record);
-    _heads[record].node = iNode;
-    return record;
+unsigned int RTreeInnerNodes::AddCopy(unsigned int iNode) {
+    const auto copy = static_cast<unsigned int>(_count++);
+    Clear(copy);
+    _heads[copy].node = iNode;
+    return copy;
 }
 
 void RTreeInnerNodes::AddEntry(
-    unsigned int iRecord, const IDX_Base_BoundingBox& iBox, unsigned int iChild) {
-    const unsigned int slot = _heads[iRecord].count++;
-    SetBoxOf(iRecord, slot, iBox);
-    Child(iRecord, slot) = iChild;
-}
-
-void RTreeInnerNodes::SetRoot(unsigned int iRecord, unsigned int iLevel) {
-    _root = iRecord;
-    _rootLevel = iLevel;
+    unsigned int iCopy, const IDX_Base_BoundingBox& iBox, unsigned int iChild) {
+    const unsigned int slot = _heads[iCopy].count++;
+    SetBoxOf(iCopy, slot, iBox);
+    Child(iCopy, slot) = iChild;
 }
 
 void RTreeInnerNodes::GrowRoot(unsigned int iNewRoot, unsigned int iOldRoot) {
     const unsigned int child = _rootLevel == 0 ? iOldRoot : _root;
-    _root = AddNode(iNewRoot);
+    _root = AddCopy(iNewRoot);
     ++_rootLevel;
     AddEntry(_root, IDX_Base_BoundingBox(), child);
     _path[_rootLevel] = {_root, 0, child};
 }
 
 void RTreeInnerNodes::Append(unsigned int iLevel, const IDX_Base_BoundingBox& iBox) {
-    AddEntry(_path[iLevel].record, iBox, _sibling);
+    AddEntry(_path[iLevel].copy, iBox, _newChild);
 }
 
+/// Deals the entries of a split node out again. The boxes come from the two nodes in the storage,
+/// which already hold them in their new order; the children come from the copy of the old node, and
+/// the last one is the new child.
 void RTreeInnerNodes::SplitInner(
     unsigned int iLevel,
     const unsigned char* iGroups,
     unsigned int iNewNode,
     const RTreeNode& iOld,
     const RTreeNode& iNew) {
-    const unsigned int old = _path[iLevel].record;
+    const unsigned int old = _path[iLevel].copy;
     for (unsigned int i = 0; i < _maxChildren; ++i) _moved[i] = Child(old, i);
-    _moved[_maxChildren] = _sibling;
-    const unsigned int records[2] = {old, AddNode(iNewNode)};
+    _moved[_maxChildren] = _newChild;
+    const unsigned int copies[2] = {old, AddCopy(iNewNode)};
     const RTreeNode* const nodes[2] = {&iOld, &iNew};
     Clear(old);
     for (unsigned int i = 0; i <= _maxChildren; ++i) {
         const unsigned int g = iGroups[i];
-        AddEntry(records[g], nodes[g]->Box(_heads[records[g]].count), _moved[i]);
+        AddEntry(copies[g], nodes[g]->Box(_heads[copies[g]].count), _moved[i]);
     }
-    _path[iLevel].record = kNoRecord;  // its children stand elsewhere now
-    _sibling = records[1];
+    _path[iLevel].copy = kNoCopy;  // the path through it no longer holds
+    _newChild = copies[1];
 }
