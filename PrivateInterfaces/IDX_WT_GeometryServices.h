@@ -6,22 +6,22 @@
 #include "IDX_Point.h"
 #include "PLMIdxMatrix.h"
 
-/// Operations on an axis-aligned box, given by its low and high corner: what is seen through a matrix
-/// enlarges it, or is asked whether it would.
+/// Enlarges an axis-aligned box, given by its low and high corner, to hold a thing that a matrix has
+/// transformed; or says whether that would enlarge it.
 ///
-/// The caller makes the first box. Each coordinate is dealt with by itself, by strict comparison in 32-bit
-/// floats: a point on a face enlarges nothing, and neither does a coordinate that is a NaN. Nothing here
-/// fails: the result is always IDX_True. Constant time.
+/// The caller makes the first box. Each coordinate is compared on its own, strictly, in 32-bit
+/// floats: a point on a face enlarges nothing, and a NaN enlarges nothing. Nothing here fails: the
+/// result is always IDX_True. Constant time.
 class GRIDLOOM_API IDX_WT_GeometryServices {
 public:
-    /// Enlarges the box by a point through the matrix.
+    /// Enlarges the box to hold a transformed point.
     static IDX_Bool EnlargeBox(
         IDX_Point& ioBoxMin,
         IDX_Point& ioBoxMax,
         const IDX_Point& iPoint,
         const PLMIdxMatrix& iMatrix);
 
-    /// Enlarges the box by the eight corners of another one, each through the matrix.
+    /// Enlarges the box to hold the eight transformed corners of another box.
     static IDX_Bool EnlargeBox(
         IDX_Point& ioBoxMin,
         IDX_Point& ioBoxMax,
@@ -29,8 +29,9 @@ public:
         const IDX_Point& iHigh,
         const PLMIdxMatrix& iMatrix);
 
-    /// Enlarges the box by the cube of half-side `iRadius` around a centre that goes through the matrix.
-    /// The radius doesn't: it stays what it is, whatever the matrix does to lengths.
+    /// Enlarges the box to hold the cube around a sphere. The matrix moves the centre of the sphere
+    /// and doesn't change its radius, even when it changes lengths.
+    /// @param iRadius  also half the side of the cube
     static IDX_Bool EnlargeBoxSphere(
         IDX_Point& ioBoxMin,
         IDX_Point& ioBoxMax,
@@ -38,7 +39,7 @@ public:
         float iRadius,
         const PLMIdxMatrix& iMatrix);
 
-    // Whether the operations above, in this order, would change the box.
+    // Whether the three operations above would change the box, in the same order.
 
     static IDX_Bool IsBoxEnlarged(
         const IDX_Point& iBoxMin,

@@ -12,7 +12,7 @@ IDX_Point Through(const PLMIdxMatrix& iMatrix, const IDX_Point& iPoint) {
     return point;
 }
 
-/// The corner of a box whose number has bit 0, 1 or 2 set where it is high along X, Y or Z.
+/// A corner of a box. Bit 0, 1 or 2 of its number is set where it is high along X, Y or Z.
 IDX_Point Corner(const IDX_Point& iLow, const IDX_Point& iHigh, unsigned int iCorner) {
     return {
         (iCorner & 1u) != 0 ? iHigh.x : iLow.x, (iCorner & 2u) != 0 ? iHigh.y : iLow.y,
@@ -23,7 +23,8 @@ IDX_Point Moved(const IDX_Point& iPoint, float iDistance) {
     return {iPoint.x + iDistance, iPoint.y + iDistance, iPoint.z + iDistance};
 }
 
-/// Moves the box's low corner down to `iLow` and its high corner up to `iHigh` where they lie outside.
+/// Moves the corners of a box outward, axis by axis, as far as to `iLow` and `iHigh`. Each condition
+/// asks whether to move, so a NaN moves nothing.
 void Enlarge(
     IDX_Point& ioBoxMin, IDX_Point& ioBoxMax, const IDX_Point& iLow, const IDX_Point& iHigh) {
     for (float IDX_Point::*axis : {&IDX_Point::x, &IDX_Point::y, &IDX_Point::z}) {
@@ -32,6 +33,7 @@ void Enlarge(
     }
 }
 
+/// Whether Enlarge() would change the box. The same comparisons, so that the two always agree.
 bool LiesOutside(
     const IDX_Point& iBoxMin,
     const IDX_Point& iBoxMax,
@@ -53,6 +55,7 @@ IDX_Bool IDX_WT_GeometryServices::EnlargeBox(
     return IDX_True;
 }
 
+/// All eight corners: a matrix may turn any of them to the outside.
 IDX_Bool IDX_WT_GeometryServices::EnlargeBox(
     IDX_Point& ioBoxMin,
     IDX_Point& ioBoxMax,

@@ -10,7 +10,8 @@ constexpr std::size_t kLanes = 4;
 constexpr float kNoNumber = std::numeric_limits<float>::quiet_NaN();
 constexpr unsigned char kUndecided = 2;
 
-/// Room for a column, with a group of four behind the last box: pairs are read from any box on.
+/// Floats of a column: four more than boxes, since FindSeeds() reads four from any box on; then up
+/// to a multiple of four.
 std::size_t StrideFor(std::size_t iCount) {
     return (iCount + 2 * kLanes - 1) / kLanes * kLanes;
 }
@@ -21,7 +22,8 @@ float VolumeOfUnion(const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingB
     return both.Volume();
 }
 
-/// In each lane the box with the strongest preference so far.
+/// The search for the box with the strongest preference, in each lane for every fourth box. A lane
+/// keeps the best box so far: its difference of growths, its index and its place.
 struct Preferences {
     FourFloats difference = _mm_set1_ps(-1.0f);
     FourFloats index = _mm_set1_ps(kInfinity);
@@ -37,7 +39,7 @@ struct Preferences {
         place = Select(isBetter, iPlace, place);
     }
 
-    /// Takes over from the lanes of another order.
+    /// Compares the lanes with themselves in another order: each keeps the better one of the two.
     template <int kOrder>
     void Fold() {
         Take(
@@ -72,7 +74,8 @@ void QuadraticSplitter::Run(unsigned int iMinFill) {
     const Pair seeds = FindSeeds();
     Seed(0, seeds.first);
     Seed(1, seeds.second);
-    Remove(seeds.second);  // the higher one first: what takes its place isn't the other
+    // The higher place first: the last row moves there, and the other seed must stay in its place.
+    Remove(seeds.second);
     Remove(seeds.first);
     UpdateGrowth(0);
     UpdateGrowth(1);
@@ -84,6 +87,8 @@ void QuadraticSplitter::Run(unsigned int iMinFill) {
     }
 }
 
+/// Starts with all boxes undecided. The rows after the last box hold NaNs: no comparison with a NaN
+/// is true, so the vectors may read them.
 void QuadraticSplitter::FillColumns() {
     _undecidedBoxes.Fill(_count);
     for (unsigned int i = 0; i < _count; ++i) {
@@ -97,8 +102,9 @@ void QuadraticSplitter::FillColumns() {
     }
 }
 
-/// The first of the pairs that waste most. Whoever comes behind the last box has no number for a volume,
-/// and is never above anything.
+/// PickSeeds: the first of the pairs that waste most. A pair wastes the volume of a box around both,
+/// less the volumes of the two. Compares box i with four boxes j at a time, and looks at the four
+/// one by one only when one of them is above the worst waste so far.
 QuadraticSplitter::Pair QuadraticSplitter::FindSeeds() const {
     Pair seeds = {0, 1};
     float worst = VolumeOfUnion(_boxes[0], _boxes[1]) - _volumes[0] - _volumes[1];
@@ -113,7 +119,7 @@ QuadraticSplitter::Pair QuadraticSplitter::FindSeeds() const {
             alignas(16) float wastes[kLanes];
             _mm_store_ps(wastes, waste);
             for (unsigned int lane = 0; lane < kLanes; ++lane) {
-                if (!(wastes[lane] > worst)) continue;
+                if (!(wastes[lane] > worst)) continue;  // after the last box: a NaN
                 worst = wastes[lane];
                 seeds = {i, j + lane};
             }
@@ -127,7 +133,7 @@ void QuadraticSplitter::Seed(unsigned int iGroup, unsigned int iBox) {
     _groupOf[iBox] = static_cast<unsigned char>(iGroup);
 }
 
-/// The last one takes the place.
+/// Takes a row out of the table. The last row moves to its place.
 void QuadraticSplitter::Remove(unsigned int iPlace) {
     --_undecided;
     for (unsigned int column = 0; column < ColumnCount; ++column) {
@@ -145,7 +151,9 @@ void QuadraticSplitter::UpdateGrowth(unsigned int iGroup) {
     }
 }
 
-/// The place of the box whose two growths differ most; where they are no numbers, of the first one.
+/// PickNext: the place of the box whose two growths differ most. The order of the rows says nothing
+/// about the order of the boxes, so a tie is decided by the index. When all differences are NaNs, no
+/// lane has found a box, and the first undecided one is next.
 unsigned int QuadraticSplitter::StrongestPreference() const {
     Preferences best;
     const FourFloats end = _mm_set1_ps(static_cast<float>(_undecided));
@@ -153,24 +161,27 @@ unsigned int QuadraticSplitter::StrongestPreference() const {
     for (std::size_t place = 0; place < _undecided; place += kLanes) {
         const FourFloats growths[2] = {
             _mm_load_ps(ColumnAt(Growth) + place), _mm_load_ps(ColumnAt(Growth + 1) + place)};
-        const FourFloats isBehind = _mm_cmpge_ps(lane, end);  // all bits set: no number
+        // Rows after the last box hold old numbers. All bits set make a NaN of them.
+        const FourFloats isPastEnd = _mm_cmpge_ps(lane, end);
         const FourFloats difference = Absolute(growths[0] - growths[1]);
-        best.Take(_mm_or_ps(difference, isBehind), _mm_load_ps(ColumnAt(Index) + place), lane);
+        best.Take(_mm_or_ps(difference, isPastEnd), _mm_load_ps(ColumnAt(Index) + place), lane);
         lane += _mm_set1_ps(static_cast<float>(kLanes));
     }
+    // Now each lane has its best box. Two folds bring the best of all four into lane 0.
     best.Fold<_MM_SHUFFLE(1, 0, 3, 2)>();
     best.Fold<_MM_SHUFFLE(2, 3, 0, 1)>();
     if (_mm_cvtss_f32(best.index) == kInfinity) return FirstUndecided();
     return static_cast<unsigned int>(_mm_cvttss_si32(best.place));
 }
 
+/// The place of the undecided box with the lowest index.
 unsigned int QuadraticSplitter::FirstUndecided() const {
     const float* indices = ColumnAt(Index);
     return static_cast<unsigned int>(std::min_element(indices, indices + _undecided) - indices);
 }
 
-/// The smaller growth, then the smaller volume, then fewer boxes; group 0 when nothing of group 1 comes out
-/// smaller.
+/// The group with the smaller growth; among equals the one with the smaller volume, among these the
+/// one with fewer boxes. Group 0 when no number of group 1 is smaller.
 unsigned int QuadraticSplitter::PreferredGroup(unsigned int iPlace) const {
     float numbers[2][3];
     for (unsigned int g = 0; g < 2; ++g) {
@@ -185,6 +196,7 @@ unsigned int QuadraticSplitter::PreferredGroup(unsigned int iPlace) const {
     return 0;
 }
 
+/// Puts an undecided box into the group that it prefers.
 void QuadraticSplitter::Decide(unsigned int iPlace) {
     const unsigned int g = PreferredGroup(iPlace);
     const auto box = static_cast<unsigned int>(ColumnAt(Index)[iPlace]);
@@ -197,6 +209,7 @@ void QuadraticSplitter::Decide(unsigned int iPlace) {
     UpdateGrowth(g);
 }
 
+/// Puts all undecided boxes into one group. Its cover isn't needed any more.
 void QuadraticSplitter::DecideAll(unsigned int iGroup) {
     std::replace(_groupOf, _groupOf + _count, kUndecided, static_cast<unsigned char>(iGroup));
     _undecided = 0;

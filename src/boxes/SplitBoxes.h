@@ -7,17 +7,18 @@
 #include <cstddef>
 #include <type_traits>
 
-// The boxes of a split, of which four at a time are united with one. Each way has columns of its own among those of the
-// split, an array for each number of the boxes that are still undecided.
+// The undecided boxes of a split, and the volumes of the unions of one box with four of them. There
+// are two forms, one for each thing that is known of the class of boxes. The boxes' own numbers are
+// further columns of the table of QuadraticSplitter.
 
-/// Where a split keeps its numbers.
+/// The part of the table that the boxes use.
 struct SplitColumns {
-    float* first;        ///< of the columns that are the boxes' own
+    float* first;        ///< the first column of the boxes' own
     std::size_t stride;  ///< floats of a column
-    const float* index;  ///< column of the indices of the boxes; no number behind the last one
+    const float* index;  ///< the column of indices; NaNs after the last box
 };
 
-/// Boxes of which nothing is known but their operations.
+/// Boxes of which only the operations are known.
 class BoxesAsTheyAre {
 public:
     static constexpr unsigned int kColumns = 0;
@@ -29,6 +30,7 @@ public:
 
     static const IDX_Base_BoundingBox& Spread(const IDX_Base_BoundingBox& iBox) { return iBox; }
 
+    /// @param iPlace  the first of four rows
     FourFloats VolumesOfUnion(const IDX_Base_BoundingBox& iFirst, std::size_t iPlace) const {
         alignas(16) float volumes[4];
         for (std::size_t lane = 0; lane < 4; ++lane) {
@@ -47,7 +49,8 @@ private:
     const float* _index;
 };
 
-/// Boxes that are six floats: a transposed copy, a column for each of the floats.
+/// Boxes that are six floats. A transposed copy has a column for each float, so that one load gets
+/// the same coordinate of four boxes.
 class TransposedBoxes {
 public:
     static constexpr unsigned int kColumns = 6;

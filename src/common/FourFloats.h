@@ -8,12 +8,14 @@
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-// Four floats side by side, as the SSE2 of every x86-64 processor has them: mostly x, y, z of a point or an
-// extent, with a fourth lane that holds 0. They take the arithmetic operators.
+// Four floats side by side in one register of SSE2, which every x86-64 processor has. A place for one
+// float is a lane. Mostly the lanes are x, y and z of a point or an extent, and a 0. The operators
+// +, -, * and / work lane by lane. A comparison gives a mask: all bits of a lane where it holds, else
+// none.
 
 using FourFloats = __m128;
 
-/// The sign bits of the four lanes, lane 0 lowest: of a comparison, the lanes where it holds.
+/// The lanes where a comparison holds, as bits: bit i for lane i. Takes the sign bit of each lane.
 inline unsigned int LanesOf(FourFloats iMask) {
     return static_cast<unsigned int>(_mm_movemask_ps(iMask));
 }
@@ -23,6 +25,7 @@ inline unsigned int AxesOf(FourFloats iMask) {
     return LanesOf(iMask) & 7u;
 }
 
+/// The absolute value of each lane: -0.0f is the sign bit alone.
 inline FourFloats Absolute(FourFloats iValue) {
     return _mm_andnot_ps(_mm_set1_ps(-0.0f), iValue);
 }
@@ -42,14 +45,14 @@ inline FourFloats Rotate(FourFloats iValue) {
     return _mm_shuffle_ps(iValue, iValue, _MM_SHUFFLE(3, 0, 2, 1));
 }
 
-/// x + y + z, in this order.
+/// (x + y) + z. The order counts: each sum is rounded.
 inline float SumOfAxes(FourFloats iValue) {
     alignas(16) float lanes[4];
     _mm_store_ps(lanes, iValue);
     return lanes[0] + lanes[1] + lanes[2];
 }
 
-/// Lane by lane the second or the third argument.
+/// Lane by lane, `iWhenSet` where the mask is set, else `iElse`.
 inline FourFloats Select(FourFloats iMask, FourFloats iWhenSet, FourFloats iElse) {
     return _mm_or_ps(_mm_and_ps(iMask, iWhenSet), _mm_andnot_ps(iMask, iElse));
 }
