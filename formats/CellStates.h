@@ -3,23 +3,49 @@
 
 #include "IDX_Base_Octree_TestResult.h"
 
-// The states of eight cells in one word, two bits each: cell k in bits 2k and 2k+1. The eight are the
-// children of a cell; bit 0 of a child's number is the high half along X, bit 1 along Y, bit 2 along Z.
+// The eight children of a cell, and their states in one word.
+//
+// Bit 0 of a child's number is set in the high half along X, bit 1 along Y, bit 2 along Z. A set of
+// children is a mask with bit k for child k. The eight states are a word of 16 bits, two bits each:
+// the state of child k is in bits 2k and 2k+1.
 
 constexpr unsigned int kChildren = 8;
+constexpr unsigned int kAllChildren = 0xFF;
+
+/// The children in the low and in the high half along X, Y and Z, as masks.
+constexpr unsigned int kChildrenInHalf[3][2] = {
+    {0x55, 0xAA},
+    {0x33, 0xCC},
+    {0x0F, 0xF0}
+};
 
 /// The low and the high bit of each of the eight states.
 constexpr unsigned int kLowBits = 0x5555;
 constexpr unsigned int kHighBits = 0xAAAA;
 
+/// The number of the child that lies in the half of each axis that the lowest bit names: 0 low, 1 high.
+inline unsigned int ChildNumber(unsigned int iX, unsigned int iY, unsigned int iZ) {
+    return (iX & 1U) | (iY & 1U) << 1U | (iZ & 1U) << 2U;
+}
+
+/// 1 when a child lies in the high half along an axis (0 to 2), else 0.
+inline unsigned int HalfOf(unsigned int iChild, unsigned int iAxis) {
+    return iChild >> iAxis & 1U;
+}
+
 inline unsigned int StateOf(unsigned int iStates, unsigned int iChild) {
     return iStates >> (2 * iChild) & 3U;
 }
 
+/// The bits of a state at the place of a child, all others 0.
+inline unsigned int StateAt(unsigned int iState, unsigned int iChild) {
+    return iState << (2 * iChild);
+}
+
 /// Replaces the state of one child.
 inline void SetState(unsigned short& ioStates, unsigned int iChild, unsigned int iState) {
-    const unsigned int shift = 2 * iChild;
-    ioStates = static_cast<unsigned short>((ioStates & ~(3U << shift)) | iState << shift);
+    const unsigned int others = ioStates & ~StateAt(3U, iChild);
+    ioStates = static_cast<unsigned short>(others | StateAt(iState, iChild));
 }
 
 /// The low bit of each child that is OCTREE_PARTIAL.
@@ -32,6 +58,15 @@ inline unsigned int FullChildren(unsigned int iStates) {
     return iStates >> 1 & ~iStates & kLowBits;
 }
 
+/// From the low bits of eight states to a mask of children: squeezes out the bits between them. The
+/// letters are the bits, highest first.
+inline unsigned int MaskOfChildren(unsigned int iLowBits) {
+    unsigned int bits = iLowBits & kLowBits;  // .a.b.c.d.e.f.g.h
+    bits = (bits | bits >> 1) & 0x3333U;      // ..ab..cd..ef..gh
+    bits = (bits | bits >> 2) & 0x0F0FU;      // ....abcd....efgh
+    return (bits | bits >> 4) & 0x00FFU;      // ........abcdefgh
+}
+
 /// How many bits are set.
 inline unsigned int CountBits(unsigned long long iBits) {
     return static_cast<unsigned int>(__builtin_popcountll(iBits));
@@ -39,7 +74,8 @@ inline unsigned int CountBits(unsigned long long iBits) {
 
 /// How many children before one are OCTREE_PARTIAL.
 inline unsigned int CountPartialBefore(unsigned int iStates, unsigned int iChild) {
-    return CountBits(PartialChildren(iStates) & ((1U << (2 * iChild)) - 1));
+    const unsigned int before = StateAt(1U, iChild) - 1;
+    return CountBits(PartialChildren(iStates) & before);
 }
 
 #endif

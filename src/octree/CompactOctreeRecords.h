@@ -5,10 +5,9 @@
 
 #include "formats/OctreeImage.h"
 
-// An octree and the header of its image say the same things.
+// An octree and the header of its image have the same fields but for the type and the length.
 
-/// Passes what a header and an octree both say to `iCopy`, pair by pair, the header's first. The type and the
-/// records aren't among them.
+/// Calls `iCopy(header's field, octree's field)` for each field that both have.
 template <class Header, class Octree, class Copy>
 void ForEachSharedField(Header& ioHeader, Octree& ioOctree, const Copy& iCopy) {
     iCopy(ioHeader.version, ioOctree._version);
@@ -31,8 +30,8 @@ inline OctreeHeader HeaderOf(const PLMIdxIBaseOctree& iOctree, unsigned int iSiz
     return header;
 }
 
-/// Gives an octree what the header says of it; its type and its records are the caller's concern.
-inline void TakeHeader(PLMIdxIBaseOctree& ioOctree, const OctreeHeader& iHeader) {
+/// Sets the fields of an octree to those of a header. The caller sets its records.
+inline void ApplyHeader(const OctreeHeader& iHeader, PLMIdxIBaseOctree& ioOctree) {
     ForEachSharedField(iHeader, ioOctree, [](const auto& iFrom, auto& oTo) { oTo = iFrom; });
 }
 

@@ -3,8 +3,8 @@
 #include "WorkingOctreeRecords.h"
 #include "common/TraceFailure.h"
 
-// The first walk knows the places around the cell on which it stands, so that it never walks from the
-// root: the neighbour of a child is either its sibling or a child of the neighbour of its parent.
+// The first walk carries the neighbours of its cell along: the neighbour of a child is its sibling, or
+// a child of the neighbour of its parent. So no neighbour is searched from the root.
 
 namespace {
 
@@ -17,8 +17,8 @@ constexpr unsigned int kLowFace[3][4] = {
     {0, 1, 2, 3}
 };
 
-/// Links every tag straight to the smallest tag of its chain. A link never points upward, so that one
-/// pass from below finds each chain's end already at its first step.
+/// Links every tag directly to the last tag of its chain of links. A link leads to a lower tag. So when
+/// the pass from below reaches a tag, the tag that it links to is done already.
 void Flatten(VEXRawCollint& ioTagTable) {
     for (int tag = 1; tag <= ioTagTable.Size(); ++tag) {
         ioTagTable[tag] = ioTagTable[ioTagTable[tag]];
@@ -37,14 +37,14 @@ Node& NodeOf(unsigned char* iRecord) {
     return NodeAt(iRecord, 0);
 }
 
-/// The cells around which a leaf group is tagged: its own eight, then for each axis the four beyond its high
-/// face, in the order of the face table.
+/// The cells that the tagging of a leaf group looks at: its own eight, then for each axis the four past
+/// its high face, in the order of kLowFace.
 constexpr unsigned int kCellsAround = kChildren + 3 * 4;
 
-/// Where the +X, +Y and +Z neighbour of each cell of a leaf group stands among them.
+/// The index of the +X, +Y and +Z neighbour of each cell of a leaf group among these cells.
 struct HighNeighboursTable {
-    unsigned char place[kChildren][3];
-    constexpr HighNeighboursTable() : place() {
+    unsigned char index[kChildren][3];
+    constexpr HighNeighboursTable() : index() {
         for (unsigned int c = 0; c < kChildren; ++c) {
             for (unsigned int axis = 0; axis < 3; ++axis) {
                 const unsigned int opposite = c ^ 1u << axis;
@@ -52,49 +52,51 @@ struct HighNeighboursTable {
                 for (unsigned int i = 0; i < 4 && opposite < c; ++i) {
                     if (kLowFace[axis][i] == opposite) found = kChildren + 4 * axis + i;
                 }
-                place[c][axis] = static_cast<unsigned char>(found);
+                index[c][axis] = static_cast<unsigned char>(found);
             }
         }
     }
 };
 constexpr HighNeighboursTable kHighNeighbours;
 
-/// The tags of the eight cells of a leaf group, or of the one unit that takes its place.
+/// The tags of the eight cells of a leaf group. A unit in its place has one tag for all eight.
 class GroupTags {
 public:
-    /// @param iUnitTag   of the unit, null for a wall; where there is a record, it isn't looked at
-    /// @param ioNowhere  stands for the tag of a wall
-    GroupTags(unsigned char* iRecord, unsigned short* iUnitTag, unsigned short& ioNowhere)
-        : _nowhere(&ioNowhere),
-          _tags(iUnitTag != nullptr ? iUnitTag : &ioNowhere),
+    /// @param iRecord    the word of the leaf group, null when a unit or a wall is in its place
+    /// @param iUnitTag   the tag of that unit, null for a wall; means nothing with a record
+    /// @param ioWallTag  serves as the tag of every wall, so that there is always one to read and write
+    GroupTags(unsigned char* iRecord, unsigned short* iUnitTag, unsigned short& ioWallTag)
+        : _wallTag(&ioWallTag),
+          _tags(iUnitTag != nullptr ? iUnitTag : &ioWallTag),
           _walls(0),
           _cellMask(0) {
         if (iRecord == nullptr) return;
-        unsigned short* word = WordOf(iRecord);
-        _tags = TagsOfGroup(word);
-        _walls = static_cast<unsigned int>(*word & *word >> 1);
+        const unsigned int states = *WordOf(iRecord);
+        _tags = TagsOfGroup(iRecord);
+        _walls = states & states >> 1;  // both bits are set: OCTREE_SURFACE
         _cellMask = kChildren - 1;
     }
 
     unsigned short* TagOf(unsigned int iCell) const {
-        return (_walls >> (2 * iCell) & 1u) != 0 ? _nowhere : _tags + (iCell & _cellMask);
+        return (_walls >> (2 * iCell) & 1u) != 0 ? _wallTag : _tags + (iCell & _cellMask);
     }
 
 private:
-    unsigned short* _nowhere;
+    unsigned short* _wallTag;
     unsigned short* _tags;
-    unsigned int _walls;     ///< bit 2 j for cell j
-    unsigned int _cellMask;  ///< leads every cell of a unit to its one tag
+    unsigned int _walls;     ///< the low bit of each wall's state
+    unsigned int _cellMask;  ///< 0 for a unit: makes the number of every cell that of its one tag
 };
 
-/// The tags beyond the three high faces of one cell of the last level.
+/// The tags past the three high faces of one cell of the last level, as a collection that _Propagate()
+/// can read.
 struct FaceTags {
     unsigned short* tags[3];
     static constexpr int Size() { return 3; }
     unsigned short* operator[](int iPosition) const { return tags[iPosition - 1]; }
 };
 
-/// Makes one unit full: a cell, a whole leaf group or a child of a node.
+/// Makes one unit full: a cell of a leaf group, a leaf group of a node set, or a child of a node.
 template <unsigned int kLevels>
 void MakeFull(unsigned char* iRecord, unsigned int iChild) {
     if constexpr (kLevels == 1) SetState(*WordOf(iRecord), iChild, OCTREE_FULL);
@@ -112,10 +114,10 @@ long int PLMIdxOctreeFiller::Fill() {
     tagTable.Append(kOutside);
     if (!WorkingOctreeAccess::HasRoot(_octree)) return IDX_S_OK;
     if (WorkingOctreeAccess::IsTagged(_octree)) return IDX_E_FAIL;
-    WorkingOctreeAccess::NoteFill(_octree);
+    WorkingOctreeAccess::MarkFilled(_octree);
 
-    // On its high sides the root meets itself.
-    const Place self = {_arena, nullptr};
+    // Past its high faces the root meets itself: the box closes on itself.
+    const Region self = {_arena, nullptr};
     const Cell root = {
         _arena, {self, self, self},
          PLMIdxOctreeCode()
@@ -135,18 +137,18 @@ long int PLMIdxOctreeFiller::Fill() {
     return IDX_S_OK;
 }
 
+/// What a child is to its neighbours: see Region. Its record and the place of its tag depend on the kind
+/// of record that the parent has.
 template <unsigned int kLevels>
-PLMIdxOctreeFiller::Place PLMIdxOctreeFiller::ChildOf(
+PLMIdxOctreeFiller::Region PLMIdxOctreeFiller::ChildOf(
     unsigned char* iRecord, unsigned int iChild) const {
     if constexpr (kLevels == 1) {
-        unsigned short* word = WordOf(iRecord);
-        if (StateOf(*word, iChild) == OCTREE_SURFACE) return {nullptr, nullptr};
-        return {nullptr, TagsOfGroup(word) + iChild};
+        if (StateOf(*WordOf(iRecord), iChild) == OCTREE_SURFACE) return {nullptr, nullptr};
+        return {nullptr, TagsOfGroup(iRecord) + iChild};
     } else if constexpr (kLevels == 2) {
         NodeSet& nodeSet = NodeSetOf(iRecord);
-        unsigned short& word = nodeSet.words[iChild];
-        if (!IsSplitGroup(word)) return {nullptr, nodeSet.tags[iChild]};
-        return {reinterpret_cast<unsigned char*>(&word), nullptr};
+        if (!IsSplitGroup(nodeSet.words[iChild])) return {nullptr, nodeSet.tags[iChild]};
+        return {iRecord + OffsetOfGroup(iChild), nullptr};
     } else {
         Node& node = NodeOf(iRecord);
         const unsigned int state = StateOf(node.states, iChild);
@@ -156,20 +158,24 @@ PLMIdxOctreeFiller::Place PLMIdxOctreeFiller::ChildOf(
     }
 }
 
+/// The neighbour differs from the child in one bit of its number. A child on the low side has its sibling
+/// there. For a child on the high side it is the child with that number of the cell past the parent's
+/// face; if that cell isn't subdivided, it is that cell itself.
 template <unsigned int kLevels>
-PLMIdxOctreeFiller::Place PLMIdxOctreeFiller::NeighbourOf(
+PLMIdxOctreeFiller::Region PLMIdxOctreeFiller::NeighbourOf(
     const Cell& iCell, unsigned int iChild, unsigned int iAxis) const {
     const unsigned int opposite = iChild ^ 1u << iAxis;
     if (opposite > iChild) return ChildOf<kLevels>(iCell.record, opposite);
-    const Place& beyond = iCell.beyond[iAxis];
+    const Region& beyond = iCell.beyond[iAxis];
     return beyond.record != nullptr ? ChildOf<kLevels>(beyond.record, opposite) : beyond;
 }
 
+/// The order of the walk counts, since tags are handed out and links are replaced in that order.
 template <unsigned int kLevels>
 bool PLMIdxOctreeFiller::_TagConnectedComponents(
     const Cell& iCell, unsigned int iLevels, VEXRawCollint& ioTagTable) {
     for (unsigned int c = 0; c < kChildren; ++c) {
-        const Place child = ChildOf<kLevels>(iCell.record, c);
+        const Region child = ChildOf<kLevels>(iCell.record, c);
         if (child.record != nullptr) {
             if (!_TagBelow<kLevels>(iCell, c, child.record, iLevels, ioTagTable)) {
                 return TraceFalse(
@@ -188,6 +194,8 @@ bool PLMIdxOctreeFiller::_TagConnectedComponents(
     return true;
 }
 
+/// Enters a subdivided child: works out what is past its own high faces, and goes on with the kind of
+/// record that it has.
 template <unsigned int kLevels>
 bool PLMIdxOctreeFiller::_TagBelow(
     const Cell& iCell,
@@ -218,29 +226,32 @@ void PLMIdxOctreeFiller::TagOnBorder(
     if (code.IsOnBorder()) ioTag = kOutside;
 }
 
+/// Finds the tags of the group and of the cells past its high faces once, 20 in all, and not anew for
+/// each of its eight cells.
 bool PLMIdxOctreeFiller::_TagLeafGroup(const Cell& iCell, VEXRawCollint& ioTagTable) {
-    // A wall has a tag that goes nowhere: 0 whenever it is looked at.
-    unsigned short nowhere = 0;
+    // Every wall shares one tag. It is 0 whenever a cell is joined with its neighbours, and a tag of 0
+    // joins nothing; what the joining writes into it is erased.
+    unsigned short wallTag = 0;
     unsigned short* tags[kCellsAround];
-    const GroupTags own(iCell.record, nullptr, nowhere);
+    const GroupTags own(iCell.record, nullptr, wallTag);
     for (unsigned int c = 0; c < kChildren; ++c) tags[c] = own.TagOf(c);
     for (unsigned int axis = 0; axis < 3; ++axis) {
-        const GroupTags beyond(iCell.beyond[axis].record, iCell.beyond[axis].tag, nowhere);
+        const GroupTags beyond(iCell.beyond[axis].record, iCell.beyond[axis].tag, wallTag);
         for (unsigned int i = 0; i < 4; ++i) {
             tags[kChildren + 4 * axis + i] = beyond.TagOf(kLowFace[axis][i]);
         }
     }
     for (unsigned int c = 0; c < kChildren; ++c) {
-        if (tags[c] == &nowhere) continue;
+        if (tags[c] == &wallTag) continue;
         TagOnBorder(*tags[c], iCell, c);
-        const auto& place = kHighNeighbours.place[c];
+        const auto& index = kHighNeighbours.index[c];
         const FaceTags neighbours = {
-            {tags[place[0]], tags[place[1]], tags[place[2]]}
+            {tags[index[0]], tags[index[1]], tags[index[2]]}
         };
         if (!_Propagate(*tags[c], neighbours, ioTagTable)) {
             return TraceFalse("PLMIdxOctreeFiller._FillOctrees._TagConnectedComponents._Propagate");
         }
-        nowhere = 0;
+        wallTag = 0;
     }
     return true;
 }
@@ -253,28 +264,32 @@ void PLMIdxOctreeFiller::AddNeighbourCellsTags(
     }
 }
 
+/// The tags of the units of a region that touch its low face along an axis. They may be smaller than the
+/// unit on the other side of that face, so a subdivided region is entered.
 template <unsigned int kLevels>
 void PLMIdxOctreeFiller::_ExpandOverFace(
-    unsigned int iAxis, const Place& iPlace, unsigned int iLevels) {
-    if (iPlace.tag != nullptr) {
-        _tagPointers.Append(iPlace.tag);
+    unsigned int iAxis, const Region& iRegion, unsigned int iLevels) {
+    if (iRegion.tag != nullptr) {
+        _tagPointers.Append(iRegion.tag);
         return;
     }
-    if (iPlace.record == nullptr) return;
+    if (iRegion.record == nullptr) return;
     for (const unsigned int c : kLowFace[iAxis]) {
         if constexpr (kLevels == 3) {
             if (iLevels > 3) {
-                _ExpandOverFace<3>(iAxis, ChildOf<3>(iPlace.record, c), iLevels - 1);
+                _ExpandOverFace<3>(iAxis, ChildOf<3>(iRegion.record, c), iLevels - 1);
                 continue;
             }
         }
         if constexpr (kLevels >= 2) {
             _ExpandOverFace<kLevels - 1>(
-                iAxis, ChildOf<kLevels - 1>(iPlace.record, c), iLevels - 1);
+                iAxis, ChildOf<kLevels - 1>(iRegion.record, c), iLevels - 1);
         }
     }
 }
 
+/// All of them get the lowest tag among them, or a new tag when none has one. The table links each
+/// other tag to the lowest one so far, in the order in which the neighbours come.
 template <class Tags>
 bool PLMIdxOctreeFiller::_Propagate(
     unsigned short& ioTag, const Tags& iTags, VEXRawCollint& ioTagTable) {
@@ -306,11 +321,13 @@ bool PLMIdxOctreeFiller::_Propagate(
     return true;
 }
 
+/// The second walk. Each link of the table leads to the end of its chain by now, so one look decides
+/// whether a tag is the outside.
 template <unsigned int kLevels>
 void PLMIdxOctreeFiller::_SetAsEmptyOrFull(
     unsigned char* iRecord, unsigned int iLevels, VEXRawCollint& iTagTable) {
     for (unsigned int c = 0; c < kChildren; ++c) {
-        const Place child = ChildOf<kLevels>(iRecord, c);
+        const Region child = ChildOf<kLevels>(iRecord, c);
         if (child.tag != nullptr) {
             if (*child.tag != 0 && iTagTable[*child.tag] != kOutside) MakeFull<kLevels>(iRecord, c);
         } else if (child.record != nullptr) {

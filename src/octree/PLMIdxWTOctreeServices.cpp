@@ -20,25 +20,27 @@ IDX_Point CentreOf(const Cell& iCell) {
         (iCell.low.z + iCell.high.z) * 0.5f};
 }
 
-/// One of the eight cells that meet in the centre.
+/// A child of a cell. On each axis it reaches from the low side to the centre, or from there to the
+/// high side.
 Cell ChildOf(const Cell& iCell, const IDX_Point& iCentre, unsigned int iChild) {
     Cell child = {iCell.low, iCentre};
-    if ((iChild & 1u) != 0) {
+    if (HalfOf(iChild, 0) != 0) {
         child.low.x = iCentre.x;
         child.high.x = iCell.high.x;
     }
-    if ((iChild & 2u) != 0) {
+    if (HalfOf(iChild, 1) != 0) {
         child.low.y = iCentre.y;
         child.high.y = iCell.high.y;
     }
-    if ((iChild & 4u) != 0) {
+    if (HalfOf(iChild, 2) != 0) {
         child.low.z = iCentre.z;
         child.high.z = iCell.high.z;
     }
     return child;
 }
 
-/// Half the diagonal of a box: summed in 32 bits, the root taken in 64.
+/// Half the diagonal of a box: the radius of the sphere around it. The sum is in 32-bit floats, the
+/// root in 64-bit ones.
 float RadiusOf(const IDX_Point& iSize) {
     const float x = 0.5f * iSize.x;
     const float y = 0.5f * iSize.y;
@@ -75,6 +77,8 @@ long int PLMIdxWTOctreeServices::ExpandBox(
     return IDX_S_OK;
 }
 
+/// Goes down only where it may change the box. When the sphere around a cell doesn't enlarge the box,
+/// nothing in the cell does: the walk ends there. Full cells enlarge the box by their own sphere.
 long int PLMIdxWTOctreeServices::_ExpandBox(
     const IDX_Base_Octree_Iterator& iIterator,
     const IDX_Point& iCellMin,
@@ -86,6 +90,7 @@ long int PLMIdxWTOctreeServices::_ExpandBox(
     const Cell cell = {iCellMin, iCellMax};
     const IDX_Point centre = CentreOf(cell);
     IDX_Bool enlarged = IDX_False;
+    // A program may replace this service: any value but IDX_True is a failure.
     if (IDX_WT_GeometryServices::IsBoxEnlargedSphere(
             ioBoxMin, ioBoxMax, centre, iRadius, iMatrix, enlarged) != IDX_True) {
         return TraceStatus(

@@ -15,7 +15,9 @@
 
 namespace {
 
-/// A source octree of any form, seen through Test and Move.
+// The packing walk reads its source through one of two classes with the same operations.
+
+/// A source octree of any form, by its virtual Test and Move.
 class AnyOctree {
 public:
     explicit AnyOctree(const PLMIdxIBaseOctree& iOctree) : _octree(iOctree) {}
@@ -29,6 +31,7 @@ public:
         return states;
     }
 
+    /// Moves into a partial child.
     void Enter(IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild, unsigned int) const {
         (void)_octree.Move(ioIterator, iChild);  // the child is partial
     }
@@ -37,7 +40,8 @@ private:
     const PLMIdxIBaseOctree& _octree;
 };
 
-/// The same for a working octree, straight from its records.
+/// A working octree, by its records. Most sources are one, and this saves a virtual call for each
+/// cell.
 class WorkingOctree {
 public:
     explicit WorkingOctree(const PLMIdxWorkingOctree& iOctree)
@@ -56,7 +60,7 @@ public:
     void Enter(
         IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild, unsigned int iLevels) const {
         if (iLevels >= 3) ioIterator.offset = NodeAt(_arena, ioIterator.offset).children[iChild];
-        if (iLevels == 2) ioIterator.offset += 2 * iChild;
+        if (iLevels == 2) ioIterator.offset += OffsetOfGroup(iChild);
         ++ioIterator.depth;
     }
 
@@ -64,15 +68,12 @@ private:
     unsigned char* _arena;
 };
 
-/// From the high bits of eight two-bit fields to eight bits side by side.
-unsigned int SqueezeSolidBits(unsigned int iStates) {
-    unsigned int bits = iStates >> 1 & kLowBits;  // .a.b.c.d.e.f.g.h
-    bits = (bits | bits >> 1) & 0x3333u;          // ..ab..cd..ef..gh
-    bits = (bits | bits >> 2) & 0x0F0Fu;          // ....abcd....efgh
-    return (bits | bits >> 4) & 0x00FFu;          // ........abcdefgh
+/// A mask of the children that are OCTREE_FULL or OCTREE_SURFACE: those whose high bit is set.
+unsigned int SolidChildren(unsigned int iStates) {
+    return MaskOfChildren(iStates >> 1);
 }
 
-/// The positions of one step of the packing walk.
+/// The positions of the packing walk in the source and in the image.
 struct Step {
     IDX_Base_Octree_Iterator source;
     IDX_Base_Octree_Iterator target;
@@ -80,21 +81,23 @@ struct Step {
 
 }  // namespace
 
-/// The packing walk over a source of type `Source`. Depth first, children in rising number; a node's
-/// child set is laid out when the node is reached, before any of its children is entered.
+/// The packing walk over a source of type `Source`. It goes depth first, children in rising number. The
+/// records of a node's partial children (its child set) get their place when the walk reaches the node,
+/// before it enters a child. So they follow each other, and a node needs one offset for all of them.
 template <class Source>
 class CompactOctreePacker {
 public:
     CompactOctreePacker(PLMIdxWTOptimOctree_0& ioOctree, const Source& iSource)
         : _octree(ioOctree), _source(iSource) {}
 
+    /// Packs what is below a position. The record of the position has its place already and is zero.
     [[nodiscard]] long int Pack(const Step& iStep) {
         if (iStep.target.depth >= _octree._depth) return IDX_S_OK;
         const unsigned int levels = _octree._depth - iStep.target.depth;
         const unsigned int states = _source.States(iStep.source, levels);
         unsigned char* record = _octree._buffer + iStep.target.offset;
         if (levels == 1) {
-            *record = static_cast<unsigned char>(*record | SqueezeSolidBits(states));
+            *record = static_cast<unsigned char>(*record | SolidChildren(states));
             return IDX_S_OK;
         }
         const unsigned int partial = PartialChildren(states);
@@ -113,7 +116,8 @@ private:
         }
     }
 
-    /// Writes a node and lays out its child set, one record for each partial child.
+    /// Writes a node and lays out its child set, one record for each partial child. In a node without
+    /// partial children OCTREE_SURFACE becomes OCTREE_FULL: only the high bits are written.
     [[nodiscard]] long int StoreNode(
         unsigned char* ioRecord,
         unsigned int iStates,
@@ -162,10 +166,11 @@ long int PLMIdxWTOptimOctree_0::Load(void*) {
     return IDX_E_FAIL;
 }
 
+/// An image without records is taken whatever its type: it is the empty octree of any form.
 long int PLMIdxWTOptimOctree_0::Load(
     IDX_WT_SplittedFile& ioFile, unsigned int iPart, unsigned int iOffset) {
     OctreeHeader header;
-    if (!ioFile.ReadAt(iPart, iOffset, &header, kOctreeHeaderSize)) {
+    if (ioFile.ReadAt(iPart, iOffset, &header, kOctreeHeaderSize) == IDX_False) {
         return TraceStatus("PLMIdxWTOptimOctree_0.Load.ReadAt(OctreeHeader)", IDX_E_FAIL);
     }
     if (header.size != 0) {
@@ -173,16 +178,18 @@ long int PLMIdxWTOptimOctree_0::Load(
         if (header.type != _type) {
             return TraceStatus("PLMIdxWTOptimOctree_0.Load.InvalidType", IDX_E_FAIL);
         }
-        if (!ioFile.ReadAt(iPart, iOffset + kOctreeHeaderSize, _buffer, header.size)) {
+        const unsigned int records = iOffset + kOctreeHeaderSize;
+        if (ioFile.ReadAt(iPart, records, _buffer, header.size) == IDX_False) {
             return TraceStatus("PLMIdxWTOptimOctree_0.Load.ReadAt(OctreeBuffer)", IDX_E_FAIL);
         }
     }
-    TakeHeader(*this, header);
+    ApplyHeader(header, *this);
     _size = header.size;
     _capacity = header.size;
     return IDX_S_OK;
 }
 
+/// Copies box, depth and cuboid, then packs the cells.
 long int PLMIdxWTOptimOctree_0::ConstructFrom(const PLMIdxIBaseOctree& iSource) {
     iSource.GetBB(_bbOrigin, _bbSize);
     _depth = iSource._depth;
@@ -194,6 +201,7 @@ long int PLMIdxWTOptimOctree_0::ConstructFrom(const PLMIdxIBaseOctree& iSource) 
     return IDX_Failed(_SubConstructFrom(iSource, sourceIterator, iterator)) ? IDX_E_FAIL : IDX_S_OK;
 }
 
+/// The root of an octree of depth 2 is a node set: eight bytes of ones are 64 full cells.
 long int PLMIdxWTOptimOctree_0::ConstructFullOctree(
     const IDX_Point& iOrigin, const IDX_Point& iSize) {
     constexpr unsigned int kOneNodeSet = sizeof(NodeSetOptim);
@@ -234,8 +242,8 @@ long int PLMIdxWTOptimOctree_0::Reset() {
     return _Alloc(kCompactRecordSize, root);
 }
 
-/// A new block comes from calloc, which touches none of its pages: a damaged header that promises
-/// gigabytes costs nothing before the records turn out to be missing.
+/// A new block comes from calloc, which touches none of its pages. So a damaged header that claims
+/// gigabytes costs no memory before the read of the records fails.
 long int PLMIdxWTOptimOctree_0::ClearBlock(unsigned int iSize) {
     if (_buffer != nullptr && iSize <= _capacity) {
         std::memset(_buffer, 0, iSize);
@@ -247,7 +255,8 @@ long int PLMIdxWTOptimOctree_0::ClearBlock(unsigned int iSize) {
     }
     std::free(_buffer);
     _buffer = block;
-    // A construction that found no memory leaves the capacity of the block that it didn't get.
+    // _Alloc() sets the capacity before it asks for memory. Without memory, _capacity may be larger
+    // than any block that exists.
     _capacity = std::min(_capacity, iSize);
     return IDX_S_OK;
 }
@@ -270,6 +279,7 @@ long int PLMIdxWTOptimOctree_0::_Alloc(unsigned int iSize, unsigned int& oOffset
     return IDX_S_OK;
 }
 
+/// The record is zero or holds states of the same walk, so the bits of the cell are only added.
 long int PLMIdxWTOptimOctree_0::_FillCell(
     const IDX_Base_Octree_Iterator& iIterator, unsigned int iChild) {
     unsigned char* record = _buffer + iIterator.offset;
@@ -286,10 +296,12 @@ long int PLMIdxWTOptimOctree_0::_FillCell(
             break;
     }
     const unsigned int states = LoadAt<unsigned short>(record, 0);
-    StoreAt(record, 0, static_cast<unsigned short>(states | 2u << (2 * iChild)));
+    StoreAt(record, 0, static_cast<unsigned short>(states | StateAt(OCTREE_FULL, iChild)));
     return 1;
 }
 
+/// Chooses how the source is read: by its records if it is a working octree itself. A class derived
+/// from one may have a Test and Move of its own, so the exact class counts.
 long int PLMIdxWTOptimOctree_0::_SubConstructFrom(
     const PLMIdxIBaseOctree& iSource,
     IDX_Base_Octree_Iterator& ioSourceIterator,
@@ -301,7 +313,8 @@ long int PLMIdxWTOptimOctree_0::_SubConstructFrom(
     if (isWorking) {
         const auto& source = static_cast<const PLMIdxWorkingOctree&>(iSource);
         if (source._depth != 0 && !WorkingOctreeAccess::HasRoot(source)) return IDX_E_FAIL;
-        // Its records are laid out as the walk has it where both positions have as many levels below.
+        // The kind of a record follows from the levels below it. The walk counts those of the image,
+        // so both positions must have the same number.
         if (source._depth - ioSourceIterator.depth == _depth - ioIterator.depth) {
             return CompactOctreePacker<WorkingOctree>(*this, WorkingOctree(source)).Pack(step);
         }
@@ -309,6 +322,8 @@ long int PLMIdxWTOptimOctree_0::_SubConstructFrom(
     return CompactOctreePacker<AnyOctree>(*this, AnyOctree(iSource)).Pack(step);
 }
 
+/// Walks both octrees in step. Iterators are copied: their offsets differ when the records of the two
+/// are in another order.
 long int PLMIdxWTOptimOctree_0::_SubEqual(
     IDX_Base_Octree_Iterator& ioIterator,
     IDX_Base_Octree_Iterator& ioOtherIterator,

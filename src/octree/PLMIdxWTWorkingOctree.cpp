@@ -38,7 +38,7 @@ long int PLMIdxWTWorkingOctree::Load(IDX_WT_SplittedFile&, unsigned int, unsigne
 
 void PLMIdxWTWorkingOctree::SetDepth(int iDepth) {
     _depth = static_cast<unsigned int>(iDepth);
-    (void)Reset();  // whoever walks the tree looks for its root first
+    (void)Reset();  // a missing root is found later: every walk looks for it first
 }
 
 void PLMIdxWTWorkingOctree::SetBB(IDX_Point const& iOrigin, IDX_Point const& iSize) {
@@ -66,6 +66,8 @@ void PLMIdxWTWorkingOctree::UnsetCuboid() {
     _cuboidPoint2 = {0.0f, 0.0f, 0.0f};
 }
 
+/// The arena is kept, and _Alloc() zeroes what it hands out: so the time doesn't depend on the size
+/// of the tree.
 long int PLMIdxWTWorkingOctree::Reset() {
     ++_changes;
     _tagged = false;
@@ -79,6 +81,10 @@ long int PLMIdxWTWorkingOctree::Reset() {
     return status;
 }
 
+/// The three branches are the three kinds of position: a leaf group, a node set, a node. Only below a
+/// node a record may be missing. The count of the next level grows when the child was empty before. A
+/// leaf group counts as empty until its first cell is marked, so a group that is entered twice before
+/// that is counted twice.
 long int PLMIdxWTWorkingOctree::MoveCreate(
     IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild) {
     if (_size == 0) return IDX_E_FAIL;
@@ -87,11 +93,11 @@ long int PLMIdxWTWorkingOctree::MoveCreate(
     if (levelsBelow == 1) {
         unsigned short& word = WordAt(_buffer, ioIterator.offset);
         if (StateOf(word, iChild) == OCTREE_EMPTY) ++count;
-        word = static_cast<unsigned short>(word | 3u << (2 * iChild));
+        word = static_cast<unsigned short>(word | StateAt(OCTREE_SURFACE, iChild));
         ioIterator.offset = 0;
     } else if (levelsBelow == 2) {
         if (NodeSetAt(_buffer, ioIterator.offset).words[iChild] == kEmptyGroup) ++count;
-        ioIterator.offset += 2 * iChild;
+        ioIterator.offset += OffsetOfGroup(iChild);
     } else {
         Node& node = NodeAt(_buffer, ioIterator.offset);
         if (StateOf(node.states, iChild) != OCTREE_PARTIAL) {
@@ -99,7 +105,8 @@ long int PLMIdxWTWorkingOctree::MoveCreate(
             if (IDX_Failed(levelsBelow == 3 ? _AllocNodeSet(record) : _AllocNode(record))) {
                 return IDX_E_OUT_OF_MEMORY;
             }
-            node.states = static_cast<unsigned short>(node.states | 1u << (2 * iChild));
+            node.states =
+                static_cast<unsigned short>(node.states | StateAt(OCTREE_PARTIAL, iChild));
             node.children[iChild] = record;
             ++count;
         }
@@ -129,11 +136,13 @@ void PLMIdxWTWorkingOctree::GetTag(
     oTag = *tag;
 }
 
+/// At a node set the tag of a child is the first of its leaf group's eight: an unsplit group is one
+/// cell.
 void PLMIdxWTWorkingOctree::GetTagPtr(
     IDX_Base_Octree_Iterator const& iIterator, unsigned int iChild, unsigned short*& oTag) {
     switch (_depth - iIterator.depth) {
         case 1:
-            oTag = TagsOfGroup(&WordAt(_buffer, iIterator.offset)) + iChild;
+            oTag = TagsOfGroup(_buffer + iIterator.offset) + iChild;
             break;
         case 2:
             oTag = NodeSetAt(_buffer, iIterator.offset).tags[iChild];
@@ -149,9 +158,10 @@ void PLMIdxWTWorkingOctree::SetTag(
     unsigned short* tag = nullptr;
     GetTagPtr(iIterator, iChild, tag);
     *tag = iTag;
-    _tagged = _tagged || iTag > kOutside;
+    _tagged = _tagged || iTag > kOutside;  // a caller may name outside cells before a fill
 }
 
+/// The arena never grows or moves. So addresses of tags stay valid while a fill holds them.
 long int PLMIdxWTWorkingOctree::_Alloc(unsigned int iSize, unsigned int& oOffset) {
     if (_buffer == nullptr) {
         _capacity = IDX_Base_Constants::MAX_OCTREE_SIZE;
@@ -182,6 +192,7 @@ long int PLMIdxWTWorkingOctree::_AllocNodeSet(unsigned int& oOffset) {
     return status;
 }
 
+/// TagsOfGroup() says what the numbers mean.
 void PLMIdxWTWorkingOctree::_InitNodeSet(unsigned int& iOffset) {
     NodeSet& nodeSet = NodeSetAt(_buffer, iOffset);
     for (unsigned int i = 0; i < kChildren; ++i) {
@@ -196,13 +207,16 @@ long int PLMIdxWTWorkingOctree::ConstructFrom(PLMIdxIBaseOctree const& iSource) 
 long int PLMIdxWTWorkingOctree::ConstructFrom(PLMIdxIBaseOctree const& iSource, int iDepth) {
     iSource.GetBB(_bbOrigin, _bbSize);
     _depth = static_cast<unsigned int>(iDepth);
-    (void)Reset();  // a missing root is noticed below
+    (void)Reset();  // the next line finds a missing root
     if (_depth != 0 && _size == 0) return IDX_E_FAIL;
     IDX_Base_Octree_Iterator sourceIterator;
     IDX_Base_Octree_Iterator iterator;
     return IDX_Failed(_SubConstructFrom(iSource, sourceIterator, iterator)) ? IDX_E_FAIL : IDX_S_OK;
 }
 
+/// Copies the cells below one position, depth first. Where this octree is less deep than the source,
+/// MoveCreate() makes a surface cell of a partial one: this is how a depth is reduced. All eight states
+/// are read before the first child is entered, so they don't depend on what the walk changes.
 long int PLMIdxWTWorkingOctree::_SubConstructFrom(
     PLMIdxIBaseOctree const& iSource,
     IDX_Base_Octree_Iterator& ioSourceIterator,
@@ -224,6 +238,8 @@ long int PLMIdxWTWorkingOctree::_SubConstructFrom(
     return IDX_S_OK;
 }
 
+/// Hands the arena to a second octree and copies from there into a new arena. The records can't be
+/// rewritten in place: where a node of 52 bytes was, the lower depth may have a node set of 160.
 long int PLMIdxWTWorkingOctree::ReduceDepth(int iDepth) {
     if (static_cast<unsigned int>(iDepth) >= _depth) return IDX_E_INVALID_ARGUMENT;
     if (_size == 0) return IDX_E_FAIL;

@@ -11,6 +11,8 @@ PLMIdxWorkingOctree::~PLMIdxWorkingOctree() {
     _buffer = nullptr;
 }
 
+/// A node's record and a leaf group both begin with a word of eight states. In a node set a state
+/// follows from the word of the leaf group.
 IDX_Base_Octree_TestResult PLMIdxWorkingOctree::Test(
     IDX_Base_Octree_Iterator const& iIterator, unsigned int iChild) const {
     switch (_depth - iIterator.depth) {
@@ -24,6 +26,8 @@ IDX_Base_Octree_TestResult PLMIdxWorkingOctree::Test(
     }
 }
 
+/// The depth grows even when the move fails: the interface promises that, and a walk that ignores
+/// the result still comes to an end.
 long int PLMIdxWorkingOctree::Move(
     IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild) const {
     const unsigned int levelsBelow = _depth - ioIterator.depth;
@@ -35,7 +39,7 @@ long int PLMIdxWorkingOctree::Move(
             ioIterator.offset = 0;
             return IDX_S_OK;
         case 2:
-            ioIterator.offset += 2 * iChild;
+            ioIterator.offset += OffsetOfGroup(iChild);
             return IDX_S_OK;
         default:
             break;
