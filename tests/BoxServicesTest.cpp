@@ -6,32 +6,22 @@
 #include "IDX_WT_GeometryServices.h"
 #include "PLMIdxWTOctreeServices.h"
 
+#include "formats/OctreeImage.h"
+
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
-#include <vector>
 
 namespace {
 
 using Services = IDX_WT_GeometryServices;
 
-struct Box {
-    IDX_Point low;
-    IDX_Point high;
-};
-
-Box Cube(float iLow, float iHigh) {
-    const IDX_Point low = {iLow, iLow, iLow};
-    const IDX_Point high = {iHigh, iHigh, iHigh};
-    return {low, high};
-}
-
-/// Coordinate by coordinate, low before high; zeros of either sign are one.
-std::array<float, 6> Numbers(const Box& box) {
-    return {box.low.x, box.low.y, box.low.z, box.high.x, box.high.y, box.high.z};
-}
+/// Coordinate by coordinate, low before high.
+using Box = std::array<float, 6>;
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+constexpr Box kStart = {0, 0, 0, 4, 5, 6};
 
 /// A quarter turn about Z with a doubling along Z, then a shift: (x, y, z) to (10 - y, x, 2 z + 1).
 PLMIdxMatrix QuarterTurn() {
@@ -41,159 +31,124 @@ PLMIdxMatrix QuarterTurn() {
     return matrix;
 }
 
-/// An octree that counts how often it is asked, cell by cell.
-class CountingOctree : public PLMIdxIBaseOctree {
-public:
-    explicit CountingOctree(const PLMIdxIBaseOctree& octree)
-        : PLMIdxIBaseOctree(octree), _octree(octree) {}
+Box ExpandedBy(const PLMIdxIBaseOctree& octree, const Box& box, const PLMIdxMatrix& matrix) {
+    IDX_Point low = {box[0], box[1], box[2]};
+    IDX_Point high = {box[3], box[4], box[5]};
+    EXPECT_EQ(PLMIdxWTOctreeServices(octree).ExpandBox(low, high, matrix), IDX_S_OK);
+    return {low.x, low.y, low.z, high.x, high.y, high.z};
+}
+
+/// A full octree over the cube from 0 to 4 that counts how often it is asked.
+struct CountingOctree : PLMIdxWTOptimOctree_0 {
+    CountingOctree() { ConstructFullOctree({0, 0, 0}, {4, 4, 4}); }
     IDX_Base_Octree_TestResult Test(
         const IDX_Base_Octree_Iterator& iterator, unsigned int child) const override {
         ++nTests;
-        return _octree.Test(iterator, child);
+        return PLMIdxWTOptimOctree_0::Test(iterator, child);
     }
-    long int Move(IDX_Base_Octree_Iterator& iterator, unsigned int child) const override {
-        return _octree.Move(iterator, child);
-    }
-    int GetSizeInFiles() const override { return 0; }
-    long int Save(IDX_WT_SplittedFile&, unsigned int&, unsigned int&) const override { return 0; }
-    long int Load(void*) override { return 0; }
 
     mutable int nTests = 0;
-
-private:
-    const PLMIdxIBaseOctree& _octree;
 };
-
-/// Enlarges a box by the spheres around the occupied cells, one by one, each found on its own level.
-/// @param radius  of the sphere around the cell of which `centre` is the middle
-void EnlargeByCells(
-    const PLMIdxIBaseOctree& octree,
-    const IDX_Base_Octree_Iterator& iterator,
-    const IDX_Point& centre,
-    const IDX_Point& size,
-    float radius,
-    Box& box) {
-    const IDX_Point half = {size.x / 2, size.y / 2, size.z / 2};
-    for (unsigned int child = 0; child < 8; ++child) {
-        const IDX_Point middle = {
-            centre.x + (child & 1 ? half.x : -half.x) / 2,
-            centre.y + (child & 2 ? half.y : -half.y) / 2,
-            centre.z + (child & 4 ? half.z : -half.z) / 2};
-        const IDX_Base_Octree_TestResult state = octree.Test(iterator, child);
-        IDX_Base_Octree_Iterator inner = iterator;
-        if (state == OCTREE_FULL) {
-            Services::EnlargeBoxSphere(box.low, box.high, middle, radius / 2, QuarterTurn());
-        } else if (state == OCTREE_PARTIAL && octree.Move(inner, child) == IDX_S_OK) {
-            EnlargeByCells(octree, inner, middle, half, radius / 2, box);
-        }
-    }
-}
 
 }  // namespace
 
 TEST(GeometryServices, EnlargeByPointsCornersAndSpheres) {
-    const Box start = Cube(0, 4);
     const PLMIdxMatrix identity;
     const PLMIdxMatrix turn = QuarterTurn();
+    enum Kind { kPoint, kBox, kSphere };
+    // clang-format off
     const struct {
-        const char* what;
+        Kind kind;
         const PLMIdxMatrix& matrix;
-        std::vector<IDX_Point> points;  ///< one: a point; two: a box
-        float radius;                   ///< not 0: a sphere
+        IDX_Point first, last;  ///< of a sphere: its centre, and its radius as x
         Box expected;
-    } cases[] = {
-        {"on a face",        identity, {{4, 0, 2}},              0,  start                   },
-        {"beyond two faces", identity, {{5, 2, -1}},             0,  {{0, 0, -1}, {5, 4, 4}} },
-        {"not a number",     identity, {{kNaN, 9, 2}},           0,  start                   },
-        {"turned",           turn,     {{5, 8, 2}},              0,  {{0, 0, 0}, {4, 5, 5}}  },
-        {"corners inside",   identity, {{0, 1, 2}, {4, 3, 4}},   0,  start                   },
-        {"corners",          identity, {{-1, 1, 1}, {2, 6, 3}},  0,  {{-1, 0, 0}, {4, 6, 4}} },
-        {"turned corners",   turn,     {{-2, 1, 1}, {2, 12, 3}}, 0,  {{-2, -2, 0}, {9, 4, 7}}},
-        {"sphere inside",    identity, {{2, 2, 2}},              2,  start                   },
-        {"sphere",           identity, {{2, 2, 3}},              2,  {{0, 0, 0}, {4, 4, 5}}  },
-        {"turned sphere",    turn,     {{0, 8, 2}},              3,  {{-1, -3, 0}, {5, 4, 8}}},
-        {"sphere, NaN",      identity, {{2, kNaN, 9}},           1,  start                   },
-        {"inside out",       identity, {{2, 2, 2}},              -3, start                   },
+    } kCases[] = {
+        {kPoint,  identity, {4, 0, 2},    {},         kStart},
+        {kPoint,  identity, {5, 2, -1},   {},         {0, 0, -1, 5, 5, 6}},
+        {kPoint,  identity, {kNaN, 9, 2}, {},         kStart},
+        {kPoint,  turn,     {5, 8, 3},    {},         {0, 0, 0, 4, 5, 7}},
+        {kBox,    identity, {0, 1, 2},    {4, 3, 6},  kStart},
+        {kBox,    identity, {-1, 1, 1},   {2, 6, 7},  {-1, 0, 0, 4, 6, 7}},
+        {kBox,    turn,     {-2, 1, 1},   {2, 12, 3}, {-2, -2, 0, 9, 5, 7}},
+        {kBox,    identity, {5, 6, 7},    {1, 1, 1},  {0, 0, 0, 5, 6, 7}},
+        {kSphere, identity, {2, 2, 2},    {2, 0, 0},  kStart},
+        {kSphere, identity, {2, 2, 3},    {3.5f, 0, 0}, {-1.5f, -1.5f, -0.5f, 5.5f, 5.5f, 6.5f}},
+        {kSphere, turn,     {0, 8, 2},    {3, 0, 0},  {-1, -3, 0, 5, 5, 8}},
+        {kSphere, identity, {2, kNaN, 9}, {1, 0, 0},  kStart},
+        {kSphere, identity, {2, 2, 2},    {-3, 0, 0}, kStart},
     };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.what);
-        Box box = start;
+    // clang-format on
+    for (const auto& row : kCases) {
+        SCOPED_TRACE(&row - kCases);
+        const PLMIdxMatrix& m = row.matrix;
+        const IDX_Point& p = row.first;
+        IDX_Point low = {kStart[0], kStart[1], kStart[2]};
+        IDX_Point high = {kStart[3], kStart[4], kStart[5]};
         IDX_Bool enlarged = IDX_True;
-        const IDX_Point& first = each.points.front();
-        const IDX_Point& last = each.points.back();
-        if (each.radius != 0) {
-            EXPECT_TRUE(Services::IsBoxEnlargedSphere(
-                box.low, box.high, first, each.radius, each.matrix, enlarged));
-            EXPECT_TRUE(
-                Services::EnlargeBoxSphere(box.low, box.high, first, each.radius, each.matrix));
-        } else if (each.points.size() == 1) {
-            EXPECT_TRUE(Services::IsBoxEnlarged(box.low, box.high, first, each.matrix, enlarged));
-            EXPECT_TRUE(Services::EnlargeBox(box.low, box.high, first, each.matrix));
-        } else {
-            EXPECT_TRUE(
-                Services::IsBoxEnlarged(box.low, box.high, first, last, each.matrix, enlarged));
-            EXPECT_TRUE(Services::EnlargeBox(box.low, box.high, first, last, each.matrix));
+        switch (row.kind) {
+            case kPoint:
+                EXPECT_TRUE(Services::IsBoxEnlarged(low, high, p, m, enlarged));
+                EXPECT_TRUE(Services::EnlargeBox(low, high, p, m));
+                break;
+            case kBox:
+                EXPECT_TRUE(Services::IsBoxEnlarged(low, high, p, row.last, m, enlarged));
+                EXPECT_TRUE(Services::EnlargeBox(low, high, p, row.last, m));
+                break;
+            case kSphere:
+                EXPECT_TRUE(Services::IsBoxEnlargedSphere(low, high, p, row.last.x, m, enlarged));
+                EXPECT_TRUE(Services::EnlargeBoxSphere(low, high, p, row.last.x, m));
+                break;
         }
-        EXPECT_EQ(Numbers(box), Numbers(each.expected));
-        EXPECT_EQ(enlarged == IDX_True, Numbers(box) != Numbers(start));
+        EXPECT_EQ((Box{low.x, low.y, low.z, high.x, high.y, high.z}), row.expected);
+        EXPECT_EQ(enlarged == IDX_True, row.expected != kStart);
     }
 }
 
-TEST(OctreeServices, AFullOctreeGivesTheCubesOfItsCells) {
-    PLMIdxWTOptimOctree_0 octree;
-    octree.ConstructFullOctree({0, 0, 0}, {4, 4, 4});
-    CountingOctree counting(octree);
-    PLMIdxWTOctreeServices services(counting);
-    EXPECT_EQ(services.GetDepth(), 2u);
+TEST(OctreeServices, AskOnlyWhereTheBoxGrows) {
+    const CountingOctree octree;
+    EXPECT_EQ(PLMIdxWTOctreeServices(octree).GetDepth(), 2u);
     // The radius of the sphere around the octree. That of a child is half of it.
     const auto radius = static_cast<float>(std::sqrt(12.0));
-    Box box = Cube(2, 2);
-    EXPECT_EQ(services.ExpandBox(box.low, box.high, PLMIdxMatrix()), IDX_S_OK);
-    EXPECT_EQ(Numbers(box), Numbers(Cube(1 - radius * 0.5f, 3 + radius * 0.5f)));
-    EXPECT_EQ(counting.nTests, 8);
+    const float low = 1 - radius * 0.5f;
+    const float high = 3 + radius * 0.5f;
+    const Box cube = {low, low, low, high, high, high};
+    EXPECT_EQ(ExpandedBy(octree, {2, 2, 2, 2, 2, 2}, PLMIdxMatrix()), cube);
+    EXPECT_EQ(octree.nTests, 8);
+    const float least = 2 - radius;
+    const float most = 2 + radius;
+    const Box whole = {least, least, least, most, most, most};
+    EXPECT_EQ(ExpandedBy(octree, whole, PLMIdxMatrix()), whole);
+    EXPECT_EQ(octree.nTests, 8) << "not asked";
 
-    // A box that holds the sphere of the whole octree: nothing is asked.
-    box = Cube(2 - radius, 2 + radius);
-    EXPECT_EQ(services.ExpandBox(box.low, box.high, PLMIdxMatrix()), IDX_S_OK);
-    EXPECT_EQ(counting.nTests, 8);
-}
-
-TEST(OctreeServices, AnOctreeWithNothingInItLeavesTheBox) {
-    Box box = Cube(5, 6);
-    const PLMIdxWTOptimOctree_0 none;
+    EXPECT_EQ(ExpandedBy(PLMIdxWTOptimOctree_0(), kStart, PLMIdxMatrix()), kStart);
     PLMIdxWTWorkingOctree empty;
-    empty._depth = 3;
-    empty.SetBB({0, 0, 0}, {8, 8, 8});
-    for (const PLMIdxIBaseOctree* octree :
-         std::initializer_list<const PLMIdxIBaseOctree*>{&none, &empty}) {
-        PLMIdxWTOctreeServices services(*octree);
-        EXPECT_EQ(services.ExpandBox(box.low, box.high, PLMIdxMatrix()), IDX_S_OK);
-        EXPECT_EQ(Numbers(box), Numbers(Cube(5, 6)));
-    }
+    empty.SetDepth(3);
+    empty.SetBB({0, 0, 0}, {80, 80, 80});
+    EXPECT_EQ(ExpandedBy(empty, kStart, PLMIdxMatrix()), kStart);
 }
 
-TEST(OctreeServices, AgreeWithAllCellsOneByOneAndVisitFewer) {
+TEST(OctreeServices, AgreeWithAllCellsOneByOne) {
     PLMIdxOctreeBuilder builder;
     builder.SetParameters(5, 0, IDX_False);
     ASSERT_EQ(Draw(builder, BoxMesh({-1, 2, 0}, {3, 5, 1})), IDX_S_OK);
-    const PLMIdxIBaseOctree& octree = builder.GetOctree();
-    IDX_Point low;
-    IDX_Point size;
-    octree.GetBB(low, size);
-    const IDX_Point centre = {low.x + size.x / 2, low.y + size.y / 2, low.z + size.z / 2};
-    const auto radius = static_cast<float>(std::sqrt(0.75 * size.x * size.x));
-
+    const double side = builder.GetOctree()._bbSize.x;
+    const Bytes image = ImageOf(builder);
+    const OctreeImage octree(image.data());
     const IDX_Point start = {8, 0, 2};
-    Box expected = {start, start};
-    CountingOctree all(octree);
-    EnlargeByCells(all, {}, centre, size, radius, expected);
-    Box box = {start, start};
-    CountingOctree counting(octree);
-    PLMIdxWTOctreeServices services(counting);
-    EXPECT_EQ(services.ExpandBox(box.low, box.high, QuarterTurn()), IDX_S_OK);
-    for (std::size_t i = 0; i < 6; ++i) {
-        EXPECT_NEAR(Numbers(box)[i], Numbers(expected)[i], 1e-5f);
-    }
-    EXPECT_GT(counting.nTests, 8);
-    EXPECT_LT(counting.nTests, all.nTests);
+    IDX_Point low = start;
+    IDX_Point high = start;
+    octree.ForEachOccupied([&](const OctreeCell& cell) {
+        const OctreeCellBox box = octree.BoxOf(cell);
+        const auto middle = [&box](int axis) {
+            return static_cast<float>((box.low[axis] + box.high[axis]) / 2);
+        };
+        const double radius = std::ldexp(std::sqrt(0.75) * side, -static_cast<int>(cell.level));
+        Services::EnlargeBoxSphere(
+            low, high, {middle(0), middle(1), middle(2)}, static_cast<float>(radius),
+            QuarterTurn());
+    });
+    const Box box = ExpandedBy(
+        builder.GetOctree(), {start.x, start.y, start.z, start.x, start.y, start.z}, QuarterTurn());
+    const Box expected = {low.x, low.y, low.z, high.x, high.y, high.z};
+    for (std::size_t i = 0; i < 6; ++i) EXPECT_NEAR(box[i], expected[i], 1e-5f);
 }

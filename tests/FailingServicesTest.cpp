@@ -3,7 +3,7 @@
 #include "AdjustableConstants.h"
 #include "Images.h"
 #include "LimitedMemory.h"
-#include "TraceRecorder.h"
+#include "Transcript.h"
 
 #include "IDX_Base_GeometryServices.h"
 #include "IDX_WT_GeometryServices.h"
@@ -17,9 +17,8 @@ bool canDecide = true;
 
 constexpr unsigned int kTooMuch = 0xFFFFFF00u;  ///< 4095 MiB
 
-const char* const kNoArena = "PLMIdxWTWorkingOctree._Alloc.AllocationFailed ( 4095 MB )";
-
-const Mesh kCube = BoxMesh({0, 0, 0}, {1, 1, 1});
+const IDX_Point kLow = {-1, -1, -1};
+const IDX_Point kHigh = {1, 1, 1};
 
 /// A triangle on the mid-planes of the box of a stream: its cells only just touch it.
 long int DrawTouching(PLMIdxOctreeBuilder& builder) {
@@ -41,73 +40,54 @@ __attribute__((visibility("default"))) IDX_Bool IDX_WT_GeometryServices::IsBoxEn
     return IDX_False;
 }
 
-TEST(FailingServices, AFailingSphereEndsTheWalkOfABox) {
-    TraceRecorder trace;
+TEST(FailingServices, WithoutAnAnswer) {
+    Transcript transcript;
     PLMIdxWTOptimOctree_0 octree;
-    octree.ConstructFullOctree({0, 0, 0}, {4, 4, 4});
+    octree.ConstructFullOctree(kLow, kHigh);
     IDX_Point low = {2, 2, 2};
     IDX_Point high = low;
-    EXPECT_EQ(PLMIdxWTOctreeServices(octree).ExpandBox(low, high, PLMIdxMatrix()), IDX_E_FAIL);
-    EXPECT_EQ(
-        trace.Take(),
-        (Lines{
-            "PLMIdxWTOctreeServices._ExpandBoxSphere.IDX_WT_GeometryServices.IsBoxEnlarged",
-            "PLMIdxWTOctreeServices.ExpandBox._ExpandBox"}));
-}
+    PLMIdxWTOctreeServices services(octree);
+    NOTE(transcript, services.ExpandBox(low, high, PLMIdxMatrix()));
 
-TEST(FailingServices, AnUndecidedOverlapFailsTheTriangle) {
-    TraceRecorder trace;
     PLMIdxOctreeBuilder builder;
     builder.SetParameters(3, 0, IDX_False);
-    ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+    NOTE(transcript, builder.Init(kLow, kHigh));
     canDecide = false;
-    EXPECT_EQ(DrawTouching(builder), IDX_E_FAIL);
+    NOTE(transcript, DrawTouching(builder));
     canDecide = true;
-    EXPECT_EQ(
-        trace.Take(), Lines{"PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.DrawTriangle2"});
-    EXPECT_EQ(DrawTouching(builder), IDX_S_OK);
-    EXPECT_EQ(builder.End(), IDX_S_OK);
+    NOTE(transcript, DrawTouching(builder));
+    NOTE(transcript, builder.End());
 }
 
-TEST(FailingServices, AMeshWithoutAnArena) {
+TEST(FailingServices, WithoutMemory) {
     LimitMemory();
-    TraceRecorder trace;
+    Transcript transcript;
+    const Mesh cube = BoxMesh(kLow, kHigh);
     PLMIdxOctreeBuilder builder;
     builder.SetParameters(3, 0, IDX_False);
     {
         const ArenaSize arena(kTooMuch);
-        EXPECT_EQ(Draw(builder, kCube), IDX_E_FAIL);
-        Lines expected(2, kNoArena);  // the depth, the box
-        for (int depth = 3; depth >= 2; --depth) {
-            expected.insert(expected.end(), 2, kNoArena);
-            expected.emplace_back("PLMIdxOctreeBuilder.DrawTriangles.PLMIdxWTWorkingOctree.Reset");
-        }
-        EXPECT_EQ(trace.Take(), expected);
-        EXPECT_EQ(builder.Init({0, 0, 0}, {1, 1, 1}), IDX_E_OUT_OF_MEMORY);
-        EXPECT_EQ(builder.DrawTriangle({0, 0, 0}, {1, 1, 1}, {0, 1, 0}), IDX_E_FAIL);
-        EXPECT_EQ(builder.DrawTriangle({0, 0, 0}, {0, 0, 0}, {0, 0, 0}), IDX_E_FAIL);
+        NOTE(transcript, builder.Init(kLow, kHigh));
+        NOTE(transcript, Draw(builder, cube));
+        NOTE(transcript, builder.Init(kLow, kHigh));
+        NOTE(transcript, DrawTouching(builder));
     }
-    EXPECT_EQ(Draw(builder, kCube), IDX_S_OK) << "the next call tries again";
-    EXPECT_EQ(RecordsOf(ImageOf(builder)).size(), 8u * (1 + 8));
-}
+    NOTE(transcript, Draw(builder, cube));  // tries again
+    EXPECT_EQ(ImageOf(builder).size(), 132u + 8 * (1 + 8));
 
-TEST(FailingServices, AStreamThatLosesItsMemory) {
-    LimitMemory();
-    TraceRecorder trace;
-    PLMIdxOctreeBuilder builder;
-    builder.SetParameters(3, 0, IDX_False);
-    ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
-    ASSERT_EQ(DrawTouching(builder), IDX_S_OK);
+    PLMIdxOctreeBuilder stream;
+    stream.SetParameters(3, 0, IDX_False);
+    transcript.Title("a stream that loses its memory");
+    NOTE(transcript, stream.Init(kLow, kHigh));
+    NOTE(transcript, DrawTouching(stream));
     const ArenaSize arena(kTooMuch);
-    EXPECT_EQ(builder.End(), IDX_E_FAIL);
-    EXPECT_EQ(trace.Take(), Lines{"PLMIdxWTOptimOctree_0._Alloc.AllocationFailed"});
-    EXPECT_EQ(builder.ReduceDepth(), IDX_E_FAIL);
-    EXPECT_EQ(trace.Take().front(), kNoArena);
-    EXPECT_EQ(builder.ReduceDepth(), IDX_E_FAIL) << "there is no octree any more";
-    EXPECT_EQ(DrawTouching(builder), IDX_E_FAIL);
-    EXPECT_EQ(builder.End(), IDX_E_FAIL);
+    NOTE(transcript, stream.End());
+    NOTE(transcript, stream.ReduceDepth());
+    NOTE(transcript, stream.ReduceDepth());  // there is no octree any more
+    NOTE(transcript, DrawTouching(stream));
+    NOTE(transcript, stream.End());
     arenaSize = 1u << 20;
-    ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
-    EXPECT_EQ(DrawTouching(builder), IDX_S_OK);
-    EXPECT_EQ(builder.End(), IDX_S_OK);
+    NOTE(transcript, stream.Init(kLow, kHigh));
+    NOTE(transcript, DrawTouching(stream));
+    NOTE(transcript, stream.End());
 }

@@ -11,7 +11,7 @@
 TEST(OctreeThreads, WalkOneLoadedOctreeTogether) {
     PLMIdxOctreeBuilder builder;
     builder.SetParameters(6, 0, IDX_False);
-    ASSERT_EQ(Draw(builder, SphereMesh({1, 2, 3}, 5, 20)), IDX_S_OK);
+    ASSERT_EQ(Draw(builder, BoxMesh({1, 2, 3}, {4, 6, 8}, kLowX)), IDX_S_OK);
     Bytes image = ImageOf(builder);
     PLMIdxOptimOctree_0 octree;
     ASSERT_EQ(octree.Load(image.data()), IDX_S_OK);

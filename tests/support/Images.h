@@ -11,11 +11,6 @@
 
 using Bytes = std::vector<unsigned char>;
 
-/// A builder whose octree under construction can be looked at.
-struct OpenBuilder : PLMIdxOctreeBuilder {
-    using PLMIdxOctreeBuilder::_workingOctree;
-};
-
 /// The stored image that the builder hands out.
 inline Bytes ImageOf(PLMIdxOctreeBuilder& builder) {
     unsigned int size = 0;
