@@ -6,8 +6,8 @@
 #include "TraceOutput.h"
 
 #ifdef GRIDLOOM_SANITIZED
-// A sanitizer's own limit stands in for that of the import, and what the font library keeps until the
-// end isn't ours.
+// A sanitizer's own limit replaces that of the import, and what the font library keeps until
+// the end isn't ours.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
     return "max_allocation_size_mb=4096";
 }
@@ -18,14 +18,7 @@ extern "C" __attribute__((visibility("default"))) const char* __lsan_default_sup
 
 int main(int iCount, char** iArguments) {
     IndexOptions options;
-    switch (ReadIndexOptions(iCount, iArguments, options)) {
-        case Arguments::Result::Done:
-            return NumberOf(ExitCode::Done);
-        case Arguments::Result::Wrong:
-            return NumberOf(ExitCode::Usage);
-        case Arguments::Result::Run:
-            break;
-    }
+    if (const auto end = ReadIndexOptions(iCount, iArguments, options)) return NumberOf(*end);
     RouteTraceToConsole(options.isVerbose);
     ListenForInterrupts();
     return NumberOf(IndexRun(options).Run());

@@ -12,13 +12,6 @@ extern "C" __attribute__((visibility("default"))) const char* __lsan_default_sup
 
 int main(int iCount, char** iArguments) {
     QueryOptions options;
-    switch (ReadQueryOptions(iCount, iArguments, options)) {
-        case Arguments::Result::Done:
-            return NumberOf(ExitCode::Done);
-        case Arguments::Result::Wrong:
-            return NumberOf(ExitCode::Usage);
-        case Arguments::Result::Run:
-            break;
-    }
-    return NumberOf(QueryRun(options).Run());
+    const auto end = ReadQueryOptions(iCount, iArguments, options);
+    return NumberOf(end ? *end : QueryRun(options).Run());
 }

@@ -1,82 +1,67 @@
 #include "Arguments.h"
 
+#include "Console.h"
+#include "StandardOutput.h"
+
 #include "IDX_Status.h"
 #include "PLMIdxParameters.h"
+#include "PLMIdxParametersReader.h"
 
-#include <cerrno>
-#include <cmath>
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <optional>
+#include <numeric>
 
 namespace {
 
-constexpr char kNumberStarts[] = "0123456789.";
-
-/// A number below zero, as against an option.
-bool IsNegativeNumber(const char* iText) {
-    return iText[0] == '-' && iText[1] != '\0' && std::strchr(kNumberStarts, iText[1]) != nullptr;
+bool IsDigit(char iCharacter) {
+    return std::isdigit(static_cast<unsigned char>(iCharacter)) != 0;
 }
 
-/// The reader takes no value that begins with a dash: such a value is handed over with a blank before it. So is
-/// one that begins with a blank, which makes the blank a sure sign.
+/// An option, as against a word, or a value such as a number below zero.
+bool IsOption(const std::string& iArgument) {
+    return iArgument.size() > 1 && iArgument[0] == '-' && !IsDigit(iArgument[1]) &&
+           iArgument[1] != '.';
+}
+
+/// The reader takes no value that begins with a dash: it gets such a value with a blank in front.
+/// One that begins with a blank gets another blank, so that a blank in front always goes.
 std::string Wrapped(const std::string& iValue) {
-    const bool needsBlank = !iValue.empty() && (iValue[0] == '-' || iValue[0] == ' ');
-    return needsBlank ? std::string(" ").append(iValue) : iValue;
+    const bool needsBlank = iValue.starts_with('-') || iValue.starts_with(' ');
+    return needsBlank ? " " + iValue : iValue;
 }
 
 std::string Unwrapped(const char* iValue) {
     return iValue[0] == ' ' ? iValue + 1 : iValue;
 }
 
-/// The value of an option as it was typed; nothing when it wasn't given.
-std::optional<std::string> ValueOf(const char* iName) {
-    const char* value = PLMIdxParameters::Get(iName);
-    if (value == nullptr) return {};
-    return Unwrapped(value);
-}
-
-/// A number of which nothing is left over, at the end or at a comma.
-bool ReadFloat(const char*& ioText, float& oNumber) {
-    char* end = nullptr;
-    oNumber = std::strtof(ioText, &end);
-    const bool isWhole = end != ioText && (*end == '\0' || *end == ',');
-    ioText = end;
-    return isWhole && std::isfinite(oNumber);
-}
-
-bool ReadWholeNumber(const std::string& iText, int iLowest, int iHighest, int& oNumber) {
-    char* end = nullptr;
-    errno = 0;
-    const long number = std::strtol(iText.c_str(), &end, 10);
-    if (errno != 0 || iText.empty() || *end != '\0') return false;
-    if (number < iLowest || number > iHighest) return false;
-    oNumber = static_cast<int>(number);
-    return true;
-}
-
-bool ReadFloats(const std::string& iText, std::size_t iCount, std::vector<float>& oNumbers) {
-    std::vector<float> numbers(iCount);
-    const char* text = iText.c_str();
-    for (std::size_t i = 0; i < iCount; ++i) {
-        if (i > 0 && *text++ != ',') return false;
-        if (!ReadFloat(text, numbers[i])) return false;
+/// How many characters have to be typed, left out, replaced or swapped with the next to make one
+/// text from another: F. J. Damerau, "A technique for computer detection and correction of spelling
+/// errors", CACM 7(3), 1964; the table: R. A. Wagner, M. J. Fischer, "The string-to-string
+/// correction problem", JACM 21(1), 1974.
+std::size_t TypingErrors(const std::string& iFirst, const std::string& iSecond) {
+    std::vector<std::size_t> beforeLast;
+    std::vector<std::size_t> last(iSecond.size() + 1);
+    std::iota(last.begin(), last.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= iFirst.size(); ++i) {
+        std::vector<std::size_t> row = {i};
+        for (std::size_t j = 1; j <= iSecond.size(); ++j) {
+            const std::size_t replaced = last[j - 1] + (iFirst[i - 1] == iSecond[j - 1] ? 0 : 1);
+            row.push_back(std::min({replaced, last[j] + 1, row[j - 1] + 1}));
+            const bool isSwapped = i > 1 && j > 1 && iFirst[i - 1] == iSecond[j - 2] &&
+                                   iFirst[i - 2] == iSecond[j - 1];
+            if (isSwapped) row[j] = std::min(row[j], beforeLast[j - 2] + 1);
+        }
+        beforeLast = std::exchange(last, std::move(row));
     }
-    if (*text != '\0') return false;
-    oNumbers = std::move(numbers);
-    return true;
-}
-
-bool AsksForHelp(const std::string& iName) {
-    return iName == "help" || iName == "h" || iName == "?";
+    return last.back();
 }
 
 }  // namespace
 
-/// An option as it was typed: its name without dashes, and what stands behind a '='.
-struct Arguments::Split {
-    explicit Split(const std::string& iArgument) {
+/// An option as it was typed: its name without dashes, and the value after a '='.
+struct Arguments::Typed {
+    explicit Typed(const std::string& iArgument) {
         const std::size_t start = iArgument.starts_with("--") ? 2 : 1;
         const std::size_t equals = iArgument.find('=');
         name = iArgument.substr(start, equals == std::string::npos ? equals : equals - start);
@@ -87,134 +72,138 @@ struct Arguments::Split {
     std::optional<std::string> value;
 };
 
-Arguments::Arguments(const char* iTool, const char* iAbout) : _tool(iTool), _about(iAbout) {}
-
-void Arguments::DeclareValue(const char* iName, bool iMandatory, const char* iUsage) {
-    (void)_reader.DeclareParameter(iName, iMandatory, false, iUsage);
-    _takesValue[iName] = true;
+std::optional<ExitCode> Arguments::Read(int iCount, char** iArguments) {
+    _forReader = {_program.name};
+    Scan({iArguments + 1, iArguments + iCount});
+    if (_asksForHelp || _asksForVersion) {
+        const std::string version = _program.name + " " + GRIDLOOM_VERSION + "\n";
+        std::fputs(_asksForHelp ? _program.Help().c_str() : version.c_str(), stdout);
+        return ExitCode::Done;
+    }
+    CheckMandatory();
+    if (_wrong.empty() && !ReadByLibrary()) SetWrong("the command line can't be read");
+    if (_wrong.empty()) StoreValues();
+    if (!_wrong.empty()) return Refuse(_wrong);
+    return {};
 }
 
-void Arguments::DeclareFlag(const char* iName, const char* iUsage) {
-    (void)_reader.DeclareParameter(iName, false, true, iUsage);
-    _takesValue[iName] = false;
-}
-
-Arguments::Result Arguments::Read(int iCount, char** iArguments) {
-    DeclareFlag("version", "Print the version");
-    _forReader = {iArguments[0]};
-    bool isOptionsEnd = false;
-    for (int next = 1; next < iCount;) {
-        const std::string argument = iArguments[next++];
-        if (!isOptionsEnd && argument == "--") {
-            isOptionsEnd = true;
-        } else if (isOptionsEnd || argument.empty() || argument[0] != '-') {
+void Arguments::Scan(const std::vector<std::string>& iArguments) {
+    bool areWords = false;
+    for (std::size_t next = 0; next < iArguments.size();) {
+        const std::string& argument = iArguments[next++];
+        const std::string* value = next < iArguments.size() ? &iArguments[next] : nullptr;
+        if (!areWords && argument == "--") {
+            areWords = true;
+        } else if (areWords || argument.size() < 2 || argument[0] != '-') {
             _words.push_back(argument);
-        } else if (ReadOption(Split(argument), iCount, iArguments, next) == Result::Done) {
-            return Result::Done;
+        } else if (ScanOption(Typed(argument), value)) {
+            ++next;
         }
     }
-    std::vector<char*> arguments;
-    for (std::string& argument : _forReader) arguments.push_back(argument.data());
-    const long int status = _reader.Read(static_cast<int>(arguments.size()), arguments.data());
-    return IDX_Failed(status) ? Result::Wrong : Result::Run;
 }
 
 /// Adds one option and its value to what the reader gets.
-Arguments::Result Arguments::ReadOption(
-    const Split& iOption, int iCount, char** iArguments, int& ioNext) {
-    if (AsksForHelp(iOption.name)) {
-        PrintHelp();
-        return Result::Done;
+/// @param iNext  the argument after it, or null
+/// @return whether that is its value
+bool Arguments::ScanOption(const Typed& iTyped, const std::string* iNext) {
+    Typed typed = iTyped;
+    const Option* option = FindOption(typed);
+    if (option == nullptr) {
+        SetWrong("-" + typed.name + " is unknown" + Nearest(typed.name));
+        return false;
     }
-    if (iOption.name == "version") {
-        std::printf("%s %s\n", _tool.c_str(), GRIDLOOM_VERSION);
-        return Result::Done;
+    const std::string name = "-" + option->name;
+    const bool takesValue = option->TakesValue();
+    const bool takesNext = takesValue && !typed.value && iNext != nullptr && !IsOption(*iNext);
+    _asksForHelp |= option->name == "help";
+    _asksForVersion |= option->name == "version";
+    if (std::find(_forReader.begin(), _forReader.end(), name) != _forReader.end()) {
+        SetWrong(name + " is given twice");
+    } else if (!takesValue && typed.value) {
+        SetWrong(name + " takes no value");
+    } else if (takesValue && !takesNext && !typed.value) {
+        SetWrong(name + " wants a value: " + option->placeholder);
     }
-    _forReader.push_back(std::string("-").append(iOption.name));
-    if (iOption.value) {
-        _forReader.push_back(Wrapped(*iOption.value));
-    } else if (TakesValue(iOption.name) && ioNext < iCount) {
-        const char* value = iArguments[ioNext];
-        if (value[0] == '-' && !IsNegativeNumber(value)) return Result::Run;  // it is missing
-        _forReader.push_back(Wrapped(value));
-        ++ioNext;
-    }
-    return Result::Run;
+    _forReader.push_back(name);
+    if (takesNext) typed.value = *iNext;
+    if (typed.value) _forReader.push_back(Wrapped(*typed.value));
+    return takesNext;
 }
 
-bool Arguments::TakesValue(const std::string& iName) const {
-    const auto found = _takesValue.find(iName);
-    return found != _takesValue.end() && found->second;
+/// The option of that name or letter. A number right after the letter is its value: `-j4`.
+const Option* Arguments::FindOption(Typed& ioTyped) const {
+    const std::string& name = ioTyped.name;
+    if (name == "?") return _program.Find("help");
+    const Option* found = _program.Find(name);
+    if (found != nullptr || name.empty()) return found;
+    _program.ForEach([&](const Option& option) {
+        if (option.letter == name[0]) found = &option;
+    });
+    if (found == nullptr || name.size() == 1) return found;
+    if (!found->TakesValue() || ioTyped.value || !IsDigit(name[1])) return nullptr;
+    ioTyped.value = name.substr(1);
+    return found;
 }
 
-bool Arguments::IsGiven(const char* iName) {
-    return PLMIdxParameters::Get(iName) != nullptr;
+void Arguments::SetWrong(const std::string& iReason) {
+    if (_wrong.empty()) _wrong = iReason;
 }
 
-void Arguments::GetText(const char* iName, std::string& oText) {
-    const std::optional<std::string> value = ValueOf(iName);
-    if (!value) return;
-    if (value->empty()) return Refuse(iName, "a text", *value);
-    oText = *value;
+/// A question after the option that was meant, as far as it can be guessed: one that begins as it
+/// was typed, or the one with the fewest typing errors, one in three characters at most.
+std::string Arguments::Nearest(const std::string& iName) const {
+    const Option* nearest = nullptr;
+    std::size_t fewest = std::max<std::size_t>(1, iName.size() / 3) + 1;
+    _program.ForEach([&](const Option& option) {
+        const bool isBeginning = iName.size() > 1 && option.name.starts_with(iName);
+        const std::size_t errors = isBeginning ? 0 : TypingErrors(iName, option.name);
+        if (errors >= fewest) return;
+        fewest = errors;
+        nearest = &option;
+    });
+    return nearest == nullptr ? "" : "; did you mean -" + nearest->name + "?";
 }
 
-void Arguments::GetNumber(const char* iName, int iLowest, int iHighest, int& oNumber) {
-    const std::optional<std::string> value = ValueOf(iName);
-    if (!value || ReadWholeNumber(*value, iLowest, iHighest, oNumber)) return;
-    Refuse(
-        iName, "a whole number from " + std::to_string(iLowest) + " to " + std::to_string(iHighest),
-        *value);
-}
-
-void Arguments::GetNumber(const char* iName, int iLowest, int iHighest, unsigned int& oNumber) {
-    int number = static_cast<int>(oNumber);
-    GetNumber(iName, iLowest, iHighest, number);
-    oNumber = static_cast<unsigned int>(number);
-}
-
-void Arguments::GetLength(const char* iName, float& oLength) {
-    const std::optional<std::string> value = ValueOf(iName);
-    if (!value) return;
-    std::vector<float> numbers;
-    if (!ReadFloats(*value, 1, numbers) || numbers[0] <= 0.0f) {
-        return Refuse(iName, "a length above 0", *value);
-    }
-    oLength = numbers[0];
-}
-
-void Arguments::GetNumbers(const char* iName, std::size_t iCount, std::vector<float>& oNumbers) {
-    const std::optional<std::string> value = ValueOf(iName);
-    if (!value || ReadFloats(*value, iCount, oNumbers)) return;
-    Refuse(iName, std::to_string(iCount) + " numbers with commas between them", *value);
-}
-
-void Arguments::GetChoice(
-    const char* iName, std::initializer_list<const char*> iWords, std::size_t& oChoice) {
-    const std::optional<std::string> value = ValueOf(iName);
-    if (!value) return;
-    std::string wish = "one of";
-    std::size_t place = 0;
-    for (const char* word : iWords) {
-        if (*value == word) {
-            oChoice = place;
-            return;
+void Arguments::CheckMandatory() {
+    _program.ForEach([&](const Option& option) {
+        const std::string name = "-" + option.name;
+        const bool isGiven =
+            std::find(_forReader.begin(), _forReader.end(), name) != _forReader.end();
+        if (option.isMandatory && !isGiven) {
+            SetWrong(name + " " + option.placeholder + " is mandatory");
         }
-        wish.append(place++ == 0 ? " " : ", ").append(word);
-    }
-    Refuse(iName, wish, *value);
+    });
 }
 
-void Arguments::Complain(const std::string& iReason) {
-    std::fprintf(
-        stderr, "%s: %s\nTry '%s --help'.\n", _tool.c_str(), iReason.c_str(), _tool.c_str());
-    _isWrong = true;
+/// The library keeps the values. What it prints meanwhile is no answer of the tool.
+bool Arguments::ReadByLibrary() {
+    PLMIdxParametersReader reader;
+    _program.ForEach([&](const Option& option) {
+        (void)reader.DeclareParameter(
+            option.name.c_str(), option.isMandatory, !option.TakesValue(), option.help.c_str());
+    });
+    std::vector<char*> arguments;
+    for (std::string& argument : _forReader) arguments.push_back(argument.data());
+    const StandardOutputSilence silence;
+    return !IDX_Failed(reader.Read(static_cast<int>(arguments.size()), arguments.data()));
 }
 
-void Arguments::Refuse(const char* iName, const std::string& iWish, const std::string& iValue) {
-    Complain(std::string("-") + iName + " wants " + iWish + ", not '" + iValue + "'");
+void Arguments::StoreValues() {
+    _program.ForEach([&](const Option& option) {
+        const char* stored = PLMIdxParameters::Get(option.name.c_str());
+        if (stored == nullptr) return;
+        const std::string value = Unwrapped(stored);
+        if (option.store(value)) return;
+        SetWrong("-" + option.name + " wants " + option.wanted + ", not '" + value + "'");
+    });
 }
 
-void Arguments::PrintHelp() {
-    std::fputs(_about.c_str(), stdout);
-    _reader.Usage();
+bool Arguments::IsGiven(const std::string& iName) {
+    return PLMIdxParameters::Get(iName.c_str()) != nullptr;
+}
+
+ExitCode Arguments::Refuse(const std::string& iReason) const {
+    const char* name = _program.name.c_str();
+    std::fprintf(stderr, "%s: %s\nTry '%s -help'.\n", name, Printable(iReason).c_str(), name);
+    return ExitCode::Usage;
 }

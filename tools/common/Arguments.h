@@ -1,73 +1,51 @@
 #ifndef Arguments_h
 #define Arguments_h
 
-#include "PLMIdxParametersReader.h"
+#include "Program.h"
 
-#include <cstddef>
-#include <initializer_list>
-#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
-/// The command line of a tool: a front over PLMIdxParametersReader, which keeps the names, the texts of help and
-/// the messages. The front adds what people are used to: `--name value` and `--name=value` beside `-name value`,
-/// `--help`, `--version`, words that are no options, `--` behind which there are only words, and values that are
-/// numbers below zero.
-///
-/// Declare all options, call Read() once, then ask for the values. What is wrong is told on the standard error.
+/// The command line of a tool, read by the table of its options: a front over
+/// PLMIdxParametersReader. The front adds what people expect: `--name value` and `-name=value`
+/// beside `-name value`, short forms such as `-j4`, words that are no options, `--` after which
+/// there are words only, values that begin with a dash, and messages with the nearest option.
 class Arguments {
 public:
-    enum class Result { Run, Done, Wrong };  ///< Done: help or version was asked for, and printed
+    /// @param iProgram  must outlive this object
+    explicit Arguments(const Program& iProgram) : _program(iProgram) {}
 
-    /// @param iTool   the program's name, for its messages
-    /// @param iAbout  the text above the options in the help, with its newlines
-    Arguments(const char* iTool, const char* iAbout);
-
-    void DeclareValue(const char* iName, bool iMandatory, const char* iUsage);
-    void DeclareFlag(const char* iName, const char* iUsage);
-
-    Result Read(int iCount, char** iArguments);
+    /// Stores the values. Help and version go to the standard output.
+    /// @return how the tool ends; nothing when it shall run
+    std::optional<ExitCode> Read(int iCount, char** iArguments);
 
     /// What is no option, in its order.
     const std::vector<std::string>& Words() const { return _words; }
-    static bool IsGiven(const char* iName);
 
-    // Each takes over the value of an option that was given, and leaves its last argument alone otherwise. A value
-    // that doesn't fit is told, and Result() is Wrong from then on.
+    static bool IsGiven(const std::string& iName);
 
-    void GetText(const char* iName, std::string& oText);  ///< not empty
-    void GetNumber(const char* iName, int iLowest, int iHighest, int& oNumber);
-    void GetNumber(const char* iName, int iLowest, int iHighest, unsigned int& oNumber);
-    void GetLength(const char* iName, float& oLength);  ///< finite and above 0
-
-    /// Finite numbers with commas between them, exactly iCount.
-    void GetNumbers(const char* iName, std::size_t iCount, std::vector<float>& oNumbers);
-
-    /// @param oChoice  the place of the value in iWords
-    void GetChoice(
-        const char* iName, std::initializer_list<const char*> iWords, std::size_t& oChoice);
-
-    /// Tells what is wrong with the command line.
-    void Complain(const std::string& iReason);
-
-    /// Run, or Wrong when something was told.
-    Result GetResult() const { return _isWrong ? Result::Wrong : Result::Run; }
+    /// Prints on the standard error what is wrong, and where help is: two lines.
+    ExitCode Refuse(const std::string& iReason) const;
 
 private:
-    struct Split;
+    struct Typed;
 
-    Result ReadOption(const Split& iOption, int iCount, char** iArguments, int& ioNext);
-    bool TakesValue(const std::string& iName) const;
-    void PrintHelp();
-    void Refuse(const char* iName, const std::string& iWish, const std::string& iValue);
+    void Scan(const std::vector<std::string>& iArguments);
+    bool ScanOption(const Typed& iTyped, const std::string* iNext);
+    const Option* FindOption(Typed& ioTyped) const;
+    void SetWrong(const std::string& iReason);
+    std::string Nearest(const std::string& iName) const;
+    void CheckMandatory();
+    bool ReadByLibrary();
+    void StoreValues();
 
-    std::string _tool;
-    std::string _about;
-    PLMIdxParametersReader _reader;
-    std::map<std::string, bool> _takesValue;  ///< by declared name
-    std::vector<std::string> _forReader;      ///< arguments in the form that the reader takes
+    const Program& _program;
+    std::vector<std::string> _forReader;  ///< arguments in the form that the reader takes
     std::vector<std::string> _words;
-    bool _isWrong = false;
+    std::string _wrong;  ///< the first thing that is wrong; empty: nothing
+    bool _asksForHelp = false;
+    bool _asksForVersion = false;
 };
 
 #endif

@@ -11,9 +11,11 @@ constexpr std::size_t kLongestLine = 36;  // the bar stays within 80 columns
 
 }  // namespace
 
-Console::Console(ProgressStyle iStyle, bool iIsQuiet) : _style(iStyle), _isQuiet(iIsQuiet) {}
+Console::Console(std::string iTool, ProgressStyle iStyle, bool iIsQuiet)
+    : _tool(std::move(iTool)), _style(iStyle), _isQuiet(iIsQuiet) {}
 
-void Console::Tell(double iShare, const std::string& iLine, const std::vector<EventValue>& iEvent) {
+void Console::ShowProgress(
+    double iShare, const std::string& iLine, const std::vector<EventValue>& iEvent) {
     switch (_style) {
         case ProgressStyle::Bar:
             return DrawBar(iShare, iLine);
@@ -23,6 +25,7 @@ void Console::Tell(double iShare, const std::string& iLine, const std::vector<Ev
             return;
         case ProgressStyle::Json:
             return PrintEvent(iEvent);
+        case ProgressStyle::Auto:
         case ProgressStyle::None:
             return;
     }
@@ -70,9 +73,7 @@ void Console::PrintEvent(const std::vector<EventValue>& iEvent) {
 
 void Console::Complain(const char* iKind, const std::string& iName, const std::string& iText) {
     ClearBar();
-    std::fprintf(
-        stderr, "gridloom-index: %s: %s: %s\n", iKind, Printable(iName).c_str(),
-        Printable(iText).c_str());
+    PrintMessage(_tool, std::string(iKind) + ": " + iName + ": " + iText);
     if (_style == ProgressStyle::Json) {
         PrintEvent({
             {"event",  std::string(iKind)},
@@ -94,6 +95,10 @@ void Table::Print() const {
         }
         std::printf("%s\n", line.c_str());
     }
+}
+
+void PrintMessage(const std::string& iTool, const std::string& iText) {
+    std::fprintf(stderr, "%s: %s\n", iTool.c_str(), Printable(iText).c_str());
 }
 
 std::string Printable(const std::string& iText) {

@@ -5,9 +5,10 @@
 #include <string>
 #include <vector>
 
-/// How the operator sees a batch run: as a bar that moves on the standard error, or on the standard output as plain
-/// lines, or as lines of JSON, one object for each event.
-enum class ProgressStyle { Bar, Plain, Json, None };
+/// How the operator sees a batch run: as a bar that moves on the standard error, or on the standard
+/// output as plain lines, or as lines of JSON, one object for each event. Auto stands for one of
+/// the others, which the reader of the command line chooses.
+enum class ProgressStyle { Auto, Bar, Plain, Json, None };
 
 /// One value of an event: its name, and a text or a number.
 struct EventValue {
@@ -23,22 +24,23 @@ struct EventValue {
 /// What the operator sees while a batch runs.
 class Console {
 public:
+    /// @param iTool     the program's name, in front of each message
     /// @param iIsQuiet  leaves notes out
-    Console(ProgressStyle iStyle, bool iIsQuiet);
+    Console(std::string iTool, ProgressStyle iStyle, bool iIsQuiet);
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
     ~Console() { ClearBar(); }
 
-    /// Tells how far the run is.
+    /// Shows how far the run is.
     /// @param iShare  0 to 1
     /// @param iLine   for people, as a line
     /// @param iEvent  for machines; the first value is the kind of the event
-    void Tell(double iShare, const std::string& iLine, const std::vector<EventValue>& iEvent);
+    void ShowProgress(double iShare, const std::string& iLine, const std::vector<EventValue>& iEvent);
 
     /// Names what failed, and why.
     void Fail(const std::string& iName, const std::string& iReason);
 
-    /// Tells something odd that is no failure.
+    /// Names something odd that is no failure.
     void Note(const std::string& iName, const std::string& iNote);
 
     /// Takes the bar away.
@@ -49,6 +51,7 @@ private:
     void PrintEvent(const std::vector<EventValue>& iEvent);
     void Complain(const char* iKind, const std::string& iName, const std::string& iText);
 
+    std::string _tool;
     ProgressStyle _style;
     bool _isQuiet;
     bool _barShown = false;
@@ -68,6 +71,9 @@ public:
 private:
     std::vector<std::vector<std::string>> _rows;  ///< the heading first; all of one length
 };
+
+/// Prints a line on the standard error, without control characters: "TOOL: TEXT".
+void PrintMessage(const std::string& iTool, const std::string& iText);
 
 /// Text with control characters taken out, so that a hostile name can't steer a terminal.
 std::string Printable(const std::string& iText);

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <string>
 
-/// Prints a file of an index field by field: octree images of a piece, boxes, identifiers, or a redirecting file. The
-/// content tells which it is. Each is checked before it is printed.
+/// Prints a file of an index field by field: octree images of a piece, boxes, identifiers, or a
+/// redirecting file. The content says which it is. Each is checked before it is printed.
 /// @return what is wrong with the file; nothing but what is before the damage is printed then
 Damage DumpFile(
     const std::string& iPath, const unsigned char* iBytes, std::size_t iSize, bool iAsJson);

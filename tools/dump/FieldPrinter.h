@@ -5,9 +5,9 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-/// Prints the blocks of a file and their fields with their offsets, as lines for people or as one JSON object:
-/// {"file", "kind", "size", "blocks": [{"at", "block", "fields": [{"at", "name", "value"}]}]}.
-/// Prints as it goes: a file of any length takes no memory.
+/// Prints the blocks of a file and their fields with their offsets, as lines for people or as one
+/// JSON object: {"file", "kind", "size", "blocks": [{"at", "block", "fields": [{"at", "name",
+/// "value"}]}]}. Prints as it goes: a file of any length takes no memory.
 class FieldPrinter {
 public:
     FieldPrinter(const std::string& iFile, const char* iKind, std::size_t iSize, bool iAsJson);

@@ -39,12 +39,13 @@ void SetLimit(__rlimit_resource iResource, rlim_t iLimit) {
     (void)setrlimit(iResource, &limit);
 }
 
-/// What the C library says about a crash is left out: the parent names it.
+/// What the library prints while it builds is no answer of the tool. What the C library says about
+/// a crash is left out, too: the parent names it.
 void SilenceConsole() {
-#ifndef GRIDLOOM_SANITIZED  // a sanitizer reports on the standard error
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere < 0) return;
     (void)dup2(nowhere, STDOUT_FILENO);
+#ifndef GRIDLOOM_SANITIZED  // a sanitizer reports on the standard error
     if (!IsTraceShown()) (void)dup2(nowhere, STDERR_FILENO);
 #endif
 }
@@ -154,8 +155,8 @@ Status ChildProcess::Start(const Work& iWork) {
     return {};
 }
 
-/// Bytes come in pieces that end anywhere in a message: each piece is cut into what still belongs to the
-/// message that is coming, and what starts the next ones.
+/// Bytes come in pieces that end anywhere in a message: each piece is cut into what still belongs
+/// to the message that is coming, and what starts the next ones.
 bool ChildProcess::Receive() {
     static std::array<char, 1U << 18U> piece;
     const ssize_t nRead = read(_pipe, piece.data(), piece.size());

@@ -14,7 +14,8 @@ class Outlet {
 public:
     explicit Outlet(int iPipe) : _pipe(iPipe) {}
 
-    /// Waits until the parent has read what the pipe can't hold. Ends the child when the parent has gone.
+    /// Waits until the parent has read what the pipe can't hold. Ends the child when the parent has
+    /// gone.
     void Send(const std::string& iMessage) const;
 
 private:
@@ -41,9 +42,9 @@ struct ChildEnd {
 /// @param iSeconds  as LimitTime() was given
 std::string DescribeEnd(const ChildEnd& iEnd, unsigned int iSeconds);
 
-/// A forked child that does a piece of work in a copy of our memory and sends messages back through a
-/// pipe. What crashes, hangs or runs out of memory there is gone with the child. The calling process has
-/// one thread only.
+/// A forked child that does a piece of work in a copy of our memory and sends messages back through
+/// a pipe. What crashes, hangs or runs out of memory there is gone with the child. The calling
+/// process has one thread only.
 ///
 /// The child has no open file but the pipe, writes nothing to the console, leaves interrupts to the
 /// parent, and dies with it. The destructor ends the child.

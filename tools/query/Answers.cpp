@@ -57,7 +57,7 @@ void Print(const Json& iJson) {
     std::printf("%s\n", iJson.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
-/// What is told of a whole index.
+/// Figures of a whole index.
 struct Stats {
     unsigned int nParts = 0;
     std::uint64_t nTriangles = 0;

@@ -18,7 +18,8 @@ Solid SolidOf(const PartIndex& iIndex, const StoredPart& iPart) {
     return {iIndex.ImageOf(iPart), BoxOf(iPart.record.box)};
 }
 
-/// One step of a search for the nearest parts: what may be near, and the least distance at which it can be.
+/// One step of a search for the nearest parts: what may be near, and the least distance at which it
+/// can be.
 struct Candidate {
     enum Kind { Node, Part, Cell };
 

@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-// The questions that an open index answers. Answers stand in rising order of the identifiers. What is damaged on the
-// way ends a question with an IndexError.
+// The questions that an open index answers. Answers are in rising order of the identifiers. What
+// is damaged on the way ends a question with an IndexError.
 
 using Parts = std::vector<StoredPart>;
 
-/// The part of that identifier or, when there is none, all whose identifiers match the text as a shell pattern: '*' for
-/// any characters, '/' too, '?' for one, [...] for one of some.
+/// The part of that identifier or, when there is none, all whose identifiers match the text as a
+/// shell pattern: '*' for any characters, '/' too, '?' for one, [...] for one of some.
 Parts FindByName(const PartIndex& iIndex, const std::string& iName);
 
 /// The parts whose boxes meet a box.
@@ -31,8 +31,9 @@ struct NearPart {
     double distance;  ///< to its nearest solid cell, model units; 0 inside
 };
 
-/// The parts nearest to a point, nearest first; of those at one distance, in the order of their identifiers. A best-first
-/// search: G. R. Hjaltason, H. Samet, "Distance browsing in spatial databases", ACM TODS 24(2), 1999.
+/// The parts nearest to a point, nearest first; of those at one distance, in the order of their
+/// identifiers. A best-first search: G. R. Hjaltason, H. Samet, "Distance browsing in spatial
+/// databases", ACM TODS 24(2), 1999.
 /// @param iCount  how many, at most
 std::vector<NearPart> FindNearest(
     const PartIndex& iIndex, const Point& iPoint, unsigned int iCount);

@@ -1,144 +1,170 @@
 #include "QueryOptions.h"
 
+#include "Arguments.h"
+
 #include <algorithm>
-#include <vector>
 
 namespace {
 
-constexpr char kAbout[] = R"(usage: gridloom-query -index BASE QUESTION [options]
+constexpr int kMostParts = 1000000;
 
-Asks the index under BASE. A part is solid in the occupied cells of its octree, cut to its
-box; boxes and cells are closed, so that parts which touch meet.
-
-Exit code: 0 found, 1 nothing found, 2 wrong usage, 4 the index is damaged, 5 it can't be
-read or the export can't be written.
-)";
-
-constexpr unsigned int kMostParts = 1000000;
-
-struct Question {
-    const char* name;
-    QueryOptions::Question question;
-    bool takesValue;
-    const char* usage;
-};
-
-constexpr Question kQuestions[] = {
-    {"id",     QueryOptions::Id,     true,
-     "NAME: the part of that identifier, or all that a pattern (* ? [...]) matches"                 },
-    {"box",    QueryOptions::InBox,  true,  "x0,y0,z0,x1,y1,z1: the parts whose boxes meet that box"},
-    {"point",  QueryOptions::At,     true,  "x,y,z: the parts that are solid there"                 },
-    {"near",   QueryOptions::Near,   true,  "x,y,z: the parts nearest to that point"                },
-    {"clash",  QueryOptions::Clash,  true,  "NAME: the parts whose solid meets that of the part"    },
-    {"list",   QueryOptions::List,   false, "all parts"                                             },
-    {"stats",  QueryOptions::Stats,  false, "figures of the whole index"                            },
-    {"verify", QueryOptions::Verify, false, "reads everything and tells whether it is sound"        },
-};
+constexpr char kAbout[] =
+    "Answers a question from the index under BASE. A part is solid in the occupied cells of "
+    "its octree, cut to its box. Boxes and cells are closed: parts that touch meet.";
 
 constexpr const char* kEndings[] = {"", ".png", ".ply", ".vtk"};  // by QueryOptions::Export
 
-void Declare(Arguments& ioArguments) {
-    ioArguments.DeclareValue("index", true, "BASE: the folder of the index");
-    for (const Question& question : kQuestions) {
-        if (question.takesValue) {
-            ioArguments.DeclareValue(question.name, false, question.usage);
-        } else {
-            ioArguments.DeclareFlag(question.name, question.usage);
-        }
-    }
-    ioArguments.DeclareValue("count", false, "K: how many parts -near gives (default: 1)");
-    ioArguments.DeclareValue(
-        "export", false, "png, ply or vtk: writes the parts found or, without a question, all");
-    ioArguments.DeclareValue(
-        "output", false, "FILE: of the export (default: index.png, .ply, .vtk)");
-    ioArguments.DeclareValue("up", false, "y or z: the axis that points upwards in a picture");
-    ioArguments.DeclareFlag("json", "answers for machines");
+Point PointOf(const float* iNumbers) {
+    return {iNumbers[0], iNumbers[1], iNumbers[2]};
 }
 
-Point PointOf(const std::vector<float>& iNumbers, std::size_t iFirst) {
-    return {iNumbers[iFirst], iNumbers[iFirst + 1], iNumbers[iFirst + 2]};
+/// The same option; it asks a question, too.
+Option Asking(QueryOptions::Question iQuestion, QueryOptions& ioOptions, const Option& iOption) {
+    Option option = iOption;
+    option.store = [&ioOptions, iQuestion, store = iOption.store](const std::string& value) {
+        ioOptions.question = iQuestion;
+        return !store || store(value);
+    };
+    return option;
 }
 
-void TakePoint(Arguments& ioArguments, const char* iName, QueryOptions& oOptions) {
-    std::vector<float> numbers(3, 0.0F);
-    ioArguments.GetNumbers(iName, numbers.size(), numbers);
-    if (numbers.size() == 3) oOptions.point = PointOf(numbers, 0);
+Option PointOption(const char* iName, Point& oPoint, const char* iHelp) {
+    const auto store = [&oPoint](const float* numbers) {
+        oPoint = PointOf(numbers);
+        return true;
+    };
+    return Numbers(iName, "x,y,z", 3, store, iHelp);
 }
 
-void TakeBox(Arguments& ioArguments, QueryOptions& oOptions) {
-    std::vector<float> numbers(6, 0.0F);
-    ioArguments.GetNumbers("box", numbers.size(), numbers);
-    if (numbers.size() != 6) return;
-    oOptions.box = {PointOf(numbers, 0), PointOf(numbers, 3)};
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        if (oOptions.box.low[axis] <= oOptions.box.high[axis]) continue;
-        return ioArguments.Complain("-box wants its low corner first");
-    }
+Option BoxOption(Box& oBox) {
+    const auto store = [&oBox](const float* numbers) {
+        oBox = {PointOf(numbers), PointOf(numbers + 3)};
+        return std::equal(numbers, numbers + 3, numbers + 3, std::less_equal<>());
+    };
+    Option option = Numbers(
+        "box", "x0,y0,z0,x1,y1,z1", 6, store,
+        "The parts whose boxes meet that box. Its low corner comes first.");
+    option.wanted += ", the low corner first";
+    return option;
 }
 
-void TakeQuestion(Arguments& ioArguments, const Question& iQuestion, QueryOptions& oOptions) {
-    oOptions.question = iQuestion.question;
-    switch (iQuestion.question) {
-        case QueryOptions::Id:
-        case QueryOptions::Clash:
-            return ioArguments.GetText(iQuestion.name, oOptions.name);
-        case QueryOptions::InBox:
-            return TakeBox(ioArguments, oOptions);
-        case QueryOptions::At:
-        case QueryOptions::Near:
-            return TakePoint(ioArguments, iQuestion.name, oOptions);
-        default:
-            return;
-    }
+void AddQuestions(QueryOptions& ioOptions, Program& ioProgram) {
+    ioProgram.AddGroup("Questions");
+    const auto add = [&](QueryOptions::Question question, const Option& option) {
+        ioProgram.Add(Asking(question, ioOptions, option));
+    };
+    add(QueryOptions::Id,
+        Text(
+            "id", "NAME", ioOptions.name,
+            "The part of that identifier or, when there is none, all whose identifiers match it "
+            "as a shell pattern: `*` for any characters, `/` too, `?` for one, `[...]` for one of "
+            "some."));
+    add(QueryOptions::InBox, BoxOption(ioOptions.box));
+    add(QueryOptions::At, PointOption("point", ioOptions.point, "The parts that are solid there."));
+    add(QueryOptions::Near,
+        PointOption(
+            "near", ioOptions.point,
+            "The parts nearest to that point, as many as `-count` says, nearest first, by the "
+            "distance to their nearest solid cell."));
+    add(QueryOptions::Clash,
+        Text("clash", "NAME", ioOptions.name, "The parts whose solid meets that of the part."));
+    add(QueryOptions::List, Option{"list", "", "All parts."});
+    add(QueryOptions::Stats, Option{"stats", "", "Figures of the whole index."});
+    add(QueryOptions::Verify,
+        Option{
+            "verify", "",
+            "Whether the index is sound: the structure of every file, and that identifier, record, "
+            "octree and box lead to each other."});
 }
 
-void TakeQuestions(Arguments& ioArguments, QueryOptions& oOptions) {
-    unsigned int count = 0;
-    for (const Question& question : kQuestions) {
-        if (!Arguments::IsGiven(question.name)) continue;
-        if (++count == 1) TakeQuestion(ioArguments, question, oOptions);
-    }
-    if (count > 1) ioArguments.Complain("more than one question is asked");
-    if (count == 0 && !Arguments::IsGiven("export")) ioArguments.Complain("no question is asked");
-    if (Arguments::IsGiven("count") && oOptions.question != QueryOptions::Near) {
-        ioArguments.Complain("-count belongs to -near");
-    }
+void AddOptions(QueryOptions& ioOptions, Program& ioProgram) {
+    ioProgram.AddGroup("Options");
+    ioProgram.Add(Text("index", "BASE", ioOptions.base, "Folder of the index.")
+                      .Completed(Option::Completion::Folders)
+                      .Mandatory());
+    ioProgram.Add(WholeNumber(
+        "count", "K", 1, kMostParts, ioOptions.count, "How many parts `-near` gives at most."));
+    ioProgram.Add(Flag("json", ioOptions.json, "One JSON object on the standard output."));
+    ioProgram.Add(Choice<QueryOptions::Export>(
+        "export",
+        {
+            {"png", QueryOptions::Png},
+            {"ply", QueryOptions::Ply},
+            {"vtk", QueryOptions::Vtk}
+    },
+        ioOptions.exported,
+        "Writes the parts of the answer besides or, without a question, all. `png` is a picture of "
+        "all parts, with those of the answer, and the part of `-clash`, in front of the others in "
+        "colours. `ply` and `vtk` are the outer faces of the solid cells of the parts of the "
+        "answer, at most 8 levels deep, with a colour or a number for each part in the order of "
+        "the answer."));
+    ioProgram.Add(Text("output", "FILE", ioOptions.output, "Where the export goes.")
+                      .Default("`index.png`, `index.ply`, `index.vtk`")
+                      .Completed(Option::Completion::Files));
+    ioProgram.Add(Choice<UpAxis>(
+        "up",
+        {
+            {"y", UpAxis::Y},
+            {"z", UpAxis::Z}
+    },
+        ioOptions.up, "The axis that points upwards in a picture."));
 }
 
-void TakeExport(Arguments& ioArguments, QueryOptions& oOptions) {
-    std::size_t choice = 0;
-    ioArguments.GetChoice("export", {"png", "ply", "vtk"}, choice);
-    if (Arguments::IsGiven("export")) {
-        oOptions.exported = static_cast<QueryOptions::Export>(choice + 1);
-        oOptions.output = std::string("index") + kEndings[oOptions.exported];
-    } else if (Arguments::IsGiven("output") || Arguments::IsGiven("up")) {
-        ioArguments.Complain("-output and -up belong to -export");
-    }
-    ioArguments.GetText("output", oOptions.output);
-    std::size_t up = 1;
-    ioArguments.GetChoice("up", {"y", "z"}, up);
-    oOptions.up = up == 0 ? UpAxis::Y : UpAxis::Z;
+/// What of the options doesn't go together; empty: nothing.
+std::string Contradiction(const Program& iProgram, const QueryOptions& iOptions) {
+    const std::vector<Option>& questions = iProgram.groups.front().options;
+    const auto nAsked = std::count_if(
+        questions.begin(), questions.end(),
+        [](const Option& question) { return Arguments::IsGiven(question.name); });
+    const bool isExported = iOptions.exported != QueryOptions::None;
     const bool isOfParts =
-        oOptions.question != QueryOptions::Stats && oOptions.question != QueryOptions::Verify;
-    if (oOptions.exported != QueryOptions::None && !isOfParts) {
-        ioArguments.Complain("-stats and -verify give no parts to export");
+        iOptions.question != QueryOptions::Stats && iOptions.question != QueryOptions::Verify;
+    if (nAsked > 1) return "more than one question is asked";
+    if (nAsked == 0 && !isExported) return "no question is asked";
+    if (Arguments::IsGiven("count") && iOptions.question != QueryOptions::Near) {
+        return "-count belongs to -near";
     }
+    if (!isExported && (Arguments::IsGiven("output") || Arguments::IsGiven("up"))) {
+        return "-output and -up belong to -export";
+    }
+    if (isExported && !isOfParts) return "-stats and -verify give no parts to export";
+    return {};
 }
 
 }  // namespace
 
-Arguments::Result ReadQueryOptions(int iCount, char** iArguments, QueryOptions& oOptions) {
-    Arguments arguments("gridloom-query", kAbout);
-    Declare(arguments);
-    const Arguments::Result result = arguments.Read(iCount, iArguments);
-    if (result != Arguments::Result::Run) return result;
+Program QueryProgram(QueryOptions& ioOptions) {
+    Program program;
+    program.name = "gridloom-query";
+    program.arguments = "-index BASE QUESTION [OPTION...]";
+    program.about = kAbout;
+    AddQuestions(ioOptions, program);
+    AddOptions(ioOptions, program);
+    program.AddCommonOptions();
+    program.AddExit(ExitCode::Done, "Something was found; for `-verify`, the index is sound.");
+    program.AddExit(ExitCode::NothingFound, "Nothing was found.");
+    program.AddExit(ExitCode::Usage, "Wrong usage.");
+    program.AddExit(
+        ExitCode::Damaged,
+        "The index is damaged. The message names the file or the part, and what is wrong.");
+    program.AddExit(
+        ExitCode::Environment,
+        "The index can't be read, or the answer or the export can't be written.");
+    return program;
+}
+
+std::optional<ExitCode> ReadQueryOptions(int iCount, char** iArguments, QueryOptions& oOptions) {
+    const Program program = QueryProgram(oOptions);
+    Arguments arguments(program);
+    if (const auto end = arguments.Read(iCount, iArguments)) return end;
+    oOptions.tool = program.name;
     if (!arguments.Words().empty()) {
-        arguments.Complain("what is " + arguments.Words().front() + " for?");
+        return arguments.Refuse("'" + arguments.Words().front() + "' is no option");
     }
-    arguments.GetText("index", oOptions.base);
-    TakeQuestions(arguments, oOptions);
-    arguments.GetNumber("count", 1, static_cast<int>(kMostParts), oOptions.count);
-    TakeExport(arguments, oOptions);
-    oOptions.json = Arguments::IsGiven("json");
-    return arguments.GetResult();
+    const std::string contradiction = Contradiction(program, oOptions);
+    if (!contradiction.empty()) return arguments.Refuse(contradiction);
+    if (oOptions.output.empty()) {
+        oOptions.output = std::string("index") + kEndings[oOptions.exported];
+    }
+    return {};
 }

@@ -1,17 +1,19 @@
 #ifndef QueryOptions_h
 #define QueryOptions_h
 
-#include "Arguments.h"
+#include "Program.h"
 #include "Projection.h"
 #include "Solids.h"
 
+#include <optional>
 #include <string>
 
-/// What the operator asks an index.
+/// What the operator asks of gridloom-query.
 struct QueryOptions {
     enum Question { Id, InBox, At, Near, Clash, List, Stats, Verify, All };
     enum Export { None, Png, Ply, Vtk };
 
+    std::string tool;         ///< the program's name, for messages
     std::string base;         ///< of the index
     Question question = All;  ///< All: what is exported is everything
     std::string name;         ///< Id, Clash
@@ -24,7 +26,12 @@ struct QueryOptions {
     bool json = false;
 };
 
-/// Reads the command line. Help and version go to the standard output (Done), what is wrong to the standard error.
-Arguments::Result ReadQueryOptions(int iCount, char** iArguments, QueryOptions& oOptions);
+/// The table of the tool, bound to the options that it stores.
+Program QueryProgram(QueryOptions& ioOptions);
+
+/// Reads the command line. Help and version go to the standard output, what is wrong to the
+/// standard error.
+/// @return how the tool ends; nothing when it shall run
+std::optional<ExitCode> ReadQueryOptions(int iCount, char** iArguments, QueryOptions& oOptions);
 
 #endif

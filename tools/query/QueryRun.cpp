@@ -5,6 +5,7 @@
 #include "Console.h"
 #include "IndexCheck.h"
 #include "OutputFile.h"
+#include "StandardOutput.h"
 #include "SurfaceExport.h"
 
 #include <cstdio>
@@ -49,7 +50,9 @@ std::vector<NearPart> WithoutDistance(const Parts& iParts) {
 ExitCode QueryRun::Run() {
     try {
         _index.emplace(PartIndex::OpenBase(_options.base));
-        return Answer();
+        const ExitCode answered = Answer();
+        const Status flushed = FlushStandardOutput();
+        return flushed.Failed() ? Fail(flushed) : answered;
     } catch (const IndexError& error) {
         return Fail({error.isDamaged ? ExitCode::Damaged : ExitCode::Environment, error.what()});
     } catch (const std::bad_alloc&) {
@@ -113,7 +116,7 @@ ExitCode QueryRun::Export(const std::vector<NearPart>& iParts, ExitCode iAnswere
     const Status status =
         _options.exported == QueryOptions::Png ? ExportPicture(iParts) : ExportSurface(iParts);
     if (status.Failed()) return Fail(status.In(_options.output));
-    std::fprintf(stderr, "gridloom-query: wrote %s\n", Printable(_options.output).c_str());
+    PrintMessage(_options.tool, "wrote " + _options.output);
     return iAnswered;
 }
 
@@ -167,6 +170,6 @@ Status QueryRun::ExportSurface(const std::vector<NearPart>& iParts) const {
 }
 
 ExitCode QueryRun::Fail(const Status& iStatus) const {
-    std::fprintf(stderr, "gridloom-query: %s\n", Printable(iStatus.Text()).c_str());
+    PrintMessage(_options.tool, iStatus.Text());
     return iStatus.Code();
 }

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-/// One run of the tool that asks an index: a question, its answer on the standard output, and an export
-/// of what was found.
+/// One run of the tool that asks an index: a question, its answer on the standard output, and an
+/// export of what was found.
 class QueryRun {
 public:
     explicit QueryRun(const QueryOptions& iOptions) : _options(iOptions) {}

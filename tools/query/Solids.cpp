@@ -25,7 +25,8 @@ double LongestSide(const Box& iBox) {
     return longest;
 }
 
-/// Walks two solids together. It goes into the larger of two cells that meet, so that their sizes stay alike.
+/// Walks two solids together. It goes into the larger of two cells that meet, so that their sizes
+/// stay alike.
 class CommonWalk {
 public:
     CommonWalk(const Solid& iFirst, const Solid& iSecond) : _first(iFirst), _second(iSecond) {}

@@ -7,8 +7,8 @@
 
 #include <array>
 
-// A part is solid in the occupied cells of its octree, cut to its box: this is what queries ask about. Boxes and cells are
-// closed, so that parts which touch meet.
+// A part is solid in the occupied cells of its octree, cut to its box: this is what queries ask
+// about. Boxes and cells are closed, so that parts which touch meet.
 
 /// A point of the model's space, in model units.
 using Point = std::array<double, 3>;
@@ -42,11 +42,13 @@ public:
     /// The whole octree as one cell; false when nothing is in it.
     bool Root(SolidCell& oRoot) const;
 
-    /// The children of a cell that isn't full, in rising number, without those that are empty or outside the part's box.
+    /// The children of a cell that isn't full, in rising number, without those that are empty or
+    /// outside the part's box.
     /// @return how many of `oChildren` are set
     unsigned int Children(const SolidCell& iCell, std::array<SolidCell, 8>& oChildren) const;
 
-    /// Whether the part is solid somewhere in a box, or at a point when both its corners are that point.
+    /// Whether the part is solid somewhere in a box, or at a point when both its corners are that
+    /// point.
     bool Meets(const Box& iBox) const;
 
 private:

@@ -17,7 +17,8 @@ using Face = std::array<Corner, 4>;
 
 constexpr std::size_t kCorners = 4;
 
-/// Calls back with the corners of each outer face of a part's cells, anticlockwise seen from outside.
+/// Calls back with the corners of each outer face of a part's cells, anticlockwise seen from
+/// outside.
 template <class Take>
 void ForEachFace(const PLMIdxIBaseOctree& iOctree, const Take& iTake) {
     if (iOctree._depth == 0) return;

@@ -14,18 +14,19 @@
 struct ExportedPart {
     const PLMIdxIBaseOctree* octree;
     Colour colour;
-    unsigned int number;  ///< of the part, told apart in the file
+    unsigned int number;  ///< of the part in the file
 };
 
-/// Gives one part after the other, the same ones each time it is called; false behind the last.
+/// Gives one part after the other, the same ones each time it is called; false after the last.
 using ExportedParts = std::function<bool(std::size_t iPlace, ExportedPart& oPart)>;
 
-/// Writes the outer faces of the occupied cells as a binary PLY file: four vertices with the colour of their part for
-/// each face. Octrees deeper than VoxelGrid::kDeepest are taken down to that level.
-/// Fails for more than 2^31 vertices. A failure of the stream stays in the stream.
+/// Writes the outer faces of the occupied cells as a binary PLY file: four vertices with the colour
+/// of their part for each face. Octrees deeper than VoxelGrid::kDeepest are taken down to that
+/// level. Fails for more than 2^31 vertices. A failure of the stream stays in the stream.
 Status WritePly(const ExportedParts& iParts, std::FILE* ioFile);
 
-/// The same as a legacy VTK file of polygons, big-endian, with the number of its part for each face.
+/// The same as a legacy VTK file of polygons, big-endian, with the number of its part for each
+/// face.
 Status WriteVtk(const ExportedParts& iParts, std::FILE* ioFile);
 
 #endif

@@ -18,8 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kLockName[] = "gridloom-index.lock";
-
 PLMIdxDirectoryManager& Manager() {
     return PLMIdxDirectoryManager::GetIndexDirectoryManager();
 }
@@ -52,7 +50,7 @@ Status IndexBase::Prepare() {
 
 Status IndexBase::Lock() {
     constexpr mode_t kReadableByAll = 0666;  // less what the user's mask takes away
-    const std::string path = _path + "/" + kLockName;
+    const std::string path = _path + "/" + _lockName;
     _lock = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kReadableByAll);
     if (_lock < 0) return Status::System(errno).In(path);
     if (flock(_lock, LOCK_EX | LOCK_NB) == 0) return {};
@@ -62,8 +60,8 @@ Status IndexBase::Lock() {
     return Status::System(errno).In(path);
 }
 
-/// The library empties the sub-directory; what it doesn't do is made up for here: sub-directories that are
-/// missing, and the way of all names to the disk.
+/// The library empties the sub-directory; what it doesn't do is made up for here: sub-directories
+/// that are missing, and the way of all names to the disk.
 Status IndexBase::OpenFolder(std::string& oFolder) {
     errno = 0;
     VEXUnicodeString live;
@@ -73,7 +71,8 @@ Status IndexBase::OpenFolder(std::string& oFolder) {
         IDX_Failed(Manager().GetWritablePath(kIndexKind, writable, false, false))) {
         return Failure(_path + ": the index directory can't be made");
     }
-    // A run that was ended just after it had named the live sub-directory may not have made the two.
+    // A run that was ended just after it had named the live sub-directory may not have made the
+    // two.
     for (const VEXUnicodeString& folder : {live, writable}) {
         std::error_code error;
         fs::create_directories(folder.ConvertToChar(), error);

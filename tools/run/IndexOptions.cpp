@@ -1,5 +1,7 @@
 #include "IndexOptions.h"
 
+#include "Arguments.h"
+
 #include <algorithm>
 #include <sched.h>
 #include <unistd.h>
@@ -10,46 +12,19 @@ constexpr int kMostProcesses = 1024;
 constexpr int kMostMemoryMiB = 1 << 20;
 constexpr int kMostSeconds = 24 * 3600;
 
-constexpr char kAbout[] = R"(usage: gridloom-index -index BASE [options] FILE_OR_FOLDER...
+constexpr char kAbout[] =
+    "Turns every part of the given meshes (STL, OBJ, PLY, glTF, GLB, OFF, 3MF) into a voxel "
+    "octree and writes an index of all: octree images, boxes and identifiers. The new index "
+    "is written beside the live one under BASE, and takes its place when it is whole. A "
+    "folder means all meshes below it.";
 
-Turns every part of the given meshes (STL, OBJ, PLY, glTF, GLB, OFF, 3MF) into a voxel octree and
-writes an index of all: octree images, boxes and identifiers, beside the live index under BASE,
-which takes its place when it is whole. A folder stands for all meshes below it.
-
-  -name value, --name value and --name=value are the same; -- ends the options.
-
-Exit code: 0 done; 2 wrong usage or nothing to index; 3 done, but parts failed (they are named in
-failed.txt beside the report); 4 the new index is damaged; 5 full disk, no permission, locked and
-the like; 130 interrupted. With 2, 4, 5 and 130 the live index stays as it was.
-)";
-
-void Declare(Arguments& ioArguments) {
-    ioArguments.DeclareValue("index", true, "Base folder of the index; made when missing");
-    ioArguments.DeclareValue("depth", false, "Levels of the octrees, 2 to 19 (default: 7)");
-    ioArguments.DeclareValue(
-        "voxel", false,
-        "Stop when the cells are no longer than this, in model units (default: only the depth "
-        "counts)");
-    ioArguments.DeclareValue(
-        "jobs", false, "Processes at work at a time (default: the number of processors)");
-    ioArguments.DeclareFlag("strict", "Leave the live index as it is when any part has failed");
-    ioArguments.DeclareFlag("dry-run", "Do everything but writing");
-    ioArguments.DeclareValue(
-        "pictures", false, "Folder for a picture of each part (default: no pictures)");
-    ioArguments.DeclareValue(
-        "up", false,
-        "y or z: the axis that points upwards in pictures (default: z for STL and 3MF, else y)");
-    ioArguments.DeclareValue(
-        "progress", false,
-        "auto, bar, plain, json or none (default: auto, which is a bar on a terminal, else lines)");
-    ioArguments.DeclareFlag("quiet", "Tell failures only");
-    ioArguments.DeclareFlag("verbose", "Show the library's trace on the standard error");
-    ioArguments.DeclareValue("part-seconds", false, "Processor time for one part (default: 600)");
-    ioArguments.DeclareValue(
-        "import-seconds", false, "Processor time for the import of one file (default: 120)");
-    ioArguments.DeclareValue(
-        "import-memory", false, "Memory for the import of one file, in MiB (default: 4096)");
-}
+const std::vector<std::pair<std::string, ProgressStyle>> kProgressStyles = {
+    {"auto",  ProgressStyle::Auto },
+    {"bar",   ProgressStyle::Bar  },
+    {"plain", ProgressStyle::Plain},
+    {"json",  ProgressStyle::Json },
+    {"none",  ProgressStyle::None },
+};
 
 /// Processors that this process may use.
 unsigned int CountProcessors() {
@@ -59,47 +34,114 @@ unsigned int CountProcessors() {
     return static_cast<unsigned int>(std::clamp<long>(count, 1, kMostProcesses));
 }
 
-ProgressStyle GetProgress(Arguments& ioArguments, bool iIsQuiet) {
-    constexpr ProgressStyle kStyles[] = {
-        ProgressStyle::Bar, ProgressStyle::Plain, ProgressStyle::Json, ProgressStyle::None};
-    std::size_t choice = 0;
-    ioArguments.GetChoice("progress", {"auto", "bar", "plain", "json", "none"}, choice);
-    if (choice > 0) return kStyles[choice - 1];
+ProgressStyle StyleFor(bool iIsQuiet) {
     if (iIsQuiet) return ProgressStyle::None;
     return isatty(STDERR_FILENO) != 0 ? ProgressStyle::Bar : ProgressStyle::Plain;
 }
 
-void GetPipeline(Arguments& ioArguments, PipelineSettings& oSettings) {
-    ioArguments.GetNumber("depth", kShallowest, kDeepest, oSettings.build.parameters.depth);
-    ioArguments.GetLength("voxel", oSettings.build.parameters.cellSize);
-    oSettings.nProcesses = CountProcessors();
-    ioArguments.GetNumber("jobs", 1, kMostProcesses, oSettings.nProcesses);
-    ioArguments.GetNumber("part-seconds", 1, kMostSeconds, oSettings.build.seconds);
-    ioArguments.GetNumber("import-seconds", 1, kMostSeconds, oSettings.import.seconds);
-    ioArguments.GetNumber("import-memory", 1, kMostMemoryMiB, oSettings.import.memoryMiB);
-    if (!Arguments::IsGiven("up")) return;
-    std::size_t axis = 0;
-    ioArguments.GetChoice("up", {"y", "z"}, axis);
-    oSettings.up = axis == 0 ? UpAxis::Y : UpAxis::Z;
+void AddIndexOptions(IndexOptions& ioOptions, Program& ioProgram) {
+    ioProgram.AddGroup("Index");
+    ioProgram.Add(Text("index", "BASE", ioOptions.base, "Folder of the index; made when missing.")
+                      .Completed(Option::Completion::Folders)
+                      .Mandatory());
+    ioProgram.Add(WholeNumber(
+        "depth", "LEVELS", kShallowest, kDeepest, ioOptions.pipeline.build.parameters.depth,
+        "Levels of the octrees at most; 7 means 128 cells a side."));
+    ioProgram.Add(Length(
+                      "voxel", "LENGTH", ioOptions.pipeline.build.parameters.cellSize,
+                      "Stops as soon as the cells are no longer than this, in model units.")
+                      .Default("the depth alone counts"));
+    ioOptions.pipeline.nProcesses = CountProcessors();
+    ioProgram.Add(WholeNumber(
+                      "jobs", "N", 1, kMostProcesses, ioOptions.pipeline.nProcesses,
+                      "Processes at work at a time.")
+                      .Default("the number of processors")
+                      .Short('j'));
+    ioProgram.Add(Flag(
+        "strict", ioOptions.isStrict, "Leaves the live index as it is when any part has failed."));
+    ioProgram.Add(Flag(
+        "dry-run", ioOptions.isDryRun,
+        "Does everything but writing: nothing on the disk changes."));
+}
+
+void AddLimits(PipelineSettings& ioSettings, Program& ioProgram) {
+    ioProgram.AddGroup("Limits");
+    ioProgram.Add(WholeNumber(
+        "part-seconds", "S", 1, kMostSeconds, ioSettings.build.seconds,
+        "Processor time that the build of one part may take; ten times as long on the clock."));
+    ioProgram.Add(WholeNumber(
+        "import-seconds", "S", 1, kMostSeconds, ioSettings.import.seconds,
+        "The same for the import of one file."));
+    ioProgram.Add(WholeNumber(
+        "import-memory", "MIB", 1, kMostMemoryMiB, ioSettings.import.memoryMiB,
+        "Memory (address space) that the import of one file may use."));
+}
+
+void AddOutputOptions(IndexOptions& ioOptions, Program& ioProgram) {
+    ioProgram.AddGroup("Output");
+    ioProgram.Add(
+        Text("pictures", "FOLDER", ioOptions.pictureFolder, "Writes a picture of each part there.")
+            .Completed(Option::Completion::Folders)
+            .Default("no pictures"));
+    ioProgram.Add(Choice<std::optional<UpAxis>>(
+                      "up",
+                      {
+                          {"y", UpAxis::Y},
+                          {"z", UpAxis::Z}
+    },
+                      ioOptions.pipeline.up, "The axis that points upwards in pictures.")
+                      .Default("`z` for STL and 3MF, else `y`"));
+    ioProgram.Add(Choice<ProgressStyle>(
+        "progress", kProgressStyles, ioOptions.progress,
+        "`bar` moves on the standard error; `plain` is a line for each part, `json` one JSON "
+        "object a line, both on the standard output; `auto` is a bar on a terminal, else plain "
+        "lines."));
+    ioProgram.Add(Flag("quiet", ioOptions.isQuiet, "Names failures only."));
+    ioProgram.Add(
+        Flag("verbose", ioOptions.isVerbose, "Shows the library's trace on the standard error."));
 }
 
 }  // namespace
 
-Arguments::Result ReadIndexOptions(int iCount, char** iArguments, IndexOptions& oOptions) {
-    Arguments arguments("gridloom-index", kAbout);
-    Declare(arguments);
-    const Arguments::Result result = arguments.Read(iCount, iArguments);
-    if (result != Arguments::Result::Run) return result;
-    arguments.GetText("index", oOptions.base);
-    arguments.GetText("pictures", oOptions.pictureFolder);
-    oOptions.isStrict = Arguments::IsGiven("strict");
-    oOptions.isDryRun = Arguments::IsGiven("dry-run");
-    oOptions.isQuiet = Arguments::IsGiven("quiet");
-    oOptions.isVerbose = Arguments::IsGiven("verbose");
-    oOptions.progress = GetProgress(arguments, oOptions.isQuiet);
-    GetPipeline(arguments, oOptions.pipeline);
-    oOptions.pipeline.build.pictures = !oOptions.pictureFolder.empty() && !oOptions.isDryRun;
+Program IndexProgram(IndexOptions& ioOptions) {
+    Program program;
+    program.name = "gridloom-index";
+    program.arguments = "-index BASE [OPTION...] FILE_OR_FOLDER...";
+    program.about = kAbout;
+    program.takesFiles = true;
+    AddIndexOptions(ioOptions, program);
+    AddLimits(ioOptions.pipeline, program);
+    AddOutputOptions(ioOptions, program);
+    program.AddCommonOptions();
+    program.AddExit(ExitCode::Done, "Done: the new index is live.");
+    program.AddExit(
+        ExitCode::Usage, "Wrong usage, or no part to index. The live index is as it was.");
+    program.AddExit(
+        ExitCode::PartsFailed,
+        "Done, but parts failed; `failed.txt` beside the report names them. The new index is live; "
+        "with `-strict` the live index is as it was.");
+    program.AddExit(
+        ExitCode::Damaged,
+        "The verification has found the new index damaged. The live index is as it was.");
+    program.AddExit(
+        ExitCode::Environment,
+        "A full disk, no permission, another run that writes there, and the like. The live index "
+        "is as it was.");
+    program.AddExit(
+        ExitCode::Interrupted,
+        "Interrupted by SIGINT, SIGTERM or SIGHUP; another signal a second later ends the run at "
+        "once. The live index is as it was.");
+    return program;
+}
+
+std::optional<ExitCode> ReadIndexOptions(int iCount, char** iArguments, IndexOptions& oOptions) {
+    const Program program = IndexProgram(oOptions);
+    Arguments arguments(program);
+    if (const auto end = arguments.Read(iCount, iArguments)) return end;
+    oOptions.tool = program.name;
     oOptions.inputs = arguments.Words();
-    if (oOptions.inputs.empty()) arguments.Complain("no mesh file or folder is named");
-    return arguments.GetResult();
+    if (oOptions.inputs.empty()) return arguments.Refuse("no mesh file or folder is named");
+    oOptions.pipeline.build.pictures = !oOptions.pictureFolder.empty() && !oOptions.isDryRun;
+    if (oOptions.progress == ProgressStyle::Auto) oOptions.progress = StyleFor(oOptions.isQuiet);
+    return {};
 }

@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr char kReportName[] = "/gridloom-index.txt";
 constexpr char kFailedName[] = "/failed.txt";
 constexpr std::size_t kMostRows = 1000;  // of the table: what is kept doesn't grow with the parts
 
@@ -54,7 +53,8 @@ int ReportNumber(std::uint64_t iNumber) {
     return static_cast<int>(std::min(iNumber, kLargest));
 }
 
-/// What this process, or its children, used: the largest memory of one process, and processor time of all.
+/// What this process, or its children, used: the largest memory of one process, and processor time
+/// of all.
 void ReportUsage(const char* iWhose, __rusage_who iWho) {
     rusage usage = {};
     (void)getrusage(iWho, &usage);
@@ -100,17 +100,18 @@ const IndexRun::Step IndexRun::kSteps[] = {
 IndexRun::IndexRun(const IndexOptions& iOptions)
     : _options(iOptions),
       _files(FindInputFiles(iOptions.inputs)),
-      _console(iOptions.progress, iOptions.isQuiet),
+      _console(iOptions.tool, iOptions.progress, iOptions.isQuiet),
       _table(
           {"part", "triangles", "skipped", "depth", "cells by level", "solid cells", "inside",
            "image bytes", "ms"}),
-      _base(iOptions.base) {}
+      _base(iOptions.base, iOptions.tool + ".lock") {}
 
 IndexRun::~IndexRun() {
     if (_failedList != nullptr) (void)std::fclose(_failedList);  // each line was flushed
 }
 
-/// Whatever ends the steps, what isn't live is discarded, and the report is closed with its exit code.
+/// Whatever ends the steps, what isn't live is discarded, and the report is closed with its exit
+/// code.
 ExitCode IndexRun::Run() {
     ExitCode exitCode = ExitCode::Done;
     try {
@@ -164,7 +165,7 @@ void IndexRun::ReportEnd(const Status& iStatus) {
 Status IndexRun::OpenBase() {
     Status status = _base.Prepare();
     if (status.Failed()) return status;
-    const std::string path = _base.ReportFolder() + kReportName;
+    const std::string path = _base.ReportFolder() + "/" + _options.tool + ".txt";
     errno = 0;
     if (IDX_WT_Report::GetReport()->OpenWrite(path.c_str()) != IDX_True) {
         return Status::System(errno).In(path + " can't be written");
@@ -229,7 +230,7 @@ Status IndexRun::Verify() {
         isAlive = check.Receive();
         std::string message;
         while (check.NextMessage(message)) isAlive = DecodeCheck(message, latest) && isAlive;
-        TellVerification(latest.share);
+        ShowVerification(latest.share);
     }
     return JudgeVerification(latest, check.End());
 }
@@ -254,7 +255,7 @@ Status IndexRun::ReceivePart(const FinishedPart& iPart) {
     ++_nDone;
     _nTriangles += iPart.result.facts.nTriangles;
     _imageBytes += iPart.result.image.size();
-    TellPart(iPart);
+    ShowPart(iPart);
     AddToTable(iPart);
     return {};
 }
@@ -279,9 +280,9 @@ Status IndexRun::WritePicture(const FinishedPart& iPart) {
     return WriteWholeFile(path, bytes.data(), bytes.size()).In(path + " can't be written");
 }
 
-void IndexRun::TellVerification(double iShare) {
+void IndexRun::ShowVerification(double iShare) {
     if (_options.progress == ProgressStyle::Plain) return;
-    _console.Tell(
+    _console.ShowProgress(
         iShare, "verifying",
         {
             {"event", "verify"},
@@ -289,7 +290,7 @@ void IndexRun::TellVerification(double iShare) {
     });
 }
 
-void IndexRun::TellPart(const FinishedPart& iPart) {
+void IndexRun::ShowPart(const FinishedPart& iPart) {
     const PartFacts& facts = iPart.result.facts;
     const double inFile = static_cast<double>(iPart.iPart + 1) / static_cast<double>(iPart.nParts);
     const double share =
@@ -299,7 +300,7 @@ void IndexRun::TellPart(const FinishedPart& iPart) {
                              std::to_string(iPart.iPart + 1) + " of " +
                              std::to_string(iPart.nParts) + "] " + iPart.identifier;
     const auto number = [](auto iNumber) { return static_cast<double>(iNumber); };
-    _console.Tell(
+    _console.ShowProgress(
         share, _options.progress == ProgressStyle::Bar ? iPart.identifier : line,
         {
             {"event",     "part"                  },
@@ -364,7 +365,7 @@ void IndexRun::ReportResult() const {
 void IndexRun::Summarize(ExitCode iExitCode) {
     _console.ClearBar();
     if (_options.progress == ProgressStyle::Json) {
-        return _console.Tell(
+        return _console.ShowProgress(
             1.0,
             {
         },

@@ -16,11 +16,11 @@
 #include <string>
 #include <vector>
 
-/// One run of gridloom-index: a new index is written beside the live one, checked, and made live. Whatever
-/// ends the run before that leaves the live index as it was.
+/// One run of gridloom-index: a new index is written beside the live one, checked, and made live.
+/// Whatever ends the run before that leaves the live index as it was.
 ///
-/// The report of the run is gridloom-index.txt in the report folder of the base, and failed.txt beside it
-/// names what failed, a line each: the name, a tab, the reason.
+/// The report of the run is a file under the name of the tool in the report folder of the base, and
+/// failed.txt beside it names what failed, a line each: the name, a tab, the reason.
 class IndexRun final : public BatchReceiver {
 public:
     explicit IndexRun(const IndexOptions& iOptions);
@@ -51,8 +51,8 @@ private:
     Status WritePart(const FinishedPart& iPart);
     Status WritePicture(const FinishedPart& iPart);
     Status JudgeVerification(const CheckMessage& iResult, const ChildEnd& iEnd);
-    void TellVerification(double iShare);
-    void TellPart(const FinishedPart& iPart);
+    void ShowVerification(double iShare);
+    void ShowPart(const FinishedPart& iPart);
     void AddToTable(const FinishedPart& iPart);
     void ReportSettings() const;
     void ReportResult() const;
