@@ -4,22 +4,12 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <optional>
 #include <sstream>
 
 namespace {
 
 constexpr std::size_t kHelpWidth = 80;
 constexpr std::size_t kHelpColumn = 24;  // where the texts of options begin
-
-std::optional<int> WholeNumberOf(const std::string& iText) {
-    char* end = nullptr;
-    errno = 0;
-    const long number = std::strtol(iText.c_str(), &end, 10);
-    if (errno != 0 || iText.empty() || *end != '\0') return {};
-    if (number != static_cast<int>(number)) return {};
-    return static_cast<int>(number);
-}
 
 /// Finite numbers with commas between them; empty when the text isn't that.
 std::vector<float> NumbersOf(const std::string& iText) {
@@ -53,50 +43,7 @@ void AppendWrapped(const std::string& iText, std::size_t iColumn, std::string& i
     ioText += '\n';
 }
 
-template <class Integer>
-Option WholeNumberIn(
-    const char* iName,
-    const char* iPlaceholder,
-    int iLowest,
-    int iHighest,
-    Integer& oNumber,
-    const char* iHelp) {
-    const auto store = [=, &oNumber](const std::string& value) {
-        const std::optional<int> number = WholeNumberOf(value);
-        if (!number || *number < iLowest || *number > iHighest) return false;
-        oNumber = static_cast<Integer>(*number);
-        return true;
-    };
-    const std::string range = std::to_string(iLowest) + " to " + std::to_string(iHighest);
-    const std::string wanted = "a whole number from " + range;
-    return {iName, iPlaceholder, iHelp, store, wanted, range, std::to_string(oNumber)};
-}
-
 }  // namespace
-
-Option Option::Mandatory() const {
-    Option option = *this;
-    option.isMandatory = true;
-    return option;
-}
-
-Option Option::Short(char iLetter) const {
-    Option option = *this;
-    option.letter = iLetter;
-    return option;
-}
-
-Option Option::Completed(Completion iCompletion) const {
-    Option option = *this;
-    option.completion = iCompletion;
-    return option;
-}
-
-Option Option::Default(const std::string& iDefault) const {
-    Option option = *this;
-    option.standard = iDefault;
-    return option;
-}
 
 std::string Option::Usage() const {
     std::string usage;
@@ -113,8 +60,8 @@ std::string Option::Text() const {
 }
 
 void Program::AddCommonOptions() {
-    Add(Option{"help", "", "Prints the options and the exit codes."}.Short('h'));
-    Add(Option{"version", "", "Prints the version."}.Short('V'));
+    Add({"help", "", "Prints the options and the exit codes."}).letter = 'h';
+    Add({"version", "", "Prints the version."}).letter = 'V';
 }
 
 const Option* Program::Find(const std::string& iName) const {
@@ -147,59 +94,48 @@ std::string Program::Help() const {
     return help;
 }
 
-Option Flag(const char* iName, bool& oIsGiven, const char* iHelp) {
-    const auto store = [&oIsGiven](const std::string&) { return oIsGiven = true; };
-    return {iName, "", iHelp, store};
+std::optional<int> WholeNumberOf(const std::string& iText) {
+    char* end = nullptr;
+    errno = 0;
+    const long number = std::strtol(iText.c_str(), &end, 10);
+    if (errno != 0 || iText.empty() || *end != '\0') return {};
+    if (number != static_cast<int>(number)) return {};
+    return static_cast<int>(number);
 }
 
-Option Text(const char* iName, const char* iPlaceholder, std::string& oText, const char* iHelp) {
-    const auto store = [&oText](const std::string& value) {
-        oText = value;
-        return !value.empty();
+Option Flag(const Option& iOption, bool& oIsGiven) {
+    Option option = iOption;
+    option.store = [&oIsGiven](const std::string&) { return oIsGiven = true; };
+    return option;
+}
+
+Option Text(const Option& iOption, std::string& oText) {
+    Option option = iOption;
+    option.wanted = "a text";
+    option.store = [&oText](const std::string& text) {
+        oText = text;
+        return !text.empty();
     };
-    return {iName, iPlaceholder, iHelp, store, "a text"};
+    return option;
 }
 
-Option WholeNumber(
-    const char* iName,
-    const char* iPlaceholder,
-    int iLowest,
-    int iHighest,
-    int& oNumber,
-    const char* iHelp) {
-    return WholeNumberIn(iName, iPlaceholder, iLowest, iHighest, oNumber, iHelp);
-}
-
-Option WholeNumber(
-    const char* iName,
-    const char* iPlaceholder,
-    int iLowest,
-    int iHighest,
-    unsigned int& oNumber,
-    const char* iHelp) {
-    return WholeNumberIn(iName, iPlaceholder, iLowest, iHighest, oNumber, iHelp);
-}
-
-Option Length(const char* iName, const char* iPlaceholder, float& oLength, const char* iHelp) {
-    const auto store = [&oLength](const std::string& value) {
-        const std::vector<float> numbers = NumbersOf(value);
-        if (numbers.size() != 1 || numbers[0] <= 0.0F) return false;
-        oLength = numbers[0];
-        return true;
+Option Length(const Option& iOption, float& oLength) {
+    const auto store = [&oLength](const float* number) {
+        oLength = *number;
+        return oLength > 0.0F;
     };
-    return {iName, iPlaceholder, iHelp, store, "a length above 0"};
+    Option option = Numbers(iOption, 1, store);
+    option.wanted = "a length above 0";
+    return option;
 }
 
 Option Numbers(
-    const char* iName,
-    const char* iPlaceholder,
-    std::size_t iCount,
-    const std::function<bool(const float*)>& iStore,
-    const char* iHelp) {
-    const auto store = [=](const std::string& value) {
-        const std::vector<float> numbers = NumbersOf(value);
+    const Option& iOption, std::size_t iCount, const std::function<bool(const float*)>& iStore) {
+    Option option = iOption;
+    option.wanted = std::to_string(iCount) + " numbers with commas between them";
+    option.store = [iCount, iStore](const std::string& text) {
+        const std::vector<float> numbers = NumbersOf(text);
         return numbers.size() == iCount && iStore(numbers.data());
     };
-    const std::string wanted = std::to_string(iCount) + " numbers with commas between them";
-    return {iName, iPlaceholder, iHelp, store, wanted};
+    return option;
 }

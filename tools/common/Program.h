@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,9 +21,9 @@ struct Option {
     /// What a shell can offer for a value.
     enum class Completion { None, Files, Folders };
 
-    std::string name;         ///< without its dash
-    std::string placeholder;  ///< what help writes for the value; empty: the option takes none
-    std::string help;         ///< sentences
+    std::string name;              ///< without its dash
+    std::string placeholder = {};  ///< what help writes for the value; empty: takes none
+    std::string help = {};         ///< sentences
     std::function<bool(const std::string&)> store = {};  ///< keeps a value; false: it doesn't fit
     std::string wanted = {};                             ///< which values fit, for a message
     std::string range = {};                              ///< of a number, "2 to 19"; or empty
@@ -31,13 +32,6 @@ struct Option {
     bool isMandatory = false;
     Completion completion = Completion::None;
     char letter = '\0';  ///< a short form, `-j4` or `-j 4`; 0: none
-
-    // The same option with one thing changed.
-
-    Option Mandatory() const;
-    Option Short(char iLetter) const;
-    Option Completed(Completion iCompletion) const;
-    Option Default(const std::string& iDefault) const;
 
     bool TakesValue() const { return !placeholder.empty(); }
 
@@ -73,7 +67,11 @@ struct Program {
     std::vector<ExitMeaning> exits;
 
     void AddGroup(const char* iTitle) { groups.push_back({iTitle, {}}); }
-    void Add(const Option& iOption) { groups.back().options.push_back(iOption); }  ///< to the last
+
+    /// Adds an option to the last group.
+    /// @return it, until the next one is added
+    Option& Add(const Option& iOption) { return groups.back().options.emplace_back(iOption); }
+
     void AddExit(ExitCode iCode, const char* iMeaning) { exits.push_back({iCode, iMeaning}); }
 
     /// Help and version, to the last group. Arguments acts on them.
@@ -94,59 +92,57 @@ struct Program {
     std::string Help() const;
 };
 
-// Options by the kind of their value. What the variable holds is the default that help shows,
-// unless it is empty or 0.
+// Each of these gives the same option bound to a variable, by the kind of its value. What the
+// variable holds is the default of a number and of a choice.
 
 /// Without a value.
-Option Flag(const char* iName, bool& oIsGiven, const char* iHelp);
+Option Flag(const Option& iOption, bool& oIsGiven);
 
 /// A text that isn't empty.
-Option Text(const char* iName, const char* iPlaceholder, std::string& oText, const char* iHelp);
-
-Option WholeNumber(
-    const char* iName,
-    const char* iPlaceholder,
-    int iLowest,
-    int iHighest,
-    int& oNumber,
-    const char* iHelp);
-
-/// @param iLowest  not below 0
-Option WholeNumber(
-    const char* iName,
-    const char* iPlaceholder,
-    int iLowest,
-    int iHighest,
-    unsigned int& oNumber,
-    const char* iHelp);
+Option Text(const Option& iOption, std::string& oText);
 
 /// A finite number above 0.
-Option Length(const char* iName, const char* iPlaceholder, float& oLength, const char* iHelp);
+Option Length(const Option& iOption, float& oLength);
 
 /// Finite numbers with commas between them.
 /// @param iStore  gets iCount numbers; gives false when they don't fit together
 Option Numbers(
-    const char* iName,
-    const char* iPlaceholder,
-    std::size_t iCount,
-    const std::function<bool(const float*)>& iStore,
-    const char* iHelp);
+    const Option& iOption, std::size_t iCount, const std::function<bool(const float*)>& iStore);
 
-/// One of some words. The one that stands for what the variable holds is the default.
-/// @param iValues  each word and what it stands for
+/// The number that a whole text is, if it is one.
+std::optional<int> WholeNumberOf(const std::string& iText);
+
+/// @param iLowest  not below 0 for a variable that can't be
+template <class Integer>
+Option WholeNumber(const Option& iOption, int iLowest, int iHighest, Integer& oNumber) {
+    Option option = iOption;
+    option.range = std::to_string(iLowest) + " to " + std::to_string(iHighest);
+    option.wanted = "a whole number from " + option.range;
+    option.standard = std::to_string(oNumber);
+    option.store = [iLowest, iHighest, &oNumber](const std::string& text) {
+        const std::optional<int> number = WholeNumberOf(text);
+        if (!number || *number < iLowest || *number > iHighest) return false;
+        oNumber = static_cast<Integer>(*number);
+        return true;
+    };
+    return option;
+}
+
+/// One of some words.
+/// @param iValues  each word and what it means
 template <class Value>
 Option Choice(
-    const char* iName,
+    const Option& iOption,
     const std::vector<std::pair<std::string, Value>>& iValues,
-    Value& oValue,
-    const char* iHelp) {
-    Option option{iName, "", iHelp, {}, "one of"};
+    Value& oValue) {
+    Option option = iOption;
+    option.isChoice = true;
+    option.wanted = "one of";
     for (const auto& [word, value] : iValues) {
+        option.wanted += (option.placeholder.empty() ? " " : ", ") + word;
         option.placeholder += (option.placeholder.empty() ? "" : "|") + word;
-        option.wanted += (option.placeholder == word ? " " : ", ") + word;
         if (value == oValue) option.standard = "`" + word + "`";
     }
-    option.isChoice = true;
     option.store = [iValues, &oValue](const std::string& text) {
         for (const auto& [word, value] : iValues) {
             if (word != text) continue;

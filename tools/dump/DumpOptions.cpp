@@ -12,9 +12,10 @@ Program DumpProgram(DumpOptions& ioOptions) {
     program.takesFiles = true;
     program.AddGroup("Options");
     program.Add(Flag(
-        "json", ioOptions.json,
-        "One JSON object with `file`, `kind`, `size` and `blocks`; a block has `at`, `block` and "
-        "`fields`, a field has `at`, `name` and `value`."));
+        {"json", "",
+         "One JSON object with `file`, `kind`, `size` and `blocks`; a block has `at`, `block` and "
+         "`fields`, a field has `at`, `name` and `value`."},
+        ioOptions.json));
     program.AddCommonOptions();
     program.AddExit(ExitCode::Done, "Printed.");
     program.AddExit(ExitCode::Usage, "Wrong usage.");

@@ -28,22 +28,20 @@ Option Asking(QueryOptions::Question iQuestion, QueryOptions& ioOptions, const O
     return option;
 }
 
-Option PointOption(const char* iName, Point& oPoint, const char* iHelp) {
+Option PointOption(const Option& iOption, Point& oPoint) {
     const auto store = [&oPoint](const float* numbers) {
         oPoint = PointOf(numbers);
         return true;
     };
-    return Numbers(iName, "x,y,z", 3, store, iHelp);
+    return Numbers(iOption, 3, store);
 }
 
-Option BoxOption(Box& oBox) {
+Option BoxOption(const Option& iOption, Box& oBox) {
     const auto store = [&oBox](const float* numbers) {
         oBox = {PointOf(numbers), PointOf(numbers + 3)};
         return std::equal(numbers, numbers + 3, numbers + 3, std::less_equal<>());
     };
-    Option option = Numbers(
-        "box", "x0,y0,z0,x1,y1,z1", 6, store,
-        "The parts whose boxes meet that box. Its low corner comes first.");
+    Option option = Numbers(iOption, 6, store);
     option.wanted += ", the low corner first";
     return option;
 }
@@ -53,61 +51,65 @@ void AddQuestions(QueryOptions& ioOptions, Program& ioProgram) {
     const auto add = [&](QueryOptions::Question question, const Option& option) {
         ioProgram.Add(Asking(question, ioOptions, option));
     };
-    add(QueryOptions::Id,
-        Text(
-            "id", "NAME", ioOptions.name,
-            "The part of that identifier or, when there is none, all whose identifiers match it "
-            "as a shell pattern: `*` for any characters, `/` too, `?` for one, `[...]` for one of "
-            "some."));
-    add(QueryOptions::InBox, BoxOption(ioOptions.box));
-    add(QueryOptions::At, PointOption("point", ioOptions.point, "The parts that are solid there."));
-    add(QueryOptions::Near,
-        PointOption(
-            "near", ioOptions.point,
-            "The parts nearest to that point, as many as `-count` says, nearest first, by the "
-            "distance to their nearest solid cell."));
-    add(QueryOptions::Clash,
-        Text("clash", "NAME", ioOptions.name, "The parts whose solid meets that of the part."));
-    add(QueryOptions::List, Option{"list", "", "All parts."});
-    add(QueryOptions::Stats, Option{"stats", "", "Figures of the whole index."});
-    add(QueryOptions::Verify,
-        Option{
-            "verify", "",
-            "Whether the index is sound: the structure of every file, and that identifier, record, "
-            "octree and box lead to each other."});
+    const Option id = {
+        "id", "NAME",
+        "The part of that identifier or, when there is none, all whose identifiers match it as a "
+        "shell pattern: `*` for any characters, `/` too, `?` for one, `[...]` for one of some."};
+    const Option box = {
+        "box", "x0,y0,z0,x1,y1,z1",
+        "The parts whose boxes meet that box. Its low corner comes first."};
+    const Option point = {"point", "x,y,z", "The parts that are solid there."};
+    const Option near = {
+        "near", "x,y,z",
+        "The parts nearest to that point, as many as `-count` says, nearest first, by the distance "
+        "to their nearest solid cell."};
+    const Option clash = {"clash", "NAME", "The parts whose solid meets that of the part."};
+    const Option verify = {
+        "verify", "",
+        "Whether the index is sound: the structure of every file, and that identifier, record, "
+        "octree and box lead to each other."};
+    add(QueryOptions::Id, Text(id, ioOptions.name));
+    add(QueryOptions::InBox, BoxOption(box, ioOptions.box));
+    add(QueryOptions::At, PointOption(point, ioOptions.point));
+    add(QueryOptions::Near, PointOption(near, ioOptions.point));
+    add(QueryOptions::Clash, Text(clash, ioOptions.name));
+    add(QueryOptions::List, {"list", "", "All parts."});
+    add(QueryOptions::Stats, {"stats", "", "Figures of the whole index."});
+    add(QueryOptions::Verify, verify);
 }
 
 void AddOptions(QueryOptions& ioOptions, Program& ioProgram) {
     ioProgram.AddGroup("Options");
-    ioProgram.Add(Text("index", "BASE", ioOptions.base, "Folder of the index.")
-                      .Completed(Option::Completion::Folders)
-                      .Mandatory());
+    Option& base = ioProgram.Add(Text({"index", "BASE", "Folder of the index."}, ioOptions.base));
+    base.completion = Option::Completion::Folders;
+    base.isMandatory = true;
     ioProgram.Add(WholeNumber(
-        "count", "K", 1, kMostParts, ioOptions.count, "How many parts `-near` gives at most."));
-    ioProgram.Add(Flag("json", ioOptions.json, "One JSON object on the standard output."));
+        {"count", "K", "How many parts `-near` gives at most."}, 1, kMostParts, ioOptions.count));
+    ioProgram.Add(Flag({"json", "", "One JSON object on the standard output."}, ioOptions.json));
     ioProgram.Add(Choice<QueryOptions::Export>(
-        "export",
         {
-            {"png", QueryOptions::Png},
-            {"ply", QueryOptions::Ply},
-            {"vtk", QueryOptions::Vtk}
+            "export", "",
+            "Writes the parts of the answer besides or, without a question, all. `png` is a "
+            "picture "
+            "of all parts, with those of the answer, and the part of `-clash`, in front of the "
+            "others "
+            "in colours. `ply` and `vtk` are the outer faces of the solid cells of the parts of "
+            "the "
+            "answer, at most 8 levels deep, with a colour or a number for each part in the order "
+            "of "
+            "the answer."
     },
-        ioOptions.exported,
-        "Writes the parts of the answer besides or, without a question, all. `png` is a picture of "
-        "all parts, with those of the answer, and the part of `-clash`, in front of the others in "
-        "colours. `ply` and `vtk` are the outer faces of the solid cells of the parts of the "
-        "answer, at most 8 levels deep, with a colour or a number for each part in the order of "
-        "the answer."));
-    ioProgram.Add(Text("output", "FILE", ioOptions.output, "Where the export goes.")
-                      .Default("`index.png`, `index.ply`, `index.vtk`")
-                      .Completed(Option::Completion::Files));
+        {{"png", QueryOptions::Png}, {"ply", QueryOptions::Ply}, {"vtk", QueryOptions::Vtk}},
+        ioOptions.exported));
+    Option& output =
+        ioProgram.Add(Text({"output", "FILE", "Where the export goes."}, ioOptions.output));
+    output.standard = "`index.png`, `index.ply`, `index.vtk`";
+    output.completion = Option::Completion::Files;
     ioProgram.Add(Choice<UpAxis>(
-        "up",
         {
-            {"y", UpAxis::Y},
-            {"z", UpAxis::Z}
+            "up", "", "The axis that points upwards in a picture."
     },
-        ioOptions.up, "The axis that points upwards in a picture."));
+        {{"y", UpAxis::Y}, {"z", UpAxis::Z}}, ioOptions.up));
 }
 
 /// What of the options doesn't go together; empty: nothing.

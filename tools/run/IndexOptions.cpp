@@ -40,65 +40,68 @@ ProgressStyle StyleFor(bool iIsQuiet) {
 }
 
 void AddIndexOptions(IndexOptions& ioOptions, Program& ioProgram) {
+    BuildParameters& parameters = ioOptions.pipeline.build.parameters;
     ioProgram.AddGroup("Index");
-    ioProgram.Add(Text("index", "BASE", ioOptions.base, "Folder of the index; made when missing.")
-                      .Completed(Option::Completion::Folders)
-                      .Mandatory());
+    Option& base = ioProgram.Add(
+        Text({"index", "BASE", "Folder of the index; made when missing."}, ioOptions.base));
+    base.completion = Option::Completion::Folders;
+    base.isMandatory = true;
     ioProgram.Add(WholeNumber(
-        "depth", "LEVELS", kShallowest, kDeepest, ioOptions.pipeline.build.parameters.depth,
-        "Levels of the octrees at most; 7 means 128 cells a side."));
-    ioProgram.Add(Length(
-                      "voxel", "LENGTH", ioOptions.pipeline.build.parameters.cellSize,
-                      "Stops as soon as the cells are no longer than this, in model units.")
-                      .Default("the depth alone counts"));
+        {"depth", "LEVELS", "Levels of the octrees at most; 7 means 128 cells a side."},
+        kShallowest, kDeepest, parameters.depth));
+    Option& voxel = ioProgram.Add(Length(
+        {"voxel", "LENGTH", "Stops as soon as the cells are no longer than this, in model units."},
+        parameters.cellSize));
+    voxel.standard = "the depth alone counts";
     ioOptions.pipeline.nProcesses = CountProcessors();
-    ioProgram.Add(WholeNumber(
-                      "jobs", "N", 1, kMostProcesses, ioOptions.pipeline.nProcesses,
-                      "Processes at work at a time.")
-                      .Default("the number of processors")
-                      .Short('j'));
+    Option& jobs = ioProgram.Add(WholeNumber(
+        {"jobs", "N", "Processes at work at a time."}, 1, kMostProcesses,
+        ioOptions.pipeline.nProcesses));
+    jobs.standard = "the number of processors";
+    jobs.letter = 'j';
     ioProgram.Add(Flag(
-        "strict", ioOptions.isStrict, "Leaves the live index as it is when any part has failed."));
+        {"strict", "", "Leaves the live index as it is when any part has failed."},
+        ioOptions.isStrict));
     ioProgram.Add(Flag(
-        "dry-run", ioOptions.isDryRun,
-        "Does everything but writing: nothing on the disk changes."));
+        {"dry-run", "", "Does everything but writing: nothing on the disk changes."},
+        ioOptions.isDryRun));
 }
 
 void AddLimits(PipelineSettings& ioSettings, Program& ioProgram) {
     ioProgram.AddGroup("Limits");
     ioProgram.Add(WholeNumber(
-        "part-seconds", "S", 1, kMostSeconds, ioSettings.build.seconds,
-        "Processor time that the build of one part may take; ten times as long on the clock."));
+        {"part-seconds", "S",
+         "Processor time that the build of one part may take; ten times as long on the clock."},
+        1, kMostSeconds, ioSettings.build.seconds));
     ioProgram.Add(WholeNumber(
-        "import-seconds", "S", 1, kMostSeconds, ioSettings.import.seconds,
-        "The same for the import of one file."));
+        {"import-seconds", "S", "The same for the import of one file."}, 1, kMostSeconds,
+        ioSettings.import.seconds));
     ioProgram.Add(WholeNumber(
-        "import-memory", "MIB", 1, kMostMemoryMiB, ioSettings.import.memoryMiB,
-        "Memory (address space) that the import of one file may use."));
+        {"import-memory", "MIB", "Memory (address space) that the import of one file may use."}, 1,
+        kMostMemoryMiB, ioSettings.import.memoryMiB));
 }
 
 void AddOutputOptions(IndexOptions& ioOptions, Program& ioProgram) {
     ioProgram.AddGroup("Output");
-    ioProgram.Add(
-        Text("pictures", "FOLDER", ioOptions.pictureFolder, "Writes a picture of each part there.")
-            .Completed(Option::Completion::Folders)
-            .Default("no pictures"));
-    ioProgram.Add(Choice<std::optional<UpAxis>>(
-                      "up",
-                      {
-                          {"y", UpAxis::Y},
-                          {"z", UpAxis::Z}
+    Option& pictures = ioProgram.Add(Text(
+        {"pictures", "FOLDER", "Writes a picture of each part there."}, ioOptions.pictureFolder));
+    pictures.completion = Option::Completion::Folders;
+    pictures.standard = "no pictures";
+    Option& up = ioProgram.Add(Choice<std::optional<UpAxis>>(
+        {
+            "up", "", "The axis that points upwards in pictures."
     },
-                      ioOptions.pipeline.up, "The axis that points upwards in pictures.")
-                      .Default("`z` for STL and 3MF, else `y`"));
-    ioProgram.Add(Choice<ProgressStyle>(
-        "progress", kProgressStyles, ioOptions.progress,
-        "`bar` moves on the standard error; `plain` is a line for each part, `json` one JSON "
-        "object a line, both on the standard output; `auto` is a bar on a terminal, else plain "
-        "lines."));
-    ioProgram.Add(Flag("quiet", ioOptions.isQuiet, "Names failures only."));
-    ioProgram.Add(
-        Flag("verbose", ioOptions.isVerbose, "Shows the library's trace on the standard error."));
+        {{"y", UpAxis::Y}, {"z", UpAxis::Z}}, ioOptions.pipeline.up));
+    up.standard = "`z` for STL and 3MF, else `y`";
+    ioProgram.Add(Choice(
+        {"progress", "",
+         "`bar` moves on the standard error; `plain` is a line for each part, `json` one JSON "
+         "object a line, both on the standard output; `auto` is a bar on a terminal, else plain "
+         "lines."},
+        kProgressStyles, ioOptions.progress));
+    ioProgram.Add(Flag({"quiet", "", "Names failures only."}, ioOptions.isQuiet));
+    ioProgram.Add(Flag(
+        {"verbose", "", "Shows the library's trace on the standard error."}, ioOptions.isVerbose));
 }
 
 }  // namespace
