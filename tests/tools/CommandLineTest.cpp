@@ -1,10 +1,11 @@
-// Command lines, what they print, and their exit codes, as tests/golden/tools tells them. Each of its lines was compared
-// with docs/tools.md. In these files
+// Command lines, what they print, and their exit codes, as tests/golden/tools tells them. Each of
+// its lines was compared with docs/tools.md. In these files
 //   "# "  begins a remark,
 //   "$ "  a command line of the shell,
 //   "! "  a line on the standard error, after those on the standard output,
 //   "= "  the exit code, when it isn't 0.
-// T stands for a time. After a failure NAME.txt in the folder where the test runs has what comes now.
+// T stands for a time. After a failure NAME.txt in the folder where the test runs has what comes
+// now.
 
 #include "ToolRun.h"
 

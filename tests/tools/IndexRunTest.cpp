@@ -1,5 +1,6 @@
-// gridloom-index when something happens to it or to its children: a crash, a request to stop, damage on the way to the disk.
-// There is always a whole live index, and every part is accounted for.
+// gridloom-index when something happens to it or to its children: a crash, a request to stop,
+// damage on the way to the disk. There is always a whole live index, and every part is accounted
+// for.
 
 #include "ToolRun.h"
 
@@ -96,7 +97,8 @@ TEST_F(IndexRunTest, WhatIsDamagedOnItsWayToTheDiskNeverGoesLive) {
         SCOPED_TRACE(damage);
         const auto act = [&](pid_t) { Print(std::string("poke base/Dwh/2/") + damage); };
         Outcome outcome;
-        // After the three of the folder's start the first file is being synced, and all are written.
+        // After the three of the folder's start the first file is being synced, and all are
+        // written.
         ASSERT_TRUE(
             RunToCall(_folder, "gridloom-index -index base in", {{SYS_fsync}}, 4, act, outcome));
         EXPECT_EQ(outcome.exitCode, 4) << outcome.errors;

@@ -1,5 +1,6 @@
-// gridloom-index killed at every system call of its own that opens, writes, renames or removes something, one after the
-// other. There is always a whole index to be read, and the next run needs no hand.
+// gridloom-index killed at every system call of its own that opens, writes, renames or removes
+// something, one after the other. There is always a whole index to be read, and the next run needs
+// no hand.
 
 #include "ToolRun.h"
 

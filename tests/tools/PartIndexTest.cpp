@@ -1,5 +1,6 @@
-// A part index that gridloom-index has made, verified and asked in this process. The judge of every answer is a flat list of
-// the cells in which a part is solid, read off the stored bytes by their definition.
+// A part index that gridloom-index has made, verified and asked in this process. The judge of every
+// answer is a flat list of the cells in which a part is solid, read off the stored bytes by their
+// definition.
 
 #include "IndexCheck.h"
 #include "PartIndex.h"
@@ -75,7 +76,8 @@ std::vector<Box> CellsOf(const unsigned char* image, const Box& box) {
     return cells;
 }
 
-/// Boxes of all sizes, some of them flat, with corners on a coarse grid so that some touch: lines of tests/tools/boxes.
+/// Boxes of all sizes, some of them flat, with corners on a coarse grid so that some touch: lines
+/// of tests/tools/boxes.
 std::vector<Known> RandomBoxes(int count, std::string& lines) {
     std::mt19937 random(7);
     const auto number = [&](unsigned int below) { return static_cast<double>(random() % below); };

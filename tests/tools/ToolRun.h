@@ -8,8 +8,9 @@
 #include <functional>
 #include <string>
 
-// The batch tools as an operator runs them: by command lines of the shell, in a folder of the test's own. The tools are in
-// the path, and so is tests/tools/boxes, which makes meshes. MESHES names the folder of the others.
+// The batch tools as an operator runs them: by command lines of the shell, in a folder of the
+// test's own. The tools are in the path, and so is tests/tools/boxes, which makes meshes. MESHES
+// names the folder of the others.
 
 /// What came of a command line.
 struct Outcome {
@@ -47,8 +48,8 @@ public:
     Outcome Wait(bool isHeldOn = false) { return With(TracedProcess::Wait(isHeldOn)); }
 };
 
-/// Runs a tool up to its n-th system call of some kinds, counted from 1, and does something to it before it makes that
-/// call. Then the tool goes on, unless it was killed.
+/// Runs a tool up to its n-th system call of some kinds, counted from 1, and does something to it
+/// before it makes that call. Then the tool goes on, unless it was killed.
 /// @return false when it ended before
 bool RunToCall(
     const TemporaryFolder& folder,
