@@ -3,6 +3,8 @@
 #include "QueryOptions.h"
 #include "QueryRun.h"
 
+#include <csignal>
+
 #ifdef GRIDLOOM_SANITIZED
 // What the font library keeps until the end isn't ours.
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
@@ -11,6 +13,7 @@ extern "C" __attribute__((visibility("default"))) const char* __lsan_default_sup
 #endif
 
 int main(int iCount, char** iArguments) {
+    (void)std::signal(SIGXFSZ, SIG_IGN);  // a file at its size limit fails as on a full disk
     QueryOptions options;
     const auto end = ReadQueryOptions(iCount, iArguments, options);
     return NumberOf(end ? *end : QueryRun(options).Run());
