@@ -23,22 +23,23 @@ constexpr unsigned int kChildrenInHalf[3][2] = {
 constexpr unsigned int kLowBits = 0x5555;
 constexpr unsigned int kHighBits = 0xAAAA;
 
-/// The number of the child that lies in the half of each axis that the lowest bit names: 0 low, 1 high.
-inline unsigned int ChildNumber(unsigned int iX, unsigned int iY, unsigned int iZ) {
+/// The number of the child that lies in the half of each axis that the lowest bit names: 0 low, 1
+/// high.
+constexpr unsigned int ChildNumber(unsigned int iX, unsigned int iY, unsigned int iZ) {
     return (iX & 1U) | (iY & 1U) << 1U | (iZ & 1U) << 2U;
 }
 
 /// 1 when a child lies in the high half along an axis (0 to 2), else 0.
-inline unsigned int HalfOf(unsigned int iChild, unsigned int iAxis) {
+constexpr unsigned int HalfOf(unsigned int iChild, unsigned int iAxis) {
     return iChild >> iAxis & 1U;
 }
 
-inline unsigned int StateOf(unsigned int iStates, unsigned int iChild) {
+constexpr unsigned int StateOf(unsigned int iStates, unsigned int iChild) {
     return iStates >> (2 * iChild) & 3U;
 }
 
 /// The bits of a state at the place of a child, all others 0.
-inline unsigned int StateAt(unsigned int iState, unsigned int iChild) {
+constexpr unsigned int StateAt(unsigned int iState, unsigned int iChild) {
     return iState << (2 * iChild);
 }
 
@@ -49,18 +50,18 @@ inline void SetState(unsigned short& ioStates, unsigned int iChild, unsigned int
 }
 
 /// The low bit of each child that is OCTREE_PARTIAL.
-inline unsigned int PartialChildren(unsigned int iStates) {
+constexpr unsigned int PartialChildren(unsigned int iStates) {
     return iStates & ~(iStates >> 1) & kLowBits;
 }
 
 /// The low bit of each child that is OCTREE_FULL.
-inline unsigned int FullChildren(unsigned int iStates) {
+constexpr unsigned int FullChildren(unsigned int iStates) {
     return iStates >> 1 & ~iStates & kLowBits;
 }
 
 /// From the low bits of eight states to a mask of children: squeezes out the bits between them. The
 /// letters are the bits, highest first.
-inline unsigned int MaskOfChildren(unsigned int iLowBits) {
+constexpr unsigned int MaskOfChildren(unsigned int iLowBits) {
     unsigned int bits = iLowBits & kLowBits;  // .a.b.c.d.e.f.g.h
     bits = (bits | bits >> 1) & 0x3333U;      // ..ab..cd..ef..gh
     bits = (bits | bits >> 2) & 0x0F0FU;      // ....abcd....efgh

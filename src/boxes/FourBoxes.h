@@ -22,8 +22,8 @@ struct FourBoxes {
 };
 
 /// The volumes of the unions, lane by lane. A coordinate of `iFirst` stays unless that of `iSecond`
-/// lies strictly outside: of two equal numbers, and when one is a NaN, `minps` and `maxps` give their
-/// second operand.
+/// lies strictly outside: of two equal numbers, and when one is a NaN, `minps` and `maxps` give
+/// their second operand.
 inline FourFloats VolumesOfUnion(const FourBoxes& iFirst, const FourBoxes& iSecond) {
     FourFloats edges[3];
     for (unsigned int axis = 0; axis < 3; ++axis) {

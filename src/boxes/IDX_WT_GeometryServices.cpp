@@ -23,8 +23,8 @@ IDX_Point Moved(const IDX_Point& iPoint, float iDistance) {
     return {iPoint.x + iDistance, iPoint.y + iDistance, iPoint.z + iDistance};
 }
 
-/// Moves the corners of a box outward, axis by axis, as far as to `iLow` and `iHigh`. Each condition
-/// asks whether to move, so a NaN moves nothing.
+/// Moves the corners of a box outward, axis by axis, as far as to `iLow` and `iHigh`. Each
+/// condition asks whether to move, so a NaN moves nothing.
 void Enlarge(
     IDX_Point& ioBoxMin, IDX_Point& ioBoxMax, const IDX_Point& iLow, const IDX_Point& iHigh) {
     for (float IDX_Point::*axis : {&IDX_Point::x, &IDX_Point::y, &IDX_Point::z}) {

@@ -14,13 +14,13 @@
 #include <limits>
 #include <new>
 
-// The R-tree of A. Guttman, "R-trees: a dynamic index structure for spatial searching", SIGMOD 1984,
-// with volume instead of area. His steps are: ChooseLeaf (FindNode), the quadratic split (Split,
-// QuadraticSplitter) and AdjustTree.
+// The R-tree of A. Guttman, "R-trees: a dynamic index structure for spatial searching", SIGMOD
+// 1984, with volume instead of area. His steps are: ChooseLeaf (FindNode), the quadratic split
+// (Split, QuadraticSplitter) and AdjustTree.
 //
 // One insertion goes down from the root to a leaf, puts the entry there, and goes up again to bring
-// the boxes of the nodes above up to date. When the leaf is full, it is split; the new node becomes an
-// entry of the parent, which may be full, too.
+// the boxes of the nodes above up to date. When the leaf is full, it is split; the new node becomes
+// an entry of the parent, which may be full, too.
 
 namespace {
 

@@ -102,9 +102,9 @@ void QuadraticSplitter::FillColumns() {
     }
 }
 
-/// PickSeeds: the first of the pairs that waste most. A pair wastes the volume of a box around both,
-/// less the volumes of the two. Compares box i with four boxes j at a time, and looks at the four
-/// one by one only when one of them is above the worst waste so far.
+/// PickSeeds: the first of the pairs that waste most. A pair wastes the volume of a box around
+/// both, less the volumes of the two. Compares box i with four boxes j at a time, and looks at the
+/// four one by one only when one of them is above the worst waste so far.
 QuadraticSplitter::Pair QuadraticSplitter::FindSeeds() const {
     Pair seeds = {0, 1};
     float worst = VolumeOfUnion(_boxes[0], _boxes[1]) - _volumes[0] - _volumes[1];
@@ -152,8 +152,8 @@ void QuadraticSplitter::UpdateGrowth(unsigned int iGroup) {
 }
 
 /// PickNext: the place of the box whose two growths differ most. The order of the rows says nothing
-/// about the order of the boxes, so a tie is decided by the index. When all differences are NaNs, no
-/// lane has found a box, and the first undecided one is next.
+/// about the order of the boxes, so a tie is decided by the index. When all differences are NaNs,
+/// no lane has found a box, and the first undecided one is next.
 unsigned int QuadraticSplitter::StrongestPreference() const {
     Preferences best;
     const FourFloats end = _mm_set1_ps(static_cast<float>(_undecided));

@@ -178,8 +178,8 @@ unsigned int RTreeInnerNodes::FindLeaf(const IDX_Base_BoundingBox& iBox) {
     return child;
 }
 
-/// How much up to kFoursAtOnce groups of entries would grow. Finds the least growth in a first pass,
-/// and the entries that have it in a second one: both passes are free of branches.
+/// How much up to kFoursAtOnce groups of entries would grow. Finds the least growth in a first
+/// pass, and the entries that have it in a second one: both passes are free of branches.
 RTreeInnerNodes::Weighing RTreeInnerNodes::Weigh(
     const FourEntries* iFours, unsigned int iCount, const FourBoxes& iBox) {
     FourFloats growths[kFoursAtOnce];

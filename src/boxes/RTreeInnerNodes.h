@@ -7,9 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// A second copy of the inner nodes of an R-tree, laid out for a fast way down: the processor compares
-/// a box with four entries at once. The nodes in the storage are the tree; the copy repeats them. An
-/// R-tree without memory for the copy works without it and gives the same bytes.
+/// A second copy of the inner nodes of an R-tree, laid out for a fast way down: the processor
+/// compares a box with four entries at once. The nodes in the storage are the tree; the copy
+/// repeats them. An R-tree without memory for the copy works without it and gives the same bytes.
 ///
 /// The copies of the nodes have numbers, from 0. The object keeps the path of the last way down, by
 /// level: level 1 is the level above the leaves. Only nodes on that path ever change, so the
@@ -84,7 +84,8 @@ public:
 private:
     explicit RTreeInnerNodes(unsigned int iMaxChildren);
 
-    /// Entries 4k to 4k + 3 of a node. A place without an entry holds NaNs: no comparison chooses it.
+    /// Entries 4k to 4k + 3 of a node. A place without an entry holds NaNs: no comparison chooses
+    /// it.
     struct alignas(64) FourEntries {
         FourBoxes boxes;
         FourFloats volumes;

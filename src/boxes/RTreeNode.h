@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <cstring>
 
-/// A view of one node of an R-tree in its storage. The storage may move with each new node, so make a
-/// view anew after that.
+/// A view of one node of an R-tree in its storage. The storage may move with each new node, so make
+/// a view anew after that.
 class RTreeNode {
 public:
     using ChildRec = IDX_Base_RTree::ChildRec;
@@ -37,8 +37,8 @@ public:
         SetShort(offsetof(RTreeNodeHeader, slot), iSlot);
     }
 
-    // A box goes into the image as it lies in memory. So it is copied as bytes, even if its class has
-    // a copy operation of its own.
+    // A box goes into the image as it lies in memory. So it is copied as bytes, even if its class
+    // has a copy operation of its own.
 
     ChildRec Entry(unsigned int iSlot) const {
         ChildRec entry;

@@ -22,14 +22,15 @@ struct RTreeNodes {
     /// zero. The node has an entry.
     IDX_Base_BoundingBox BoxOf(unsigned int iNode) const;
 
-    /// Guttman's ChooseLeaf: which node of a level takes one more box. From the root down, it goes to
-    /// the child whose box grows least; among equals to the one with the smallest box, among these to
-    /// the one in the lowest slot.
+    /// Guttman's ChooseLeaf: which node of a level takes one more box. From the root down, it goes
+    /// to the child whose box grows least; among equals to the one with the smallest box, among
+    /// these to the one in the lowest slot.
     /// @param iLevel  not above the root's
     unsigned int Choose(const IDX_Base_BoundingBox& iBox, unsigned int iLevel) const;
 
     /// Whether the nodes form one or several trees that an insertion can walk: every offset is that
-    /// of a node, and every way down or up ends. For nodes that come from a file. Linear in the nodes.
+    /// of a node, and every way down or up ends. For nodes that come from a file. Linear in the
+    /// nodes.
     bool AreSound() const;
 
 private:

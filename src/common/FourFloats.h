@@ -8,10 +8,10 @@
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-// Four floats side by side in one register of SSE2, which every x86-64 processor has. A place for one
-// float is a lane. Mostly the lanes are x, y and z of a point or an extent, and a 0. The operators
-// +, -, * and / work lane by lane. A comparison gives a mask: all bits of a lane where it holds, else
-// none.
+// Four floats side by side in one register of SSE2, which every x86-64 processor has. A place for
+// one float is a lane. Mostly the lanes are x, y and z of a point or an extent, and a 0. The
+// operators +, -, * and / work lane by lane. A comparison gives a mask: all bits of a lane where it
+// holds, else none.
 
 using FourFloats = __m128;
 
@@ -21,8 +21,9 @@ inline unsigned int LanesOf(FourFloats iMask) {
 }
 
 /// The same for the lanes x, y and z alone.
+constexpr unsigned int kAllAxes = 7;
 inline unsigned int AxesOf(FourFloats iMask) {
-    return LanesOf(iMask) & 7u;
+    return LanesOf(iMask) & kAllAxes;
 }
 
 /// The absolute value of each lane: -0.0f is the sign bit alone.

@@ -3,9 +3,10 @@
 
 #include <cstdint>
 
-// A block of 4 x 4 x 4 cells as 64 bits: cell x + 4 y + 16 z for column x, row y and layer z.
+// A set of cells of a block of 4 x 4 x 4 cells, as 64 bits: bit x + 4 y + 16 z is the cell in
+// column x, row y and layer z. A slab is a column, a row or a layer: 16 cells.
 
-/// For each axis and each mask of slabs (columns, rows, layers), the cells in them.
+/// For each axis, the cells of a set of slabs. The set is a mask with bit s for slab s.
 struct CellsOfSlabsTable {
     std::uint64_t cells[3][16];
     constexpr CellsOfSlabsTable() : cells() {
@@ -21,21 +22,27 @@ struct CellsOfSlabsTable {
 };
 inline constexpr CellsOfSlabsTable kCellsOfSlabs;
 
-/// The cells in some of the columns, the rows and the layers.
+/// The cells that are in one of the columns, in one of the rows and in one of the layers.
 inline std::uint64_t CellsOfSlabs(unsigned int iColumns, unsigned int iRows, unsigned int iLayers) {
     return kCellsOfSlabs.cells[0][iColumns] & kCellsOfSlabs.cells[1][iRows] &
            kCellsOfSlabs.cells[2][iLayers];
 }
 
-/// Exchanges the bits of a mask with those that lie higher by a shift.
+/// Exchanges each bit of a mask with the bit that is higher by a shift (delta swap: D. E. Knuth,
+/// "The Art of Computer Programming", volume 4A, 7.1.3).
 inline std::uint64_t SwapBits(std::uint64_t iBits, std::uint64_t iMask, unsigned int iShift) {
     const std::uint64_t change = (iBits ^ iBits >> iShift) & iMask;
     return iBits ^ change ^ change << iShift;
 }
 
-/// The cells of a block that is a node set, as cell j of leaf group g at bit 8 g + j. The bits of a cell's
-/// place go, highest first,
+/// From a set of cells of a node set as above to the order of its leaf groups: bit 8 g + j is cell
+/// j of leaf group g. This is the Morton order of the cells. A bit moves to the place whose number
+/// has the bits of its own number in another order. Each step exchanges two of them, highest first:
+///
 ///   z1 z0 y1 y0 x1 x0  ->  z1 z0 y1 x1 y0 x0  ->  z1 x1 y1 z0 y0 x0  ->  z1 y1 x1 z0 y0 x0
+///
+/// The mask of a step has the bits whose number has the lower one of the two set and the higher one
+/// not.
 inline std::uint64_t CellsByLeafGroup(std::uint64_t iCells) {
     iCells = SwapBits(iCells, 0x0C0C0C0C0C0C0C0Cu, 2);
     iCells = SwapBits(iCells, 0x0000F0F00000F0F0u, 12);

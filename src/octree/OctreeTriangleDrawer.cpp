@@ -17,49 +17,55 @@ constexpr float kFirstFactor = 1.0f;
 constexpr float kSecondFactor = 1.0001f;
 constexpr unsigned int kCodeBits = 32;
 
-/// A block of 4 x 4 x 4 cells lies in at most so many node sets.
+/// A block of 4 x 4 x 4 cells is in at most so many node sets.
 constexpr unsigned int kNodeSetsOfBlock = 8;
 constexpr unsigned int kNodeSize = sizeof(Node);
 constexpr unsigned int kNodeSetSize = sizeof(NodeSet);
 
-/// Both bits of the field of each child in a mask of children.
-constexpr std::array<unsigned short, 256> kSurfaceFields = [] {
+/// From a mask of children to eight states: OCTREE_SURFACE for these children, else OCTREE_EMPTY.
+constexpr std::array<unsigned short, 256> kSurfaceStates = [] {
     std::array<unsigned short, 256> table = {};
     for (unsigned int mask = 0; mask < 256; ++mask) {
-        unsigned int fields = 0;
-        for (unsigned int c = 0; c < kChildren; ++c) fields |= (mask >> c & 1u) * 3u << (2 * c);
-        table[mask] = static_cast<unsigned short>(fields);
+        unsigned int states = 0;
+        for (unsigned int c = 0; c < kChildren; ++c) {
+            states |= StateAt((mask >> c & 1u) * OCTREE_SURFACE, c);
+        }
+        table[mask] = static_cast<unsigned short>(states);
     }
     return table;
 }();
 
-/// Lanes x, y, z that are all ones where the child number has a bit.
+/// For each child a mask of the lanes x, y, z: set where the child is in the high half of the axis.
 const __m128i kHighHalves[kChildren] = {
     _mm_setr_epi32(0, 0, 0, 0),   _mm_setr_epi32(-1, 0, 0, 0),   _mm_setr_epi32(0, -1, 0, 0),
     _mm_setr_epi32(-1, -1, 0, 0), _mm_setr_epi32(0, 0, -1, 0),   _mm_setr_epi32(-1, 0, -1, 0),
     _mm_setr_epi32(0, -1, -1, 0), _mm_setr_epi32(-1, -1, -1, 0),
 };
 
-/// The slabs of a block that lie in the same node set as one of them, along one axis: a node set ends where
-/// the number of a slab is a multiple of 4.
+/// Along one axis, a mask of the slabs of a block that are in the same node set as one of them. A
+/// new node set begins where the number of a slab in the octree is a multiple of 4. So a block is
+/// in one or two node sets along an axis.
+/// @param iLow   number of the block's first slab in the octree
+/// @param iSlab  number of a slab in the block
 unsigned int SlabsOfOneNodeSet(unsigned int iLow, unsigned int iSlab) {
     const unsigned int first = 0xFu >> (iLow & 3u);
     return (first >> iSlab & 1u) != 0 ? first : 0xFu & ~first;
 }
 
-/// The child in which a code lies, `iLevel` steps down from the root.
+/// The child that the way down to a code enters from a cell of a level.
 unsigned int ChildAt(const unsigned int (&iCode)[3], unsigned int iLevel) {
     const unsigned int bit = kCodeBits - 1 - iLevel;
-    return (iCode[0] >> bit & 1u) | (iCode[1] >> bit & 1u) << 1 | (iCode[2] >> bit & 1u) << 2;
+    return ChildNumber(iCode[0] >> bit, iCode[1] >> bit, iCode[2] >> bit);
 }
 
-/// The number of leading bits in which two codes agree on all three axes.
+/// The number of steps from the root that the ways down to two codes have in common: the leading
+/// bits in which the codes agree on all three axes.
 unsigned int CommonLevels(const unsigned int (&iA)[3], const unsigned int (&iB)[3]) {
     const unsigned int differences = (iA[0] ^ iB[0]) | (iA[1] ^ iB[1]) | (iA[2] ^ iB[2]);
     return static_cast<unsigned int>(std::countl_zero(differences));
 }
 
-/// True for an octree of which nothing is made but the root.
+/// True for an octree that has no cell but the root.
 bool IsEmpty(const PLMIdxWTWorkingOctree& iOctree) {
     unsigned char* arena = WorkingOctreeAccess::Arena(iOctree);
     if (iOctree._depth != 2) return NodeAt(arena, 0).states == 0;
@@ -67,20 +73,19 @@ bool IsEmpty(const PLMIdxWTWorkingOctree& iOctree) {
     return std::all_of(words, words + kChildren, [](auto iWord) { return iWord == kEmptyGroup; });
 }
 
+/// Whether one of the 64 cells is OCTREE_FULL. Looks at the states of 32 cells at once.
 bool HoldsFullCell(const NodeSet& iNodeSet) {
     std::uint64_t words[2];
     std::memcpy(words, iNodeSet.words, sizeof(words));
+    constexpr std::uint64_t kLowBitsOfFour = kLowBits * 0x0001000100010001u;  // of four words
     const std::uint64_t full = (words[0] >> 1 & ~words[0]) | (words[1] >> 1 & ~words[1]);
-    return (full & 0x5555555555555555u) != 0;
+    return (full & kLowBitsOfFour) != 0;
 }
 
-/// Of eight two-bit states, a mask of the children that are OCTREE_FULL.
+/// Of eight states, a mask of the children that are OCTREE_FULL.
 unsigned int FullOf(unsigned int iStates) {
     const unsigned int full = FullChildren(iStates);
-    if (full == 0) return 0;
-    unsigned int children = 0;
-    for (unsigned int c = 0; c < kChildren; ++c) children |= (full >> (2 * c) & 1u) << c;
-    return children;
+    return full == 0 ? 0 : MaskOfChildren(full);  // while drawing there is hardly ever one
 }
 
 }  // namespace
@@ -94,11 +99,11 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
       _arena(WorkingOctreeAccess::Arena(ioOctree)),
       _nCellsByDepth(WorkingOctreeAccess::Counts(ioOctree)),
       _lattice(ioOctree),
-      _asks(!OverlapTestIsOurs()),
-      _usesLattice(!_asks && IsEmpty(ioOctree)),
+      _exactOnly(!OverlapTestIsOurs()),
+      _usesLattice(!_exactOnly && IsEmpty(ioOctree)),
       _roomForBlock(kNodeSetsOfBlock * (_depth * kNodeSize + kNodeSetSize)),
       _lastCode{},
-      _known(0) {
+      _knownLevels(0) {
     _extents[0] = AxesFrom(_size);
     for (unsigned int level = 1; level <= _depth; ++level) {
         _extents[level] = _extents[level - 1] * _mm_set1_ps(0.5f);
@@ -107,7 +112,8 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
     _lows[0] = AxesFrom(_origin);
 }
 
-/// Marks the cells of a small triangle. The arena has room for all that it takes.
+/// Marks the cells of a small triangle, one node set after the other. The arena has room for all
+/// records that this may make.
 void OctreeTriangleDrawer::DrawCells(const LatticeCells& iCells) {
     const unsigned int(&low)[3] = iCells.low;
     if (iCells.inOneNodeSet) {
@@ -151,22 +157,26 @@ NodeSet& OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
     const std::uint64_t key = x | std::uint64_t{y} << 20 | std::uint64_t{z} << 40;
     VisitedNodeSet& visited = _visited[(x & 3u) | (y & 3u) << 2 | (z & 3u) << 4];
     if (visited.key == key) return NodeSetAt(_arena, visited.offset);
+    // The way down goes through codes, so that it may share steps with the last triangle's.
     const unsigned int shift = kCodeBits - _depth;
     const VertexCode code = {
         {iCell[0] << shift, iCell[1] << shift, iCell[2] << shift}
     };
     const unsigned int end = _depth - 2;
-    unsigned int level = std::min(CommonLevels(code.axes, _lastCode.axes), _known);
+    unsigned int level = std::min(CommonLevels(code.axes, _lastCode.axes), _knownLevels);
     for (; level < end; ++level) (void)StepInto(ChildAt(code.axes, level), level);  // there is room
     Remember(code, end);
     visited = {key, _path[end].offset};
     return NodeSetAt(_arena, visited.offset);
 }
 
+/// Draws a small triangle at once, and any other one in stages. A triangle counts as drawn by the
+/// second stage when it touches several cells: the vertices separate somewhere above them.
 long int OctreeTriangleDrawer::Draw(
     const IDX_Point& iP1, const IDX_Point& iP2, const IDX_Point& iP3, int& ioNDrawn) {
     const FourFloats vertices[3] = {AxesFrom(iP1), AxesFrom(iP2), AxesFrom(iP3)};
-    // Where the arena may fill up, records have to be made in the order of the cells.
+    // When the arena is nearly full, the order in which records are made decides which ones are
+    // made. Only the stages make them in the order of the cells.
     if (!_usesLattice || WorkingOctreeAccess::Room(_octree) < _roomForBlock) {
         return DrawInStages(vertices, ioNDrawn);
     }
@@ -178,6 +188,7 @@ long int OctreeTriangleDrawer::Draw(
     return IDX_S_OK;
 }
 
+/// The two stages, and the second attempt with larger boxes.
 long int OctreeTriangleDrawer::DrawInStages(const FourFloats (&iVertices)[3], int& ioNDrawn) {
     const VertexCode codes[3] = {
         _lattice.CodeOf(iVertices[0]), _lattice.CodeOf(iVertices[1]),
@@ -189,14 +200,14 @@ long int OctreeTriangleDrawer::DrawInStages(const FourFloats (&iVertices)[3], in
         case Walk::Failed:
             return TraceStatus(
                 "PLMIdxOctreeBuilder.DrawTriangle.PLMIdxWorkingOctree.MoveCreate", IDX_E_FAIL);
-        case Walk::Parted:
+        case Walk::Continue:
             break;
     }
     float vertices[3][3];
     for (unsigned int i = 0; i < 3; ++i) StoreAxes(iVertices[i], vertices[i]);
     const FourFloats halfSize = _extents[level] * _mm_set1_ps(0.5f);
     const FourFloats centre = _lows[level] + halfSize;
-    TriangleCells triangle(vertices, centre, halfSize, kFirstFactor, _asks);
+    TriangleCells triangle(vertices, centre, halfSize, kFirstFactor, _exactOnly);
     long int status = DrawBelow(_path[level], centre, halfSize, triangle, _depth);
     if (IDX_Failed(status)) {
         return TraceStatus(
@@ -216,34 +227,37 @@ long int OctreeTriangleDrawer::DrawInStages(const FourFloats (&iVertices)[3], in
     return status;
 }
 
-/// The first stage.
-/// @param oLevel  where the vertices part: level of the cell that still holds all three
+/// The first stage: goes down as long as all three vertices are in the same child. Begins where the
+/// way of the last triangle leaves this one.
+/// @param oLevel  level of the last cell that holds all three vertices
 OctreeTriangleDrawer::Walk OctreeTriangleDrawer::WalkCommonPath(
     const VertexCode (&iCodes)[3], unsigned int& oLevel) {
     const auto& code = iCodes[0].axes;
     const unsigned int common =
         std::min(CommonLevels(code, iCodes[1].axes), CommonLevels(code, iCodes[2].axes));
     const unsigned int end = std::min(common, _depth);
-    unsigned int level = std::min({CommonLevels(code, _lastCode.axes), _known, end});
-    _known = level;  // for the case that a trace sink throws on the way
+    unsigned int level = std::min({CommonLevels(code, _lastCode.axes), _knownLevels, end});
+    _knownLevels = level;  // a trace sink may throw on the way: what is known until then
     for (; level < end; ++level) {
         const Walk walk = StepInto(ChildAt(code, level), level);
-        if (walk != Walk::Parted) {
+        if (walk != Walk::Continue) {
             Remember(iCodes[0], level);
             return walk;
         }
     }
     Remember(iCodes[0], level);
     oLevel = level;
-    return level == _depth ? Walk::Done : Walk::Parted;
+    return level == _depth ? Walk::Done : Walk::Continue;
 }
 
+/// Keeps the way down to a code, as far as its records are made, for the next triangle.
 void OctreeTriangleDrawer::Remember(const VertexCode& iCode, unsigned int iLevel) {
     _lastCode = iCode;
-    _known = std::min(iLevel, _depth - 2);
+    _knownLevels = std::min(iLevel, _depth - 2);
 }
 
-/// One step of the first stage, from the cell of a level into a child.
+/// One step of the first stage, from the cell of a level into a child. A full child holds the
+/// triangle already.
 OctreeTriangleDrawer::Walk OctreeTriangleDrawer::StepInto(
     unsigned int iChild, unsigned int iLevel) {
     IDX_Base_Octree_Iterator& child = _path[iLevel + 1];
@@ -252,7 +266,7 @@ OctreeTriangleDrawer::Walk OctreeTriangleDrawer::StepInto(
     if (!Enter(child, iChild)) return Walk::Failed;
     const FourFloats step = _mm_and_ps(_mm_castsi128_ps(kHighHalves[iChild]), _extents[iLevel + 1]);
     _lows[iLevel + 1] = _lows[iLevel] + step;
-    return Walk::Parted;
+    return Walk::Continue;
 }
 
 unsigned int OctreeTriangleDrawer::StateOfChild(
@@ -261,7 +275,7 @@ unsigned int OctreeTriangleDrawer::StateOfChild(
     return StateOfGroup(NodeSetAt(_arena, iIterator.offset).words[iChild]);
 }
 
-/// MoveCreate, without a call where the child is there.
+/// Does what MoveCreate() does. Where the child's record exists, no call is needed.
 bool OctreeTriangleDrawer::Enter(IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild) {
     const unsigned int levelsBelow = _depth - ioIterator.depth;
     if (levelsBelow >= 3) {
@@ -274,7 +288,8 @@ bool OctreeTriangleDrawer::Enter(IDX_Base_Octree_Iterator& ioIterator, unsigned 
     return !IDX_Failed(_octree.MoveCreate(ioIterator, iChild));
 }
 
-/// Children that are OCTREE_FULL: they need no drawing, and a triangle that reaches one is drawn.
+/// A mask of the children that are OCTREE_FULL. They need no drawing, and a triangle that reaches
+/// one of them counts as drawn.
 unsigned int OctreeTriangleDrawer::FullChildren(
     unsigned int iOffset, unsigned int iLevelsBelow) const {
     if (iLevelsBelow != 2) return FullOf(WordAt(_arena, iOffset));
@@ -286,6 +301,9 @@ unsigned int OctreeTriangleDrawer::FullChildren(
     return children;
 }
 
+/// In a node set all 64 cells are tried at once. Otherwise, or when that leaves a cell open, the
+/// children are sorted into touched, not touched and open; the exact test decides the open ones,
+/// one by one in rising number; and the walk goes on in those that are touched.
 long int OctreeTriangleDrawer::DrawBelow(
     const IDX_Base_Octree_Iterator& iIterator,
     FourFloats iCentre,
@@ -318,8 +336,7 @@ long int OctreeTriangleDrawer::DrawBelow(
             continue;
         }
         const FourFloats high = _mm_castsi128_ps(kHighHalves[c]);
-        const FourFloats centre =
-            _mm_or_ps(_mm_and_ps(high, cells.centres[1]), _mm_andnot_ps(high, cells.centres[0]));
+        const FourFloats centre = Select(high, cells.centres[1], cells.centres[0]);
         const long int status = DrawBelow(child, centre, cells.halfSize, ioTriangle, iLastDepth);
         if (IDX_Failed(status)) return IDX_E_FAIL;
         drawn = drawn || status == IDX_S_OK;
@@ -328,25 +345,31 @@ long int OctreeTriangleDrawer::DrawBelow(
 }
 
 /// Makes cells of a leaf group OCTREE_SURFACE and counts those that were empty.
+/// @param iCells  bit j for cell j
 void OctreeTriangleDrawer::MarkCellsOfGroup(unsigned short& ioWord, unsigned int iCells) {
-    const unsigned int fields = kSurfaceFields[iCells];
-    const unsigned int fresh = fields & kLowBits & ~(ioWord | ioWord >> 1);
-    _nCellsByDepth[_depth] += std::popcount(fresh);
-    ioWord = static_cast<unsigned short>(ioWord | fields);
+    const unsigned int states = kSurfaceStates[iCells];
+    const unsigned int fresh = states & kLowBits & ~(ioWord | ioWord >> 1);  // both bits were 0
+    _nCellsByDepth[_depth] += static_cast<int>(CountBits(fresh));
+    ioWord = static_cast<unsigned short>(ioWord | states);
 }
 
-/// The same for all cells of a node set; a leaf group that was empty is counted with its first cells.
+/// The same for cells of a node set. A leaf group that was empty is counted as a cell of its own
+/// level.
+/// @param iCells  bit 8 g + j for cell j of leaf group g
 void OctreeTriangleDrawer::MarkCells(NodeSet& ioNodeSet, std::uint64_t iCells) {
     for (std::uint64_t rest = iCells; rest != 0;) {
         const auto group = static_cast<unsigned int>(std::countr_zero(rest)) / kChildren;
         const unsigned int shift = kChildren * group;
         unsigned short& word = ioNodeSet.words[group];
         if (word == kEmptyGroup) ++_nCellsByDepth[_depth - 1];
-        MarkCellsOfGroup(word, iCells >> shift & 0xFFu);
-        rest &= ~(std::uint64_t{0xFF} << shift);
+        MarkCellsOfGroup(word, iCells >> shift & kAllChildren);
+        rest &= ~(std::uint64_t{kAllChildren} << shift);
     }
 }
 
+/// The second stage in a leaf group: its children are cells of the last level, and are marked and
+/// not entered. When the exact test fails at a child, the children before it are marked and those
+/// after it aren't, as in a walk that goes from child to child.
 long int OctreeTriangleDrawer::DrawInLeafGroup(
     unsigned int iOffset, FourFloats iCentre, FourFloats iHalfSize, TriangleCells& ioTriangle) {
     unsigned short& word = WordAt(_arena, iOffset);
@@ -359,7 +382,7 @@ long int OctreeTriangleDrawer::DrawInLeafGroup(
         bool touched = false;
         decided = ioTriangle.DecideExactly(cells, c, touched);
         if (touched) marked |= 1u << c;
-        if (!decided) marked &= (1u << c) - 1;  // what lies behind isn't drawn
+        if (!decided) marked &= (1u << c) - 1;  // the children before it
     }
     MarkCellsOfGroup(word, marked);
     if (!decided) return IDX_E_FAIL;

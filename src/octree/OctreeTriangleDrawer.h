@@ -13,24 +13,27 @@
 #include <bit>
 #include <cstdint>
 
-/// Draws triangles into a working octree: every cell of the last level that a triangle touches becomes
-/// OCTREE_SURFACE, and the path to it is made.
+/// Draws triangles into a working octree. Every cell of the last level that a triangle touches
+/// becomes OCTREE_SURFACE, and the records on the way to it are made.
 ///
-/// A triangle goes down in two stages. On integers alone, as long as all three vertices lie in the same
-/// child; from there on by the overlap test, for the children that its bounds reach. A triangle that the
-/// overlap test loses altogether gets a second attempt with boxes larger by one ten-thousandth.
+/// A small triangle is drawn at once, with the cells that OctreeLattice finds. Any other goes down
+/// in two stages. The first one follows the codes of the vertices, integers alone, as long as all
+/// three are in the same child. The second one tests the children that the triangle's bounds reach.
+/// When the second stage draws nothing, because the triangle is between two rounded boxes, it runs
+/// once more with boxes larger by one ten-thousandth.
 ///
-/// It remembers the path of the last triangle, since neighbours in a mesh are neighbours in space. What it
-/// remembers holds while the octree keeps box, depth and cells, and no cell becomes full.
+/// A drawer keeps the way down of the last triangle, since the next triangle of a mesh is often
+/// close to it. What it keeps is valid as long as the octree keeps its box, depth and cells, and no
+/// cell becomes full.
 class OctreeTriangleDrawer {
 public:
-    /// @param ioOctree  has its root
+    /// @param ioOctree  has its root, and outlives the drawer
     explicit OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree);
     OctreeTriangleDrawer(const OctreeTriangleDrawer&) = delete;
     OctreeTriangleDrawer& operator=(const OctreeTriangleDrawer&) = delete;
 
-    /// False when what is remembered of the octree may no longer hold.
-    bool Stands() const;
+    /// False when the octree has changed, so that a new drawer is needed.
+    bool IsCurrent() const;
 
     /// Draws one triangle.
     /// @param ioNDrawn  grows by 1 when the second stage has drawn the triangle
@@ -39,6 +42,8 @@ public:
         const IDX_Point& iP1, const IDX_Point& iP2, const IDX_Point& iP3, int& ioNDrawn);
 
     /// The second stage below one cell.
+    /// @param iCentre     of the cell
+    /// @param iHalfSize   of the cell
     /// @param ioTriangle  carries the factor of the boxes
     /// @param iLastDepth  a cell of this depth is marked and not entered
     /// @return IDX_S_OK, IDX_S_NOTHING_DONE or IDX_E_FAIL, without a trace of its own
@@ -50,14 +55,18 @@ public:
         unsigned int iLastDepth);
 
 private:
-    /// Where a node set stands.
+    /// A node set that was drawn into, and the place of its record.
     struct VisitedNodeSet {
-        std::uint64_t key;  ///< its number along x, y and z among those of its level, 20 bits each
-        unsigned int offset;
+        std::uint64_t key;    ///< its column, row and layer among those of its level, 20 bits each
+        unsigned int offset;  ///< of its record
     };
 
-    /// Outcome of the first stage.
-    enum class Walk { Parted, Done, Failed };
+    /// Outcome of the first stage, and of each step of it.
+    enum class Walk {
+        Continue,  ///< the triangle isn't drawn yet: the second stage is next, or the next step
+        Done,      ///< nothing is left to draw: the last level, or a full cell
+        Failed     ///< no memory for a record
+    };
 
     [[nodiscard]] long int DrawInStages(const FourFloats (&iVertices)[3], int& ioNDrawn);
     void DrawCells(const LatticeCells& iCells);
@@ -84,28 +93,29 @@ private:
     int* _nCellsByDepth;
     OctreeLattice _lattice;
     FourFloats _extents[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< of a cell of each level
-    bool _asks;                  ///< the overlap test isn't ours and decides every cell
-    bool _usesLattice;           ///< no cell is full, and the faster tests may decide
-    unsigned int _roomForBlock;  ///< bytes of the arena that no triangle of the lattice goes beyond
+    bool _exactOnly;             ///< the overlap test isn't ours, and must be called for every cell
+    bool _usesLattice;           ///< the overlap test is ours, and no cell is full
+    unsigned int _roomForBlock;  ///< most bytes of the arena that a small triangle takes
 
-    // The path that the triangle at hand shares with itself, and how much of it the next one may take
-    // over: down to a node set, since a leaf group that is still empty is counted at each visit.
+    // The way down that the vertices of the last triangle have in common, by level. The next
+    // triangle may use it again down to a node set. Not further: MoveCreate() counts a leaf group
+    // that is still empty at each visit, and must see each visit.
     IDX_Base_Octree_Iterator _path[PLMIdxWTWorkingOctree::MAXDEPTH];
     FourFloats _lows[PLMIdxWTWorkingOctree::MAXDEPTH];  ///< low corner of the cell of each level
     VertexCode _lastCode;
-    unsigned int _known;  ///< levels of the path that stand
+    unsigned int _knownLevels;  ///< levels of the path that may be used again
 
-    VisitedNodeSet
-        _visited[64];  ///< at the last two bits of x, y and z the last one of those visited
+    /// A cache of node sets: the entry of one is at the last two bits of its column, row and layer.
+    VisitedNodeSet _visited[64];
 };
 
-/// Bit for bit: a point that is no number is like itself.
+/// Compares the bits: so a NaN equals itself, and 0 differs from -0.
 inline bool HaveSameBits(const IDX_Point& iFirst, const IDX_Point& iSecond) {
     using Words = std::array<std::uint32_t, 3>;
     return std::bit_cast<Words>(iFirst) == std::bit_cast<Words>(iSecond);
 }
 
-inline bool OctreeTriangleDrawer::Stands() const {
+inline bool OctreeTriangleDrawer::IsCurrent() const {
     return _changes == WorkingOctreeAccess::Changes(_octree) && _depth == _octree._depth &&
            HaveSameBits(_origin, _octree._bbOrigin) && HaveSameBits(_size, _octree._bbSize);
 }

@@ -3,15 +3,17 @@
 
 #include "IDX_Base_GeometryServices.h"
 
-// Whether triangle and box meet is for IDX_Base_GeometryServices::TriangleToBox to say, and a program or
-// another Keelstone may bring its own. Ours is exact, so that the faster tests of TriangleCells and OctreeLattice,
-// which are proven against exact answers, may take its place. Any other has to be asked for each cell.
+// IDX_Base_GeometryServices::TriangleToBox decides whether a triangle and a box meet. A program or
+// another Keelstone may replace it. Ours is exact. The faster tests of TriangleCells and
+// OctreeLattice are proven to give exact answers too, so they may be used instead of ours. A
+// replaced test must be called for each cell, since its answers may differ.
 
-/// The stand-in's own operation, whoever's the process uses. Another Keelstone doesn't have this name.
+/// The address of the stand-in's own operation, even when the process uses another one. Another
+/// Keelstone doesn't define this name, so its address is null there.
 extern "C" const decltype(&IDX_Base_GeometryServices::TriangleToBox) gridloom_own_triangle_to_box
     __attribute__((weak));
 
-/// True when the operation that the process uses is the stand-in's.
+/// True when the process uses the stand-in's operation.
 inline bool OverlapTestIsOurs() {
     return &gridloom_own_triangle_to_box != nullptr &&
            gridloom_own_triangle_to_box == &IDX_Base_GeometryServices::TriangleToBox;

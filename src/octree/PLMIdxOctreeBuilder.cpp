@@ -23,19 +23,23 @@ constexpr int kDefaultMaxDepth = 6;
 constexpr int kMinDepth = 2;
 constexpr int kDefaultPrecision = 1000000;
 
-/// The greatest coordinate that widens the bounds of a mesh from below, and the least from above.
+/// The search for the bounds of a mesh starts with this as the low side and its negative as the
+/// high side. So a coordinate above it never becomes the low side, nor one below its negative the
+/// high side.
 constexpr float kBoundsLimit = 1000000000.0f;
 
 /// Margin around a whole mesh, in cells of the last level.
 constexpr float kMarginInCells = 0.05f;
 
-/// Through a float and back by truncation; a float that has no int becomes the nearest one that has.
+/// Rounds a number to a float and cuts that to an integer again. A float above all integers gives
+/// the highest one.
 int ThroughFloat(int iValue) {
     const float value = static_cast<float>(iValue);
     return value >= 0x1p31f ? std::numeric_limits<int>::max() : static_cast<int>(value);
 }
 
-/// 1 divided by this is the relative size below which a box counts as small and far. Read once.
+/// 1 divided by this number is the relative size below which a box counts as small and far. The
+/// environment variable is read once.
 int SmallFarPrecision() {
     static const int precision = [] {
         const char* text = VEXGetEnv("IDX_BBOX_SMALL_FAR_PRECISION");
@@ -49,23 +53,26 @@ float Half(float iValue) {
     return static_cast<float>(iValue * 0.5);
 }
 
-/// The padding that a small and far axis asks for, 0 for any other.
-/// @param ioFlagged  becomes true for a small and far axis
-double SmallFarPad(float iLow, float iHigh, double iFraction, bool& ioFlagged) {
+/// The padding of a box along an axis on which it is small and far: its extent is less than a
+/// fraction of low + high, twice the distance of its centre from the origin. The padding brings the
+/// extent up to that. 0 for any other axis.
+/// @param ioIsSmallAndFar  becomes true for a small and far axis
+double SmallFarPad(float iLow, float iHigh, double iFraction, bool& ioIsSmallAndFar) {
     const double l = iLow;
     const double h = iHigh;
     const double s = h + l;
     if (!(std::fabs(s) > iFraction && iFraction > std::fabs((l - h) / s))) return 0.0;
-    ioFlagged = true;
+    ioIsSmallAndFar = true;
     return 0.5 * std::fabs(std::fabs(h * iFraction + l * iFraction) - (h - l));
 }
 
-/// Bounds of the points that some triangle uses.
+/// The bounds of a mesh: of the points that its triangles use.
 struct Bounds {
     float low[3];
     float high[3];
 };
 
+/// Finds the bounds of a mesh. An axis on which no coordinate counts becomes 0 to 0.
 /// @return false when a triangle has an index that isn't below `iNPoints`
 bool BoundsOfMesh(
     IDX_Point const* iPoints,
@@ -79,7 +86,8 @@ bool BoundsOfMesh(
         for (const unsigned int vertex : iTriangles[i].vertices) {
             if (vertex >= iNPoints) return false;
             const FourFloats point = AxesFrom(iPoints[vertex]);
-            low = _mm_min_ps(point, low);  // the second one where a coordinate is no number
+            low =
+                _mm_min_ps(point, low);  // of a NaN and a number, the second operand: the old bound
             high = _mm_max_ps(point, high);
         }
     }
@@ -92,6 +100,7 @@ bool BoundsOfMesh(
 }
 
 /// Makes the bounds a cube with the mesh at its centre and moves all faces outward by a margin.
+/// Each step rounds to a float, and the box goes into the image: the order of the steps counts.
 void MakeCube(Bounds& ioBounds, float iSide, float iMargin) {
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const float extent = ioBounds.high[axis] - ioBounds.low[axis];
@@ -142,6 +151,9 @@ void PLMIdxOctreeBuilder::SetParameters(int iMaxDepth, float iVoxelSize, IDX_Boo
     _useVoxelSize = iUseVoxelSize;
 }
 
+/// A box that is small and far on one axis is padded on all three, by the largest padding. Its
+/// octree will be one full box, so no triangle is drawn and nothing else is set up. For any other
+/// box the padding is 0 and the working octree is made ready.
 long int PLMIdxOctreeBuilder::Init(IDX_Point iLow, IDX_Point iHigh) {
     _nDrawnTriangles = 0;
     _smallAndFar = false;
@@ -168,6 +180,7 @@ long int PLMIdxOctreeBuilder::Init(IDX_Point iLow, IDX_Point iHigh) {
     InitOctreeParams(low, high);
     _workingOctree.UnsetCuboid();
     if (WorkingOctreeAccess::HasRoot(_workingOctree)) return IDX_S_OK;
+    // Why there is no root: SetDepth() and SetBB() drop the status that would say it.
     const bool tooDeep = GetDepth() >= PLMIdxWTWorkingOctree::MAXDEPTH;
     const bool tooSmall = WorkingOctreeAccess::HasArena(_workingOctree);
     return tooDeep || tooSmall ? IDX_E_FAIL : IDX_E_OUT_OF_MEMORY;
@@ -192,6 +205,9 @@ long int PLMIdxOctreeBuilder::End() {
     return FillAndPack();
 }
 
+/// The road of a whole mesh: bounds, depth, box, drawing, filling, packing. The box is a cube, so
+/// that the cells are cubes, too. Its margin depends on the depth that is chosen first; a mesh that
+/// has to be drawn again, less deep, keeps the box.
 long int PLMIdxOctreeBuilder::DrawGeometry(
     IDX_Point const* iPoints,
     unsigned int iNPoints,
@@ -207,9 +223,9 @@ long int PLMIdxOctreeBuilder::DrawGeometry(
     }
     const float side = GreatestExtent(bounds);
     int depth = kMinDepth;
-    float cell = side * 0.25f;
-    for (; depth < _maxDepth && cell > _voxelSize; ++depth) cell = Half(cell);
-    MakeCube(bounds, side, cell * kMarginInCells);
+    float cellSide = side * 0.25f;  // at depth 2
+    for (; depth < _maxDepth && cellSide > _voxelSize; ++depth) cellSide = Half(cellSide);
+    MakeCube(bounds, side, cellSide * kMarginInCells);
 
     const IDX_Point low = PointOf(bounds.low);
     _workingOctree.SetDepth(depth);
@@ -234,10 +250,10 @@ long int PLMIdxOctreeBuilder::DrawTriangle(
     return _drawer->Draw(iP1, iP2, iP3, _nDrawnTriangles);
 }
 
-/// Sees to it that there is a drawer for the octree as it stands. It is made with the first triangle and
-/// started anew when the octree has changed.
+/// Makes a drawer for the octree at the first triangle, and a new one in its place when the octree
+/// has changed since.
 long int PLMIdxOctreeBuilder::ReadyDrawer() {
-    if (_drawer != nullptr && _drawer->Stands()) return IDX_S_OK;
+    if (_drawer != nullptr && _drawer->IsCurrent()) return IDX_S_OK;
     if (!WorkingOctreeAccess::HasRoot(_workingOctree)) return IDX_E_FAIL;
     if (_drawer != nullptr) {
         new (_drawer) OctreeTriangleDrawer(_workingOctree);
@@ -260,6 +276,7 @@ int* PLMIdxOctreeBuilder::GetNCellsByDepth() {
     return WorkingOctreeAccess::Counts(_workingOctree);
 }
 
+/// Each triangle goes through the virtual DrawTriangle(), which a derived class may override.
 long int PLMIdxOctreeBuilder::DrawTriangles(
     IDX_Point const* iPoints,
     unsigned int,
@@ -286,6 +303,7 @@ long int PLMIdxOctreeBuilder::DrawTriangles(
     return outside < iNTriangles ? IDX_S_OK : IDX_S_NOTHING_DONE;
 }
 
+/// The second stage of drawing alone, for derived classes that walk down by themselves.
 long int PLMIdxOctreeBuilder::DrawTriangle2(
     IDX_Base_Octree_Iterator const& iIterator,
     float* const iCentre,
@@ -304,6 +322,8 @@ long int PLMIdxOctreeBuilder::DrawTriangle2(
         iIterator, centre, halfSize, triangle, static_cast<unsigned int>(iDepth));
 }
 
+/// Depth and box of a stream. Both the depth and the margin on all sides follow from the extent
+/// along X.
 void PLMIdxOctreeBuilder::InitOctreeParams(IDX_Point iLow, IDX_Point iHigh) {
     const float extent = iHigh.x - iLow.x;
     int depth = 0;
@@ -318,6 +338,10 @@ void PLMIdxOctreeBuilder::InitOctreeParams(IDX_Point iLow, IDX_Point iHigh) {
     _workingOctree.SetBB(origin, size);
 }
 
+/// The depth of a stream, from the wanted side of a cell or from the highest depth. The first way
+/// goes down from depth 2 until the cells are small enough. The second way goes up from the highest
+/// depth until the cells are large enough.
+/// @param oVoxelSize  the side of a cell of the last level
 void PLMIdxOctreeBuilder::GetDepthAndVoxelSize(
     float const& iExtent, int& oDepth, float& oVoxelSize) const {
     if (_useVoxelSize == IDX_True) {
@@ -326,7 +350,7 @@ void PLMIdxOctreeBuilder::GetDepthAndVoxelSize(
         for (; oDepth < _maxDepth && oVoxelSize > _voxelSize; ++oDepth) {
             oVoxelSize = Half(oVoxelSize);
         }
-        // The last halving went below the wanted side: the coarser level is taken.
+        // The last halving went below the wanted side: one level less deep is right.
         if (_voxelSize > oVoxelSize && oDepth != kMinDepth) {
             --oDepth;
             oVoxelSize = static_cast<float>(oVoxelSize * 2.0);
@@ -347,7 +371,8 @@ void PLMIdxOctreeBuilder::ConstructEmpty() {
     (void)_optimOctree.ConstructFrom(_workingOctree);  // needs no memory
 }
 
-/// Tells inside from outside and packs the result.
+/// Fills the inside and packs the result. A fill that fails is traced, and the surface alone is
+/// packed: the index has a part that is hollow, and not none.
 long int PLMIdxOctreeBuilder::FillAndPack() {
     PLMIdxOctreeFiller filler(_workingOctree);
     if (IDX_Failed(filler.Fill())) {

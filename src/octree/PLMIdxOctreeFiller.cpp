@@ -3,8 +3,8 @@
 #include "WorkingOctreeRecords.h"
 #include "common/TraceFailure.h"
 
-// The first walk carries the neighbours of its cell along: the neighbour of a child is its sibling, or
-// a child of the neighbour of its parent. So no neighbour is searched from the root.
+// The first walk carries the neighbours of its cell along: the neighbour of a child is its sibling,
+// or a child of the neighbour of its parent. So no neighbour is searched from the root.
 
 namespace {
 
@@ -17,8 +17,8 @@ constexpr unsigned int kLowFace[3][4] = {
     {0, 1, 2, 3}
 };
 
-/// Links every tag directly to the last tag of its chain of links. A link leads to a lower tag. So when
-/// the pass from below reaches a tag, the tag that it links to is done already.
+/// Links every tag directly to the last tag of its chain of links. A link leads to a lower tag. So
+/// when the pass from below reaches a tag, the tag that it links to is done already.
 void Flatten(VEXRawCollint& ioTagTable) {
     for (int tag = 1; tag <= ioTagTable.Size(); ++tag) {
         ioTagTable[tag] = ioTagTable[ioTagTable[tag]];
@@ -37,8 +37,8 @@ Node& NodeOf(unsigned char* iRecord) {
     return NodeAt(iRecord, 0);
 }
 
-/// The cells that the tagging of a leaf group looks at: its own eight, then for each axis the four past
-/// its high face, in the order of kLowFace.
+/// The cells that the tagging of a leaf group looks at: its own eight, then for each axis the four
+/// past its high face, in the order of kLowFace.
 constexpr unsigned int kCellsAround = kChildren + 3 * 4;
 
 /// The index of the +X, +Y and +Z neighbour of each cell of a leaf group among these cells.
@@ -64,7 +64,8 @@ class GroupTags {
 public:
     /// @param iRecord    the word of the leaf group, null when a unit or a wall is in its place
     /// @param iUnitTag   the tag of that unit, null for a wall; means nothing with a record
-    /// @param ioWallTag  serves as the tag of every wall, so that there is always one to read and write
+    /// @param ioWallTag  serves as the tag of every wall, so that there is always one to read and
+    ///                   write
     GroupTags(unsigned char* iRecord, unsigned short* iUnitTag, unsigned short& ioWallTag)
         : _wallTag(&ioWallTag),
           _tags(iUnitTag != nullptr ? iUnitTag : &ioWallTag),
@@ -88,8 +89,8 @@ private:
     unsigned int _cellMask;  ///< 0 for a unit: makes the number of every cell that of its one tag
 };
 
-/// The tags past the three high faces of one cell of the last level, as a collection that _Propagate()
-/// can read.
+/// The tags past the three high faces of one cell of the last level, as a collection that
+/// _Propagate() can read.
 struct FaceTags {
     unsigned short* tags[3];
     static constexpr int Size() { return 3; }
@@ -137,8 +138,8 @@ long int PLMIdxOctreeFiller::Fill() {
     return IDX_S_OK;
 }
 
-/// What a child is to its neighbours: see Region. Its record and the place of its tag depend on the kind
-/// of record that the parent has.
+/// What a child is to its neighbours: see Region. Its record and the place of its tag depend on the
+/// kind of record that the parent has.
 template <unsigned int kLevels>
 PLMIdxOctreeFiller::Region PLMIdxOctreeFiller::ChildOf(
     unsigned char* iRecord, unsigned int iChild) const {
@@ -158,9 +159,9 @@ PLMIdxOctreeFiller::Region PLMIdxOctreeFiller::ChildOf(
     }
 }
 
-/// The neighbour differs from the child in one bit of its number. A child on the low side has its sibling
-/// there. For a child on the high side it is the child with that number of the cell past the parent's
-/// face; if that cell isn't subdivided, it is that cell itself.
+/// The neighbour differs from the child in one bit of its number. A child on the low side has its
+/// sibling there. For a child on the high side it is the child with that number of the cell past
+/// the parent's face; if that cell isn't subdivided, it is that cell itself.
 template <unsigned int kLevels>
 PLMIdxOctreeFiller::Region PLMIdxOctreeFiller::NeighbourOf(
     const Cell& iCell, unsigned int iChild, unsigned int iAxis) const {
@@ -194,8 +195,8 @@ bool PLMIdxOctreeFiller::_TagConnectedComponents(
     return true;
 }
 
-/// Enters a subdivided child: works out what is past its own high faces, and goes on with the kind of
-/// record that it has.
+/// Enters a subdivided child: works out what is past its own high faces, and goes on with the kind
+/// of record that it has.
 template <unsigned int kLevels>
 bool PLMIdxOctreeFiller::_TagBelow(
     const Cell& iCell,
@@ -226,11 +227,11 @@ void PLMIdxOctreeFiller::TagOnBorder(
     if (code.IsOnBorder()) ioTag = kOutside;
 }
 
-/// Finds the tags of the group and of the cells past its high faces once, 20 in all, and not anew for
-/// each of its eight cells.
+/// Finds the tags of the group and of the cells past its high faces once, 20 in all, and not anew
+/// for each of its eight cells.
 bool PLMIdxOctreeFiller::_TagLeafGroup(const Cell& iCell, VEXRawCollint& ioTagTable) {
-    // Every wall shares one tag. It is 0 whenever a cell is joined with its neighbours, and a tag of 0
-    // joins nothing; what the joining writes into it is erased.
+    // Every wall shares one tag. It is 0 whenever a cell is joined with its neighbours, and a tag
+    // of 0 joins nothing; what the joining writes into it is erased.
     unsigned short wallTag = 0;
     unsigned short* tags[kCellsAround];
     const GroupTags own(iCell.record, nullptr, wallTag);
@@ -264,8 +265,8 @@ void PLMIdxOctreeFiller::AddNeighbourCellsTags(
     }
 }
 
-/// The tags of the units of a region that touch its low face along an axis. They may be smaller than the
-/// unit on the other side of that face, so a subdivided region is entered.
+/// The tags of the units of a region that touch its low face along an axis. They may be smaller
+/// than the unit on the other side of that face, so a subdivided region is entered.
 template <unsigned int kLevels>
 void PLMIdxOctreeFiller::_ExpandOverFace(
     unsigned int iAxis, const Region& iRegion, unsigned int iLevels) {
@@ -321,8 +322,8 @@ bool PLMIdxOctreeFiller::_Propagate(
     return true;
 }
 
-/// The second walk. Each link of the table leads to the end of its chain by now, so one look decides
-/// whether a tag is the outside.
+/// The second walk. Each link of the table leads to the end of its chain by now, so one look
+/// decides whether a tag is the outside.
 template <unsigned int kLevels>
 void PLMIdxOctreeFiller::_SetAsEmptyOrFull(
     unsigned char* iRecord, unsigned int iLevels, VEXRawCollint& iTagTable) {

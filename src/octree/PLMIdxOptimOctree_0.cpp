@@ -12,8 +12,8 @@ PLMIdxOptimOctree_0::~PLMIdxOptimOctree_0() {
     _buffer = nullptr;
 }
 
-/// The kind of record follows from the levels below it: one is a byte with a bit for each cell, two are
-/// eight such bytes, and more are a NodeOptim.
+/// The kind of record follows from the levels below it: one is a byte with a bit for each cell, two
+/// are eight such bytes, and more are a NodeOptim.
 IDX_Base_Octree_TestResult PLMIdxOptimOctree_0::Test(
     IDX_Base_Octree_Iterator const& iIterator, unsigned int iChild) const {
     switch (_depth - iIterator.depth) {

@@ -77,8 +77,9 @@ long int PLMIdxWTOctreeServices::ExpandBox(
     return IDX_S_OK;
 }
 
-/// Goes down only where it may change the box. When the sphere around a cell doesn't enlarge the box,
-/// nothing in the cell does: the walk ends there. Full cells enlarge the box by their own sphere.
+/// Goes down only where it may change the box. When the sphere around a cell doesn't enlarge the
+/// box, nothing in the cell does: the walk ends there. Full cells enlarge the box by their own
+/// sphere.
 long int PLMIdxWTOctreeServices::_ExpandBox(
     const IDX_Base_Octree_Iterator& iIterator,
     const IDX_Point& iCellMin,

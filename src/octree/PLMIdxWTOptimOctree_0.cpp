@@ -81,16 +81,18 @@ struct Step {
 
 }  // namespace
 
-/// The packing walk over a source of type `Source`. It goes depth first, children in rising number. The
-/// records of a node's partial children (its child set) get their place when the walk reaches the node,
-/// before it enters a child. So they follow each other, and a node needs one offset for all of them.
+/// The packing walk over a source of type `Source`. It goes depth first, children in rising number.
+/// The records of a node's partial children (its child set) get their place when the walk reaches
+/// the node, before it enters a child. So they follow each other, and a node needs one offset for
+/// all of them.
 template <class Source>
 class CompactOctreePacker {
 public:
     CompactOctreePacker(PLMIdxWTOptimOctree_0& ioOctree, const Source& iSource)
         : _octree(ioOctree), _source(iSource) {}
 
-    /// Packs what is below a position. The record of the position has its place already and is zero.
+    /// Packs what is below a position. The record of the position has its place already and is
+    /// zero.
     [[nodiscard]] long int Pack(const Step& iStep) {
         if (iStep.target.depth >= _octree._depth) return IDX_S_OK;
         const unsigned int levels = _octree._depth - iStep.target.depth;
@@ -116,8 +118,8 @@ private:
         }
     }
 
-    /// Writes a node and lays out its child set, one record for each partial child. In a node without
-    /// partial children OCTREE_SURFACE becomes OCTREE_FULL: only the high bits are written.
+    /// Writes a node and lays out its child set, one record for each partial child. In a node
+    /// without partial children OCTREE_SURFACE becomes OCTREE_FULL: only the high bits are written.
     [[nodiscard]] long int StoreNode(
         unsigned char* ioRecord,
         unsigned int iStates,
@@ -313,8 +315,8 @@ long int PLMIdxWTOptimOctree_0::_SubConstructFrom(
     if (isWorking) {
         const auto& source = static_cast<const PLMIdxWorkingOctree&>(iSource);
         if (source._depth != 0 && !WorkingOctreeAccess::HasRoot(source)) return IDX_E_FAIL;
-        // The kind of a record follows from the levels below it. The walk counts those of the image,
-        // so both positions must have the same number.
+        // The kind of a record follows from the levels below it. The walk counts those of the
+        // image, so both positions must have the same number.
         if (source._depth - ioSourceIterator.depth == _depth - ioIterator.depth) {
             return CompactOctreePacker<WorkingOctree>(*this, WorkingOctree(source)).Pack(step);
         }
@@ -322,8 +324,8 @@ long int PLMIdxWTOptimOctree_0::_SubConstructFrom(
     return CompactOctreePacker<AnyOctree>(*this, AnyOctree(iSource)).Pack(step);
 }
 
-/// Walks both octrees in step. Iterators are copied: their offsets differ when the records of the two
-/// are in another order.
+/// Walks both octrees in step. Iterators are copied: their offsets differ when the records of the
+/// two are in another order.
 long int PLMIdxWTOptimOctree_0::_SubEqual(
     IDX_Base_Octree_Iterator& ioIterator,
     IDX_Base_Octree_Iterator& ioOtherIterator,

@@ -81,10 +81,10 @@ long int PLMIdxWTWorkingOctree::Reset() {
     return status;
 }
 
-/// The three branches are the three kinds of position: a leaf group, a node set, a node. Only below a
-/// node a record may be missing. The count of the next level grows when the child was empty before. A
-/// leaf group counts as empty until its first cell is marked, so a group that is entered twice before
-/// that is counted twice.
+/// The three branches are the three kinds of position: a leaf group, a node set, a node. Only below
+/// a node a record may be missing. The count of the next level grows when the child was empty
+/// before. A leaf group counts as empty until its first cell is marked, so a group that is entered
+/// twice before that is counted twice.
 long int PLMIdxWTWorkingOctree::MoveCreate(
     IDX_Base_Octree_Iterator& ioIterator, unsigned int iChild) {
     if (_size == 0) return IDX_E_FAIL;
@@ -214,9 +214,10 @@ long int PLMIdxWTWorkingOctree::ConstructFrom(PLMIdxIBaseOctree const& iSource, 
     return IDX_Failed(_SubConstructFrom(iSource, sourceIterator, iterator)) ? IDX_E_FAIL : IDX_S_OK;
 }
 
-/// Copies the cells below one position, depth first. Where this octree is less deep than the source,
-/// MoveCreate() makes a surface cell of a partial one: this is how a depth is reduced. All eight states
-/// are read before the first child is entered, so they don't depend on what the walk changes.
+/// Copies the cells below one position, depth first. Where this octree is less deep than the
+/// source, MoveCreate() makes a surface cell of a partial one: this is how a depth is reduced. All
+/// eight states are read before the first child is entered, so they don't depend on what the walk
+/// changes.
 long int PLMIdxWTWorkingOctree::_SubConstructFrom(
     PLMIdxIBaseOctree const& iSource,
     IDX_Base_Octree_Iterator& ioSourceIterator,

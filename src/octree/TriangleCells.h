@@ -5,82 +5,93 @@
 
 #include "PLMIdxWTWorkingOctree.h"
 
+#include "formats/CellStates.h"
+
 #include <cfloat>
 #include <cstdint>
 
-/// The eight children of one cell against one triangle. A bit of a mask is a child number.
+/// What is known of the eight children of one cell and one triangle. The sets are masks of
+/// children.
 struct ChildCells {
     FourFloats halfSize;    ///< of the children
-    FourFloats centres[2];  ///< of the low and of the high halves along each axis
-    unsigned int reached;  ///< children whose half is reached by the triangle's bounds on each axis
-    unsigned int touched;  ///< of these, certainly touched
-    unsigned int open;     ///< of these, to be decided exactly
+    FourFloats centres[2];  ///< of the low and of the high children along each axis
+    unsigned int reached;   ///< children in whose half the triangle's bounds are, on each axis
+    unsigned int touched;   ///< of these, certainly touched
+    unsigned int open;      ///< of these, to be decided exactly
 };
 
 /// The cells of a block of 4 x 4 x 4 cells that a triangle touches.
 struct CellMask {
     std::uint64_t cells;
-    bool decided;  ///< false when rounding leaves a cell open; `cells` means nothing then
+    bool decided;  ///< false when rounding leaves some cell open; `cells` means nothing then
 };
 
-/// A triangle made ready to be held against the cells of an octree: decides for all eight children of
-/// a cell at once, in single precision, which ones it certainly touches and which ones it certainly
-/// doesn't. What rounding leaves open is few, and left to the exact test.
+/// A triangle, prepared for comparison with many cells of an octree. For all eight children of a
+/// cell at once it finds in single precision which ones the triangle certainly touches, and which
+/// ones it certainly doesn't touch. Rounding leaves a few open. The exact test decides those.
 ///
-/// The answers are those of IDX_Base_GeometryServices::TriangleToBox, whose separating axis test this
-/// is, for eight boxes at a time: the children of one cell share all that an axis needs but their
-/// centres, and these take two values along each axis. An answer is given only where a bound on the
+/// The answers are those of IDX_Base_GeometryServices::TriangleToBox: this is the same separating
+/// axis test, for eight boxes at a time. Two convex bodies are apart exactly when their projections
+/// on some axis are apart. A triangle and a box need 13 axes: the three normals of the box, the
+/// normal of the triangle, and the nine cross products of their edges (Akenine-Moller, "Fast 3D
+/// Triangle-Box Overlap Testing", JGT 6(1), 2001). The children of one cell differ only in their
+/// centres, and on each axis there are two centres. An answer is given only where a bound on the
 /// rounding errors proves it.
 ///
-/// Three stages, each only for the children that the earlier ones leave open:
+/// There are three stages. Each looks only at the children that the ones before it left open:
 ///  1. A child that holds a vertex is touched. For small triangles this decides nearly everything.
-///  2. A child that the bounds of the triangle miss on some axis isn't touched.
+///  2. A child that is apart from the triangle's bounds on some axis isn't touched. The bounds are
+///     its projections on the normals of the box.
 ///  3. The nine edge axes and the normal.
 ///
-/// Rounding. Let u = 2^-24. Stages 1 and 2 compare a rounded difference of two floats with a float:
-/// rounding is monotonic, so that a strict comparison holds for the true difference too, and equality is
-/// left open. In stage 3 all is relative to vertex 0. With w the extents of the triangle's bounds and t the
-/// half-sizes of a box that meets them, no edge is longer than w on an axis, and no centre is further away
-/// than w + t. A difference of coordinates has the relative error u, and every operation adds u.
-///  - An edge axis compares |e_a d_b - e_b d_a - middle| with radius + |e_a| t_b + |e_b| t_a, where middle and
-///    radius are half a component of the normal, off by 4u times the two terms of that, at most 2 w_a w_b. Both
-///    sides together are off by less than 8u (w_a (2 w_b + 3 t_b) + w_b (2 w_a + 3 t_a)).
-///  - The normal compares |n . d| with |n| . t, off by less than 16u times the sum over the axes of
-///    2 w_b w_c (2 w_a + 3 t_a).
-/// Twice as much is taken, which covers the rounding of the bounds themselves, and 2^-100 for underflow, which
-/// is more than what it adds as long as no coordinate is above 2^40. Nothing overflows up to there; a triangle
-/// or a cell that goes beyond leaves everything open. So does a cell so tiny that halving it down to the last level
-/// could end in sub-normal numbers, where halving rounds.
+/// Rounding. Let u = 2^-24, the relative error of one operation. Stages 1 and 2 compare a rounded
+/// difference of two floats with a float. Rounding is monotonic: when the rounded difference is
+/// strictly less or greater, so is the true one. Equal numbers leave the child open.
+///
+/// In stage 3 all coordinates are relative to vertex 0. Let w be the extents of the triangle's
+/// bounds, t the half-sizes of a box that meets them, e an edge, d the centre of the box and n the
+/// normal. Then no edge is longer than w on an axis, and no centre is further away than w + t.
+///  - An edge axis compares |e_a d_b - e_b d_a - middle| with radius + |e_a| t_b + |e_b| t_a. The
+///    middle and the radius of the triangle's projection are half a component of the normal. They
+///    are off by 4u times the two terms of that component, at most 2 w_a w_b. Both sides together
+///    are off by less than 8u (w_a (2 w_b + 3 t_b) + w_b (2 w_a + 3 t_a)).
+///  - The normal compares |n . d| with |n| . t. Both sides together are off by less than 16u times
+///    the sum over the axes of 2 w_b w_c (2 w_a + 3 t_a). The code takes twice as much, since the
+///    bounds themselves are rounded, and adds 2^-100 for underflow. That is enough as long as no
+///    coordinate is above 2^40, and up to there nothing overflows. A triangle or a cell with a
+///    larger coordinate leaves everything open. So does a cell so tiny that its halves become
+///    sub-normal numbers on the way to the last level: halving rounds there.
 class TriangleCells {
 public:
-    /// @param iVertices  3 vertices of 3 coordinates; must stay in place
-    /// @param iCentre    centre of the cell below which all further cells lie
-    /// @param iHalfSize  distance from there to its faces
-    /// @param iFactor    enlarges the boxes of the children, but not the cells
-    /// @param iAsk       leaves everything to the exact test
+    /// @param iVertices   3 vertices of 3 coordinates; must stay in place
+    /// @param iCentre     centre of a cell that holds all cells that will be asked for
+    /// @param iHalfSize   distance from there to its faces
+    /// @param iFactor     enlarges the boxes that are tested, but not the cells that are walked
+    /// @param iExactOnly  leaves everything to the exact test
     TriangleCells(
         const float (*iVertices)[3],
         FourFloats iCentre,
         FourFloats iHalfSize,
         float iFactor,
-        bool iAsk);
+        bool iExactOnly);
 
-    /// A triangle for CellsOfBlock alone, whose coordinates are known to be in the range above.
+    /// For CellsOfBlock() alone, with coordinates that are known to be in the range above.
     explicit TriangleCells(const float (*iVertices)[3]);
 
-    /// Replaces the bounds of the triangle that the reach test looks at.
+    /// Replaces the triangle's bounds, as `reached` depends on them.
     void SetReach(FourFloats iLow, FourFloats iHigh) {
         _reachLow = iLow;
         _reachHigh = iHigh;
     }
 
+    /// Changes the factor for all further tests.
     void SetFactor(float iFactor) {
         _factor = _mm_set1_ps(iFactor);
         _plain = iFactor == 1.0f;
         _readyLevels = 0;
     }
 
-    /// Holds the children of a cell against the triangle.
+    /// Compares the children of a cell with the triangle.
     /// @param iCentre    centre of the cell
     /// @param iHalfSize  distance from there to its faces, the same for all cells of a level
     /// @param iLevel     level of the cell, below PLMIdxWTWorkingOctree::MAXDEPTH
@@ -88,41 +99,44 @@ public:
     ChildCells Children(
         FourFloats iCentre, FourFloats iHalfSize, unsigned int iLevel, unsigned int iPassed);
 
-    /// Decides for all cells of a node set, and thereby for its leaf groups, at once: a group is touched
-    /// when one of its cells is. That is so for certain as long as no cell is touched or missed by less than
-    /// what the rounded boxes of cells and groups can stick out from each other.
+    /// Decides for all 64 cells of a node set at once, and so for its leaf groups, too: a group is
+    /// touched when one of its cells is. The boxes of cells and groups are rounded, so that a cell
+    /// may stick out of its group a little. Only where the triangle touches or misses each cell by
+    /// more than that, the answer is given.
     /// @param iCentre    centre of the node set
     /// @param iHalfSize  distance from there to its faces
     /// @return bit 8 g + j for cell j of leaf group g
     CellMask CellsOfNodeSet(FourFloats iCentre, FourFloats iHalfSize);
 
-    /// Decides for a block of cells that the bounds of the triangle fill, each of them touched or missed by
-    /// more than a slack. The factor is 1.
-    /// @param iCorner  low corner of the block
-    /// @param iCell    extents of a cell
-    /// @param iSpans   number of further columns, rows and layers behind the first, at most 3
-    /// @param iSlack   by how much the faces of a cell may be off, on each axis
+    /// Decides for a block of cells that is as large as the bounds of the triangle. The answer is
+    /// given only where the triangle touches or misses each cell by more than a slack. The factor
+    /// is 1.
+    /// @param iCorner   low corner of the block
+    /// @param iExtents  extents of a cell
+    /// @param iSpans    number of columns, rows and layers after the first, at most 3
+    /// @param iSlack    how far the faces of a cell may be off, on each axis
     /// @return bit x + 4 y + 16 z for the cell in column x, row y and layer z
     CellMask CellsOfBlock(
-        FourFloats iCorner, FourFloats iCell, const unsigned int* iSpans, FourFloats iSlack);
+        FourFloats iCorner, FourFloats iExtents, const unsigned int* iSpans, FourFloats iSlack);
 
-    /// The exact test for one child.
+    /// The exact test for one child: IDX_Base_GeometryServices::TriangleToBox.
     /// @param oTouched  whether triangle and box have a point in common
-    /// @return false when it couldn't be decided
+    /// @return false when the test couldn't decide
     bool DecideExactly(const ChildCells& iCells, unsigned int iChild, bool& oTouched) const;
 
 private:
-    /// One edge crossed with one coordinate axis; a and b are the other two axes. All lanes are equal.
+    /// One edge crossed with one coordinate axis. a and b are the other two axes. All lanes are
+    /// equal.
     struct EdgeAxis {
         FourFloats a;       ///< extent of the edge along a
         FourFloats b;       ///< and along b
         FourFloats middle;  ///< middle of the triangle's projection
     };
 
-    /// In place of a level: the cells of a node set, with the slack of their boxes.
+    /// Serves as the level of cells of a node set or a block, whose boxes have a slack.
     static constexpr unsigned int kLatticeLevel = PLMIdxWTWorkingOctree::MAXDEPTH;
 
-    /// What depends on the size of the boxes alone.
+    /// What stage 3 needs of a level: it depends on the size of the boxes, not on their centres.
     struct Level {
         FourFloats edgeLimits[3][3];  ///< for coordinate plane and edge; all lanes are equal
         FourFloats edgeErrors[3];     ///< for the planes
@@ -130,23 +144,23 @@ private:
         FourFloats normalError;
     };
 
-    /// Children that are apart from the triangle on an axis, and children that certainly aren't on any.
+    /// What some axes say of the children, as masks. Children in neither set stay open.
     struct Verdict {
-        unsigned int apart;
-        unsigned int meeting;
+        unsigned int apart;    ///< certainly apart from the triangle on some axis
+        unsigned int meeting;  ///< certainly not apart on any of them
     };
 
-    /// The positions of the four columns, rows and layers of cells of a node set, relative to vertex 0.
+    /// The four columns, rows and layers of cells of a block, relative to vertex 0.
     struct Lattice {
         FourFloats along[3];  ///< for each axis the four centres
-        FourFloats cellSize;  ///< half-size of a cell
-        FourFloats slack;     ///< by how much the faces of its box may be off
+        FourFloats halfCell;  ///< half-size of a cell
+        FourFloats slack;     ///< how far the faces of its box may be off
     };
 
-    /// Of four lanes, those that aren't certainly apart from the triangle and those that certainly meet it.
+    /// The same for four columns, rows or layers, as bits.
     struct Lanes {
-        unsigned int near;
-        unsigned int sure;
+        unsigned int near;  ///< not certainly apart from the triangle
+        unsigned int sure;  ///< certainly not apart from it
     };
     static Lanes LanesBelow(FourFloats iGaps, FourFloats iError);
 
@@ -156,24 +170,24 @@ private:
 
     void PrepareAxes();
     void PreparePlane(unsigned int iPlane, FourFloats iA, FourFloats iB, FourFloats iNormal);
-    const Level& LevelFor(unsigned int iLevel, FourFloats iBoxSize, FourFloats iSlack);
-    void PrepareLevel(Level& oLevel, FourFloats iBoxSize, FourFloats iSlack) const;
+    const Level& LevelFor(unsigned int iLevel, FourFloats iHalfBox, FourFloats iSlack);
+    void PrepareLevel(Level& oLevel, FourFloats iHalfBox, FourFloats iSlack) const;
 
-    unsigned int HoldingVertex(const ChildCells& iCells, FourFloats iBoxSize) const;
-    Verdict OnBounds(const ChildCells& iCells, FourFloats iBoxSize) const;
+    unsigned int HoldingVertex(const ChildCells& iCells, FourFloats iHalfBox) const;
+    Verdict OnBounds(const ChildCells& iCells, FourFloats iHalfBox) const;
     Verdict OnAxes(const ChildCells& iCells, const Level& iLevel) const;
     FourFloats GapOnEdges(
         unsigned int iPlane, FourFloats iA, FourFloats iB, const Level& iLevel) const;
 
-    const float (*_vertices)[3];
-    FourFloats _points[3];  ///< the vertices
-    FourFloats _low;        ///< bounds of the triangle
+    const float (*_vertices)[3];  ///< the caller's
+    FourFloats _points[3];        ///< the same
+    FourFloats _low;              ///< bounds of the triangle
     FourFloats _high;
-    FourFloats _reachLow;  ///< what the reach test looks at
+    FourFloats _reachLow;  ///< the bounds for `reached`
     FourFloats _reachHigh;
-    FourFloats _slack;          ///< by how much the box of a cell may be off
-    FourFloats _factor;         ///< box size of a child / its half-size
-    bool _usable;               ///< not all is left to the exact test
+    FourFloats _slack;          ///< how far the box of a cell may be off
+    FourFloats _factor;         ///< half-size of a child's box / half-size of the child
+    bool _usable;               ///< false when all is left to the exact test
     bool _plain;                ///< the factor is 1
     bool _axesReady;            ///< the fields below are worked out
     unsigned int _readyLevels;  ///< bits of the levels whose limits are worked out
@@ -187,23 +201,17 @@ private:
     Level _levels[kLatticeLevel + 1];
 };
 
-/// Children on the low and on the high side along X, Y and Z.
-constexpr unsigned int kSide[3][2] = {
-    {0x55, 0xAA},
-    {0x33, 0xCC},
-    {0x0F, 0xF0}
-};
-
-/// The children c for which, on every axis, the bit of the half that c lies in is set in an index made of
-/// three bits for the low halves and three for the high halves.
+/// From a set of halves to the children all of whose three halves are in it. The set is an index of
+/// six bits: the low halves along X, Y and Z, then the high ones.
 struct ChildrenInHalvesTable {
     unsigned char children[64];
     constexpr ChildrenInHalvesTable() : children() {
         for (unsigned int index = 0; index < 64; ++index) {
-            unsigned int mask = 0xFF;
+            unsigned int mask = kAllChildren;
             for (unsigned int axis = 0; axis < 3; ++axis) {
-                const unsigned int low = (index >> axis & 1u) != 0 ? kSide[axis][0] : 0;
-                const unsigned int high = (index >> (axis + 3) & 1u) != 0 ? kSide[axis][1] : 0;
+                const unsigned int low = (index >> axis & 1u) != 0 ? kChildrenInHalf[axis][0] : 0;
+                const unsigned int high =
+                    (index >> (axis + 3) & 1u) != 0 ? kChildrenInHalf[axis][1] : 0;
                 mask &= low | high;
             }
             children[index] = static_cast<unsigned char>(mask);
@@ -212,8 +220,9 @@ struct ChildrenInHalvesTable {
 };
 constexpr ChildrenInHalvesTable kChildrenInHalves;
 
-/// From four bits for the pairs of halves of the axes a and b (a alternating) of a coordinate plane to the
-/// children in them. Planes: (y, z), (z, x), (x, y).
+/// From a set of columns of children to the children in them. The columns stand on a coordinate
+/// plane of the axes a and b: bit 0 is low a, low b, bit 1 is high a, low b, and so on. The planes
+/// are (y, z), (z, x), (x, y).
 struct ChildrenInPairsTable {
     unsigned char children[3][16];
     constexpr ChildrenInPairsTable() : children() {
@@ -224,7 +233,7 @@ struct ChildrenInPairsTable {
                 unsigned int mask = 0;
                 for (unsigned int pair = 0; pair < 4; ++pair) {
                     if ((index >> pair & 1u) == 0) continue;
-                    mask |= kSide[a][pair & 1u] & kSide[b][pair >> 1];
+                    mask |= kChildrenInHalf[a][pair & 1u] & kChildrenInHalf[b][pair >> 1];
                 }
                 children[plane][index] = static_cast<unsigned char>(mask);
             }
@@ -233,33 +242,38 @@ struct ChildrenInPairsTable {
 };
 constexpr ChildrenInPairsTable kChildrenInPairs;
 
-/// Children whose halves are set in the lanes of both masks.
+/// The children whose half on each axis is set in the mask of the low or of the high halves.
 inline unsigned int ChildrenInHalves(FourFloats iLowHalves, FourFloats iHighHalves) {
     return kChildrenInHalves.children[AxesOf(iLowHalves) | AxesOf(iHighHalves) << 3];
 }
 
+/// Stage 1: the children that certainly hold a vertex.
 inline unsigned int TriangleCells::HoldingVertex(
-    const ChildCells& iCells, FourFloats iBoxSize) const {
+    const ChildCells& iCells, FourFloats iHalfBox) const {
     unsigned int holding = 0;
     for (const FourFloats point : _points) {
         holding |= ChildrenInHalves(
-            _mm_cmplt_ps(Absolute(point - iCells.centres[0]), iBoxSize),
-            _mm_cmplt_ps(Absolute(point - iCells.centres[1]), iBoxSize));
+            _mm_cmplt_ps(Absolute(point - iCells.centres[0]), iHalfBox),
+            _mm_cmplt_ps(Absolute(point - iCells.centres[1]), iHalfBox));
     }
     return holding;
 }
 
+/// Stage 2. The gap on an axis is the distance from the centre to the bounds: negative inside them.
 inline TriangleCells::Verdict TriangleCells::OnBounds(
-    const ChildCells& iCells, FourFloats iBoxSize) const {
+    const ChildCells& iCells, FourFloats iHalfBox) const {
     const FourFloats gaps[2] = {
         _mm_max_ps(_low - iCells.centres[0], iCells.centres[0] - _high),
         _mm_max_ps(_low - iCells.centres[1], iCells.centres[1] - _high)};
     return {
-        ~ChildrenInHalves(_mm_cmple_ps(gaps[0], iBoxSize), _mm_cmple_ps(gaps[1], iBoxSize)),
-        ChildrenInHalves(_mm_cmplt_ps(gaps[0], iBoxSize), _mm_cmplt_ps(gaps[1], iBoxSize))};
+        ~ChildrenInHalves(_mm_cmple_ps(gaps[0], iHalfBox), _mm_cmple_ps(gaps[1], iHalfBox)),
+        ChildrenInHalves(_mm_cmplt_ps(gaps[0], iHalfBox), _mm_cmplt_ps(gaps[1], iHalfBox))};
 }
 
-/// The greatest gap on the three edge axes of a coordinate plane, for four pairs of centres.
+/// The three edge axes of a coordinate plane, for four pairs of centres at once.
+/// @param iA, iB  the centres along a and b
+/// @return the greatest of the three gaps. A gap above 0 means that the two are apart, but for
+///         rounding.
 inline FourFloats TriangleCells::GapOnEdges(
     unsigned int iPlane, FourFloats iA, FourFloats iB, const Level& iLevel) const {
     FourFloats greatest = _mm_set1_ps(-FLT_MAX);
@@ -271,6 +285,9 @@ inline FourFloats TriangleCells::GapOnEdges(
     return greatest;
 }
 
+/// Stage 3. On a coordinate plane the eight children project to four columns, so one vector of four
+/// lanes answers for all of them. `alternating` and `paired` put the two centres of an axis into
+/// the lanes so that together they make the four columns of a plane.
 inline TriangleCells::Verdict TriangleCells::OnAxes(
     const ChildCells& iCells, const Level& iLevel) const {
     const FourFloats low = iCells.centres[0] - _points[0];
@@ -282,7 +299,7 @@ inline TriangleCells::Verdict TriangleCells::OnAxes(
     const FourFloats paired[3] = {
         _mm_unpacklo_ps(xy, xy), _mm_unpackhi_ps(xy, xy), _mm_unpacklo_ps(zz, zz)};
 
-    Verdict verdict = {0, 0xFF};
+    Verdict verdict = {0, kAllChildren};
     for (unsigned int plane = 0; plane < 3; ++plane) {
         const FourFloats gaps =
             GapOnEdges(plane, alternating[(plane + 1) % 3], paired[(plane + 2) % 3], iLevel);
@@ -292,7 +309,7 @@ inline TriangleCells::Verdict TriangleCells::OnAxes(
         verdict.meeting &= children[LanesOf(_mm_cmplt_ps(gaps, Negative(error)))];
     }
 
-    // The normal: children 0 to 3, then 4 to 7.
+    // The normal: children 0 to 3 (low z), then 4 to 7 (high z).
     const FourFloats alongXY =
         Broadcast<0>(_normal) * alternating[0] + Broadcast<1>(_normal) * paired[1];
     const FourFloats normalZ = Broadcast<2>(_normal);
@@ -308,12 +325,14 @@ inline TriangleCells::Verdict TriangleCells::OnAxes(
     return verdict;
 }
 
+/// The limits of a level, worked out when a cell first needs them: most triangles are decided by
+/// the first two stages, and never get here.
 inline const TriangleCells::Level& TriangleCells::LevelFor(
-    unsigned int iLevel, FourFloats iBoxSize, FourFloats iSlack) {
+    unsigned int iLevel, FourFloats iHalfBox, FourFloats iSlack) {
     Level& level = _levels[iLevel];
     if ((_readyLevels >> iLevel & 1u) == 0) {
         if (!_axesReady) PrepareAxes();
-        PrepareLevel(level, iBoxSize, iSlack);
+        PrepareLevel(level, iHalfBox, iSlack);
         _readyLevels |= 1u << iLevel;
     }
     return level;
@@ -331,16 +350,16 @@ inline ChildCells TriangleCells::Children(
     cells.open = cells.reached & ~iPassed;
     if (!_usable) return cells;
 
-    const FourFloats boxSize = cells.halfSize * _factor;
-    cells.touched = cells.open & HoldingVertex(cells, boxSize);
+    const FourFloats halfBox = cells.halfSize * _factor;
+    cells.touched = cells.open & HoldingVertex(cells, halfBox);
     cells.open &= ~cells.touched;
     if (cells.open == 0) return cells;
 
-    const Verdict bounds = OnBounds(cells, boxSize);
+    const Verdict bounds = OnBounds(cells, halfBox);
     cells.open &= ~bounds.apart;
     if (cells.open == 0) return cells;
 
-    const Verdict axes = OnAxes(cells, LevelFor(iLevel, boxSize, _mm_setzero_ps()));
+    const Verdict axes = OnAxes(cells, LevelFor(iLevel, halfBox, _mm_setzero_ps()));
     cells.touched |= cells.open & bounds.meeting & axes.meeting;
     cells.open &= ~(axes.apart | cells.touched);
     return cells;

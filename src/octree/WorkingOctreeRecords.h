@@ -10,10 +10,10 @@
 #include <cstddef>
 #include <type_traits>
 
-// The records of a working octree, in its arena. A cell that is three or more levels above the bottom
-// has a Node, a cell two levels above the bottom a NodeSet. A leaf group, one level above the bottom,
-// is a part of a NodeSet; cells of the last level are bits in it. Records name each other by byte
-// offset, and the root is at offset 0.
+// The records of a working octree, in its arena. A cell that is three or more levels above the
+// bottom has a Node, a cell two levels above the bottom a NodeSet. A leaf group, one level above
+// the bottom, is a part of a NodeSet; cells of the last level are bits in it. Records name each
+// other by byte offset, and the root is at offset 0.
 //
 // The arena comes from malloc and records lie at multiples of 4 in it, so they are used in place.
 
@@ -62,9 +62,10 @@ inline unsigned int OffsetOfGroup(unsigned int iGroup) {
 }
 
 /// The eight tags of a leaf group, by the address of its word in the arena. An iterator on a leaf
-/// group holds no more than that, and the number i of the group can't be seen from it. So the record
-/// has tagIndex: it is always 8 words after the group's word. The word is word i of the record, and the
-/// tags begin at word 16 + 8 i of it, which is 16 + 7 i = tagIndex + 8 words further on.
+/// group holds no more than that, and the number i of the group can't be seen from it. So the
+/// record has tagIndex: it is always 8 words after the group's word. The word is word i of the
+/// record, and the tags begin at word 16 + 8 i of it, which is 16 + 7 i = tagIndex + 8 words
+/// further on.
 inline unsigned short* TagsOfGroup(unsigned char* iWord) {
     constexpr std::size_t kToTagIndex = offsetof(NodeSet, tagIndex) - offsetof(NodeSet, words);
     const std::size_t toTags = LoadAt<unsigned short>(iWord, kToTagIndex) + 8u;
@@ -90,7 +91,8 @@ struct WorkingOctreeAccess {
     /// Number of changes that may have removed a cell or made one full.
     static unsigned int Changes(const PLMIdxWTWorkingOctree& iOctree) { return iOctree._changes; }
 
-    /// Whether some cell may have a tag that a new fill doesn't know, such as one of an earlier fill.
+    /// Whether some cell may have a tag that a new fill doesn't know, such as one of an earlier
+    /// fill.
     static bool IsTagged(const PLMIdxWTWorkingOctree& iOctree) { return iOctree._tagged; }
 
     /// Records that a fill begins: it tags cells and makes some of them full.
