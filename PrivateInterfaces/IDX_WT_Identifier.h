@@ -5,7 +5,7 @@
 #include "IDX_Base_ByteArray.h"
 #include "IDX_Base_Identifier.h"
 
-/// An identifier of any length, which owns its bytes. Up to 32 of them cost no allocation.
+/// An identifier of any length. Owns its bytes. Up to 32 bytes need no allocation.
 class GRIDLOOM_API IDX_WT_Identifier : public IDX_Base_Identifier {
 public:
     IDX_WT_Identifier();
@@ -22,20 +22,21 @@ public:
     /// The number of bytes.
     unsigned int GetSize() const override { return m_byteArray.GetSize(); }
 
-    /// Replaces the bytes by a copy of these, which may be none, and sets the value beside them to 0.
+    /// Replaces the bytes by a copy of the given ones, which may be none. Sets the additional value
+    /// to 0.
     void SetData(const unsigned char* iData, unsigned int iSize);
 
-    /// The bytes themselves. Whoever changes them leaves the value beside them alone.
+    /// The array of bytes itself. A change of it keeps the additional value.
     IDX_Base_ByteArray& GetByteArray() { return m_byteArray; }
     const IDX_Base_ByteArray& GetByteArray() const { return m_byteArray; }
 
-    /// As the operations of IDX_Base_ByteArray; `oText` is the caller's, to be freed with `delete[]`.
+    /// Like the operations of IDX_Base_ByteArray. The caller frees `oText` with `delete[]`.
     void DumpAsHexa(char*& oText) const;
     void DumpAsHexa() const;
     void DumpPrintable() const;
 
 protected:
-    unsigned int m_auxValue;         ///< a value of the subclass's own, copied with the bytes
+    unsigned int m_auxValue;         ///< an additional value for subclasses, copied with the bytes
     IDX_Base_ByteArray m_byteArray;  ///< the identifier
 };
 

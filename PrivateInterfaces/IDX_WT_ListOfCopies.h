@@ -6,28 +6,28 @@
 #include "VEXCollecRoot.h"
 #include "VEXRawCollPV.h"
 
-/// What the lists of identifiers share: a list that owns copies of the values it is given. Positions
-/// count from 1, and only those up to Size() may be asked for. An element keeps its address until it is
-/// removed. None of the operations fails: without memory the process ends.
+/// The common part of the lists of identifiers: a list that owns copies of the appended values.
+/// Positions go from 1 to Size(); others must not be used. An element keeps its address until it is
+/// removed. No operation fails: without memory the process ends.
 ///
-/// The library has this for the two classes that derive from it. One thread at a time.
+/// The library contains this template for its two derived classes only. One thread at a time.
 template <class T>
 class GRIDLOOM_API IDX_WT_ListOfCopies : public VEXCollecRoot {
 public:
     IDX_WT_ListOfCopies();
 
-    /// An empty list with room for `iCapacity` elements. The second number means nothing.
+    /// An empty list with memory for `iCapacity` elements. The second number has no effect.
     explicit IDX_WT_ListOfCopies(int iCapacity);
     IDX_WT_ListOfCopies(int iCapacity, int);
 
-    /// Copies of the other list's elements, in their order.
+    /// Copy the elements of the other list, in their order.
     IDX_WT_ListOfCopies(const IDX_WT_ListOfCopies& iOther);
     IDX_WT_ListOfCopies& operator=(const IDX_WT_ListOfCopies& iOther);
 
     ~IDX_WT_ListOfCopies();
 
-    /// Compare the elements position by position: not 0 for true. What counts as equal is told by the
-    /// class that derives.
+    /// Compare the elements position by position. Not 0 means true. The derived class documents
+    /// when two elements are equal.
     int operator==(const IDX_WT_ListOfCopies& iOther) const;
     int operator!=(const IDX_WT_ListOfCopies& iOther) const;
 
@@ -38,7 +38,7 @@ public:
     /// Adds a copy at the end. Amortised constant time.
     void Append(const T& iValue);
 
-    /// Assigns all elements to those of `oValues`, which has room for Size() of them.
+    /// Assigns all elements to those of `oValues`, an array of at least Size() elements.
     void Array(T* oValues) const;
 
     /// The number of elements.
@@ -47,10 +47,11 @@ public:
     void RemoveAll(VEXCollec::MemoryHandling iHandling);
 
 protected:
-    /// A copy on the heap, never null.
+    /// A copy on the heap, owned by the caller; never null.
     static T* _CopyOf(const T& iValue);
 
-    /// Destroys the elements from the last down to `iFirst`, whose positions stay.
+    /// Destroys the elements from the last down to `iFirst`. Their positions stay, with invalid
+    /// pointers.
     void _DestroyFrom(int iFirst);
 
     VEXRawCollPV _copies;  ///< T*, each of them owned

@@ -12,28 +12,31 @@ class IDX_Base_ByteArray;
 class IDX_Base_String;
 class IDX_WT_File;
 
-/// A store that spreads appended data over numbered piece files and holds only a few of them open. A
-/// datum's place is its piece and the offset in it; whoever appends is told and keeps it.
-/// Names and content of the files: docs/file-formats.md, "Split file".
+/// A store that divides appended data into numbered files, its pieces, and keeps only a few of them
+/// open. Data are found by the number of their piece and the offset in it. Write() returns both,
+/// and the caller stores them. Names and content of the files: docs/file-formats.md, "Split file".
 ///
-/// An append lands whole in one piece: in the current one, or in the next one below the size limit where
-/// that has reached it. So a piece may end above the limit by its last append. Each piece is an
-/// IDX_WT_File: its rules of alignment, of 2^31 bytes and of sharing within the process hold.
+/// An append is never divided. It goes to the current piece, or, when that has reached the size
+/// limit, to the next piece below the limit. So a piece exceeds the limit by at most one append.
+/// Each piece is an IDX_WT_File, with its rules for alignment, for 2^31 bytes and for sharing in
+/// the process.
 ///
-/// Open pieces stand in slots. A piece that is asked for and isn't open takes the slot behind the last
-/// one used, whatever was there. Open for writing, a piece that doesn't exist is made by the asking.
+/// An open piece occupies a slot. A piece that isn't open takes the slot after the one used last;
+/// the piece in that slot is closed. When open for writing, a piece that doesn't exist is created
+/// by any access to it.
 ///
-/// Lock files tell other processes which pieces a writer holds open. They are markers and keep nobody
-/// out; a process that dies leaves them.
+/// Lock files show other processes which pieces a writer has open. They are markers and block
+/// nobody. A process that is killed leaves them.
 ///
-/// Operations that give IDX_Bool trace a tag and give IDX_False when they fail; the object stays usable.
-/// Bringing a piece into a slot fails with "IDX_WT_SplittedFile._TestAndOpen.NotOpened", ".InvalidPart"
-/// (0xFFFFFFFF, which is no piece), ".snprintf" (a name of 2048 characters or more), ".OpenRead" or
-/// ".OpenWrite", and the operation's own tag behind it. One thread at a time.
+/// Operations that return IDX_Bool trace a tag and return IDX_False when they fail. The object
+/// stays usable. An access to a piece may fail with "IDX_WT_SplittedFile._TestAndOpen.NotOpened",
+/// ".InvalidPart" (0xFFFFFFFF, which is no piece), ".snprintf" (a name of 2048 characters or more),
+/// ".OpenRead" or ".OpenWrite"; the operation's own tag follows. One thread at a time.
 class GRIDLOOM_API IDX_WT_SplittedFile {
 public:
-    /// @param iMaxFileSize  bytes of a piece at which appends move on to the next; 0 for no limit
-    /// @param iCacheSize    number of slots, brought into 1 to 10
+    /// @param iMaxFileSize  bytes of a piece from which on appends go to the next one; 0 for no
+    ///                      limit
+    /// @param iCacheSize    number of slots, limited to 1 to 10
     /// @param iUseLockFiles whether lock files are made and removed
     IDX_WT_SplittedFile(unsigned int iMaxFileSize, unsigned int iCacheSize, bool iUseLockFiles);
 
@@ -42,56 +45,58 @@ public:
 
     ~IDX_WT_SplittedFile();  ///< Close()
 
-    /// Opens for reading, behind a Close() of what is open. Piece 0 must exist: without it the result is
-    /// IDX_False without a tag. Even so IsOpened() gives IDX_True then.
+    /// Closes what is open, then opens for reading. Piece 0 must exist: without it the result is
+    /// IDX_False without a tag. IsOpened() returns IDX_True even then.
     /// Tags: "IDX_WT_SplittedFile.OpenRead.snprintf", "IDX_WT_SplittedFile.OpenRead._TestAndOpen".
     IDX_Bool OpenRead(const char* iPath);
 
-    /// Opens for writing, behind a Close() of what is open. Always IDX_True; touches nothing on the disk.
+    /// Closes what is open, then opens for writing. Always IDX_True. Makes no access to the disk.
     IDX_Bool OpenWrite(const char* iPath);
 
-    /// Brings the open pieces to the disk, removes their lock files and closes them.
+    /// Writes all delayed bytes of the open pieces, removes their lock files and closes them.
     void Close();
 
-    /// Brings all that was written to the files.
+    /// Writes all delayed bytes of the open pieces to their files.
     void Flush();
 
     IDX_Bool IsOpened() const;
 
-    /// The size of a piece as IDX_WT_File::GetSize gives it; 0 when the piece can't be had.
+    /// The size of a piece as IDX_WT_File::GetSize gives it; 0 when the piece can't be opened.
     unsigned int GetSize(unsigned int iPart);
 
-    /// Makes the lock file of a piece. IDX_True without doing so when lock files aren't used; IDX_False
-    /// when it is there already (without a tag), or can't be made.
+    /// Creates the lock file of a piece. Does nothing and returns IDX_True when lock files aren't
+    /// used. IDX_False when the lock file exists already (without a tag) or can't be created.
     /// Tag: "IDX_WT_SplittedFile.Lock.snprintf".
     IDX_Bool Lock(unsigned int iPart);
 
-    /// Removes the lock file of a piece. IDX_True without doing so when lock files aren't used; IDX_False
-    /// when it isn't there or can't be removed.
+    /// Removes the lock file of a piece. Does nothing and returns IDX_True when lock files aren't
+    /// used. IDX_False when the lock file doesn't exist or can't be removed.
     /// Tag: "IDX_WT_SplittedFile.Unlock.snprintf".
     IDX_Bool Unlock(unsigned int iPart);
 
-    /// Whether the lock file of a piece exists, whoever made it.
+    /// Whether the lock file of a piece exists, made by this or by another process.
     /// Tag: "IDX_WT_SplittedFile.HasLock.snprintf".
     IDX_Bool HasLock(unsigned int iPart) const;
 
-    /// Reads `iSize` bytes. Tags: "IDX_WT_SplittedFile.ReadAt.InvalidData" (null or nothing to read),
-    /// "IDX_WT_SplittedFile.ReadAt._TestAndOpen", "IDX_WT_SplittedFile.ReadAt.IDX_WT_File.ReadAt".
+    /// Reads `iSize` bytes. Tags: "IDX_WT_SplittedFile.ReadAt.InvalidData" (null or nothing to
+    /// read), "IDX_WT_SplittedFile.ReadAt._TestAndOpen",
+    /// "IDX_WT_SplittedFile.ReadAt.IDX_WT_File.ReadAt".
     IDX_Bool ReadAt(unsigned int iPart, unsigned int iOffset, void* oData, unsigned int iSize);
     IDX_Bool ReadAt(unsigned int iPart, unsigned int iOffset, unsigned short& oValue);
     IDX_Bool ReadAt(unsigned int iPart, unsigned int iOffset, unsigned int& oValue);
     IDX_Bool ReadAt(unsigned int iPart, unsigned int iOffset, float& oValue);
 
     /// Reads a length-prefixed value.
-    /// Tags: "IDX_WT_SplittedFile.ReadAt(ByteArray)._TestAndOpen" and ".IDX_WT_File.ReadAt", or (String).
+    /// Tags: "IDX_WT_SplittedFile.ReadAt(ByteArray)._TestAndOpen" and ".IDX_WT_File.ReadAt", or
+    /// (String).
     IDX_Bool ReadAt(unsigned int iPart, unsigned int iOffset, IDX_Base_ByteArray& oValue);
     IDX_Bool ReadAt(unsigned int iPart, unsigned int iOffset, IDX_Base_String& oValue);
 
-    /// Reads `iSize` bytes without a prefix; none is refused. Tags as for bytes.
+    /// Reads `iSize` bytes, at least 1, without a prefix. Tags as for bytes.
     IDX_Bool ReadAt(
         unsigned int iPart, unsigned int iOffset, unsigned int iSize, IDX_Base_ByteArray& oValue);
 
-    /// Appends, and gives the place; piece 0 and offset 0 on failure.
+    /// Appends, and returns piece and offset of the data. Both are 0 after a failure.
     /// Tags: "IDX_WT_SplittedFile.Write.InvalidData" (null or nothing to write),
     /// "IDX_WT_SplittedFile.Write._TestAndOpen (1)" (current piece), " (2)" (a further one),
     /// "IDX_WT_SplittedFile.Write.IDX_WT_File.Write".
@@ -101,9 +106,10 @@ public:
     IDX_Bool Write(unsigned int iValue, unsigned int& oPart, unsigned int& oOffset);
     IDX_Bool Write(unsigned int iValue);
 
-    /// Writes at a place, without regard to the size limit.
+    /// Writes at an offset of a piece. The size limit doesn't apply.
     /// Tags: "IDX_WT_SplittedFile.WriteAt.InvalidData" (null or nothing to write),
-    /// "IDX_WT_SplittedFile.WriteAt._TestAndOpen", "IDX_WT_SplittedFile.WriteAt.IDX_WT_File.WriteAt".
+    /// "IDX_WT_SplittedFile.WriteAt._TestAndOpen",
+    /// "IDX_WT_SplittedFile.WriteAt.IDX_WT_File.WriteAt".
     IDX_Bool WriteAt(
         unsigned int iPart, unsigned int iOffset, const void* iData, unsigned int iSize);
     IDX_Bool WriteAt(unsigned int iPart, unsigned int iOffset, unsigned short iValue);
@@ -113,7 +119,8 @@ public:
 private:
     enum Mode : unsigned int { NotOpened = 0, ReadOnly = 1, ReadWrite = 2 };
 
-    /// The way by which every operation reaches a piece: brings it into a slot and gives its file.
+    /// Opens a piece in a slot, unless it is open, and returns its file. Every access to a piece
+    /// calls this.
     IDX_Bool _TestAndOpen(unsigned int iPart, IDX_WT_File*& oFile);
 
     IDX_Bool OpenSlot(unsigned int iSlot, unsigned int iPart);
@@ -121,8 +128,8 @@ private:
     void FreeSlot(unsigned int iSlot);
     void StartOn(const char* iPath, Mode iMode);
 
-    /// Writes the name of a piece, with `iSuffix` behind it; false when it doesn't fit, or when no base path
-    /// is set.
+    /// Formats the name of a piece, with `iSuffix` at its end. False when it is too long, and when
+    /// there is no base path.
     bool FormatName(char (&oName)[kPieceNameSize], unsigned int iPart, const char* iSuffix) const;
 
     std::unique_ptr<char[]> m_fileBasePath;  ///< null when closed

@@ -9,24 +9,23 @@
 class VEXUnicodeString;
 class PagedFile;
 
-/// What the process knows of one path: its open stream, the mode and the size. Every IDX_WT_File on that
-/// path works on this one entry. Paths are told apart as they are spelled.
+/// What the process knows of one path: its open stream, its mode and its size. All IDX_WT_File
+/// objects with that path share this entry. Two spellings of one path are two paths.
 class GRIDLOOM_API IdxFile {
 public:
     /// Copies the fields.
     IdxFile& operator=(const IdxFile& iOther) = default;
 
-    /// The entry of a path, made at the first request. Entries stay until the process ends, so that the
-    /// pointer stays good. Never null: without memory the process ends with "AssertionFailed:Ret".
+    /// The entry of a path, created at the first request. The pointer is valid until the process
+    /// ends. Never null: without memory the process ends with "AssertionFailed:Ret".
     static IdxFile* GetFile(const VEXUnicodeString& iPath);
 
-    /// Sets how many bytes of file content the process may hold in memory, over all files; what is held
-    /// beyond that is written or dropped as further pages are needed. 256 MiB unless set.
+    /// Sets how many bytes of file content the process may have in memory, over all files; 256 MiB
+    /// unless set. Content above the limit is written to its file and dropped.
     static void SetPageMemory(std::size_t iBytes);
 
-    /// Brings to the files of the process what was written to them and waits in memory, as IDX_WT_File::Flush
-    /// does for one.
-    /// @return false when something can't reach its file
+    /// Writes the delayed bytes of all files, as IDX_WT_File::Flush() does for one file.
+    /// @return false when some bytes can't be written
     static bool FlushAll();
 
 private:
@@ -34,7 +33,7 @@ private:
 
     enum Mode : unsigned int { NotOpened = 0, ReadOnly = 1, ReadWrite = 2 };
 
-    /// The registry. Owns its entries; closes what is still open when the process ends.
+    /// The registry of all paths. Owns the entries. Closes the open files when the process ends.
     class IdxFileHash {
     public:
         IdxFileHash();
@@ -48,27 +47,27 @@ private:
     IdxFile();
     ~IdxFile();
 
-    /// Takes a stream that was just opened.
+    /// Sets the stream, which was just opened, and its mode.
     void Attach(FILE* iStream, Mode iMode);
 
-    /// The position of the stream's end; false when it can't be told or isn't below 2^31.
+    /// The position of the stream's end. False when it is unknown, or 2^31 or more.
     bool FindEnd(unsigned int& oPosition);
 
-    /// Goes to an offset; false from 2^31 on, when as many bytes as are to be written there would end at 2^31
-    /// or past it, or when a stream that serves itself can't.
+    /// Checks an offset and, for a stream without pages, moves it there. False when the offset, or
+    /// the end of `iWrittenSize` bytes at it, is 2^31 or more, and when the stream can't move.
     bool Seek(unsigned int iOffset, unsigned int iWrittenSize = 0);
 
-    /// Reads at the offset of the last Seek; `oAtEnd` when the file ended too early.
+    /// Reads at the offset of the last Seek(). `oAtEnd` is true when the file ended too early.
     bool Read(unsigned int iOffset, void* oData, unsigned int iSize, bool& oAtEnd);
 
-    /// Writes at the offset of the last Seek.
+    /// Writes at the offset of the last Seek().
     bool Write(unsigned int iOffset, const void* iData, unsigned int iSize);
 
-    /// Brings what is held to the file; false when it can't be done.
+    /// Writes the delayed bytes to the file; false when some can't be written.
     bool Flush();
 
-    /// Brings what is held to the file and closes the stream, if there is one.
-    /// @return false when bytes that were written can't reach the file
+    /// Writes the delayed bytes to the file and closes the stream, if there is one.
+    /// @return false when some bytes can't be written
     bool CloseStream();
 
     static IdxFileHash HashFiles;
@@ -76,7 +75,7 @@ private:
     unsigned int m_size;  ///< logical size in bytes; kept when the file is closed
     FILE* m_stream;       ///< null when closed
     Mode m_mode;
-    PagedFile* m_pages;  ///< where the bytes are held; null when closed and for a device or pipe
+    PagedFile* m_pages;  ///< pages in memory; null when closed, and for a device or pipe
 };
 
 #endif

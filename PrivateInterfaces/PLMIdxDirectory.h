@@ -5,15 +5,18 @@
 #include "IDX_Status.h"
 #include "VEXUnicodeString.h"
 
-/// An index directory, in which a new index is built beside the live one: two sub-directories, "1" and "2", and
-/// the redirecting file, whose four bytes are the number of the live one. Whoever reads that file is
-/// led to a complete index, the old one or the new one.
+/// An index directory. A new index is built in it while readers use the live one. It has two
+/// sub-directories, "1" and "2", and the redirecting file. The four bytes of this file are the
+/// number of the live sub-directory. So a reader always finds a complete index, the old one or the
+/// new one.
 ///
-/// A rebuild goes: IsValidIndexPath(), else BuildIndexPath(); GetWritableIndexPath() with the
-/// sub-directory emptied; the index written into it; SwapIndexPath().
+/// The steps of a rebuild: IsValidIndexPath(); BuildIndexPath() if it gave false;
+/// GetWritableIndexPath(), which empties the other sub-directory; writing the index there;
+/// SwapIndexPath().
 ///
-/// What was read of the redirecting file is kept: a swap by another process isn't seen. Nothing
-/// guards against two writers. Operations that give a status give IDX_S_OK or IDX_E_FAIL.
+/// The redirecting file is read once and its number is kept: a swap by another process isn't
+/// noticed. Two writers at the same time aren't prevented. A status is IDX_S_OK or IDX_E_FAIL
+/// unless stated.
 class GRIDLOOM_API PLMIdxDirectory {
 public:
     /// A directory without a path.
@@ -22,7 +25,7 @@ public:
     PLMIdxDirectory(const PLMIdxDirectory& iOther);
     PLMIdxDirectory& operator=(const PLMIdxDirectory& iOther);
 
-    /// Moves to another index directory, and forgets what was read. No disk access.
+    /// Changes to another index directory and forgets the number that was read. No disk access.
     void SetIndexDirectory(const VEXUnicodeString& iPath);
 
     const VEXUnicodeString& GetBasePath() const { return _basePath; }
@@ -31,34 +34,35 @@ public:
     /// Whether the redirecting file names a live sub-directory.
     bool IsValidIndexPath();
 
-    /// Lays out an index directory whose sub-directory 2 is live, both being empty. Directories that are
-    /// there already are taken over.
-    /// Tags: "PLMIdxDirectory.BuildIndexPath.VEXCloseDirectory", ".VEXCreateDirectoryR", ".WriteAt",
-    /// ".snprintf" (the path is too long).
-    /// @return IDX_S_NOTHING_DONE when there is a valid one
+    /// Creates an index directory with two empty sub-directories, of which 2 is live. Directories
+    /// that exist already are used.
+    /// Tags: "PLMIdxDirectory.BuildIndexPath.VEXCloseDirectory", ".VEXCreateDirectoryR",
+    /// ".WriteAt", ".snprintf" (the path is too long).
+    /// @return IDX_S_NOTHING_DONE when a valid index directory exists
     long int BuildIndexPath();
 
-    /// The path of the live sub-directory. Without one it fails, and gives the base path.
+    /// The path of the live sub-directory. Without one it fails and sets `oPath` to the base path.
     long int GetCurrentIndexPath(VEXUnicodeString& oPath);
 
-    /// The path of the other sub-directory, which isn't made here. Without a live one it fails, and gives
-    /// the base path.
-    /// @param iEmpty  deletes the files in it first, but not sub-directories and files with ".nsf" in
-    ///                their names. Tag: "PLMIdxDirectory.GetWritableIndexPath.EmptyDir", behind
+    /// The path of the other sub-directory, which isn't created here. Without a live one it fails
+    /// and sets `oPath` to the base path.
+    /// @param iEmpty  deletes the files in it first, but not sub-directories and files with ".nsf"
+    ///                in their names. Tag: "PLMIdxDirectory.GetWritableIndexPath.EmptyDir", after
     ///                those of the step that failed
-    /// @param iWait   tries again up to 12 times, 5 seconds apart, and says so to the operator
+    /// @param iWait   repeats a failed deletion up to 12 times, every 5 seconds, with a message
     long int GetWritableIndexPath(VEXUnicodeString& oPath, bool iEmpty, bool iWait);
 
-    /// Makes the other sub-directory live, by one write of four bytes in place. Brings to their files, before
-    /// that, what was written to any IDX_WT_File of the process and isn't closed yet.
-    /// Tags: "PLMIdxDirectory.Swap3DIndexPath.Flush", ".IDX_WT_File.OpenWrite", ".IDX_WT_File.WriteAt",
-    /// ".snprintf"; the old one stays live then. Without a live one it fails.
+    /// Makes the other sub-directory live, by one write of four bytes. Before that, writes the
+    /// delayed bytes of all open IDX_WT_File objects of the process to their files.
+    /// Tags: "PLMIdxDirectory.Swap3DIndexPath.Flush", ".IDX_WT_File.OpenWrite",
+    /// ".IDX_WT_File.WriteAt", ".snprintf"; then the old one stays live. Without a live one it
+    /// fails.
     long int SwapIndexPath();
 
 private:
     friend class PLMIdxDirectoryManager;
 
-    /// Reads the redirecting file if nothing is known of it, or if forced to.
+    /// Reads the redirecting file unless it was read before, or always when `iForce` is true.
     void Init(const bool& iForce);
     void Init_Internal();
 
@@ -72,7 +76,7 @@ private:
     long int EmptyDir(VEXUnicodeString& iPath, bool iWait);
 
     VEXUnicodeString _basePath;
-    int _currentIndex;  ///< number of the live sub-directory; 0 when there is none, -1 when not known
+    int _currentIndex;  ///< number of the live sub-directory; 0 for none, -1 when not read yet
 };
 
 #endif

@@ -5,11 +5,11 @@
 #include "PLMIdxDirectory.h"
 #include "VEXUnicodeString.h"
 
-/// The kinds of index under one base, from 0 to 4. The values 0 and 4 are kinds without a directory.
+/// The kinds of index under one base, from 0 to 4. Kinds 0 and 4 have no directory.
 enum Index_Type : unsigned int { Index_Security = 1, Index_UrlMap = 2, Index_Dwh = 3 };
 
-/// The process-wide view of one index base: an index directory for each kind of index, and the directory of
-/// the run's reports. Operations on a kind are those of its PLMIdxDirectory.
+/// The index base of the process: an index directory for each kind of index, and the directory for
+/// reports. Operations on a kind call those of its PLMIdxDirectory.
 class GRIDLOOM_API PLMIdxDirectoryManager {
 public:
     PLMIdxDirectoryManager(const PLMIdxDirectoryManager&) = delete;
@@ -19,24 +19,24 @@ public:
     /// The one manager of the process.
     static PLMIdxDirectoryManager& GetIndexDirectoryManager() { return _IndexDirManager; }
 
-    /// Sets the base, and with it the path of each kind's directory. Doesn't touch the disk.
+    /// Sets the path of the base and the paths of all kinds. No disk access.
     void SetIndexBaseDirectory(const VEXUnicodeString& iPath);
     void GetIndexBaseDirectory(VEXUnicodeString& oPath) const { oPath = _indexBaseDirectory; }
 
-    /// Makes the report directory unless it is there. The directories of the kinds are made one by one, by
-    /// BuildDirectoryIfNeeded().
+    /// Creates the report directory unless it exists. BuildDirectoryIfNeeded() creates the
+    /// directory of a kind.
     /// @return IDX_S_OK, or IDX_E_FAIL with "Error : Failed to build report directory."
     long int PrepareIndexDirectories();
     long int BuildReportPathIfNeeded();
 
-    /// The report directory; empty until it was made.
+    /// The path of the report directory; empty before it was created or found.
     void GetReportPath(VEXUnicodeString& oPath) const { oPath = _reportPath; }
 
     // Of one kind of index, from 0 to 4.
 
     long int BuildDirectoryIfNeeded(Index_Type iType);
 
-    /// Reads the redirecting file anew: a swap by another process is taken up.
+    /// Reads the redirecting file again, to see a swap by another process.
     void ForceInit(Index_Type iType);
     long int GetCurrentPath(Index_Type iType, VEXUnicodeString& oPath);
     long int GetWritablePath(Index_Type iType, VEXUnicodeString& oPath, bool iEmpty, bool iWait);
