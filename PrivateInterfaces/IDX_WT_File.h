@@ -73,8 +73,8 @@ public:
     /// size; 0 when never opened.
     virtual unsigned int GetSize() const;
 
-    /// Reads `iDataSize` bytes at `iOffset`. All of them must have been written. GetSize(),
-    /// which is rounded up, doesn't count.
+    /// Reads `iDataSize` bytes at `iOffset`. They must not go past the end of the last write.
+    /// GetSize(), which is rounded up, doesn't count.
     /// Tags: "IDX_WT_File.ReadAt.InvalidFile", ".InvalidInputData" (null or nothing to read),
     /// ".fseek[%d]", ".InvalidOffset[fOffset=%d,fSize=%d,dSize=%d]" (past the end), ".fread[%d]".
     virtual IDX_Bool ReadAt(unsigned int iOffset, void* oData, unsigned int iDataSize);

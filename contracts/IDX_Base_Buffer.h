@@ -5,13 +5,14 @@
 
 #include <vector>
 
-/// A resizable block of bytes, copied with its content. None of its operations fails.
+/// A resizable block of bytes. A copy has its own content. No operation fails.
 class IDX_Base_Buffer {
 public:
-    /// Sets the size in bytes. What lies below it stays; new bytes are zero. Pointers become invalid.
+    /// Sets the size in bytes. Bytes below the new size keep their value; added ones are zero.
+    /// Pointers to the content become invalid.
     void Resize(unsigned int iSize) { _bytes.resize(iSize); }
 
-    /// The whole content. Valid until the next Resize.
+    /// The content. Valid until the next Resize().
     unsigned char* GetDataForWriting() { return _bytes.data(); }
     const unsigned char* GetData() const { return _bytes.data(); }
 

@@ -4,9 +4,8 @@
 #include "GridloomContractsExport.h"
 #include "IDX_Bool.h"
 
-/// An array of bytes with a copy of its own of what it is given. Up to 32 bytes are held inside the
-/// object, so that a short key costs no allocation. An array that can't grow for want of memory
-/// ends the process: none of its operations fails.
+/// An array of bytes that owns a copy of its content. Up to 32 bytes are stored inside the object,
+/// so that a short key needs no allocation. No operation fails: without memory the process ends.
 class GRIDLOOM_CONTRACTS_API IDX_Base_ByteArray {
 public:
     IDX_Base_ByteArray() : _data(_inside), _size(0), _capacity(sizeof(_inside)) {}
@@ -15,7 +14,7 @@ public:
     virtual ~IDX_Base_ByteArray();
 
     /// Replaces the content by a copy of `iSize` bytes, which may be part of the present content.
-    /// SetData(nullptr, 0) empties the array. Memory that was taken is used again.
+    /// SetData(nullptr, 0) empties the array. Allocated memory is kept for later content.
     void SetData(const unsigned char* iData, unsigned int iSize);
 
     /// The content; never null. Valid until the array is changed or destroyed.
@@ -24,28 +23,32 @@ public:
     /// The number of bytes.
     unsigned int GetSize() const { return _size; }
 
-    /// Compares as memcmp over the shorter length; of two that agree so far the shorter is first.
-    /// @param oOrder  -1 when this one comes before `iOther`, 0 when they are equal, 1 behind it
+    /// Compares like memcmp over the shorter length. When these bytes are equal, the shorter array
+    /// is first.
+    /// @param oOrder  -1 when this one comes before `iOther`, 0 when they are equal, 1 when it
+    ///                comes after
     /// @return IDX_True: any two arrays can be compared
     IDX_Bool SortCompare(const IDX_Base_ByteArray& iOther, short& oOrder) const;
 
-    /// Prints the content on the standard output, two digits (0-9, a-f) for each byte, and a newline.
+    /// Prints the content to the standard output: two digits (0-9, a-f) for each byte, then a
+    /// newline.
     void DumpAsHexa() const;
 
-    /// Gives the digits as a terminated text, which the caller frees with `delete[]`.
+    /// Sets `oText` to the digits as a terminated text. The caller frees it with `delete[]`.
     void DumpAsHexa(char*& oText) const;
 
-    /// Prints the content on the standard output, and a newline. What isn't a printable character of
-    /// ASCII shows as a dot.
+    /// Prints the content to the standard output, then a newline. A byte that isn't a printable
+    /// ASCII character is printed as a dot.
     void DumpPrintable() const;
 
 private:
+    /// Replaces the content by one that needs a larger block.
     void _Grow(const unsigned char* iData, unsigned int iSize);
 
     unsigned char* _data;       ///< `_inside`, or a block
     unsigned int _size;         ///< bytes in use
     unsigned int _capacity;     ///< bytes at `_data`
-    unsigned char _inside[32];  ///< a key of two ids fits
+    unsigned char _inside[32];  ///< large enough for a key of two ids
 };
 
 #endif

@@ -6,7 +6,8 @@
 /// Byte order.
 class GRIDLOOM_CONTRACTS_API IDX_Base_Endian {
 public:
-    /// The number 1 in the byte order of this machine: its two bytes are a file's byte-order mark.
+    /// The number 1 in the byte order of this machine. Files store its two bytes as their
+    /// byte-order mark.
     static const unsigned short& one();
 
     // Each reverses the bytes of a number in place. A NaN keeps all its bits.

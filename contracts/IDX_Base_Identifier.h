@@ -4,7 +4,7 @@
 #include "GridloomContractsExport.h"
 #include "IDX_Bool.h"
 
-/// Any identifier, seen as its bytes.
+/// The interface of all identifiers: a sequence of bytes.
 class GRIDLOOM_CONTRACTS_API IDX_Base_Identifier {
 public:
     IDX_Base_Identifier() = default;
@@ -19,8 +19,8 @@ public:
     /// The number of bytes.
     virtual unsigned int GetSize() const = 0;
 
-    /// Compares as IDX_Base_ByteArray does, through the two operations above. Identifiers are stored
-    /// in this order, and readers rely on it.
+    /// Compares like IDX_Base_ByteArray::SortCompare(), by the two operations above. Identifiers
+    /// are stored in this order, and readers rely on it.
     IDX_Bool SortCompare(const IDX_Base_Identifier& iOther, short& oOrder) const;
 
 protected:

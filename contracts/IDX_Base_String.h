@@ -4,8 +4,8 @@
 #include "GridloomContractsExport.h"
 #include "IDX_Base_ByteArray.h"
 
-/// An array of characters with an explicit length and no terminator. It has a copy of its own of
-/// what it is given; up to 32 characters cost no allocation. None of its operations fails.
+/// An array of characters with a length and without a terminator. It owns a copy of its content. Up
+/// to 32 characters need no allocation. No operation fails.
 class GRIDLOOM_CONTRACTS_API IDX_Base_String {
 public:
     IDX_Base_String() = default;

@@ -6,7 +6,7 @@
 class VEXUnicodeString;
 
 /// The trace of Keelstone: failure tags at debug level, messages for the operator at information
-/// level. Tracing never fails and gives nothing.
+/// level. Tracing never fails and has no result.
 class GRIDLOOM_CONTRACTS_API IDX_Base_Trace {
 public:
     enum Level { LevelDebug, LevelInfo };
@@ -18,13 +18,13 @@ public:
     static void Debug(const char* iFormat, ...) __attribute__((format(printf, 1, 2)));
     static void Info(const char* iFormat, ...) __attribute__((format(printf, 1, 2)));
 
-    /// Sends all further lines to `iSink`, together with `iContext`, which stays the caller's.
-    /// A null sink restores the default: Info lines go to the standard error, and so do Debug lines
-    /// when the environment variable KEELSTONE_TRACE is "debug".
+    /// Sends all later lines to `iSink`, together with `iContext`, which the caller owns. A null
+    /// sink restores the default: Info lines go to the standard error, and so do Debug lines when
+    /// the environment variable KEELSTONE_TRACE is "debug".
     static void SetSink(Sink iSink, void* iContext);
 
-    /// Sets `oDirectory` to the path of the report directory of an index base: the directory
-    /// "BBDMonitor" in it. The two may be one string.
+    /// Sets `oDirectory` to the path of the report directory of an index base: its sub-directory
+    /// "BBDMonitor". The two arguments may be the same string.
     static void GetBBDMonitorDir(const VEXUnicodeString& iBase, VEXUnicodeString& oDirectory);
 };
 

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdlib>
 
-/// The memory of the value types that rest on standard containers. Without memory the process ends,
-/// since none of their operations has a failure that its users could see, and nothing throws.
+/// The allocator of the value types that use standard containers. Their operations have no result
+/// that could report a failure, and nothing throws. So without memory the process ends.
 template <class T>
 class VEXAllocator {
 public:

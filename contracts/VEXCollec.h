@@ -1,12 +1,12 @@
 #ifndef VEXCollec_h
 #define VEXCollec_h
 
-/// What all collections share. Positions in every collection count from 1.
+/// Constants of all collections. Positions in every collection count from 1.
 struct VEXCollec {
-    /// What RemoveAll does with the storage.
+    /// What RemoveAll() does with the memory of a collection.
     enum MemoryHandling {
-        KeepMemory = 0,    ///< the collection is refilled at once: its storage stays
-        ReleaseMemory = 1  ///< the collection is being discarded: its storage goes
+        KeepMemory = 0,    ///< keeps it, for a collection that is filled again soon
+        ReleaseMemory = 1  ///< frees it, for a collection that isn't needed any more
     };
 };
 

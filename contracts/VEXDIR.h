@@ -3,12 +3,13 @@
 
 #include "GridloomContractsExport.h"
 
-/// An open directory as VEXOpenDirectory gives it for a plain path. Needs no constructor.
+/// An open directory, for the form of VEXOpenDirectory() with a plain path. Needs no constructor.
 struct VEXDirHandle {
     void* stream;
 };
 
-/// A directory that VEXOpenDirectory opens. Closes it when it is still open at the end.
+/// An open directory, for the other form of VEXOpenDirectory(). The destructor closes it if it is
+/// open.
 class GRIDLOOM_CONTRACTS_API VEXDIR {
 public:
     VEXDIR();
@@ -16,7 +17,7 @@ public:
     VEXDIR(const VEXDIR&) = delete;
     VEXDIR& operator=(const VEXDIR&) = delete;
 
-    VEXDirHandle handle;  ///< its stream is null while nothing is open
+    VEXDirHandle handle;  ///< its stream is null when closed
 };
 
 #endif

@@ -8,11 +8,12 @@
 class VEXHashCodeIter;
 class VEXUnicodeString;
 
-/// A dictionary from texts to pointers, any number of them. It has copies of its own of the keys and
-/// doesn't own what the pointers point at. It is walked in the order of insertion, on every machine.
+/// A dictionary from texts to pointers, with any number of entries. It owns copies of the keys. It
+/// doesn't own what the pointers point to. Iterators visit it in the order of insertion, on every
+/// machine.
 class GRIDLOOM_CONTRACTS_API VEXHashDico {
 public:
-    /// An empty dictionary whose table starts with `iBuckets` buckets, and grows with the entries.
+    /// An empty dictionary. Its table has `iBuckets` buckets at first and grows with the entries.
     explicit VEXHashDico(int iBuckets);
 
     /// Copies the entries in their order. Without memory the process ends.
@@ -23,16 +24,16 @@ public:
     /// Adds an entry. Amortised constant time.
     /// @param iKey    not in the dictionary yet
     /// @param iValue  not null
-    /// @return 1, or 0 without memory; then the dictionary is as before
+    /// @return 1; 0 without memory, then the dictionary is unchanged
     int Insert(const VEXUnicodeString& iKey, void* iValue);
 
-    /// The value of a key, or null. Constant time.
+    /// The value of a key; null when there is no entry. Constant time on average.
     void* Locate(const VEXUnicodeString& iKey) const;
 
-    /// Forgets all entries and leaves the values alone.
+    /// Removes all entries. The values themselves aren't touched.
     void RemoveAll();
 
-    /// The value at an iterator, null before the first entry and behind the last.
+    /// The value at an iterator; null before the first entry and after the last one.
     void* operator[](const VEXHashCodeIter& iIterator) const;
 
 private:
@@ -44,9 +45,9 @@ private:
     void _GrowTable();
 
     Entry* _first;         ///< the entry that was inserted first
-    Entry** _end;          ///< where the pointer to the next new entry goes
+    Entry** _end;          ///< the pointer that the next new entry is linked to
     std::size_t _count;    ///< entries
-    std::size_t _buckets;  ///< length of `_table` once it is there, never 0
+    std::size_t _buckets;  ///< length of `_table`, or of the first table; never 0
     Entry** _table;        ///< head of each bucket's chain; null before the first entry
 };
 

@@ -8,12 +8,12 @@
 #include <cstddef>
 #include <deque>
 
-/// A list of values of its own. Positions count from 1. An element keeps its address while others
-/// are appended. None of its operations fails.
+/// A list that owns copies of values. Positions count from 1. An element keeps its address while
+/// others are appended. No operation fails.
 template <class T>
 class VEXListVal : public VEXCollecRoot {
 public:
-    /// Adds a copy at the end and gives its position. Constant time.
+    /// Adds a copy at the end and returns its position. Constant time.
     int Append(const T& iValue) {
         _values.push_back(iValue);
         return Size();

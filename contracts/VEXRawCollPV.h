@@ -4,17 +4,17 @@
 #include "GridloomContractsExport.h"
 #include "VEXCollec.h"
 
-/// A growable collection of pointers, which doesn't own what they point at. Positions count from 1.
-/// A collection that can't grow for want of memory ends the process: none of its operations fails.
+/// A growing list of pointers. It doesn't own what they point to. Positions count from 1. No
+/// operation fails: without memory the process ends.
 class GRIDLOOM_CONTRACTS_API VEXRawCollPV {
 public:
-    /// No entries, and room for `iCapacity` of them.
+    /// An empty list with memory for `iCapacity` entries.
     explicit VEXRawCollPV(int iCapacity);
     VEXRawCollPV(const VEXRawCollPV& iOther);
     VEXRawCollPV& operator=(const VEXRawCollPV& iOther);
     virtual ~VEXRawCollPV();
 
-    /// Adds an entry at the end and gives its position. Amortised constant time.
+    /// Adds an entry at the end and returns its position. Amortised constant time.
     int Append(void* iPointer) {
         if (_count == _capacity) _Grow(_count + 1);
         _entries[_count] = iPointer;
@@ -27,12 +27,13 @@ public:
 
     void RemoveAll(VEXCollec::MemoryHandling iHandling);
 
-    /// Removes one entry; those behind it move up by one. Linear in their number.
+    /// Removes one entry. The positions of the entries after it decrease by one. Linear in their
+    /// number.
     void RemovePosition(int iPosition);
 
     int Size() const { return _count; }
 
-    /// Sets the number of entries. New ones are addressable at once and hold null.
+    /// Sets the number of entries. New entries are null.
     /// @return the new number
     int Size(int iCount);
 

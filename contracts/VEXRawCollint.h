@@ -3,17 +3,17 @@
 
 #include "GridloomContractsExport.h"
 
-/// A growable collection of numbers. Positions count from 1. A collection that can't grow for want
-/// of memory ends the process: none of its operations fails.
+/// A growing list of numbers. Positions count from 1. No operation fails: without memory the
+/// process ends.
 class GRIDLOOM_CONTRACTS_API VEXRawCollint {
 public:
-    /// No entries, and room for `iCapacity` of them.
+    /// An empty list with memory for `iCapacity` entries.
     explicit VEXRawCollint(int iCapacity);
     VEXRawCollint(const VEXRawCollint&) = delete;
     VEXRawCollint& operator=(const VEXRawCollint&) = delete;
     virtual ~VEXRawCollint();
 
-    /// Adds an entry at the end and gives its position. Amortised constant time.
+    /// Adds an entry at the end and returns its position. Amortised constant time.
     int Append(int iNumber) {
         if (_count == _capacity) _Grow(_count + 1);
         _entries[_count] = iNumber;

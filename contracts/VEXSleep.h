@@ -3,7 +3,8 @@
 
 #include "GridloomContractsExport.h"
 
-/// Suspends the caller for at least `iDuration` half milliseconds; not at all below 1.
+/// Suspends the thread for at least `iDuration` half milliseconds. Returns at once for a number
+/// below 1.
 GRIDLOOM_CONTRACTS_API void VEXSleep(int iDuration);
 
 #endif

@@ -6,7 +6,7 @@
 
 #include <string>
 
-/// A narrow text, copied with its content. None of its operations fails.
+/// A text of bytes. A copy has its own content. No operation fails.
 class GRIDLOOM_CONTRACTS_API VEXString {
 public:
     VEXString() = default;
@@ -14,7 +14,7 @@ public:
     /// A null `iText` counts as the empty text.
     VEXString(const char* iText);
 
-    /// The text, terminated. Valid as long as the string lives and isn't assigned to.
+    /// The text, terminated. Valid until the string is assigned to or destroyed.
     char* CastToCharPtr() const { return const_cast<char*>(_text.c_str()); }
 
 private:

@@ -17,7 +17,7 @@ public:
     /// Seconds since 1970-01-01 00:00:00 UTC.
     std::int64_t Gettime_t() const;
 
-    /// The time as local time, written by a format of strftime, such as "%H:%M:%S".
+    /// Formats the time as local time, by a format of strftime, such as "%H:%M:%S".
     /// @param iFlag  0
     VEXUnicodeString ConvertToString(const VEXUnicodeString& iFormat, int iFlag) const;
 

@@ -7,17 +7,17 @@
 #include <cstdint>
 #include <string>
 
-/// How SearchSubString goes through a text.
+/// The direction of SearchSubString().
 enum VEXSearchMode { VEXSearchForward = 1 };
 
-/// A text in UTF-8, copied with its content. It may hold zero bytes; a null `const char*` counts as
-/// the empty text. Positions are in bytes and counted from 0. None of its operations fails.
+/// A text in UTF-8. A copy has its own content. It may contain zero bytes. A null `const char*`
+/// counts as the empty text. Positions are in bytes and count from 0. No operation fails.
 class GRIDLOOM_CONTRACTS_API VEXUnicodeString {
 public:
     VEXUnicodeString() = default;
     VEXUnicodeString(const char* iText);
 
-    /// Takes exactly `iBytes` bytes, which need no terminator.
+    /// Copies exactly `iBytes` bytes, which need no terminator.
     VEXUnicodeString(const char* iText, std::uint64_t iBytes);
 
     VEXUnicodeString& operator=(const char* iText);
@@ -31,14 +31,13 @@ public:
     operator const char*() const { return _text.c_str(); }
     const char* ConvertToChar() const { return _text.c_str(); }
 
-    /// A new string with `iText` behind this one.
+    /// A new string: this text and then `iText`.
     VEXUnicodeString operator+(const char* iText) const;
 
     VEXUnicodeString& Append(const VEXUnicodeString& iText);
 
-    /// Becomes `iValue`, written by a printf format for one `int`.
-    /// @return the length in bytes; negative for a format that can't be written, which empties the
-    ///         string
+    /// Replaces the text by `iValue`, formatted by a printf format for one `int`.
+    /// @return the length in bytes; negative when formatting fails, then the text is empty
     int BuildFromNum(int iValue, const char* iFormat);
 
     int GetLengthInByte() const { return static_cast<int>(_text.size()); }
@@ -46,11 +45,11 @@ public:
     /// The number of code points.
     int GetLengthInChar() const;
 
-    /// The position of the first `iWhat` at or behind `iStart`, or -1. An empty text is found at
-    /// once.
+    /// The position of the first `iWhat` at or after `iStart`; -1 when there is none. An empty text
+    /// is found at `iStart`, if that is inside the text or at its end.
     int SearchSubString(const VEXUnicodeString& iWhat, int iStart, VEXSearchMode iMode) const;
 
-    /// `iLength` bytes from `iStart` on, cut to what the text has.
+    /// Up to `iLength` bytes from `iStart` on, as far as the text goes.
     VEXUnicodeString SubString(int iStart, int iLength) const;
 
 private:

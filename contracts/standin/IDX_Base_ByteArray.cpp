@@ -8,6 +8,7 @@
 
 namespace {
 
+/// The digit of the low 4 bits.
 char HexDigit(unsigned int iValue) {
     return "0123456789abcdef"[iValue & 15];
 }
@@ -28,6 +29,7 @@ IDX_Base_ByteArray::~IDX_Base_ByteArray() {
 }
 
 void IDX_Base_ByteArray::SetData(const unsigned char* iData, unsigned int iSize) {
+    // The new bytes may be part of the present ones, which memmove allows.
     if (iSize > _capacity) {
         _Grow(iData, iSize);
     } else if (iSize > 0) {
@@ -36,7 +38,7 @@ void IDX_Base_ByteArray::SetData(const unsigned char* iData, unsigned int iSize)
     _size = iSize;
 }
 
-/// Moves to a block of `iSize` bytes. The old one goes last: `iData` may lie in it.
+/// The old block is freed last, since `iData` may point into it.
 void IDX_Base_ByteArray::_Grow(const unsigned char* iData, unsigned int iSize) {
     auto* block = static_cast<unsigned char*>(AllocateOrStop(iSize));
     std::memcpy(block, iData, iSize);
@@ -56,6 +58,7 @@ void IDX_Base_ByteArray::DumpAsHexa() const {
 }
 
 void IDX_Base_ByteArray::DumpAsHexa(char*& oText) const {
+    // Two digits for each byte, and the terminator. The size may exceed 32 bits.
     char* text = new (std::nothrow) char[2 * std::size_t{_size} + 1];
     if (text == nullptr) StopForMemory();
     oText = text;

@@ -7,7 +7,8 @@ namespace {
 
 const unsigned short kOne = 1;
 
-/// Works on bytes alone: as a float, a number of the other order may be a NaN that loses bits.
+/// Works on bytes only. The swapped bytes of a float may be a signalling NaN, whose bits can change
+/// when it is copied as a float.
 template <class T>
 void ReverseBytes(T& ioValue) {
     unsigned char bytes[sizeof(T)];

@@ -10,6 +10,7 @@
 
 namespace {
 
+/// Whether Debug lines are printed. The environment is read once, at the first call.
 bool DebugIsShown() {
     static const char* const level = std::getenv("KEELSTONE_TRACE");
     static const bool shown = level != nullptr && std::strcmp(level, "debug") == 0;
@@ -24,11 +25,12 @@ void WriteToStandardError(IDX_Base_Trace::Level iLevel, const char* iLine, void*
 IDX_Base_Trace::Sink theSink = WriteToStandardError;
 void* theContext = nullptr;
 
-/// Formats the whole line, whatever its length, and hands it to the sink. A line that doesn't fit
-/// the stack and finds no memory is cut, since tracing never fails.
+/// Formats a line of any length and passes it to the sink. A long line needs a block on the heap.
+/// Without memory it is cut, since tracing never fails.
 __attribute__((format(printf, 2, 0))) void Trace(
     IDX_Base_Trace::Level iLevel, const char* iFormat, va_list iArguments) {
     char shortLine[512];
+    // vsnprintf uses the arguments up, so the second call needs a copy of them.
     va_list again;
     va_copy(again, iArguments);
     const int length = std::vsnprintf(shortLine, sizeof(shortLine), iFormat, iArguments);
@@ -46,6 +48,7 @@ __attribute__((format(printf, 2, 0))) void Trace(
 }  // namespace
 
 void IDX_Base_Trace::Debug(const char* iFormat, ...) {
+    // Saves the formatting of lines that nobody sees.
     if (theSink == WriteToStandardError && !DebugIsShown()) return;
     va_list arguments;
     va_start(arguments, iFormat);

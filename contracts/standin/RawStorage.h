@@ -7,21 +7,21 @@
 #include <limits>
 #include <new>
 
-/// Ends the process: a collection or a value has no failure that its users could see.
+/// Ends the process: the operations of collections and values can't report a failure.
 [[noreturn]] inline void StopForMemory() {
     VEXFatalError(
         "AssertionFailed: memory for a collection", nullptr, nullptr, nullptr, __FILE__, __LINE__);
 }
 
-/// A block of `iSize` bytes for free(), never null.
+/// A block of `iSize` bytes, which the caller frees by free(). Never null, even for 0 bytes.
 inline void* AllocateOrStop(std::size_t iSize) {
     void* block = std::malloc(iSize > 0 ? iSize : 1);
     if (block == nullptr) StopForMemory();
     return block;
 }
 
-/// Enlarges the storage of a raw collection to at least `iCount` entries, at least doubling it, so
-/// that appending takes amortised constant time. Ends the process when there is no memory.
+/// Enlarges the memory of a collection to at least `iCount` entries, and to at least twice its
+/// capacity, so that an append takes amortised constant time. Ends the process without memory.
 template <class T>
 void GrowRawStorage(T*& ioEntries, int& ioCapacity, int iCount) {
     const int doubled = ioCapacity > std::numeric_limits<int>::max() / 2 ? iCount : 2 * ioCapacity;

@@ -31,12 +31,13 @@ bool IsDirectory(const char* iPath) {
     return stat(iPath, &found) == 0 && S_ISDIR(found.st_mode);
 }
 
-/// Creates one directory; whoever else creates it at the same time is welcome.
+/// Creates one directory. Succeeds, too, when another process creates it at the same time.
 bool CreateOne(const char* iPath) {
     return mkdir(iPath, 0777) == 0 || IsDirectory(iPath);
 }
 
-/// Creates the directories from the top down: the path is cut behind each of its names in turn.
+/// Creates the directories of a path from the top down. Each round takes the path up to its next
+/// separator; the last round takes all of it.
 long int Create(const char* iPath) {
     Text path(iPath);
     for (std::size_t end = 0; end != Text::npos;) {
@@ -50,7 +51,8 @@ bool IsOwnOrParent(const char* iName) {
     return std::strcmp(iName, ".") == 0 || std::strcmp(iName, "..") == 0;
 }
 
-/// Reads all names; false when the system can't.
+/// Reads all names; false on an error of the system. readdir() gives null at the end and on an
+/// error; only errno says which.
 bool ReadNames(DIR* iStream, std::vector<Text, VEXAllocator<Text>>& oNames) {
     for (;;) {
         errno = 0;
@@ -101,13 +103,14 @@ long int VEXListDirectory(VEXUnicodeString& iPath, VEXListValVEXUnicodeString& o
     const bool complete = ReadNames(static_cast<DIR*>(directory.stream), names);
     (void)Close(directory);
     if (!complete) return IDX_E_FAIL;
+    // The system lists names in any order; users get one order on every machine.
     std::sort(names.begin(), names.end());
     for (const Text& name : names) oNames.Append(name.c_str());
     return IDX_S_OK;
 }
 
 long int VEXMakePath(VEXUnicodeString* ioPath, VEXUnicodeString* iName) {
-    const VEXUnicodeString name(*iName);
+    const VEXUnicodeString name(*iName);  // a copy, since both arguments may be one string
     ioPath->Append(IDX_Base_Constants::PATH_SEPARATOR_STR).Append(name);
     return IDX_S_OK;
 }

@@ -4,7 +4,7 @@
 
 namespace {
 
-/// Unlike remove(), which takes an empty directory too.
+/// Deletes a file by unlink(). remove() would delete an empty directory, too.
 long int Delete(const char* iPath) {
     return unlink(iPath) == 0 ? IDX_S_OK : IDX_E_FAIL;
 }

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// FNV-1a of 64 bits (Fowler, Noll, Vo: http://www.isthe.com/chongo/tech/comp/fnv/).
+/// The FNV-1a hash of 64 bits (Fowler, Noll, Vo: http://www.isthe.com/chongo/tech/comp/fnv/).
 std::uint64_t HashOf(const char* iKey, std::size_t iKeySize) {
     std::uint64_t hash = 0xcbf29ce484222325u;
     for (std::size_t i = 0; i < iKeySize; ++i) {
@@ -26,10 +26,15 @@ std::size_t SizeOf(const VEXUnicodeString& iKey) {
 
 }  // namespace
 
+// A hash table with separate chaining (D. E. Knuth, "The Art of Computer Programming", volume 3,
+// section 6.4). Each bucket is a chain of entries. All entries are also in one chain in the order
+// of insertion, which iterators follow, so that the order doesn't depend on the hash. The table
+// doubles when it has as many entries as buckets; so a chain has about one entry.
+
 /// An entry. The bytes of its key follow it in the same block.
 struct VEXHashDico::Entry {
     Entry* nextInOrder;   ///< the entry that was inserted after this one
-    Entry* nextInBucket;  ///< of the same bucket
+    Entry* nextInBucket;  ///< the next entry of the same bucket
     void* value;
     std::uint64_t hash;
     std::size_t keySize;
@@ -67,6 +72,8 @@ int VEXHashDico::Insert(const VEXUnicodeString& iKey, void* iValue) {
 }
 
 void* VEXHashDico::Locate(const VEXUnicodeString& iKey) const {
+    // The hashes are compared first: two keys of one bucket rarely have the same hash, and then the
+    // bytes needn't be read.
     if (_table == nullptr) return nullptr;
     const char* key = iKey.ConvertToChar();
     const std::size_t keySize = SizeOf(iKey);
@@ -86,6 +93,7 @@ void VEXHashDico::RemoveAll() {
         ::operator delete(entry);
         entry = next;
     }
+    // The table stays for later entries, with empty buckets.
     _first = nullptr;
     _end = &_first;
     _count = 0;
@@ -97,6 +105,8 @@ void* VEXHashDico::operator[](const VEXHashCodeIter& iIterator) const {
 }
 
 bool VEXHashDico::_Add(const char* iKey, std::size_t iKeySize, void* iValue) {
+    // The operator new without exceptions gives null without memory; the dictionary is still
+    // unchanged then.
     if (_table == nullptr || _count >= _buckets) _GrowTable();
     if (_table == nullptr) return false;
     void* block = ::operator new(sizeof(Entry) + iKeySize, std::nothrow);
@@ -110,14 +120,15 @@ bool VEXHashDico::_Add(const char* iKey, std::size_t iKeySize, void* iValue) {
     return true;
 }
 
+/// Links an entry to the chain of its bucket.
 void VEXHashDico::_Chain(Entry* iEntry) {
     Entry*& head = _table[iEntry->hash % _buckets];
     iEntry->nextInBucket = head;
     head = iEntry;
 }
 
-/// Makes the first table, or one of twice the buckets for all entries. Without memory for it the
-/// present table stays, with longer chains.
+/// Creates the first table, or one of twice the size with all entries. Without memory the present
+/// table stays, and its chains become longer.
 void VEXHashDico::_GrowTable() {
     const std::size_t buckets = _table == nullptr ? _buckets : 2 * _buckets;
     Entry** table = new (std::nothrow) Entry*[buckets]();
@@ -132,6 +143,8 @@ VEXHashCodeIter::VEXHashCodeIter(const VEXHashDico& iDico)
     : _next(&iDico._first), _current(nullptr) {}
 
 void* VEXHashCodeIter::operator++(int) {
+    // _next points to the link of the next entry, not to the entry. So at the end of the dictionary
+    // it sees an entry that is inserted later.
     VEXHashDico::Entry* entry = *_next;
     _current = entry;
     if (entry == nullptr) return nullptr;

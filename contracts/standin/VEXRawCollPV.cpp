@@ -35,6 +35,7 @@ void VEXRawCollPV::RemoveAll(VEXCollec::MemoryHandling iHandling) {
 }
 
 void VEXRawCollPV::RemovePosition(int iPosition) {
+    // Positions count from 1, so _entries + iPosition is the entry after the removed one.
     std::copy(_entries + iPosition, _entries + _count, _entries + iPosition - 1);
     --_count;
 }

@@ -19,7 +19,8 @@ VEXUnicodeString VEXTime::ConvertToString(const VEXUnicodeString& iFormat, int) 
     const std::time_t seconds = _seconds;
     std::tm local;
     if (localtime_r(&seconds, &local) == nullptr) return VEXUnicodeString();
-    // strftime gives 0 both for no text and for too little room: a character more tells them apart.
+    // strftime returns 0 for an empty text and for a buffer that is too small. With a dot appended,
+    // the text is never empty, so 0 means too small. The dot is cut off at the end.
     const VEXUnicodeString format = iFormat + ".";
     std::vector<char, VEXAllocator<char>> text(64);
     std::size_t length = 0;

@@ -5,11 +5,12 @@
 
 namespace {
 
+/// A null text counts as the empty text.
 const char* TextOf(const char* iText) {
     return iText != nullptr ? iText : "";
 }
 
-/// A code point starts at each byte but those that continue one: 10xxxxxx in UTF-8.
+/// Whether a byte starts a code point. In UTF-8 only the bytes 10xxxxxx continue one.
 bool StartsCodePoint(char iByte) {
     return (static_cast<unsigned char>(iByte) & 0xC0u) != 0x80u;
 }
@@ -48,7 +49,8 @@ int VEXUnicodeString::BuildFromNum(int iValue, const char* iFormat) {
     _text.clear();
     const int length = std::snprintf(nullptr, 0, iFormat, iValue);
     if (length <= 0) return length;
-    // The terminator goes into the last character, which is cut off.
+    // The first call measures. The second one writes a terminator, too, which needs one character
+    // more.
     _text.resize(static_cast<std::size_t>(length) + 1);
     (void)std::snprintf(&_text[0], _text.size(), iFormat, iValue);
     _text.pop_back();
@@ -68,6 +70,7 @@ int VEXUnicodeString::SearchSubString(
 }
 
 VEXUnicodeString VEXUnicodeString::SubString(int iStart, int iLength) const {
+    // Both arguments are limited to the text, so that any numbers are safe.
     const std::size_t start = std::min(static_cast<std::size_t>(std::max(iStart, 0)), _text.size());
     const std::size_t length =
         std::min(static_cast<std::size_t>(std::max(iLength, 0)), _text.size() - start);
