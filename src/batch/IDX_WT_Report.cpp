@@ -8,6 +8,14 @@
 #include <cstdarg>
 #include <cstring>
 
+// Lines of a report:
+//
+//   # 14:03:07 - Begin Octrees (1795500187)
+//   Parts:12
+//   # 14:03:08 - End   Octrees (1795500188)
+//   [Return code is] : 0
+//   EndOfReport
+
 namespace {
 
 constexpr int kLineSize = 1024;  ///< with the terminator
@@ -97,6 +105,7 @@ void IDX_WT_Report::Print(int iKind, const char* iName, int iDepth) {
     const VEXTime now;
     if (iKind == _BEGIN) IDX_Base_Trace::Info("%s", "");
     Line line;
+    // Tabs show the depth of the step. They never take more than the line has.
     const int tabs = std::clamp(iDepth, 0, kLineSize - 1);
     std::memset(line, '\t', static_cast<std::size_t>(tabs));
     std::snprintf(

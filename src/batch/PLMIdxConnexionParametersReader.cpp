@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+// The parameter is given once for each setting: -c NAME=VALUE.
+
 namespace {
 
 /// A line of help. In the pair, the word after '=' names what the user writes there.
@@ -39,6 +41,7 @@ long int PLMIdxConnexionParametersReader::Set(const char* iValue) {
             "Failure: No value has been specified for '%s' parameter", name.ConvertToChar());
         return IDX_E_FAIL;
     }
+    // The two lists have one length, so a position leads from a name to its value.
     _names.Append(name);
     _values.Append(value);
     return IDX_S_OK;

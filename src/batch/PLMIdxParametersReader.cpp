@@ -13,6 +13,10 @@
 #include <cstring>
 #include <new>
 
+// The way of one argument: Read() takes it and the value after it, _ReadArgument() checks both
+// against the declarations, _StoreValue() passes the value to the parameter's own reader or to
+// PLMIdxParameters. Any error of the user prints a message and then the usage.
+
 namespace {
 
 /// The left column of help has the longest name and as many characters more: a blank and "value".

@@ -9,19 +9,19 @@
 // whole literal, so that a search in the sources for the text of a trace line finds the line that
 // failed.
 
-/// Traces a tag and gives false.
+/// Traces a tag and returns false.
 inline bool TraceFalse(const char* iTag) {
     IDX_Base_Trace::Debug("%s", iTag);
     return false;
 }
 
-/// The same for operations that give IDX_Bool.
+/// The same for operations that return IDX_Bool.
 inline IDX_Bool TraceNo(const char* iTag) {
     IDX_Base_Trace::Debug("%s", iTag);
     return IDX_False;
 }
 
-/// Traces a tag and gives a status.
+/// Traces a tag and returns a status.
 inline long int TraceStatus(const char* iTag, long int iStatus) {
     IDX_Base_Trace::Debug("%s", iTag);
     return iStatus;

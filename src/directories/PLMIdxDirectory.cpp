@@ -14,6 +14,16 @@
 
 #include <cstdio>
 
+// An index directory on the disk:
+//
+//   BASE/IDXBuffer    the redirecting file: the number 1 or 2
+//   BASE/1            a sub-directory with an index
+//   BASE/2            another one; the number says which of the two is live
+//
+// Readers follow the number. A writer fills the other sub-directory and then changes the number. A
+// write of four bytes is all that readers can see of it, so they find the old index or the new one,
+// never a part of one.
+
 namespace {
 
 // Values of _currentIndex beside 1 and 2.
@@ -97,6 +107,8 @@ bool DeleteFiles(const VEXUnicodeString& iPath) {
 
 }  // namespace
 
+// A copy has the number that the other object has read.
+
 PLMIdxDirectory::PLMIdxDirectory() : _currentIndex(kNotKnown) {}
 
 PLMIdxDirectory::PLMIdxDirectory(const VEXUnicodeString& iPath)
@@ -173,6 +185,7 @@ long int PLMIdxDirectory::MakeBaseDirectory() const {
 }
 
 long int PLMIdxDirectory::WriteFirstNumber(const char* iRedirectingFile) {
+    // Without a redirecting file there is no live index, and later calls needn't read it again.
     IDX_WT_File file;
     if (file.OpenWrite(iRedirectingFile) == IDX_False) {
         _currentIndex = kNoIndex;

@@ -46,6 +46,7 @@ long int PLMIdxDirectoryManager::BuildReportPathIfNeeded() {
 }
 
 long int PLMIdxDirectoryManager::BuildDirectoryIfNeeded(Index_Type iType) {
+    // An index directory that is valid stays as it is: its live index is in use.
     PLMIdxDirectory& directory = _directories[iType];
     return directory.IsValidIndexPath() ? IDX_S_OK : directory.BuildIndexPath();
 }
@@ -53,6 +54,9 @@ long int PLMIdxDirectoryManager::BuildDirectoryIfNeeded(Index_Type iType) {
 void PLMIdxDirectoryManager::ForceInit(Index_Type iType) {
     _directories[iType].Init_Internal();
 }
+
+// The operations on a kind call those of its directory. The kind is the position in the array, so a
+// value above 4 is an error of the caller.
 
 long int PLMIdxDirectoryManager::GetCurrentPath(Index_Type iType, VEXUnicodeString& oPath) {
     return _directories[iType].GetCurrentIndexPath(oPath);

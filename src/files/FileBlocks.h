@@ -7,6 +7,9 @@
 /// Which blocks of a file the disk has already reserved. A write into such a block needs no new
 /// space. So it can be delayed: a disk that is full, or becomes full, can't refuse it later.
 ///
+///     |  block  |  block  |  block  |  hole  |  block  |
+///     0                             End()                   writes before End() can be delayed
+///
 /// This holds on file systems that overwrite a block in place: ext2, ext3, ext4, tmpfs, and XFS for
 /// a file that shares no block with another file. On all others no block counts. A file system that
 /// copies on write needs space for each write. A network file system reports a full disk too late.

@@ -29,7 +29,7 @@ std::size_t WriteFully(
         const ssize_t n =
             pwrite(iDescriptor, iData + done, iSize - done, static_cast<off_t>(iOffset + done));
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
+        if (n <= 0) break;  // an error; the caller sees it by the number of bytes
         done += static_cast<std::size_t>(n);
     }
     return done;

@@ -18,6 +18,12 @@
 #include <cstdlib>
 #include <memory>
 
+// Three objects serve a file. IDX_WT_File has a path and checks the arguments. IdxFile has what
+// belongs to the path: the stream, the mode and the size. PagedFile has the bytes of the file in
+// memory, whatever its path. A device or pipe has no PagedFile; the stream serves it.
+//
+// The operations for values (numbers, byte arrays, strings, identifiers) call those for bytes.
+
 namespace {
 
 /// Values up to this size, in bytes, are read without an allocation.
@@ -28,6 +34,8 @@ constexpr unsigned int kStackSize = 1024;
 
 /// A size rounded up to a multiple of 4; `iOtherwise` when that needs more than 32 bits.
 unsigned int Align(unsigned long long iSize, unsigned int iOtherwise) {
+    // Close to 2^32 there is no higher multiple of 4 in 32 bits. Such a size only occurs after a
+    // failed write.
     const std::size_t aligned = NextAppend(iSize);
     return aligned <= 0xFFFFFFFFULL ? static_cast<unsigned int>(aligned) : iOtherwise;
 }
@@ -196,6 +204,8 @@ IDX_Bool IDX_WT_File::OpenRead(const char* iPath) {
 }
 
 IDX_Bool IDX_WT_File::OpenWrite(const char* iPath) {
+    // Closing comes first, even for the same path: that writes its dirty bytes and takes the new
+    // size.
     if (Entry().m_mode != IdxFile::NotOpened) Close();
     SetPath(iPath);
     IdxFile& entry = Entry();
@@ -231,6 +241,7 @@ void IDX_WT_File::ForgetPath() {
 }
 
 void IDX_WT_File::Flush() {
+    // A file that is open for reading has no dirty bytes of its own.
     IdxFile& entry = Entry();
     if (entry.m_mode == IdxFile::ReadWrite && !entry.Flush()) {
         IDX_Base_Trace::Debug("IDX_WT_File.Flush.fflush");
@@ -340,6 +351,8 @@ IDX_Bool IDX_WT_File::ReadAt(unsigned int iOffset, unsigned int iSize, IDX_Base_
 IDX_Bool IDX_WT_File::ReadAt(unsigned int iOffset, unsigned int iSize, IDX_Base_String& oValue) {
     return ReadData(*this, iOffset, iSize, oValue, kStringReadTags);
 }
+
+// Appends of values are writes at the end, so each has the tag of its own and that of the write.
 
 IDX_Bool IDX_WT_File::Write(unsigned int iValue) {
     return Write(&iValue, sizeof iValue);

@@ -13,6 +13,14 @@
 #include <cstring>
 #include <sys/mman.h>
 
+// The content is one block:
+//
+//   | content (m_writtenSize bytes)  | unused, undefined bytes |
+//   m_buffer                                                   m_allocatedSize
+//
+// It grows by a new block of twice the needed size. Close(true) keeps the block, so that a process
+// that loads file after file allocates once for the largest of them.
+
 namespace {
 
 /// Content is smaller than this. A block that grows gets twice the bytes that a write needs, and
@@ -126,6 +134,8 @@ IDX_Bool IDX_WT_MemFile::ReadAt(unsigned int iOffset, void* oData, unsigned int 
 }
 
 IDX_Bool IDX_WT_MemFile::Write(const void* iData, unsigned int iDataSize) {
+    // Nothing to append counts as success here, unlike in the file of the disk. That is part of the
+    // interface.
     if (m_mode != ReadWrite) return IDX_False;
     if (iData == nullptr || iDataSize == 0) return IDX_True;
     if (ResizeIfNeeded(m_writtenSize, iDataSize) == IDX_False) {
@@ -248,6 +258,7 @@ IDX_Bool IDX_WT_MemFile::ResizeIfNeeded(unsigned int iOffset, unsigned int iData
 }
 
 IDX_Bool IDX_WT_MemFile::Align() {
+    // The padding is an append of its own, which calls this again; then nothing is left to add.
     const unsigned int past = m_writtenSize % kFileAlignment;
     if (past == 0) return IDX_True;
     const unsigned char zeros[kFileAlignment] = {};

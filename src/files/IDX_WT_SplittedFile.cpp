@@ -10,6 +10,9 @@
 #include <cstdio>
 #include <cstring>
 
+// Every operation follows the same steps: check the arguments, open the piece in a slot
+// (_TestAndOpen), call the operation of that IDX_WT_File. The tags say which of the three failed.
+
 namespace {
 
 // An open piece occupies a slot. A piece that isn't open takes the slot after the one that was used
@@ -30,6 +33,7 @@ bool Exists(const char* iName) {
 
 }  // namespace
 
+/// All arrays have one element for each slot.
 IDX_WT_SplittedFile::IDX_WT_SplittedFile(
     unsigned int iMaxFileSize, unsigned int iCacheSize, bool iUseLockFiles)
     : m_currentFile(0),
@@ -113,6 +117,8 @@ IDX_Bool IDX_WT_SplittedFile::Lock(unsigned int iPart) {
 
 IDX_Bool IDX_WT_SplittedFile::Unlock(unsigned int iPart) {
     if (!m_useLockFiles) return IDX_True;
+    // A lock file that another process has deleted is a failure, which Close() and EvictSlot()
+    // ignore.
     if (HasLock(iPart) == IDX_False) return IDX_False;
     char name[kPieceNameSize];
     if (!FormatName(name, iPart, kLockSuffix)) {
@@ -184,6 +190,7 @@ IDX_Bool IDX_WT_SplittedFile::ReadAt(
 
 IDX_Bool IDX_WT_SplittedFile::ReadAt(
     unsigned int iPart, unsigned int iOffset, unsigned int iSize, IDX_Base_ByteArray& oValue) {
+    // The file itself would accept a size of 0.
     if (iSize == 0) return TraceNo("IDX_WT_SplittedFile.ReadAt.InvalidData");
     IDX_WT_File* file;
     if (_TestAndOpen(iPart, file) == IDX_False) {
@@ -195,6 +202,8 @@ IDX_Bool IDX_WT_SplittedFile::ReadAt(
     return IDX_True;
 }
 
+/// The search for a piece with space starts at the current one and never goes back, so pieces are
+/// filled in the order of their numbers. After a new open it starts at piece 0 again.
 IDX_Bool IDX_WT_SplittedFile::Write(
     const void* iData, unsigned int iSize, unsigned int& oPart, unsigned int& oOffset) {
     oPart = 0;
@@ -268,6 +277,8 @@ IDX_Bool IDX_WT_SplittedFile::WriteAt(unsigned int iPart, unsigned int iOffset, 
 
 IDX_Bool IDX_WT_SplittedFile::_TestAndOpen(unsigned int iPart, IDX_WT_File*& oFile) {
     oFile = nullptr;
+    // kFreeSlot marks a free slot, so it can't be the number of a piece: the search would find a
+    // free slot.
     if (m_openMode == NotOpened) return TraceNo("IDX_WT_SplittedFile._TestAndOpen.NotOpened");
     if (iPart == kFreeSlot) return TraceNo("IDX_WT_SplittedFile._TestAndOpen.InvalidPart");
     const unsigned int* end = m_slotFile.get() + m_cacheSize;

@@ -59,6 +59,7 @@ bool IdxFile::Read(unsigned int iOffset, void* oData, unsigned int iSize, bool& 
         oAtEnd = std::feof(m_stream) != 0;
         return all;
     }
+    // Too few bytes without an error mean that the file has ended.
     bool error = false;
     const bool all =
         m_pages->Read(iOffset, static_cast<unsigned char*>(oData), iSize, error) == iSize;

@@ -4,6 +4,17 @@
 #include <cstdlib>
 #include <sys/mman.h>
 
+// A block of memory:
+//
+//   Block | PageFrame 0 | PageFrame 1 | ...       one allocation: what the pool knows of its pages
+//           |             |
+//           bytes         bytes
+//           v             v
+//   4096 bytes of a page, 512 of its bits | 4096 bytes, 512 of bits | ...       another allocation
+//
+// The frames are apart from the bytes. So the clock's hand, which looks at frames only, touches
+// little memory, and the bytes fill huge pages of the processor.
+
 PageFrame* PagePool::Allocate(PageOwner* iOwner, unsigned int iPage) {
     // Three ways to a frame: below the limit a free one, else the frame of an evicted page. Where
     // the limit allows one more and there is no memory for it, an evicted page helps as well.
@@ -20,6 +31,7 @@ PageFrame* PagePool::Allocate(PageOwner* iOwner, unsigned int iPage) {
     return frame;
 }
 
+/// With the last page in use the memory goes, too: a program that closes its files gets it back.
 void PagePool::Release(PageFrame* ioFrame) {
     ioFrame->owner = nullptr;
     ioFrame->nextFree = _free;
@@ -27,6 +39,7 @@ void PagePool::Release(PageFrame* ioFrame) {
     if (--_nInUse == 0) ReleaseBlocks(kFirstBlockFrames);
 }
 
+/// A lower limit must hold at once, so all pages are dropped; those in use come back on demand.
 void PagePool::SetLimit(std::size_t iBytes) {
     _maxFrames = iBytes / kPageSize;
     DropAll();
@@ -109,6 +122,7 @@ bool PagePool::EvictOne() {
     return false;
 }
 
+/// A page that can't be written back stays, with its dirty bytes.
 void PagePool::DropAll() {
     // A drop of the last page frees the blocks, so no block may be read after it.
     for (Block* block = _blocks; _nInUse != 0 && block != nullptr;) {

@@ -10,6 +10,23 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+// A read of few bytes:
+//   1. ReadCached(), inline: all bytes are valid in one page. Most reads end here.
+//   2. Read() goes page by page. It loads a page when the pool finds that worth it (FindOrAdd,
+//      LoadRest), and copies from it. Without a page it reads the bytes from the file.
+//
+// A write of few bytes:
+//   1. WriteCached(), inline: the bytes join those of a page, and are dirty.
+//   2. Write() does the same after it has made a page ready: all bytes before the new ones are
+//      valid (FillBefore), and the disk has reserved their block (RaiseDirtyLimit).
+//   3. Otherwise they go to the file (WriteThrough), and the page gets a copy (UpdatePage).
+//
+// Reads and writes of kBypassSize bytes and more go to the file. Pages in memory are used and
+// updated.
+//
+// A page starts without valid bytes. `valid` grows from its start, so a page never has a gap of
+// unknown bytes. Bytes between `valid` and the end of the page are in the file, or past its end.
+
 namespace {
 
 /// From this size on, in bytes, an access bypasses the pages: a second copy of the bytes would cost
@@ -46,6 +63,7 @@ struct PagedFile::GatherList {
     }
 };
 
+/// The new object joins the chain of all open files.
 PagedFile::PagedFile(dev_t iDevice, ino_t iNumber)
     : _next(_files),
       _streams(nullptr),
@@ -59,6 +77,7 @@ PagedFile::PagedFile(dev_t iDevice, ino_t iNumber)
     _files = this;
 }
 
+/// Called when the last stream leaves. What is still dirty can't be written any more.
 PagedFile::~PagedFile() {
     for (std::size_t page = 0; page < _pages.End(); ++page) {
         PageFrame* frame = _pages.Find(page).frame;
@@ -337,6 +356,7 @@ PageFrame* PagedFile::FindOrAdd(std::size_t iPage) {
 bool PagedFile::LoadRest(PageFrame& ioFrame) {
     const std::size_t start = OffsetOf(ioFrame.page);
     const std::size_t size = std::min<std::size_t>(kPageSize, kEndOfOffsets - start);
+    // The valid bytes stay: they may be newer than those of the file.
     bool error = false;
     const std::size_t n = ReadFully(
         Descriptor(false), start + ioFrame.valid, ioFrame.bytes + ioFrame.valid,
@@ -402,6 +422,8 @@ void PagedFile::MarkClean(PageFrame& ioFrame, WrittenBytes::Run iRun) {
 }
 
 bool PagedFile::Flush() {
+    // Write back of one page may take the pages after it along, so some pages of the range are
+    // clean when the loop comes to them.
     ++_nFlushes;
     if (_nDirty == 0) return true;
     for (std::size_t page = _lowestDirty; page <= _highestDirty; ++page) {
@@ -412,6 +434,8 @@ bool PagedFile::Flush() {
 }
 
 bool PagedFile::WriteBackPage(unsigned int iPage) {
+    // A failure of one run doesn't keep the others from the file: as few bytes as possible stay
+    // dirty.
     PageFrame& frame = *_pages.Find(iPage).frame;
     bool all = true;
     for (WrittenBytes::Run run = frame.written.NextDirtyRun(0); !run.IsEmpty();

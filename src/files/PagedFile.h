@@ -150,7 +150,7 @@ private:
 
     void Drop(unsigned int iPage) override;
 
-    // Reads and writes go in steps, of one page or of all bytes that bypass the pages. Each gives
+    // Reads and writes go in steps, of one page or of all bytes that bypass the pages. Each returns
     // the number of bytes that it moved.
 
     std::size_t ReadStep(

@@ -11,7 +11,10 @@
 /// Each byte of the page has one bit, set when this process writes the byte. A byte without its bit
 /// may have been changed in the file by another process, so it must never be written back.
 ///
-/// All dirty bytes lie in one range [_from, _to). A write back of the range writes all bytes in it
+///     page     ....WWWW..WWWWWW....WWWW......       W: a byte whose bit is set
+///     dirty          [_from         _to)           writes back WW, WWWWWW and WWWW as three runs
+///
+/// All dirty bytes are in one range [_from, _to). A write back of the range writes all bytes in it
 /// whose bit is set. Some of them may be in the file already. To write these again does no harm
 /// until the file is flushed, because only then may others rely on its content.
 class WrittenBytes {

@@ -121,6 +121,9 @@ IDX_Bool IDXWorkingID::operator!=(const IDXWorkingID& iOther) const {
     return order != 0 ? IDX_True : IDX_False;
 }
 
+// The serial form is written in two passes: the first adds up the sizes, the second copies the
+// fields into a buffer of exactly that size.
+
 void IDXWorkingID::ConvertToBuffer(IDX_Base_Buffer& oBuffer) {
     const std::uint64_t size = std::uint64_t{_OID.GetSize()} + _LID.GetSize() +
                                _TypeID.GetLength() + _RepositoryName.GetLength() +

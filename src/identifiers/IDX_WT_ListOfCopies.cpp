@@ -39,6 +39,7 @@ IDX_WT_ListOfCopies<T>::IDX_WT_ListOfCopies(const IDX_WT_ListOfCopies& iOther)
     _AppendCopiesOf(iOther);
 }
 
+// An assignment keeps the array of pointers, whose size will often do, and replaces the elements.
 template <class T>
 IDX_WT_ListOfCopies<T>& IDX_WT_ListOfCopies<T>::operator=(const IDX_WT_ListOfCopies& iOther) {
     if (this != &iOther) {

@@ -13,8 +13,14 @@
 #include <cstring>
 #include <memory>
 
+// Opening, closing and the walk over all items. Tree234Search.h has the look-up and the insertion,
+// Tree234Records.h the moves inside a node, formats/IdentifierTreeFile.h the layout of manifest,
+// node and item.
+
 namespace {
 
+/// Whether the file has the byte order of this machine. Numbers of the other order would be wrong
+/// offsets.
 bool HasOurEndian(const IDX_234Struct_Manifest& iManifest) {
     return iManifest.endian == IDX_Base_Endian::one();
 }
@@ -66,6 +72,9 @@ IDX_Bool IDX_WT_Tree234::OpenRead(const char* iPath) {
     m_openMode = ReadOnly;
     return IDX_True;
 }
+
+// The version is checked after the byte order: in a file of the other order it would be another
+// number.
 
 IDX_Bool IDX_WT_Tree234::OpenStoreForReading(const char* iPath) {
     if (m_file->OpenRead(iPath) == IDX_False) {
@@ -182,6 +191,7 @@ IDX_Bool IDX_WT_Tree234::_GetManifest(IDX_234Struct_Manifest& oManifest) {
     return IDX_True;
 }
 
+/// Reads the manifest again: another object may have written a new root.
 IDX_Bool IDX_WT_Tree234::_GetRoot(unsigned int* oRoot) {
     if (oRoot == nullptr) return TraceNo("IDX_WT_Tree234._GetRoot.InvalidOutput");
     *oRoot = 0;
@@ -205,6 +215,7 @@ IDX_Bool IDX_WT_Tree234::_HasRoot() {
 }
 
 IDX_Bool IDX_WT_Tree234::EnumItems(ItemCallback iCallback, void* ioData) {
+    // A manifest that can't be read counts as that of an empty tree; the store has traced why.
     if (iCallback == nullptr) return TraceNo("IDX_WT_Tree234.EnumItems.UndefinedCallback");
     if (_HasRoot() == IDX_False) return IDX_True;
     unsigned int root = 0;

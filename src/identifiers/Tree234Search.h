@@ -13,12 +13,21 @@
 // Look-up and insertion in a 2-3-4 tree whose nodes are in a file.
 //
 // A node has one to three items and, unless it is a leaf, one child more than items. All leaves
-// have the same depth. An insertion splits each full node on its way down, before it enters it. So
-// the parent of a node always has room for the item that a split moves up, and one way down is
+// have the same depth. An insertion splits each full node on its way down, before it searches it.
+// So the parent of a node always has room for the item that a split moves up, and one way down is
 // enough.
 //
 // L. J. Guibas, R. Sedgewick, "A dichromatic framework for balanced trees", FOCS 1978 (top-down
 // 2-3-4 trees). D. E. Knuth, "The Art of Computer Programming", volume 3, section 6.2.4 (B-trees).
+
+// What an insertion writes, in this order; the stored file shows each of these steps:
+//   - an empty root, if the tree is empty;
+//   - for each full node on the way: a new root above it, if it is the root; the parent with a gap;
+//     the new right half; the parent with the gap filled; the left half;
+//   - the leaf with a gap, the record, the identifier, the leaf with the offset of the record.
+//
+// When the way down ends at an item with this identifier, the last step is: the record, the
+// identifier, the node with the offset of the record.
 
 /// An identifier whose bytes belong to another object: for comparisons without a copy.
 class IdentifierInPlace final : public IDX_Base_Identifier {
@@ -74,7 +83,7 @@ public:
     }
 
 private:
-    // The steps. Each gives false after a failure, whose tag it has traced.
+    // The steps. Each returns false after a failure, whose tag it has traced.
 
     bool Finish(unsigned int iItemOffset) {
         _itemOffset = iItemOffset;
