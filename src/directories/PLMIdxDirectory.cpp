@@ -69,7 +69,7 @@ VEXUnicodeString SubDirectory(const VEXUnicodeString& iBasePath, int iNumber) {
 /// Deletes one entry of a directory if it is a regular file.
 /// @return the status of the service that was called last; a positive one ends the pass, too
 long int DeleteEntry(const VEXUnicodeString& iDirectory, VEXUnicodeString& iName) {
-    // Sub-directories stay. IDX_E_FAIL stands for any failure of a service, whatever value it gave.
+    // Sub-directories stay. Any failure of a service becomes IDX_E_FAIL.
     VEXUnicodeString path = iDirectory;
     VEXMakePath(&path, &iName);
     struct stat file = {};
