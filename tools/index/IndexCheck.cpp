@@ -15,13 +15,14 @@ struct BoxOfItem {
     IDX_Base_BoundingBox box;
 };
 
-/// Where an image lies.
-struct Place {
+/// Where an image is in the pieces.
+struct ImageRange {
     std::uint32_t piece;
     std::uint32_t offset;
     std::uint32_t size;
 };
 
+/// Whether a part's box is within its octree's: a box that isn't would lose what the part holds there.
 bool Encloses(const PLMIdxIBaseOctree& iOctree, const IDX_Base_BoundingBox& iBox) {
     const float origin[3] = {iOctree._bbOrigin.x, iOctree._bbOrigin.y, iOctree._bbOrigin.z};
     const float size[3] = {iOctree._bbSize.x, iOctree._bbSize.y, iOctree._bbSize.z};
@@ -40,12 +41,20 @@ bool Encloses(const PLMIdxIBaseOctree& iOctree, const IDX_Base_BoundingBox& iBox
     return true;
 }
 
+IndexCheckResult OneProblem(const Status& iStatus) {
+    IndexCheckResult result;
+    result.problems.push_back(iStatus.Text());
+    result.nProblems = 1;
+    return result;
+}
+
 /// One verification.
 class Check {
 public:
     Check(const PartIndex& iIndex, const std::function<void(double)>& iProgress)
         : _index(iIndex), _progress(iProgress) {}
 
+    /// Identifiers first: their records lead to everything else.
     IndexCheckResult Run() {
         std::vector<unsigned int> items;
         const MappedFile& parts = _index.PartsFile();
@@ -58,7 +67,10 @@ public:
         _result.nBytes = parts.Size() + _index.BoxesFile().Size() + _index.OctreeBytes();
         CollectBoxes();
         for (std::size_t i = 0; i < items.size(); ++i) {
-            CheckPart(_index.Read(items[i]));
+            StoredPart part;
+            const Status status = _index.Read(items[i], part);
+            if (status.Failed()) return OneProblem(status);
+            CheckPart(part);
             if (_progress)
                 _progress(static_cast<double>(i + 1) / static_cast<double>(items.size()));
         }
@@ -100,7 +112,7 @@ private:
         if (!Encloses(*loader.GetOctree(), record.box)) {
             Add(iPart.identifier, "its box isn't within its octree");
         }
-        _places.push_back({record.octreePiece, record.octreeOffset, record.octreeSize});
+        _images.push_back({record.octreePiece, record.octreeOffset, record.octreeSize});
     }
 
     void CheckBox(const StoredPart& iPart) {
@@ -116,19 +128,19 @@ private:
 
     /// Whether the images follow on each other in their pieces, and fill them.
     void CheckCover() {
-        std::sort(_places.begin(), _places.end(), [](const Place& a, const Place& b) {
+        std::sort(_images.begin(), _images.end(), [](const ImageRange& a, const ImageRange& b) {
             return std::tie(a.piece, a.offset) < std::tie(b.piece, b.offset);
         });
         std::vector<std::size_t> ends(_index.Pieces().size(), 0);
-        for (const Place& place : _places) {
-            std::size_t& end = ends[place.piece];
+        for (const ImageRange& image : _images) {
+            std::size_t& end = ends[image.piece];
             const std::size_t start = NextAppend(end);
-            if (place.offset != start) {
+            if (image.offset != start) {
                 return Add(
-                    _index.NameOfPiece(place.piece),
+                    _index.NameOfPiece(image.piece),
                     "at " + std::to_string(start) + ": bytes of no part, or of two");
             }
-            end = start + place.size;
+            end = start + image.size;
         }
         for (std::size_t piece = 0; piece < ends.size(); ++piece) {
             if (ends[piece] != _index.Pieces()[piece].Size()) {
@@ -141,31 +153,18 @@ private:
     const std::function<void(double)>& _progress;
     IndexCheckResult _result;
     std::vector<BoxOfItem> _boxes;  ///< in rising order of the items
-    std::vector<Place> _places;
+    std::vector<ImageRange> _images;
 };
-
-IndexCheckResult OneProblem(const IndexError& iError) {
-    IndexCheckResult result;
-    result.problems.emplace_back(iError.what());
-    result.nProblems = 1;
-    return result;
-}
 
 }  // namespace
 
 IndexCheckResult CheckIndex(const PartIndex& iIndex, const std::function<void(double)>& iProgress) {
-    try {
-        return Check(iIndex, iProgress).Run();
-    } catch (const IndexError& error) {
-        return OneProblem(error);
-    }
+    return Check(iIndex, iProgress).Run();
 }
 
 IndexCheckResult CheckIndex(
     const std::string& iFolder, const std::function<void(double)>& iProgress) {
-    try {
-        return CheckIndex(PartIndex(iFolder), iProgress);
-    } catch (const IndexError& error) {
-        return OneProblem(error);
-    }
+    PartIndex index;
+    const Status status = index.Open(iFolder);
+    return status.Failed() ? OneProblem(status) : CheckIndex(index, iProgress);
 }

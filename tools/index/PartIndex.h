@@ -4,6 +4,7 @@
 #include "IndexFiles.h"
 #include "MappedFile.h"
 #include "PartTree.h"
+#include "Status.h"
 
 #include "PLMIdxOctreeLoader.h"
 
@@ -13,40 +14,35 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
-/// An index that can't be read: no index, no permission, or damaged. The text names the file and the reason.
-class IndexError : public std::runtime_error {
-public:
-    /// @param iDamaged  true when the index is there, and its bytes are wrong
-    IndexError(const std::string& iText, bool iDamaged)
-        : std::runtime_error(iText), isDamaged(iDamaged) {}
-
-    bool isDamaged;
-};
-
 /// One part of an index, as it is stored.
 struct StoredPart {
-    unsigned int item = 0;  ///< where its record stands
+    unsigned int item = 0;  ///< offset of its record in the file of the identifiers
     std::string identifier;
     PartRecord record = {};
 };
 
-/// An index open for reading. Its files are mapped, its octrees are walked where they lie. Nothing is trusted:
-/// what is damaged is told by an IndexError before it is used. A swap by a writer doesn't touch an index that is
-/// open. In a process only one may be open on a folder at a time: the first that goes closes the identifier tree
-/// for the others, which tell it from then on as damaged.
+/// An index open for reading. Its files are mapped, its octrees are walked where they lie. Nothing is
+/// trusted: what is damaged is a failure before it is used. A swap by a writer doesn't touch an index that
+/// is open. In a process only one may be open on a folder at a time: the first that is destroyed closes the
+/// identifier tree for the others, which then fail as if it were damaged.
+///
+/// Failures name the file and the reason. Their code is ExitCode::Damaged when the index is there and its
+/// bytes are wrong, else ExitCode::Environment: no index, no permission.
 class PartIndex {
 public:
+    /// Not open: Open() or OpenBase() comes first.
+    PartIndex() = default;
+
     /// Opens the live index under a base.
-    static PartIndex OpenBase(const std::string& iBase);
+    Status OpenBase(const std::string& iBase);
 
     /// Opens the index in a folder, live or not.
-    explicit PartIndex(const std::string& iFolder);
+    Status Open(const std::string& iFolder);
 
     PartIndex(PartIndex&&) = default;
     PartIndex(const PartIndex&) = delete;
@@ -61,22 +57,25 @@ public:
     const MappedFile& PartsFile() const { return _partsFile; }
     const std::vector<MappedFile>& Pieces() const { return _pieces; }
 
-    /// The part of an identifier.
-    std::optional<StoredPart> Find(const std::string& iIdentifier) const;
+    /// The part of an identifier; not set when there is none.
+    Status Find(const std::string& iIdentifier, std::optional<StoredPart>& oPart) const;
 
-    /// The part whose record stands at an offset that this index gave.
-    StoredPart Read(unsigned int iItem) const;
+    /// The part whose record is at an offset that this index gave.
+    Status Read(unsigned int iItem, StoredPart& oPart) const;
 
-    /// All parts, in rising byte order of their identifiers.
-    void ForEach(const std::function<void(const StoredPart&)>& iTake) const;
+    /// Calls back for all parts, in rising byte order of their identifiers. A failure of the callback ends
+    /// the walk, which fails with it.
+    Status ForEach(const std::function<Status(const StoredPart&)>& iVisit) const;
 
     const RTreeImage& Boxes() const { return *_boxes; }
 
     /// The image of a part's octree, examined before its first use. Its bytes live as long as this index.
-    OctreeImage ImageOf(const StoredPart& iPart) const;
+    /// @param oImage  set after success
+    Status ImageOf(const StoredPart& iPart, std::optional<OctreeImage>& oImage) const;
 
     /// The same as the library sees it.
-    const PLMIdxIBaseOctree& OctreeOf(const StoredPart& iPart) const;
+    /// @param oOctree  belongs to this index and lives as long
+    Status OctreeOf(const StoredPart& iPart, const PLMIdxIBaseOctree*& oOctree) const;
 
     /// Where the image of a record lies, not examined.
     /// @return null when no file holds it
@@ -85,14 +84,14 @@ public:
     std::string NameOfPiece(std::size_t iPiece) const;  ///< path
 
 private:
-    MappedFile Map(const std::string& iPath) const;
-
     /// Where the image of a part lies, examined before its first use.
-    const unsigned char* ExaminedBytesOf(const StoredPart& iPart) const;
+    Status ExaminedBytesOf(const StoredPart& iPart, const unsigned char*& oImage) const;
 
-    void MapPieces();
+    Status OpenParts();
+    Status OpenBoxes();
+    Status MapPieces();
 
-    std::string _folder;  ///< with '/' behind it
+    std::string _folder;  ///< with '/' at its end
     std::unique_ptr<PartTree> _parts;
     MappedFile _partsFile;
     MappedFile _boxesFile;

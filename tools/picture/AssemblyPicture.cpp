@@ -127,9 +127,9 @@ private:
             iParts.begin(), iParts.end(), [](const ShownPart& part) { return part.isHighlighted; });
         std::vector<Colour> colours;
         colours.reserve(iParts.size());
-        std::size_t place = 0;
+        std::size_t number = 0;
         for (const ShownPart& part : iParts) {
-            colours.push_back(all || part.isHighlighted ? ColourOf(place++) : kGrey);
+            colours.push_back(all || part.isHighlighted ? ColourOf(number++) : kGrey);
         }
         return colours;
     }
@@ -173,12 +173,12 @@ private:
 
 }  // namespace
 
-Colour ColourOf(std::size_t iPlace) {
+Colour ColourOf(std::size_t iNumber) {
     // Steps of the golden section never come back to a hue nearby, however many there are.
     constexpr double kGoldenSection = 0.61803398874989485;
-    const double hue = std::fmod(0.58 + kGoldenSection * static_cast<double>(iPlace), 1.0);
-    const double saturation = iPlace % 2 == 0 ? 0.55 : 0.38;
-    const double value = iPlace % 3 == 0 ? 0.80 : 0.92;
+    const double hue = std::fmod(0.58 + kGoldenSection * static_cast<double>(iNumber), 1.0);
+    const double saturation = iNumber % 2 == 0 ? 0.55 : 0.38;
+    const double value = iNumber % 3 == 0 ? 0.80 : 0.92;
     return {
         Channel(hue, saturation, value, 0.0), Channel(hue, saturation, value, 4.0),
         Channel(hue, saturation, value, 2.0)};
@@ -186,13 +186,16 @@ Colour ColourOf(std::size_t iPlace) {
 
 Status DrawAssembly(
     const AssemblyFacts& iFacts,
-    const std::function<const PLMIdxIBaseOctree&(std::size_t iPart)>& iOctreeOf,
+    const OctreeSource& iOctreeOf,
     const std::function<void(std::size_t iDone)>& iProgress,
     std::string& oPng) {
     const PngCanvas canvas(kSheetWidth, kSheetHeight);
     Picture picture(canvas.Context(), iFacts);
     for (std::size_t part = 0; part < iFacts.parts.size(); ++part) {
-        picture.DrawPart(part, iOctreeOf(part));
+        const PLMIdxIBaseOctree* octree = nullptr;
+        Status status = iOctreeOf(part, octree);
+        if (status.Failed()) return status;
+        picture.DrawPart(part, *octree);
         if (iProgress) iProgress(part + 1);
     }
     picture.Finish();

@@ -27,18 +27,21 @@ struct AssemblyFacts {
     UpAxis up = UpAxis::Z;
 };
 
-/// Draws an assembly in one view: its parts in different colours or, when some are highlighted, those in colours
-/// in front of all others in a faint grey, so that none is hidden; with a legend. Each part is drawn as fine as the picture shows it.
-/// @param iOctreeOf  gives the octree of the part with a place in the list, for the time of the call's next use
-/// @param iProgress  told how many parts are drawn; may be empty
+/// Gives the octree of a part by its number in the list, from 0. It is looked at until the next call.
+using OctreeSource = std::function<Status(std::size_t iNumber, const PLMIdxIBaseOctree*& oOctree)>;
+
+/// Draws an assembly in one view: its parts in different colours or, when some are highlighted, those in
+/// colours in front of all others in a faint grey, so that none is hidden; with a legend. Each part is drawn
+/// as fine as the picture shows it. Fails with a failure of `iOctreeOf` and when there is no memory.
+/// @param iProgress  called with the number of parts that are drawn; may be empty
 /// @param oPng       the picture as the bytes of a PNG file
 Status DrawAssembly(
     const AssemblyFacts& iFacts,
-    const std::function<const PLMIdxIBaseOctree&(std::size_t iPart)>& iOctreeOf,
+    const OctreeSource& iOctreeOf,
     const std::function<void(std::size_t iDone)>& iProgress,
     std::string& oPng);
 
-/// The colour of the part with a place in an order; those of neighbours differ well.
-Colour ColourOf(std::size_t iPlace);
+/// The colour of the part with a number in an order; those of neighbours differ well.
+Colour ColourOf(std::size_t iNumber);
 
 #endif

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 namespace {
 
@@ -66,17 +67,18 @@ struct Stats {
     std::map<unsigned int, unsigned int> depths;  ///< of the octrees: number of parts by depth
 };
 
-Stats Collect(const PartIndex& iIndex) {
-    Stats stats;
-    iIndex.ForEach([&](const StoredPart& part) {
+Status Collect(const PartIndex& iIndex, Stats& oStats) {
+    return iIndex.ForEach([&](const StoredPart& part) {
         const PartRecord& record = part.record;
-        if (stats.nParts++ == 0) stats.box = record.box;
-        stats.box.Union(record.box);
-        stats.nTriangles += record.nTriangles;
-        stats.nOccupied += record.CountOccupied();
-        ++stats.depths[iIndex.ImageOf(part).Depth()];
+        if (oStats.nParts++ == 0) oStats.box = record.box;
+        oStats.box.Union(record.box);
+        oStats.nTriangles += record.nTriangles;
+        oStats.nOccupied += record.CountOccupied();
+        std::optional<OctreeImage> image;
+        Status status = iIndex.ImageOf(part, image);
+        if (!status.Failed()) ++oStats.depths[image->Depth()];
+        return status;
     });
-    return stats;
 }
 
 void PrintLine(const char* iName, const std::string& iValue) {
@@ -152,13 +154,16 @@ void PrintParts(
     table.Print();
 }
 
-void PrintStats(const PartIndex& iIndex, bool iJson) {
-    const Stats stats = Collect(iIndex);
+Status PrintStats(const PartIndex& iIndex, bool iJson) {
+    Stats stats;
+    Status status = Collect(iIndex, stats);
+    if (status.Failed()) return status;
     if (iJson) {
         Print(JsonOf(iIndex, stats));
     } else {
         PrintStatsAsText(iIndex, stats);
     }
+    return {};
 }
 
 void PrintCheck(const IndexCheckResult& iResult, bool iJson) {

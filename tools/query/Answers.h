@@ -12,7 +12,8 @@
 void PrintParts(
     const PartIndex& iIndex, const std::vector<NearPart>& iParts, bool iWithDistance, bool iJson);
 
-void PrintStats(const PartIndex& iIndex, bool iJson);
+/// Reads the whole index for its figures; prints nothing when it is damaged.
+Status PrintStats(const PartIndex& iIndex, bool iJson);
 
 void PrintCheck(const IndexCheckResult& iResult, bool iJson);
 

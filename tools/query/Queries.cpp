@@ -4,7 +4,9 @@
 #include <cmath>
 #include <fnmatch.h>
 #include <memory>
+#include <optional>
 #include <queue>
+#include <utility>
 
 namespace {
 
@@ -14,19 +16,37 @@ void SortByIdentifier(Parts& ioParts) {
     });
 }
 
-Solid SolidOf(const PartIndex& iIndex, const StoredPart& iPart) {
-    return {iIndex.ImageOf(iPart), BoxOf(iPart.record.box)};
+/// @param oSolid  set after success
+Status SolidOf(const PartIndex& iIndex, const StoredPart& iPart, std::optional<Solid>& oSolid) {
+    std::optional<OctreeImage> image;
+    Status status = iIndex.ImageOf(iPart, image);
+    if (!status.Failed()) oSolid.emplace(*image, BoxOf(iPart.record.box));
+    return status;
 }
 
-/// One step of a search for the nearest parts: what may be near, and the least distance at which it
-/// can be.
+/// Keeps the parts whose solid passes a test.
+template <class Test>
+Status KeepSolids(const PartIndex& iIndex, const Test& iTest, Parts& ioParts) {
+    Parts kept;
+    for (StoredPart& part : ioParts) {
+        std::optional<Solid> solid;
+        Status status = SolidOf(iIndex, part, solid);
+        if (status.Failed()) return status;
+        if (iTest(*solid)) kept.push_back(std::move(part));
+    }
+    ioParts = std::move(kept);
+    return {};
+}
+
+/// One step of a search for the nearest parts: what may be near, and the least distance at which it can
+/// be.
 struct Candidate {
     enum Kind { Node, Part, Cell };
 
     double squaredDistance;
     Kind kind;
     unsigned int
-        number;  ///< a node of the boxes, the item of a part, or which of the parts that were opened
+        number;      ///< offset of a node of the boxes, item of a part, or number of an opened part
     SolidCell cell;  ///< of a Cell alone
 
     /// The nearest is on top of a queue.
@@ -35,6 +55,9 @@ struct Candidate {
     }
 };
 
+/// Best first: the candidate with the least distance is replaced by what it is made of, a node by its
+/// entries, a part by its octree, a cell by its children. The first full cell that comes up is the nearest
+/// of its part, as nothing that is still in the queue can be nearer.
 class NearestSearch {
 public:
     NearestSearch(const PartIndex& iIndex, const Point& iPoint)
@@ -42,19 +65,21 @@ public:
         _queue.push({0.0, Candidate::Node, _boxes.Header().root, {}});
     }
 
-    std::vector<NearPart> Run(unsigned int iCount) {
+    Status Run(unsigned int iCount, std::vector<NearPart>& oParts) {
         while (!_queue.empty() && !IsDone(iCount)) {
             const Candidate nearest = _queue.top();
             _queue.pop();
             if (nearest.kind == Candidate::Node) {
                 OpenNode(nearest.number);
             } else if (nearest.kind == Candidate::Part) {
-                OpenPart(nearest.number);
+                Status status = OpenPart(nearest.number);
+                if (status.Failed()) return status;
             } else {
                 OpenCell(nearest);
             }
         }
-        return Best(iCount);
+        oParts = Best(iCount);
+        return {};
     }
 
 private:
@@ -79,13 +104,17 @@ private:
         }
     }
 
-    void OpenPart(unsigned int iItem) {
-        const StoredPart part = _index.Read(iItem);
-        const Solid solid = SolidOf(_index, part);
+    Status OpenPart(unsigned int iItem) {
+        StoredPart part;
+        Status status = _index.Read(iItem, part);
+        std::optional<Solid> solid;
+        if (!status.Failed()) status = SolidOf(_index, part, solid);
+        if (status.Failed()) return status;
         SolidCell root;
-        if (!solid.Root(root)) return;
-        _opened.push_back(std::make_unique<Opened>(Opened{part, solid, false}));
+        if (!solid->Root(root)) return {};
+        _opened.push_back(std::make_unique<Opened>(Opened{part, *solid, false}));
         PushCell(static_cast<unsigned int>(_opened.size() - 1), root);
+        return {};
     }
 
     void PushCell(unsigned int iOpened, const SolidCell& iCell) {
@@ -126,45 +155,59 @@ private:
 
 }  // namespace
 
-Parts FindByName(const PartIndex& iIndex, const std::string& iName) {
-    Parts parts;
-    if (const auto part = iIndex.Find(iName)) {
-        parts.push_back(*part);
-    } else if (iName.find_first_of("*?[") != std::string::npos) {
-        iIndex.ForEach([&](const StoredPart& any) {
-            if (fnmatch(iName.c_str(), any.identifier.c_str(), 0) == 0) parts.push_back(any);
-        });
+Status FindByName(const PartIndex& iIndex, const std::string& iName, Parts& oParts) {
+    oParts.clear();
+    std::optional<StoredPart> part;
+    Status status = iIndex.Find(iName, part);
+    if (status.Failed()) return status;
+    if (part) {
+        oParts.push_back(*part);
+        return {};
     }
-    return parts;
+    if (iName.find_first_of("*?[") == std::string::npos) return {};
+    return iIndex.ForEach([&](const StoredPart& any) {
+        if (fnmatch(iName.c_str(), any.identifier.c_str(), 0) == 0) oParts.push_back(any);
+        return Status();
+    });
 }
 
-Parts FindInBox(const PartIndex& iIndex, const Box& iBox) {
-    Parts parts;
+Status FindInBox(const PartIndex& iIndex, const Box& iBox, Parts& oParts) {
+    oParts.clear();
+    std::vector<unsigned int> items;
     const auto meets = [&](const IDX_Base_BoundingBox& box) { return Meet(BoxOf(box), iBox); };
     iIndex.Boxes().Search(
-        meets, [&](const RTreeImage::Entry& entry) { parts.push_back(iIndex.Read(entry.value)); });
-    SortByIdentifier(parts);
-    return parts;
+        meets, [&](const RTreeImage::Entry& entry) { items.push_back(entry.value); });
+    for (const unsigned int item : items) {
+        Status status = iIndex.Read(item, oParts.emplace_back());
+        if (status.Failed()) return status;
+    }
+    SortByIdentifier(oParts);
+    return {};
 }
 
-Parts FindAt(const PartIndex& iIndex, const Point& iPoint) {
+Status FindAt(const PartIndex& iIndex, const Point& iPoint, Parts& oParts) {
     const Box point = {iPoint, iPoint};
-    Parts parts = FindInBox(iIndex, point);
-    std::erase_if(
-        parts, [&](const StoredPart& part) { return !SolidOf(iIndex, part).Meets(point); });
-    return parts;
+    Status status = FindInBox(iIndex, point, oParts);
+    if (status.Failed()) return status;
+    return KeepSolids(
+        iIndex, [&](const Solid& solid) { return solid.Meets(point); }, oParts);
 }
 
-Parts FindClashes(const PartIndex& iIndex, const StoredPart& iPart) {
-    const Solid solid = SolidOf(iIndex, iPart);
-    Parts parts = FindInBox(iIndex, BoxOf(iPart.record.box));
-    std::erase_if(parts, [&](const StoredPart& part) {
-        return part.item == iPart.item || !Meet(solid, SolidOf(iIndex, part));
-    });
-    return parts;
+Status FindClashes(const PartIndex& iIndex, const StoredPart& iPart, Parts& oParts) {
+    std::optional<Solid> own;
+    Status status = SolidOf(iIndex, iPart, own);
+    if (!status.Failed()) status = FindInBox(iIndex, BoxOf(iPart.record.box), oParts);
+    if (status.Failed()) return status;
+    std::erase_if(oParts, [&](const StoredPart& part) { return part.item == iPart.item; });
+    return KeepSolids(
+        iIndex, [&](const Solid& solid) { return Meet(*own, solid); }, oParts);
 }
 
-std::vector<NearPart> FindNearest(
-    const PartIndex& iIndex, const Point& iPoint, unsigned int iCount) {
-    return iCount == 0 ? std::vector<NearPart>() : NearestSearch(iIndex, iPoint).Run(iCount);
+Status FindNearest(
+    const PartIndex& iIndex,
+    const Point& iPoint,
+    unsigned int iCount,
+    std::vector<NearPart>& oParts) {
+    oParts.clear();
+    return iCount == 0 ? Status() : NearestSearch(iIndex, iPoint).Run(iCount, oParts);
 }

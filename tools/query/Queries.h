@@ -7,23 +7,23 @@
 #include <string>
 #include <vector>
 
-// The questions that an open index answers. Answers are in rising order of the identifiers. What
-// is damaged on the way ends a question with an IndexError.
+// The questions that an open index answers. Parts come in rising order of their identifiers. What is
+// damaged on the way makes the question fail; its answer means nothing then.
 
 using Parts = std::vector<StoredPart>;
 
-/// The part of that identifier or, when there is none, all whose identifiers match the text as a
-/// shell pattern: '*' for any characters, '/' too, '?' for one, [...] for one of some.
-Parts FindByName(const PartIndex& iIndex, const std::string& iName);
+/// The part of that identifier or, when there is none, all whose identifiers match the text as a shell
+/// pattern: '*' for any characters, '/' too, '?' for one, [...] for one of some.
+Status FindByName(const PartIndex& iIndex, const std::string& iName, Parts& oParts);
 
 /// The parts whose boxes meet a box.
-Parts FindInBox(const PartIndex& iIndex, const Box& iBox);
+Status FindInBox(const PartIndex& iIndex, const Box& iBox, Parts& oParts);
 
 /// The parts that are solid at a point.
-Parts FindAt(const PartIndex& iIndex, const Point& iPoint);
+Status FindAt(const PartIndex& iIndex, const Point& iPoint, Parts& oParts);
 
 /// The parts whose solid meets that of a part, without the part itself.
-Parts FindClashes(const PartIndex& iIndex, const StoredPart& iPart);
+Status FindClashes(const PartIndex& iIndex, const StoredPart& iPart, Parts& oParts);
 
 /// A part, and how far it is.
 struct NearPart {
@@ -32,10 +32,13 @@ struct NearPart {
 };
 
 /// The parts nearest to a point, nearest first; of those at one distance, in the order of their
-/// identifiers. A best-first search: G. R. Hjaltason, H. Samet, "Distance browsing in spatial
-/// databases", ACM TODS 24(2), 1999.
+/// identifiers. A best-first search: G. R. Hjaltason, H. Samet, "Distance browsing in spatial databases",
+/// ACM TODS 24(2), 1999.
 /// @param iCount  how many, at most
-std::vector<NearPart> FindNearest(
-    const PartIndex& iIndex, const Point& iPoint, unsigned int iCount);
+Status FindNearest(
+    const PartIndex& iIndex,
+    const Point& iPoint,
+    unsigned int iCount,
+    std::vector<NearPart>& oParts);
 
 #endif

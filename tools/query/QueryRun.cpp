@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <new>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -49,120 +50,141 @@ std::vector<NearPart> WithoutDistance(const Parts& iParts) {
 
 ExitCode QueryRun::Run() {
     try {
-        _index.emplace(PartIndex::OpenBase(_options.base));
-        const ExitCode answered = Answer();
-        const Status flushed = FlushStandardOutput();
-        return flushed.Failed() ? Fail(flushed) : answered;
-    } catch (const IndexError& error) {
-        return Fail({error.isDamaged ? ExitCode::Damaged : ExitCode::Environment, error.what()});
+        ExitCode answered = ExitCode::Done;
+        Status status = _index.OpenBase(_options.base);
+        if (!status.Failed()) status = Answer(answered);
+        if (!status.Failed()) status = FlushStandardOutput();
+        return status.Failed() ? Fail(status) : answered;
     } catch (const std::bad_alloc&) {
         return Fail(Status::Environment("out of memory"));
     }
 }
 
-ExitCode QueryRun::Answer() const {
-    if (_options.question == QueryOptions::Verify) return Verify();
-    if (_options.question == QueryOptions::Stats) {
-        PrintStats(*_index, _options.json);
-        return ExitCode::Done;
+/// @param oAnswered  whether something was found, or the index is sound
+Status QueryRun::Answer(ExitCode& oAnswered) const {
+    if (_options.question == QueryOptions::Verify) {
+        oAnswered = Verify();
+        return {};
     }
-    const std::vector<NearPart> parts = Ask();
+    if (_options.question == QueryOptions::Stats) return PrintStats(_index, _options.json);
+    std::vector<NearPart> parts;
+    Status status = Ask(parts);
+    if (status.Failed()) return status;
     if (_options.question != QueryOptions::All) {
-        PrintParts(*_index, parts, _options.question == QueryOptions::Near, _options.json);
+        PrintParts(_index, parts, _options.question == QueryOptions::Near, _options.json);
     }
-    const ExitCode answered = parts.empty() ? ExitCode::NothingFound : ExitCode::Done;
-    return _options.exported == QueryOptions::None ? answered : Export(parts, answered);
+    oAnswered = parts.empty() ? ExitCode::NothingFound : ExitCode::Done;
+    return _options.exported == QueryOptions::None ? Status() : Export(parts);
 }
 
 ExitCode QueryRun::Verify() const {
     Progress progress("verifying");
-    const IndexCheckResult result =
-        CheckIndex(*_index, [&](double share) { progress.Show(share); });
+    const IndexCheckResult result = CheckIndex(_index, [&](double share) { progress.Show(share); });
     PrintCheck(result, _options.json);
     return result.nProblems == 0 ? ExitCode::Done : ExitCode::Damaged;
 }
 
-std::vector<NearPart> QueryRun::Ask() const {
+Status QueryRun::Ask(std::vector<NearPart>& oParts) const {
+    Parts parts;
+    Status status;
     switch (_options.question) {
-        case QueryOptions::Id:
-            return WithoutDistance(FindByName(*_index, _options.name));
-        case QueryOptions::InBox:
-            return WithoutDistance(FindInBox(*_index, _options.box));
-        case QueryOptions::At:
-            return WithoutDistance(FindAt(*_index, _options.point));
         case QueryOptions::Near:
-            return FindNearest(*_index, _options.point, _options.count);
+            return FindNearest(_index, _options.point, _options.count, oParts);
+        case QueryOptions::Id:
+            status = FindByName(_index, _options.name, parts);
+            break;
+        case QueryOptions::InBox:
+            status = FindInBox(_index, _options.box, parts);
+            break;
+        case QueryOptions::At:
+            status = FindAt(_index, _options.point, parts);
+            break;
         case QueryOptions::Clash:
-            return FindClashesOfName();
+            status = FindClashesOfName(parts);
+            break;
         default:
-            return AllParts();
+            status = AllParts(parts);
+            break;
     }
+    oParts = WithoutDistance(parts);
+    return status;
 }
 
-std::vector<NearPart> QueryRun::FindClashesOfName() const {
-    const auto part = _index->Find(_options.name);
-    if (part) return WithoutDistance(FindClashes(*_index, *part));
+/// A name that no part has is an answer, and none that was asked for: the operator is informed.
+Status QueryRun::FindClashesOfName(Parts& oParts) const {
+    std::optional<StoredPart> part;
+    Status status = _index.Find(_options.name, part);
+    if (status.Failed()) return status;
+    if (part) return FindClashes(_index, *part, oParts);
     Fail({ExitCode::NothingFound, "no part is called " + _options.name});
     return {};
 }
 
-std::vector<NearPart> QueryRun::AllParts() const {
-    std::vector<NearPart> parts;
-    _index->ForEach([&](const StoredPart& part) { parts.push_back({part, 0.0}); });
-    return parts;
+Status QueryRun::AllParts(Parts& oParts) const {
+    return _index.ForEach([&](const StoredPart& part) {
+        oParts.push_back(part);
+        return Status();
+    });
 }
 
-ExitCode QueryRun::Export(const std::vector<NearPart>& iParts, ExitCode iAnswered) const {
+/// A damaged index names its own file; any other failure is one of the export.
+Status QueryRun::Export(const std::vector<NearPart>& iParts) const {
     const Status status =
         _options.exported == QueryOptions::Png ? ExportPicture(iParts) : ExportSurface(iParts);
-    if (status.Failed()) return Fail(status.In(_options.output));
+    if (status.Failed()) {
+        return status.Code() == ExitCode::Damaged ? status : status.In(_options.output);
+    }
     PrintMessage(_options.tool, "wrote " + _options.output);
-    return iAnswered;
+    return {};
 }
 
 /// All parts, with those of the answer highlighted.
 Status QueryRun::ExportPicture(const std::vector<NearPart>& iParts) const {
     const bool highlights =
         _options.question != QueryOptions::All && _options.question != QueryOptions::List;
+    Parts all;
     std::set<unsigned int> found;
     for (const NearPart& part : iParts) found.insert(part.part.item);
-    if (_options.question == QueryOptions::Clash) AddAsked(found);
-    const std::vector<NearPart> all = AllParts();
+    Status status = _options.question == QueryOptions::Clash ? AddAsked(found) : Status();
+    if (!status.Failed()) status = AllParts(all);
+    if (status.Failed()) return status;
     AssemblyFacts facts;
     facts.title = std::filesystem::absolute(_options.base + "/.").parent_path().filename();
     facts.up = _options.up;
-    for (const NearPart& any : all) {
-        const bool isFound = found.count(any.part.item) > 0;
-        facts.parts.push_back({any.part.identifier, any.part.record.box, highlights && isFound});
+    for (const StoredPart& part : all) {
+        const bool isFound = found.count(part.item) > 0;
+        facts.parts.push_back({part.identifier, part.record.box, highlights && isFound});
     }
     facts.subtitle = std::to_string(all.size()) + " parts";
     if (highlights) facts.subtitle += ", " + std::to_string(iParts.size()) + " found";
-    const auto octreeOf = [&](std::size_t place) -> const PLMIdxIBaseOctree& {
-        return _index->OctreeOf(all[place].part);
+    const auto octreeOf = [&](std::size_t number, const PLMIdxIBaseOctree*& octree) {
+        return _index.OctreeOf(all[number], octree);
     };
     Progress progress("drawing");
     const auto show = [&](std::size_t done) {
         progress.Show(static_cast<double>(done) / static_cast<double>(all.size()));
     };
     std::string png;
-    const Status status = DrawAssembly(facts, octreeOf, show, png);
+    status = DrawAssembly(facts, octreeOf, show, png);
     return status.Failed() ? status : WriteWholeFile(_options.output, png.data(), png.size());
 }
 
-/// The part whose clashes are shown belongs into their picture.
-void QueryRun::AddAsked(std::set<unsigned int>& ioFound) const {
-    if (const auto part = _index->Find(_options.name)) ioFound.insert(part->item);
+/// The part whose clashes are shown is to be seen in their picture.
+Status QueryRun::AddAsked(std::set<unsigned int>& ioFound) const {
+    std::optional<StoredPart> part;
+    Status status = _index.Find(_options.name, part);
+    if (part) ioFound.insert(part->item);
+    return status;
 }
 
 /// The parts of the answer alone.
 Status QueryRun::ExportSurface(const std::vector<NearPart>& iParts) const {
-    const ExportedParts parts = [&](std::size_t place, ExportedPart& part) {
-        if (place == iParts.size()) return false;
-        part.octree = &_index->OctreeOf(iParts[place].part);
-        part.colour = ColourOf(place);
-        part.number = static_cast<unsigned int>(place);
-        return true;
+    const auto get = [&](std::size_t number, ExportedPart& part) {
+        part.colour = ColourOf(number);
+        part.number = static_cast<unsigned int>(number);
+        return _index.OctreeOf(iParts[number].part, part.octree);
     };
+    const ExportedParts parts = {iParts.size(), get};
     return WriteWholeFile(_options.output, [&](std::FILE* file) {
         return _options.exported == QueryOptions::Ply ? WritePly(parts, file)
                                                       : WriteVtk(parts, file);

@@ -6,7 +6,6 @@
 #include "QueryOptions.h"
 #include "Status.h"
 
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,19 +19,19 @@ public:
     ExitCode Run();
 
 private:
-    ExitCode Answer() const;
+    Status Answer(ExitCode& oAnswered) const;
     ExitCode Verify() const;
-    std::vector<NearPart> Ask() const;
-    std::vector<NearPart> FindClashesOfName() const;
-    std::vector<NearPart> AllParts() const;
-    ExitCode Export(const std::vector<NearPart>& iParts, ExitCode iAnswered) const;
+    Status Ask(std::vector<NearPart>& oParts) const;
+    Status FindClashesOfName(Parts& oParts) const;
+    Status AllParts(Parts& oParts) const;
+    Status Export(const std::vector<NearPart>& iParts) const;
     Status ExportPicture(const std::vector<NearPart>& iParts) const;
     Status ExportSurface(const std::vector<NearPart>& iParts) const;
-    void AddAsked(std::set<unsigned int>& ioFound) const;
+    Status AddAsked(std::set<unsigned int>& ioFound) const;
     ExitCode Fail(const Status& iStatus) const;
 
     const QueryOptions& _options;
-    std::optional<PartIndex> _index;  ///< set while Run() is at work
+    PartIndex _index;  ///< open while Run() is at work
 };
 
 #endif

@@ -17,15 +17,15 @@ using Face = std::array<Corner, 4>;
 
 constexpr std::size_t kCorners = 4;
 
-/// Calls back with the corners of each outer face of a part's cells, anticlockwise seen from
-/// outside.
+/// Calls back with the corners of each outer face of a part's cells, anticlockwise seen from outside. A face
+/// between two occupied cells isn't seen and is left out.
 template <class Take>
 void ForEachFace(const PLMIdxIBaseOctree& iOctree, const Take& iTake) {
     if (iOctree._depth == 0) return;
     const VoxelGrid grid(iOctree);
     const double origin[3] = {iOctree._bbOrigin.x, iOctree._bbOrigin.y, iOctree._bbOrigin.z};
     const double size[3] = {iOctree._bbSize.x, iOctree._bbSize.y, iOctree._bbSize.z};
-    const auto place = [&](const VoxelGrid::Position& position) {
+    const auto cornerAt = [&](const VoxelGrid::Position& position) {
         Corner corner;
         for (std::size_t axis = 0; axis < 3; ++axis) {
             corner[axis] =
@@ -33,7 +33,7 @@ void ForEachFace(const PLMIdxIBaseOctree& iOctree, const Take& iTake) {
         }
         return corner;
     };
-    const auto takeSide = [&](VoxelGrid::Position cell, std::size_t axis, bool isHigh) {
+    const auto visitSide = [&](VoxelGrid::Position cell, std::size_t axis, bool isHigh) {
         VoxelGrid::Position neighbour = cell;
         neighbour[axis] += isHigh ? 1 : -1;
         if (grid.At(neighbour) != VoxelGrid::Empty) return;
@@ -42,36 +42,41 @@ void ForEachFace(const PLMIdxIBaseOctree& iOctree, const Take& iTake) {
         const std::size_t second = (axis + (isHigh ? 2U : 1U)) % 3;
         cell[axis] += isHigh ? 1 : 0;
         Face face;
-        face[0] = place(cell);
+        face[0] = cornerAt(cell);
         ++cell[first];
-        face[1] = place(cell);
+        face[1] = cornerAt(cell);
         ++cell[second];
-        face[2] = place(cell);
+        face[2] = cornerAt(cell);
         --cell[first];
-        face[3] = place(cell);
+        face[3] = cornerAt(cell);
         iTake(face);
     };
     grid.ForEachCell([&](const VoxelGrid::Position& cell) {
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            takeSide(cell, axis, false);
-            takeSide(cell, axis, true);
+            visitSide(cell, axis, false);
+            visitSide(cell, axis, true);
         }
     });
 }
 
+/// The same for all parts, one after the other.
 template <class Take>
-void ForEachFace(const ExportedParts& iParts, const Take& iTake) {
-    ExportedPart part = {};
-    for (std::size_t place = 0; iParts(place, part); ++place) {
+Status ForEachFace(const ExportedParts& iParts, const Take& iTake) {
+    for (std::size_t number = 0; number < iParts.count; ++number) {
+        ExportedPart part = {};
+        Status status = iParts.get(number, part);
+        if (status.Failed()) return status;
         ForEachFace(*part.octree, [&](const Face& face) { iTake(part, face); });
     }
+    return {};
 }
 
 /// Fails for more vertices than a file can number.
 Status CountFaces(const ExportedParts& iParts, std::uint64_t& oCount) {
     constexpr std::uint64_t kMostVertices = std::numeric_limits<std::int32_t>::max();
     oCount = 0;
-    ForEachFace(iParts, [&](const ExportedPart&, const Face&) { ++oCount; });
+    Status status = ForEachFace(iParts, [&](const ExportedPart&, const Face&) { ++oCount; });
+    if (status.Failed()) return status;
     return oCount * kCorners <= kMostVertices ? Status() : Status::System(EFBIG);
 }
 
@@ -80,7 +85,7 @@ void Put(std::FILE* ioFile, const Value& iValue) {
     (void)std::fwrite(&iValue, sizeof iValue, 1, ioFile);  // a failure stays in the stream
 }
 
-/// The bytes of a number the other way round: this library runs on little-endian machines.
+/// The bytes of a number in reversed order: the library runs on little-endian machines.
 std::uint32_t BigEndian(std::uint32_t iValue) {
     return __builtin_bswap32(iValue);
 }
@@ -120,9 +125,10 @@ Status WritePly(const ExportedParts& iParts, std::FILE* ioFile) {
         "property uchar blue\nelement face %llu\nproperty list uchar int vertex_indices\n"
         "end_header\n",
         count * kCorners, count);
-    ForEachFace(iParts, [&](const ExportedPart& part, const Face& face) {
+    status = ForEachFace(iParts, [&](const ExportedPart& part, const Face& face) {
         PutColouredCorners(ioFile, part, face);
     });
+    if (status.Failed()) return status;
     for (std::uint32_t vertex = 0; vertex < nFaces * kCorners;) {
         Put(ioFile, static_cast<std::uint8_t>(kCorners));
         for (std::size_t corner = 0; corner < kCorners; ++corner) Put(ioFile, vertex++);
@@ -138,17 +144,18 @@ Status WriteVtk(const ExportedParts& iParts, std::FILE* ioFile) {
     std::fprintf(
         ioFile, "# vtk DataFile Version 3.0\nparts of an index\nBINARY\nDATASET POLYDATA\n");
     std::fprintf(ioFile, "POINTS %llu float\n", count * kCorners);
-    ForEachFace(
+    status = ForEachFace(
         iParts, [&](const ExportedPart&, const Face& face) { PutCornersBigEndian(ioFile, face); });
+    if (status.Failed()) return status;
     std::fprintf(ioFile, "\nPOLYGONS %llu %llu\n", count, count * (1 + kCorners));
     for (std::uint32_t vertex = 0; vertex < nFaces * kCorners;) {
         Put(ioFile, BigEndian(static_cast<std::uint32_t>(kCorners)));
         for (std::size_t corner = 0; corner < kCorners; ++corner) Put(ioFile, BigEndian(vertex++));
     }
     std::fprintf(ioFile, "\nCELL_DATA %llu\nSCALARS part int 1\nLOOKUP_TABLE default\n", count);
-    ForEachFace(iParts, [&](const ExportedPart& part, const Face&) {
+    status = ForEachFace(iParts, [&](const ExportedPart& part, const Face&) {
         Put(ioFile, BigEndian(part.number));
     });
     std::fprintf(ioFile, "\n");
-    return {};
+    return status;
 }
