@@ -1,35 +1,27 @@
 // Random operations on files beside plain bytes (FileOperations.h), on sound disks and on disks that fail at each call.
 
 #include "FailingCalls.h"
-#include "FileCase.h"
 #include "FileOperations.h"
 #include "FromEnvironment.h"
+#include "TemporaryFolder.h"
 
+#include "IDX_Base_Trace.h"
 #include "IDX_WT_File.h"
 
-#include <random>
+#include <gtest/gtest.h>
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-class FileModel : public FileCase, public testing::WithParamInterface<unsigned int> {
+class FileModel : public testing::TestWithParam<unsigned int> {
 protected:
-    /// The operations of a seed. @param may  what may happen
-    Bytes Operations(unsigned int seed, std::size_t size, unsigned int may) {
-        std::mt19937 random(seed);
-        Bytes bytes(size);
-        for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+    void Agrees(Bytes bytes) {
         bytes[0] = static_cast<std::uint8_t>(GetParam());
-        bytes[2] = static_cast<std::uint8_t>(may);
-        bytes[3] = static_cast<std::uint8_t>(may / 256);
-        bytes[4] = 0;  // a sound disk
-        return bytes;
-    }
-
-    void Agrees(const Bytes& bytes) {
         EXPECT_EQ(RunFileOperations(bytes.data(), bytes.size(), _folder / ""), "");
     }
+
+    const TemporaryFolder _folder;
 };
 
 }  // namespace
@@ -41,13 +33,13 @@ TEST_P(FileModel, OnSoundAndChangingDisks) {
         unsigned int may = seed % 8 == 0 ? kFarOffsets : 0u;
         if (seed % 8 == 1) may |= kForks | kExits;
         if (seed % 2 == 0) may |= kMoreDisks;
-        Agrees(Operations(seed, 600, may));
+        Agrees(RandomOperations(seed, 600, may));
     }
 }
 
 TEST_P(FileModel, OnADiskThatFailsAtEachCall) {
     for (unsigned int seed = 0; seed < 2; ++seed) {
-        Bytes bytes = Operations(seed, 200, kNoRepair);
+        Bytes bytes = RandomOperations(seed, 200, kNoRepair);
         Agrees(bytes);
         const int nCalls = failingCalls.calls;
         for (int n = 0; n < nCalls && !HasFailure(); ++n) {
@@ -68,21 +60,25 @@ TEST_P(FileModel, OnADiskThatFailsAtEachCall) {
 // The usual memory for pages, none, fewer than the files have.
 INSTANTIATE_TEST_SUITE_P(PageMemory, FileModel, testing::Values(0u, 1u, 4u));
 
-using FailingEnd = FileCase;
-
-TEST_F(FailingEnd, OfTheProcessIsTraced) {
-    SetContent(_folder / "file", std::string(8192, '.'));
-    const auto child = [&] {
+/// Files that are open when the process ends.
+TEST(EndOfTheProcess, WritesWhatWaitsOrTracesThatItCannot) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "file";
+    const auto child = [&](Disk disk) {
         IDX_Base_Trace::SetSink(
             [](IDX_Base_Trace::Level, const char* line, void*) { std::fputs(line, stderr); },
             nullptr);
         static auto* const file = new IDX_WT_File;  // left open
-        file->OpenWrite((_folder / "file").c_str());
-        file->WriteAt(100, "x", 1);
-        if (ContentOf(_folder / "file")[100] == 'x') std::fputs("nothing is held here", stderr);
-        failingCalls.Start(Disk::Dead, 0, 1000000);
+        file->OpenWrite(path.c_str());
+        file->WriteAt(100, "new", 3);
+        if (ContentOf(path)[100] == 'n') std::fputs("nothing is held here", stderr);
+        failingCalls.Start(disk, 0, 1000000);
         std::exit(0);
     };
+    SetContent(path, std::string(8192, '.'));
     EXPECT_EXIT(
-        child(), testing::ExitedWithCode(0), "IDX_WT_File.Close.fclose|nothing is held here");
+        child(Disk::Dead), testing::ExitedWithCode(0),
+        "^(IDX_WT_File.Close.fclose|nothing is held here)");
+    EXPECT_EXIT(child(Disk::Sound), testing::ExitedWithCode(0), "^(nothing is held here)?$");
+    EXPECT_EQ(ContentOf(path), std::string(100, '.') + "new" + std::string(8089, '.'));
 }

@@ -1,38 +1,34 @@
-// Real file systems with no room left: each write that was taken is in the file when the disk has been taken off and
-// put on again, and each other one was refused with its tag. Needs the right to mount.
+// Random operations on real file systems with hardly a block left (FileOperations.h): each write that was taken is in
+// the file, also when the disk has been taken off and put on again. Needs the right to mount.
 
-#include "FileCase.h"
-#include "FlatFile.h"
-
-#include "IDX_WT_File.h"
+#include "FileOperations.h"
+#include "TemporaryFolder.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
 namespace {
 
-struct Disk {
+struct FileSystem {
     const char* name;
-    const char* make;   ///< the command that makes it in a file; empty: in memory
-    bool takesInPlace;  ///< a block that is there is written where it lies
+    const char* make;  ///< the command that makes it in a file; empty: in memory
 };
 
-void PrintTo(const Disk& disk, std::ostream* stream) {
-    *stream << disk.name;
+void PrintTo(const FileSystem& system, std::ostream* stream) {
+    *stream << system.name;
 }
 
-constexpr std::size_t kPage = 4096;
-constexpr std::size_t kOldPages = 200;
-constexpr std::size_t kHoleFrom = 50;
-constexpr std::size_t kHoleTo = 80;
-const std::string kRecord = "a record of twenty-eight byt";
+bool Command(const std::string& command) {
+    return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+}
 
 /// With a disk of its own, in a space of mounts that goes with the process.
-class FullDisks : public FileCase, public testing::WithParamInterface<Disk> {
+class FullDisks : public testing::TestWithParam<FileSystem> {
 protected:
     void SetUp() override {
         if (unshare(CLONE_NEWNS) != 0 ||
@@ -40,135 +36,77 @@ protected:
             GTEST_SKIP() << "this process may not mount: " << std::strerror(errno);
         }
         std::filesystem::create_directory(_root);
-        if (*GetParam().make == '\0') {
-            _mount = "mount -t tmpfs -o size=4m none " + _root;
-        } else {
-            SetContent(_image, "");
-            std::filesystem::resize_file(_image, std::size_t{320} << 20U);
-            if (!Run(GetParam().make + (" " + _image))) {
-                GTEST_SKIP() << "can't be run here: " << GetParam().make;
-            }
-            _mount = "mount -o loop " + _image + " " + _root;
+        SetContent(_image, "");
+        std::filesystem::resize_file(_image, std::size_t{320} << 20U);
+        if (!IsInMemory() && !Command(GetParam().make + (" " + _image))) {
+            GTEST_SKIP() << "can't be run here: " << GetParam().make;
         }
-        if (!Run(_mount)) GTEST_SKIP() << "can't be done here: " << _mount;
+        _mount = IsInMemory() ? "mount -t tmpfs -o size=4m none " : "mount -o loop " + _image + " ";
+        _mount += _root;
+        if (!Command(_mount)) GTEST_SKIP() << "can't be done here: " << _mount;
         _isMounted = true;
     }
 
-    void TearDown() override { EXPECT_TRUE(!_isMounted || Run("umount " + _root)); }
+    void TearDown() override { EXPECT_TRUE(!_isMounted || Command("umount " + _root)); }
 
-    static bool Run(const std::string& command) {
-        return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
-    }
+    bool IsInMemory() const { return *GetParam().make == '\0'; }
 
-    /// The file as it was before: a hole of which its size in blocks says nothing, since as many blocks lie ready
-    /// behind its end; and, where the file system can, another file shares the blocks.
-    void MakeOldFile() {
-        SetContent(_path, std::string(kOldPages * kPage, 'o'));
-        const int file = open(_path.c_str(), O_RDWR);
-        constexpr off_t from = kHoleFrom * kPage;
-        constexpr off_t size = (kHoleTo - kHoleFrom) * kPage;
-        constexpr off_t end = kOldPages * kPage;
-        ASSERT_EQ(fallocate(file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, from, size), 0);
-        ASSERT_EQ(fallocate(file, FALLOC_FL_KEEP_SIZE, end, size), 0);
-        fsync(file);
+    /// Leaves some blocks. Before that the first file gets blocks ready after its end, so that its size in blocks says
+    /// nothing of its holes; and, where the file system can, another file shares its blocks.
+    void FillUp() const {
+        const std::string first = _root + "/p0";
+        const int file = open(first.c_str(), O_RDWR);
+        EXPECT_EQ(fallocate(file, FALLOC_FL_KEEP_SIZE, 1 << 16, 1 << 16), 0);
         close(file);
-        ASSERT_TRUE(Run("cp --reflink=auto " + _path + " " + _root + "/copy"));
-        _expected.Set(0, ContentOf(_path));
-    }
-
-    /// Takes all blocks but for some hundred.
-    void FillUp() {
-        const int file = open((_root + "/rest").c_str(), O_RDWR | O_CREAT, 0600);
+        EXPECT_TRUE(Command("cp --reflink=auto " + first + " " + _root + "/copy"));
+        const int rest = open((_root + "/rest").c_str(), O_RDWR | O_CREAT, 0600);
         off_t end = 0;
         for (off_t size = 1 << 30; size >= 1024; size /= 2) {
-            while (fallocate(file, 0, end, size) == 0) end += size;
+            while (fallocate(rest, 0, end, size) == 0) end += size;
         }
-        ASSERT_EQ(ftruncate(file, end - 300000), 0);
-        fsync(file);
-        close(file);
-        sync();
+        EXPECT_EQ(ftruncate(rest, end - 40000), 0);
+        syncfs(rest);
+        close(rest);
     }
 
-    /// Each gives whether the write was taken.
-    bool Append() {
-        const unsigned int offset = _file.GetSize();
-        return Wrote(offset, _file.Write(kRecord.data(), 28), "IDX_WT_File.Write.fwrite");
+    std::string AllFiles() const {
+        std::string all;
+        for (const char* name : {"/p0", "/p1", "/p2", "/p3"}) all += ContentOf(_root + name) + '\n';
+        return all;
     }
 
-    bool Overwrite(std::size_t offset) {
-        const auto at = static_cast<unsigned int>(offset);
-        return Wrote(offset, _file.WriteAt(at, kRecord.data(), 28), "IDX_WT_File.WriteAt.fwrite");
-    }
-
-    bool Wrote(std::size_t offset, IDX_Bool result, const char* tag) {
-        const bool taken = result == IDX_True;
-        EXPECT_EQ(_trace.Take(), taken ? Lines() : Lines{tag});
-        _expected.Write(offset, kRecord, taken);
-        return taken;
-    }
-
-    /// Takes the disk off and puts it on again, and looks at what is there.
-    void CloseAndCompare(const std::string& path) {
-        _file.Close();
-        EXPECT_EQ(_trace.Take(), Lines());
-        if (*GetParam().make != '\0') {
-            ASSERT_TRUE(Run("umount " + _root));
-            ASSERT_TRUE(Run(_mount));
-        }
-        _expected.Flushed();
-        EXPECT_TRUE(_expected.Allows(ContentOf(path)));
-    }
-
+    const TemporaryFolder _folder;
     const std::string _root = _folder / "disk";
     const std::string _image = _folder / "image";
-    const std::string _path = _root + "/file";
     std::string _mount;
     bool _isMounted = false;
-    IDX_WT_File _file;
-    FlatFile _expected;
 };
 
 }  // namespace
 
 TEST_P(FullDisks, WhatWasTakenIsInTheFile) {
-    MakeOldFile();
-    FillUp();
-    Expect(_file.OpenWrite(_path.c_str()));
-    int nTaken = 0;
-    int nRefused = 0;
-    while (nRefused < 100 && nTaken < 100000) ++(Append() ? nTaken : nRefused);
-    EXPECT_GT(nTaken, 2000);
-    EXPECT_LT(nTaken, 100000);
-    for (int round = 0; round < 2; ++round) {
-        const std::size_t at = 100 + 1000 * static_cast<std::size_t>(round);
-        for (std::size_t page = 0; page < kOldPages - 1; ++page) {
-            const bool isHole = page >= kHoleFrom && page < kHoleTo;
-            const bool taken = Overwrite(page * kPage + at);
-            EXPECT_TRUE(taken || isHole || !GetParam().takesInPlace) << page;
+    for (unsigned int seed = 0; seed < 6 && !HasFailure(); ++seed) {
+        SCOPED_TRACE(seed);
+        const auto bytes = RandomOperations(seed, 400, 0);
+        const auto fillUp = [this] { FillUp(); };
+        EXPECT_EQ(RunFileOperations(bytes.data(), bytes.size(), _root, fillUp), "");
+        const std::string content = AllFiles();
+        if (!IsInMemory()) {
+            ASSERT_TRUE(Command("umount " + _root) && Command(_mount));
         }
-        _file.Flush();
-        EXPECT_EQ(_trace.Take(), Lines());
-        EXPECT_TRUE(_expected.Allows(ContentOf(_path)));
+        EXPECT_TRUE(AllFiles() == content);
+        std::filesystem::remove(_root + "/rest");
     }
-    for (std::size_t page = 0; page < kOldPages; ++page) Overwrite(page * kPage + 4080);
-    CloseAndCompare(_path);
-
-    // The first bytes of a small file may need no block, and the next ones one.
-    const std::string small = _root + "/small";
-    _expected = {};
-    if (_file.OpenWrite(small.c_str()) != IDX_True) return;
-    for (int i = 0; i < 300; ++i) Append();
-    CloseAndCompare(small);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     On,
     FullDisks,
     testing::Values(
-        Disk{"Ext4", "mkfs.ext4 -q -b 4096", true},
-        Disk{"Ext4SmallBlocks", "mkfs.ext4 -q -b 1024", true},
-        Disk{"Ext4SmallFilesInRecords", "mkfs.ext4 -q -O inline_data", true},
-        Disk{"Btrfs", "mkfs.btrfs -q", false},
-        Disk{"Xfs", "mkfs.xfs -q", false},
-        Disk{"Memory", "", true}),
-    [](const auto& disk) { return std::string(disk.param.name); });
+        FileSystem{"Ext4", "mkfs.ext4 -q -b 4096"},
+        FileSystem{"Ext4SmallBlocks", "mkfs.ext4 -q -b 1024"},
+        FileSystem{"Ext4SmallFilesInRecords", "mkfs.ext4 -q -O inline_data"},
+        FileSystem{"Btrfs", "mkfs.btrfs -q"},
+        FileSystem{"Xfs", "mkfs.xfs -q"},
+        FileSystem{"Memory", ""}),
+    [](const auto& test) { return std::string(test.param.name); });

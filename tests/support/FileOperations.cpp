@@ -12,9 +12,10 @@
 #include "IdxFile.h"
 #include "VEXFile.h"
 
+#include <algorithm>
 #include <fcntl.h>
-#include <functional>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -23,15 +24,17 @@
 namespace {
 
 constexpr std::size_t kLimit = 0x80000000u;  ///< no file reaches it
+constexpr int kPieces = 4;
+constexpr int kEntries = kPieces + 2;
 constexpr std::size_t kUsualMemory = std::size_t{256} << 20U;
 
-std::function<void()> onDelete;
+std::function<void(const std::string&)> onDelete;
 
 }  // namespace
 
 /// The program's own service, which the library calls in place of its own.
 long int VEXDeleteFile(const char* path) {
-    if (onDelete) onDelete();
+    if (onDelete) onDelete(path);
     return unlink(path) == 0 ? 0 : -1;
 }
 
@@ -84,13 +87,6 @@ struct PlainFile {
         lseek(descriptor, static_cast<off_t>(offset), SEEK_SET);
         Check(write(descriptor, data.data(), data.size()) >= 0, "a write of the test's own");
     }
-
-    /// All pages that were ever written.
-    std::string Everything() const {
-        std::string all = std::to_string(Size()) + '\n';
-        for (const std::size_t page : flat.Pages()) all += Read(page, FlatFile::kPage);
-        return all;
-    }
 };
 
 enum Mode { Closed, Reading, Writing };
@@ -114,31 +110,42 @@ unsigned int Narrow(std::size_t number) {
 class Run {
 public:
     Run(const Input& input, const std::string& folder) : _input(input), _base(folder + "/p") {
-        const char* names[] = {"/p0", "/p1", "/./p0", "/link"};
-        for (int i = 0; i < 4; ++i) _entries[i] = {folder + names[i], &_files[i == 1 ? 1 : 0]};
-        for (int i = 0; i < 2; ++i) {
+        for (int i = 0; i < kPieces; ++i) {
+            _entries[i] = {_base + std::to_string(i), &_files[i]};
             const char* path = _entries[i].path.c_str();
             _files[i].descriptor = open(path, O_RDWR | O_CREAT | O_TRUNC, 0600);
             Check(_files[i].descriptor >= 0, "a file of the test's own");
         }
-        (void)link(_entries[0].path.c_str(), _entries[3].path.c_str());  // may be there
+        _entries[kPieces] = {folder + "/./p0", &_files[0]};
+        _entries[kPieces + 1] = {folder + "/link", &_files[0]};
+        (void)link(_entries[0].path.c_str(), (folder + "/link").c_str());  // may be there
+        onDelete = [this](const std::string& lock) {  // without a lock a piece is whole
+            const Entry& piece = _entries[lock[_base.size()] - '0'];
+            if (piece.mode == Writing && !CanFail()) CheckDisk(*piece.file);
+        };
     }
 
     ~Run() {
         failingCalls.Stop();
+        _split.reset();
         onDelete = nullptr;
         _peer.reset();
         for (const PlainFile& file : _files) close(file.descriptor);
         IdxFile::SetPageMemory(kUsualMemory);
     }
 
-    void All() {
+    /// @param fillUp  leaves no block on the disk; empty: there are enough
+    void All(const std::function<void()>& fillUp) {
         SetPageMemory();
         const std::string old = Data(_input.Byte() * 157);
         _files[0].Write(0, old);
         _files[0].flat.Set(0, old);
         _may = _input.Short();
         ChangeDisk();
+        _slots.assign(1 + _may / 0x800 % 3, -1);
+        _split = std::make_unique<IDX_WT_SplittedFile>(Limit(), Narrow(_slots.size()), UsesLocks());
+        if (fillUp) fillUp();
+        _isFull = fillUp != nullptr;
         for (_chosen = 0; _chosen < 2; ++_chosen) Open();
         while (!_input.IsAtEnd()) {
             Step();
@@ -150,6 +157,7 @@ public:
 private:
     bool May(unsigned int what) const { return (_may & what) == what; }
     bool CanFail() const { return failingCalls.disk == Disk::Dead; }
+    bool HasBlocks() const { return !CanFail() && !_isFull; }  ///< for what needs some
     IDX_WT_File& Object() { return _objects[_chosen]; }
 
     // Operands.
@@ -201,6 +209,11 @@ private:
             const std::size_t size = file.Size();
             Check(file.isLost || size + FlatFile::kPage > file.flat.End(), "the disk is behind");
             Check(file.isLost || size <= file.flat.FarEnd(), "the disk is ahead");
+        }
+        for (int i = 0; i < kPieces; ++i) {
+            const bool isLocked = UsesLocks() && std::count(_slots.begin(), _slots.end(), i) != 0;
+            const bool hasLock = access((_entries[i].path + ".lock").c_str(), F_OK) == 0;
+            Check(hasLock == isLocked, "the lock of a piece");
         }
     }
 
@@ -259,7 +272,7 @@ private:
         const std::size_t end = offset + data.size();
         const bool isOpen = entry.mode == Writing;
         const bool isFar = end >= kLimit;
-        const bool mayRefuse = CanFail() || failingCalls.disk == Disk::Full;
+        const bool mayRefuse = CanFail() || _isFull || failingCalls.disk == Disk::Full;
         Lines tags;
         if (!isOpen) {
             tags = {"IDX_WT_File.Write.InvalidFile"};
@@ -276,7 +289,7 @@ private:
     // Operations of the three objects.
 
     void Open() {
-        Entry& entry = _entries[_input.Byte() % 4];
+        Entry& entry = _entries[_input.Byte() % kEntries];
         const Mode mostly = _input.Byte() % 3 == 0 ? Reading : Writing;
         const bool wasOpen = entry.mode != Closed;
         const Mode mode = wasOpen ? entry.mode : mostly;
@@ -380,11 +393,11 @@ private:
 
     /// Other processes write, but for bytes that may wait for the disk here.
     void WriteFromOutside() {
-        PlainFile& file = _files[_input.Byte() % 2];
+        PlainFile& file = _files[_input.Byte() % kPieces];
         const std::size_t offset = Offset(file.flat.End());
         const std::string data = Data(Size() % 8192);
         const bool isNear = offset <= file.Size() + 100 && offset + data.size() < kLimit;
-        if (file.isLost || !isNear) return;
+        if (file.isLost || !isNear || _isFull) return;
         std::string written = file.Read(offset, data.size());
         written.resize(data.size(), '\0');
         for (std::size_t i = 0; i < data.size(); ++i) {
@@ -398,7 +411,7 @@ private:
 
     /// A page goes from a file that nobody has open.
     void PunchHole() {
-        PlainFile& file = _files[_input.Byte() % 2];
+        PlainFile& file = _files[_input.Byte() % kPieces];
         const std::size_t page = Offset(file.flat.End()) / FlatFile::kPage * FlatFile::kPage;
         for (const Entry& entry : _entries) {
             if (entry.file == &file && entry.mode != Closed) return;
@@ -412,15 +425,15 @@ private:
     void UseMemoryFile() {
         const std::size_t how = _input.Byte() % 16;
         if (_memoryOf == nullptr) {
-            const Entry& entry = _entries[how % 4];
+            const Entry& entry = _entries[how % kEntries];
             PlainFile& file = *entry.file;
-            if (CanFail() || file.isLost || file.flat.FarEnd() > 1000000) return;
+            if (!HasBlocks() || file.isLost || file.flat.FarEnd() > 1000000) return;
             Expect(_memory.OpenWrite(entry.path.c_str()), {});
             Flushed(file);
             _memoryOf = &file;
             _content = file.Read(0, file.Size());
         } else if (how < 2) {
-            if (CanFail()) return;
+            if (!HasBlocks()) return;
             Expect(_memory.Close(how == 0), {});
             _memoryOf->flat.Set(0, _content);
             ForgetIfClosed(*std::exchange(_memoryOf, nullptr));
@@ -447,56 +460,80 @@ private:
         Check(_memory.GetSize() == _content.size(), "the size of a memory file");
     }
 
-    /// The piece that the split file has open is closed, for all who share it.
-    void ReleasePiece() {
-        Lines tags = _trace.Take();
+    // The split file.
+
+    unsigned int Limit() const { return _may / 0x200 % 4 * 1500; }
+    bool UsesLocks() const { return _may / 0x2000 % 2 == 0; }
+
+    /// The piece in a slot is closed, for all who share it.
+    /// @param tags  what the close traced
+    void ReleaseSlot(int& piece, Lines tags) {
         if (CanFail()) std::erase(tags, "IDX_WT_File.Flush.fflush");  // before the lock goes
-        if (_piece >= 0) CloseEntry(_entries[_piece], tags);
-        _piece = -1;
+        if (piece >= 0) CloseEntry(_entries[std::exchange(piece, -1)], tags);
     }
 
-    /// Has the split file open a piece; false when that would be a breach of contract.
+    /// Has the split file bring a piece into a slot; false when that would be a breach of contract.
     bool TouchPiece(int piece) {
-        if (_piece == piece) return true;
-        if (_entries[piece].mode == Reading || CanFail()) return false;
-        const std::size_t size = _split.GetSize(static_cast<unsigned int>(piece));
-        ReleasePiece();
-        _piece = piece;
-        Opened(_entries[piece], Writing);
+        const auto hit = std::find(_slots.begin(), _slots.end(), piece);
+        const bool isHit = hit != _slots.end();
+        if (piece == kPieces || (!isHit && (_entries[piece].mode == Reading || !HasBlocks()))) {
+            return false;
+        }
+        const unsigned int size = _split->GetSize(static_cast<unsigned int>(piece));
+        _lastSlot = isHit ? hit - _slots.begin() : (_lastSlot + 1) % std::ssize(_slots);
+        if (!isHit) {
+            ReleaseSlot(_slots[_lastSlot], _trace.Take());
+            _slots[_lastSlot] = piece;
+            Opened(_entries[piece], Writing);
+        }
         Check(size == _entries[piece].size, "the size of a piece");
         return true;
     }
 
     void CloseSplit() {
-        onDelete = [this] {  // whoever sees no lock finds the whole piece
-            if (_entries[_piece].mode == Writing && !CanFail()) CheckDisk(*_entries[_piece].file);
-        };
-        _split.Close();
-        onDelete = nullptr;
-        ReleasePiece();
+        _split->Close();
+        const Lines tags = _trace.Take();
+        for (int& piece : _slots) ReleaseSlot(piece, tags);
+        _current = 0;
         _isSplitOpen = false;
     }
 
+    void AppendToSplit() {
+        int piece = _current;
+        if (!TouchPiece(piece)) return;
+        if (Limit() != 0 && _entries[piece].size >= Limit() && !TouchPiece(++piece)) return;
+        const std::size_t offset = _entries[piece].size;
+        if (Limit() != 0 && offset >= Limit()) return;  // this model goes one piece on at most
+        _current = piece;
+        const std::string data = Data(Size());
+        unsigned int part = 0;
+        unsigned int at = 0;
+        const IDX_Bool result = _split->Write(data.data(), Narrow(data.size()), part, at);
+        Wrote(
+            _entries[piece], offset, data, true, result,
+            {"IDX_WT_SplittedFile.Write.IDX_WT_File.Write"});
+        const bool isThere = part == Narrow(piece) && at == offset;
+        Check(result == IDX_True ? isThere : part + at == 0, "the place of an append");
+    }
+
     void UseSplit() {
-        const unsigned int how = _input.Byte() % 8;
-        const int piece = how % 2;
-        const std::string inner = "IDX_WT_SplittedFile.Write";
+        const unsigned int how = _input.Byte();
+        const int piece = static_cast<int>(how % kPieces);
         if (!_isSplitOpen) {
-            Expect(_split.OpenWrite(_base.c_str()), {});
+            Expect(_split->OpenWrite(_base.c_str()), {});
             _isSplitOpen = true;
-        } else if (how == 0) {
+        } else if (how < 16) {
             CloseSplit();
-        } else if (how < 5 && TouchPiece(piece)) {
+        } else if (how < 140) {
+            AppendToSplit();
+        } else if (TouchPiece(piece)) {
             const std::size_t offset = Offset(_entries[piece].size);
             const std::string data = Data(Size());
             const IDX_Bool result =
-                _split.WriteAt(how % 2, Narrow(offset), data.data(), Narrow(data.size()));
-            Wrote(_entries[piece], offset, data, false, result, {inner + "At.IDX_WT_File.WriteAt"});
-        } else if (how >= 5 && TouchPiece(0)) {
-            const std::string data = Data(Size());
-            const IDX_Bool result = _split.Write(data.data(), Narrow(data.size()));
+                _split->WriteAt(Narrow(piece), Narrow(offset), data.data(), Narrow(data.size()));
             Wrote(
-                _entries[0], _entries[0].size, data, true, result, {inner + ".IDX_WT_File.Write"});
+                _entries[piece], offset, data, false, result,
+                {"IDX_WT_SplittedFile.WriteAt.IDX_WT_File.WriteAt"});
         }
     }
 
@@ -532,10 +569,21 @@ private:
         }
     }
 
+    /// All pages that were ever written.
+    std::string Everything() const {
+        std::string all;
+        for (const PlainFile& file : _files) {
+            all += std::to_string(file.Size()) + '\n';
+            for (const std::size_t page : file.flat.Pages())
+                all += file.Read(page, FlatFile::kPage);
+        }
+        return all;
+    }
+
     /// Only what the child writes itself may change the disk.
     void UsePeer() {
         const unsigned int how = _input.Byte();
-        if (!May(kForks) || failingCalls.disk != Disk::Sound) return;
+        if (!May(kForks) || failingCalls.disk != Disk::Sound || _isFull) return;
         if (_peer == nullptr) return StartPeer(how);
         PlainFile& file = *_peerOf->file;
         if (how % 8 < 3) {
@@ -543,14 +591,13 @@ private:
             Check(file.Read(_peerOffset, _peerData.size()) == _peerData, "what a child wrote");
             return file.flat.WriteForeign(_peerOffset, _peerData);
         }
-        const std::string before[] = {_files[0].Everything(), _files[1].Everything()};
+        const std::string before = Everything();
         if (how % 8 < 6) Check(_peer->Do("fmc"[how % 8 - 3]), "a step of a child");
         if (how % 8 >= 5) {
             Check(_peer->End() == 0, "the end of a child");
             _peer.reset();
         }
-        Check(before[0] == _files[0].Everything(), "a child wrote what it inherited");
-        Check(before[1] == _files[1].Everything(), "a child wrote what it inherited");
+        Check(before == Everything(), "a child wrote what it inherited");
     }
 
     void Step() {
@@ -623,8 +670,9 @@ private:
     Input _input;
     unsigned int _may = 0;
     TraceRecorder _trace;
-    PlainFile _files[2];
-    Entry _entries[4];  ///< pieces 0 and 1 of the split file, and other names of the first
+    bool _isFull = false;  ///< the disk itself
+    PlainFile _files[kPieces];
+    Entry _entries[kEntries];  ///< pieces of the split file, and other names of the first
     IDX_WT_File _objects[3];
     Entry* _of[3] = {};
     unsigned int _chosen = 0;  ///< object
@@ -634,10 +682,12 @@ private:
     PlainFile* _memoryOf = nullptr;
     std::string _content;  ///< of the memory file
 
-    IDX_WT_SplittedFile _split{0, 1, true};
+    std::unique_ptr<IDX_WT_SplittedFile> _split;
     std::string _base;
     bool _isSplitOpen = false;
-    int _piece = -1;  ///< that is open; -1 for none
+    std::vector<int> _slots;  ///< the pieces in them; -1 for none
+    std::ptrdiff_t _lastSlot = 0;
+    int _current = 0;  ///< piece that takes appends
 
     std::unique_ptr<Peer> _peer;
     Entry* _peerOf = nullptr;
@@ -648,13 +698,27 @@ private:
 }  // namespace
 
 std::string RunFileOperations(
-    const std::uint8_t* data, std::size_t size, const std::string& folder) {
+    const std::uint8_t* data,
+    std::size_t size,
+    const std::string& folder,
+    const std::function<void()>& fillUp) {
     try {
         failingCalls = {};
         Run run({data, size}, folder);
-        run.All();
+        run.All(fillUp);
     } catch (const std::runtime_error& difference) {
         return difference.what();
     }
     return "";
+}
+
+std::vector<std::uint8_t> RandomOperations(unsigned int seed, std::size_t size, unsigned int may) {
+    std::mt19937 random(seed);
+    std::vector<std::uint8_t> bytes(size);
+    for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+    may |= Narrow(random()) & kSplitFile;
+    bytes[2] = static_cast<std::uint8_t>(may);
+    bytes[3] = static_cast<std::uint8_t>(may / 256);
+    bytes[4] = 0;
+    return bytes;
 }

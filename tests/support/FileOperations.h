@@ -3,7 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 /// Takes operations on files out of any bytes, and does them with the library beside plain bytes (FlatFile):
 /// several objects that share files under several names, a memory file, a split file, a child of fork, other
@@ -13,9 +15,13 @@
 ///     kind of disk; good calls before, 2 bytes; calls that meet it, 255: all    then the operations
 ///
 /// @param folder  an empty one, or that of a run before
+/// @param fillUp  leaves no block on the disk of the folder; empty: there are enough for all writes
 /// @return the first difference, in words; empty when there is none
 std::string RunFileOperations(
-    const std::uint8_t* data, std::size_t size, const std::string& folder);
+    const std::uint8_t* data,
+    std::size_t size,
+    const std::string& folder,
+    const std::function<void()>& fillUp = nullptr);
 
 // What may happen. The slow things take several bits, so that few inputs have them.
 constexpr unsigned int kMoreDisks = 0x01;  ///< the disk changes on the way
@@ -23,5 +29,12 @@ constexpr unsigned int kNoRepair = 0x02;   ///< the disk is as it is until the l
 constexpr unsigned int kForks = 0x1C;
 constexpr unsigned int kFarOffsets = 0xE0;  ///< offsets near 2^31, too
 constexpr unsigned int kExits = 0x100;      ///< forked children end by exit()
+
+constexpr unsigned int kSplitFile =
+    0xFE00;  ///< 2 bits for its limit, 2 for its slots, 1 for no locks
+
+/// Random bytes for it, on a sound disk.
+/// @param may  what may happen
+std::vector<std::uint8_t> RandomOperations(unsigned int seed, std::size_t size, unsigned int may);
 
 #endif
