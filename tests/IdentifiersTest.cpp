@@ -5,14 +5,11 @@
 #include "IDXWorkingID.h"
 #include "IDX_WT_Identifier.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
-#include <string>
-#include <type_traits>
 
 namespace {
 
-using namespace std::string_literals;
+using std::string_literals::operator""s;
 
 IDX_Base_Buffer BufferOf(const std::string& bytes) {
     IDX_Base_Buffer buffer;
@@ -21,24 +18,16 @@ IDX_Base_Buffer BufferOf(const std::string& bytes) {
     return buffer;
 }
 
-static_assert(
-    std::is_same_v<
-        decltype(&IDXWorkingID::ConvertToBuffer),
-        decltype(&IDXWorkingID::ConvertFromBuffer)> &&
-        std::is_same_v<
-            decltype(&IDXWorkingID::ConvertToBuffer),
-            void (IDXWorkingID::*)(IDX_Base_Buffer&)>,
-    "called under these names by others");
-
-void Convert(IDXWorkingID& id, const std::string& bytes) {
+/// Calls one of the two operations by the names and types under which others call them.
+std::string Converted(
+    IDXWorkingID& id, void (IDXWorkingID::*operation)(IDX_Base_Buffer&), const std::string& bytes) {
     IDX_Base_Buffer buffer = BufferOf(bytes);
-    id.ConvertFromBuffer(buffer);
+    (id.*operation)(buffer);
+    return {reinterpret_cast<const char*>(buffer.GetData()), buffer.GetSize()};
 }
 
 std::string SerialFormOf(IDXWorkingID id) {
-    IDX_Base_Buffer buffer = BufferOf("what was there before is replaced");
-    id.ConvertToBuffer(buffer);
-    return {reinterpret_cast<const char*>(buffer.GetData()), buffer.GetSize()};
+    return Converted(id, &IDXWorkingID::ConvertToBuffer, "what was there before is replaced");
 }
 
 const std::string kObject = "0123456789abcdef";
@@ -53,7 +42,7 @@ IDXWorkingID SampleID(const std::string& type = "PART", const std::string& repos
     return id;
 }
 
-/// All four fields, told apart by bars.
+/// All four fields, between bars.
 std::string FieldsOf(const IDXWorkingID& id) {
     return TextOf(id.GetObjectID()) + "|" + TextOf(id.GetLogicalID()) + "|" +
            TextOf(id.GetTypeID()) + "|" + TextOf(id.GetRepositoryName());
@@ -90,10 +79,9 @@ private:
 };
 
 TEST(Identifier, SortsAsUnsignedBytesThenByLength) {
-    const std::string zeros("\0\0", 2);
-    const std::string sorted[] = {"",         zeros.substr(1), zeros,         "a",
-                                  "abcdefgh", "abcdefgha",     "abcdefgi",    "ac",
-                                  "bbbbbbba", "\x7f",          "\x80zzzzzzz", "\x80zzzzzzzz"};
+    const std::string sorted[] = {"",         "\0"s,       "\0\0"s,       "a",
+                                  "abcdefgh", "abcdefgha", "abcdefgi",    "ac",
+                                  "bbbbbbba", "\x7f",      "\x80zzzzzzz", "\x80zzzzzzzz"};
     for (const std::string& first : sorted) {
         IDX_WT_Identifier own;
         own.GetByteArray() = ArrayOf(first);
@@ -108,51 +96,43 @@ TEST(Identifier, SortsAsUnsignedBytesThenByLength) {
     }
 }
 
-TEST(WorkingID, SerialFormToTheByte) {
+TEST(WorkingID, SerialFormToTheByteAndBack) {
     const std::string form = kObject + kLogical + "\4\0\0\0PART\5\0\0\0Vault"s;
     EXPECT_EQ(SerialFormOf(SampleID()), form);
     EXPECT_EQ(SerialFormOf(IDXWorkingID()), "\0\0\0\0\0\0\0\0"s);
-}
-
-TEST(WorkingID, ComesBackFromItsSerialForm) {
     for (const std::string& type : {""s, "T"s, "with\0zero"s, std::string(70000, 't')}) {
         for (const std::string& repository : {""s, "R"s, std::string(300, 'r')}) {
             IDXWorkingID id = SampleID("before", "before");
-            id.GetObjectAndLogicalID();
+            id.SetObjectAndLogicalID(ArrayOf(std::string(32, 'b')));
             const IDXWorkingID wanted = SampleID(type, repository);
-            Convert(id, SerialFormOf(wanted));
+            Converted(id, &IDXWorkingID::ConvertFromBuffer, SerialFormOf(wanted));
             EXPECT_EQ(FieldsOf(id), FieldsOf(wanted));
             EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), kObject + kLogical);
         }
     }
 }
 
-/// The buffer must leave nothing of what the object held.
-void ExpectRefused(const std::string& bytes) {
-    IDXWorkingID id = SampleID();
-    id.GetObjectAndLogicalID();
-    Convert(id, bytes);
-    EXPECT_EQ(FieldsOf(id), "|||");
-}
-
 TEST(WorkingID, ABadBufferResetsTheObject) {
     const std::string good = SerialFormOf(SampleID());
-    for (std::size_t size = 0; size < good.size(); ++size) {
-        SCOPED_TRACE(size);
-        ExpectRefused(good.substr(0, size));
-    }
-    ExpectRefused(good + '\0');
+    std::vector<std::string> bad = {good + '\0'};
+    for (std::size_t size = 0; size < good.size(); ++size) bad.push_back(good.substr(0, size));
     const std::string tail = "12345678";
-    const std::string badLengths[] = {
-        "\xff\xff\xff\xff" + tail,           // sums of offset and T pass 2^32
-        "\xd8\xff\xff\xff" + tail,           // 40 + T = 2^32
-        "\xdc\xff\xff\xff" + tail,           // 36 + T = 2^32
-        "\0\0\0\x80"s + tail,                // negative as a signed number
-        "\0\0\0\0\xff\xff\xff\xff"s + tail,  // R beyond the end
-        "\1\0\0\0T\xd7\xff\xff\xff"s,        // 40 + T + R = 2^32
-        "\2\0\0\0T\1\0\0\0R"s,               // T reaches into R
-    };
-    for (const std::string& lengths : badLengths) ExpectRefused(kObject + kLogical + lengths);
+    for (const std::string& lengths : {
+             "\xff\xff\xff\xff" + tail,           // sums of offset and T pass 2^32
+             "\xd8\xff\xff\xff" + tail,           // 40 + T = 2^32
+             "\xdc\xff\xff\xff" + tail,           // 36 + T = 2^32
+             "\0\0\0\x80"s + tail,                // negative as a signed number
+             "\0\0\0\0\xff\xff\xff\xff"s + tail,  // R beyond the end
+             "\1\0\0\0T\xd7\xff\xff\xff"s,        // 40 + T + R = 2^32
+             "\2\0\0\0T\1\0\0\0R"s,               // T reaches into R
+         }) {
+        bad.push_back(kObject + kLogical + lengths);
+    }
+    for (const std::string& bytes : bad) {
+        IDXWorkingID id = SampleID();
+        Converted(id, &IDXWorkingID::ConvertFromBuffer, bytes);
+        EXPECT_EQ(FieldsOf(id), "|||") << bytes.size() << " bytes";
+    }
 }
 
 TEST(WorkingID, BothIDsFollowEveryChange) {
@@ -176,15 +156,12 @@ TEST(WorkingID, BothIDsFollowEveryChange) {
     EXPECT_EQ(FieldsOf(id), kLogical + "|" + kObject + "|PART|Vault");
 }
 
-TEST(WorkingID, OnlyTheObjectIDIsCompared) {
+TEST(WorkingID, IsEqualByItsObjectIDAndGivesItsTypeAsAText) {
     IDXWorkingID other = SampleID("x", "y");
     other.SetLogicalID(ArrayOf("z"));
     EXPECT_TRUE(SampleID() == other && !(SampleID() != other));
     other.SetObjectID(ArrayOf("0123456789abcdeF"));
     EXPECT_TRUE(SampleID() != other && !(SampleID() == other));
-}
-
-TEST(WorkingID, GivesItsTypeAsAText) {
     VEXUnicodeString type("before");
     SampleID().GetType(type);
     EXPECT_STREQ(type, "PART");
@@ -192,27 +169,17 @@ TEST(WorkingID, GivesItsTypeAsAText) {
     EXPECT_STREQ(type, "");
 }
 
-/// IDs of these sizes, then the form of both.
-void GiveBoth(unsigned int objectSize, unsigned int logicalSize) {
-    IDXWorkingID id;
-    id.SetObjectID(ArrayOf(std::string(objectSize, 'o')));
-    id.SetLogicalID(ArrayOf(std::string(logicalSize, 'l')));
-    id.GetObjectAndLogicalID();
-}
-
-void SetBoth(unsigned int size) {
-    IDXWorkingID().SetObjectAndLogicalID(ArrayOf(std::string(size, 'b')));
-}
-
 TEST(WorkingIDDeathTest, WrongSizesEndTheProcess) {
-    const char* const object = ": AssertionFailed:16 == this->_OID.GetSize\\(\\)\n$";
-    const char* const logical = ": AssertionFailed:16 == this->_LID.GetSize\\(\\)\n$";
-    const char* const binary = ": AssertionFailed:32 == iBinary.GetSize\\(\\)\n$";
     const testing::KilledBySignal aborted(SIGABRT);
-    EXPECT_EXIT(GiveBoth(17, 16), aborted, object);
-    EXPECT_EXIT(GiveBoth(16, 15), aborted, logical);
-    EXPECT_EXIT(SetBoth(31), aborted, binary);
-    EXPECT_EXIT(SetBoth(33), aborted, binary);
+    for (const unsigned int size : {15u, 17u, 31u, 33u}) {
+        const IDX_Base_ByteArray wrong = ArrayOf(std::string(size, 'x'));
+        IDXWorkingID ids[] = {SampleID(), SampleID()};
+        ids[0].SetObjectID(wrong);
+        ids[1].SetLogicalID(wrong);
+        EXPECT_EXIT(ids[0].GetObjectAndLogicalID(), aborted, "16 == this->_OID.GetSize\\(\\)\n$");
+        EXPECT_EXIT(ids[1].GetObjectAndLogicalID(), aborted, "16 == this->_LID.GetSize\\(\\)\n$");
+        EXPECT_EXIT(ids[0].SetObjectAndLogicalID(wrong), aborted, "32 == iBinary.GetSize\\(\\)\n$");
+    }
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// Lists of identifiers and numbers beside a vector, and the stack of messages beside a plain one, on random
-// sequences of operations; and lists whose memory runs out.
+// Lists, collections and the stack of messages. Where they have no memory: RefusedMemoryTest.
 
 #include "BBDMessage.h"
 #include "ByteTexts.h"
@@ -7,34 +6,35 @@
 #include "IDX_WT_ListOfIDX_UInt32.h"
 #include "VEXListValIDXWorkingID.h"
 #include "VEXListValIDX_WT_Identifier.h"
+#include "VEXListValVEXBoolean.h"
+#include "VEXListValVEXUnicodeString.h"
+#include "VEXRawCollint.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <deque>
-#include <functional>
 #include <gtest/gtest.h>
-#include <random>
-#include <string>
-#include <utility>
 #include <vector>
 
 namespace {
 
-using Words = std::vector<std::string>;
-using Numbers = std::vector<unsigned int>;
-
-unsigned int Random(unsigned int limit) {
-    static std::mt19937 random(2718);
-    return static_cast<unsigned int>(random() % limit);
+/// What an element holds, as a text.
+std::string WordIn(const IDXWorkingID& id) {
+    return TextOf(id.GetLogicalID());
+}
+std::string WordIn(const IDX_WT_Identifier& identifier) {
+    IDX_WT_Identifier copy(identifier);
+    return TextOf(copy.GetByteArray());
+}
+std::string WordIn(void* number) {
+    return number != nullptr ? std::to_string(*static_cast<int*>(number)) : "null";
 }
 
-/// Few values, so that many are equal, and some too long to lie inside an object.
-std::string RandomWord() {
-    const std::string value(Random(10) == 0 ? 50 : 1, static_cast<char>('a' + Random(4)));
-    return value + static_cast<char>('0' + Random(3));
+template <class List>
+std::string WordsIn(const List& list) {
+    std::string words;
+    for (int i = 1; i <= list.Size(); ++i) words += WordIn(list[i]) + ' ';
+    return words;
 }
 
-/// An identifier holds a word; those that start alike count as equal.
+/// Identifiers that start alike count as equal.
 IDXWorkingID IdOf(const std::string& word) {
     IDXWorkingID id;
     id.SetObjectID(ArrayOf(word.substr(0, 1)));
@@ -42,94 +42,59 @@ IDXWorkingID IdOf(const std::string& word) {
     return id;
 }
 
-bool StartAlike(const std::string& one, const std::string& other) {
-    return one[0] == other[0];
-}
-
-/// Keeps the first of each group of equals.
-template <class T, class Equals>
-std::vector<T> WithoutDuplicates(const std::vector<T>& values, Equals equals) {
-    std::vector<T> kept;
-    for (const T& value : values) {
-        const auto isEqual = [&](const T& other) { return equals(value, other); };
-        if (std::none_of(kept.begin(), kept.end(), isEqual)) kept.push_back(value);
-    }
-    return kept;
-}
-
-void Step(VEXListValIDXWorkingID& list, Words& words) {
-    const std::string word = RandomWord();
-    const int from = static_cast<int>(Random(static_cast<unsigned>(list.Size()) + 4)) - 2;
-    auto found = words.begin() + std::min(std::max(from, 1) - 1, list.Size());
-    while (found != words.end() && !StartAlike(*found, word)) ++found;
-    const auto position = static_cast<int>(found - words.begin()) + 1;
-    EXPECT_EQ(list.Locate(IdOf(word), from), found != words.end() ? position : 0);
-    const unsigned int kind = Random(40);
-    if (kind == 0) {
-        list.RemoveAll(Random(2) == 0 ? VEXCollec::KeepMemory : VEXCollec::ReleaseMemory);
-        words.clear();
-    } else if (kind == 1) {
-        const std::size_t before = words.size();
-        words = WithoutDuplicates(words, StartAlike);
-        EXPECT_EQ(list.RemoveDuplicates(), static_cast<int>(before - words.size()));
-    } else if (kind < 26 || found == words.end()) {
-        list.Append(IdOf(word));
-        words.push_back(word);
-    } else if (kind < 30) {
-        list[position] = IdOf(word);
-        *found = word;
-    } else {
-        list.RemovePosition(position);
-        words.erase(found);
-    }
-}
-
-void ExpectWords(const VEXListValIDXWorkingID& list, const Words& words) {
-    ASSERT_EQ(list.Size(), static_cast<int>(words.size()));
-    std::vector<IDXWorkingID> array(words.size());
-    list.Array(array.data());
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        EXPECT_EQ(TextOf(list[static_cast<int>(i) + 1].GetLogicalID()), words[i]);
-        EXPECT_EQ(TextOf(array[i].GetLogicalID()), words[i]);
-    }
-}
-
-TEST(WorkingIDList, BesideAVector) {
-    VEXListValIDXWorkingID lists[] = {
-        { },
-        VEXListValIDXWorkingID(5), { 0, 7}
+TEST(WorkingIDList, OwnsCopiesThatAreEqualByTheirObjectIDs) {
+    VEXListValIDXWorkingID list(0, 7);
+    for (const char* word : {"a1", "b1", "a2", "c1", "b2", "a3"}) list.Append(IdOf(word));
+    const int places[][2] = {
+        {-1, 2},
+        {2,  2},
+        {3,  5},
+        {5,  5},
+        {6,  0},
+        {9,  0}
     };
-    Words words[3];
-    for (int step = 0; step < 6000 && !testing::Test::HasFailure(); ++step) {
-        SCOPED_TRACE(step);
-        const unsigned int one = Random(3);
-        const unsigned int other = Random(3);
-        Step(lists[one], words[one]);
-        if (Random(10) == 0) {
-            lists[one] = lists[other];
-            words[one] = words[other];
-        }
-        const VEXListValIDXWorkingID copy(lists[other]);
-        const Words copied = words[other];
-        Step(lists[other], words[other]);
-        ExpectWords(copy, copied);
-        for (const unsigned int i : {0u, 1u, 2u}) ExpectWords(lists[i], words[i]);
-        const bool areEqual = std::equal(
-            words[one].begin(), words[one].end(), copied.begin(), copied.end(), StartAlike);
-        EXPECT_EQ(lists[one] != copy, areEqual ? 0 : 1);
-        EXPECT_EQ(lists[one] == copy, areEqual ? 1 : 0);
+    for (const auto& [from, place] : places) EXPECT_EQ(list.Locate(IdOf("b"), from), place) << from;
+    VEXListValIDXWorkingID copy(list);
+    list = *&list;
+    EXPECT_TRUE(copy == list && !(copy != list) && copy == copy);
+    copy[2] = IdOf("b9");
+    EXPECT_TRUE(copy == list && !(copy != list)) << "equal, not the same";
+    copy.Append(IdOf("d1"));
+    EXPECT_TRUE(copy != list && list != copy && !(copy == list));
+    copy.RemovePosition(7);
+    copy[6] = IdOf("d2");
+    EXPECT_TRUE(copy != list);
+    EXPECT_EQ(WordsIn(list), "a1 b1 a2 c1 b2 a3 ");
+    EXPECT_EQ(list.RemoveDuplicates(), 3);
+    EXPECT_EQ(WordsIn(list), "a1 b1 c1 ");
+    list.RemovePosition(2);
+    list = copy;
+    IDXWorkingID array[6];
+    copy.Array(array);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(WordIn(array[i]), WordIn(copy[i + 1]));
+    for (const auto handling : {VEXCollec::KeepMemory, VEXCollec::ReleaseMemory}) {
+        copy.RemoveAll(handling);
+        copy.Append(list[1]);
+        EXPECT_EQ(WordsIn(copy), "a1 ");
     }
+    EXPECT_EQ(WordsIn(list), "a1 b9 a2 c1 b2 d2 ");
 }
 
 TEST(IdentifierListDeathTest, GrowsByCopiesOfAFiller) {
     IDX_WT_Identifier filler;
-    VEXListValIDX_WT_Identifier list;
-    for (const int size : {3, 5, 5, 1, 0, 2}) {
-        const int before = std::min(list.Size(), size);
-        filler.SetData(BytesOf(std::to_string(size)), 1);
-        EXPECT_EQ(list.Size(size, size > before ? &filler : nullptr), size);
-        for (int i = before + 1; i <= size; ++i)
-            EXPECT_EQ(TextOf(list[i].GetByteArray()), std::to_string(size));
+    VEXListValIDX_WT_Identifier list(5);
+    const std::pair<int, const char*> kSizes[] = {
+        {3, "a a a"     },
+        {5, "a a a b b "},
+        {5, "a a a b b "},
+        {1, "a"         },
+        {0, ""          },
+        {2, "f f"       }
+    };
+    for (const auto& [size, words] : kSizes) {
+        filler.GetByteArray() = ArrayOf(*words == 'f' ? "f" : size == 5 ? "b" : "a");
+        EXPECT_EQ(list.Size(size, size > list.Size() ? &filler : nullptr), size);
+        EXPECT_EQ(WordsIn(list), words);
     }
     VEXListValIDX_WT_Identifier other(list);
     EXPECT_TRUE(list == other);
@@ -140,165 +105,94 @@ TEST(IdentifierListDeathTest, GrowsByCopiesOfAFiller) {
     EXPECT_EXIT(list.Size(-1, nullptr), aborted, "AssertionFailed:0 <= iSize");
 }
 
-void ExpectNumbers(const IDX_WT_ListOfIDX_UInt32& list, const Numbers& numbers) {
-    ASSERT_EQ(list.Size(), numbers.size());
-    unsigned int value = 42;
-    EXPECT_FALSE(list.Get(list.Size(), value));
-    EXPECT_EQ(value, 42u);
-    for (unsigned int i = 0; i < list.Size(); ++i) {
-        EXPECT_TRUE(list.Get(i, value));
-        EXPECT_EQ(value, numbers[i]);
-    }
-}
-
-void Step(IDX_WT_ListOfIDX_UInt32& list, Numbers& numbers) {
-    // Few values, small ones and such that are negative as signed numbers.
-    const unsigned int value = Random(20) + (Random(2) == 0 ? 0u : 0xFFFFFFE0u);
-    const unsigned int kind = Random(64);
-    if (kind == 0) {
-        list.RemoveAll();
-        numbers.clear();
-    } else if (kind == 1) {
-        EXPECT_TRUE(list.Sort());
-        std::sort(numbers.begin(), numbers.end());
-    } else if (kind == 2) {
-        EXPECT_TRUE(list.RemoveDuplicates());
-        numbers = WithoutDuplicates(numbers, std::equal_to<>());
-    } else if (kind < 10) {
-        EXPECT_EQ(list.RemoveLast(), numbers.empty() ? IDX_False : IDX_True);
-        if (!numbers.empty()) numbers.pop_back();
-    } else if (kind < 20) {
-        const unsigned int position = Random(list.Size() + 2);
-        const bool isThere = position < numbers.size();
-        EXPECT_EQ(list.RemovePosition(position), isThere ? IDX_True : IDX_False);
-        if (isThere) numbers.erase(numbers.begin() + position);
-    } else {
-        EXPECT_TRUE(list.Append(value));
-        numbers.push_back(value);
-    }
-    const bool isIn = std::count(numbers.begin(), numbers.end(), value) != 0;
-    EXPECT_EQ(list.Locate(value), isIn ? IDX_True : IDX_False);
-}
-
-TEST(NumberList, BesideAVector) {
-    for (const unsigned int size : {0u, 1u, 10u, 100u}) {
-        IDX_WT_ListOfIDX_UInt32 list(size);
-        Numbers numbers;
-        for (int step = 0; step < 2000 && !testing::Test::HasFailure(); ++step) {
-            SCOPED_TRACE(step);
-            Step(list, numbers);
-            ExpectNumbers(list, numbers);
-        }
-    }
-}
-
-TEST(MessageStack, BesideAPlainOne) {
-    BBDMessage::Empty();
-    std::deque<int> numbers;
-    const auto textOf = [](int number) { return std::to_string(number) + std::string(40, ' '); };
-    for (int step = 1; step < 3000; ++step) {
-        if (Random(40) == 0) {
-            BBDMessage::Empty();
-            numbers.clear();
-        }
-        if (Random(5) < (step / 50 % 2 == 0 ? 4u : 1u)) {  // fills up and empties by turns
-            const auto severity = static_cast<BBDMessageSeverity>(step);
-            BBDMessage::Push(severity, textOf(-step).c_str(), textOf(step).c_str());
-            numbers.push_back(step);
-            if (numbers.size() > 10) numbers.pop_front();
-        } else {
-            auto severity = static_cast<BBDMessageSeverity>(-1);
-            VEXString code(textOf(1).c_str());
-            VEXUnicodeString text(textOf(-1).c_str());
-            ASSERT_EQ(BBDMessage::Pop(severity, code, text), !numbers.empty());
-            EXPECT_EQ(severity, numbers.empty() ? -1 : numbers.back());
-            EXPECT_EQ(text.ConvertToChar(), textOf(severity));
-            EXPECT_EQ(code.CastToCharPtr(), textOf(-severity));
-            if (!numbers.empty()) numbers.pop_back();
-        }
-    }
-}
-
-}  // namespace
-
-#ifndef GRIDLOOM_SANITIZED
-
-namespace {
-
-Numbers* blocksInNumbers = nullptr;  ///< takes the size of each block asked for, if anyone does
-bool blocksAreRefused = false;
-
-/// Notes a request; true when nothing is to be had for it.
-bool IsRefused(std::size_t size) {
-    Numbers* const blocks = std::exchange(blocksInNumbers, nullptr);  // its own doesn't count
-    if (blocks == nullptr) return false;
-    blocks->push_back(static_cast<unsigned int>(size / sizeof(unsigned int)));
-    blocksInNumbers = blocks;
-    return blocksAreRefused;
-}
-
-/// Does something with its blocks noted, or refused.
-template <class Action>
-Numbers BlocksOf(bool areRefused, Action action) {
-    Numbers blocks;
-    blocksAreRefused = areRefused;
-    blocksInNumbers = &blocks;
-    action();
-    blocksInNumbers = nullptr;
-    return blocks;
-}
-
-}  // namespace
-
-#pragma GCC visibility push(default)
-extern "C" {
-void* __libc_malloc(std::size_t);
-void* __libc_realloc(void*, std::size_t);
-
-// The program's own, which the library calls. Nobody here touches more than the first MiB of a block.
-void* malloc(std::size_t size) {
-    return IsRefused(size) ? nullptr : __libc_malloc(std::min<std::size_t>(size, 1u << 20));
-}
-void* realloc(void* block, std::size_t size) {
-    return IsRefused(size) ? nullptr : __libc_realloc(block, size);
-}
-}
-#pragma GCC visibility pop
-
-TEST(ListMemory, BlocksOfNumbersDoubleUpToTheLimit) {
-    const auto fill = [] {
-        IDX_WT_ListOfIDX_UInt32 list(0);
-        for (unsigned int i = 0; i < 4; ++i) list.Append(i);
-        IDX_WT_ListOfIDX_UInt32(0xFFFFFFFFu);
+TEST(NumberList, HoldsUnsignedNumbers) {
+    using Numbers = std::vector<unsigned int>;
+    IDX_WT_ListOfIDX_UInt32 list(1);
+    const auto numbers = [&list] {
+        Numbers all(list.Size());
+        for (unsigned int i = 0; i < list.Size(); ++i) EXPECT_TRUE(list.Get(i, all[i]));
+        return all;
     };
-    EXPECT_EQ(BlocksOf(false, fill), (Numbers{1, 2, 4, 0xFFFFFFFFu}));
+    for (const unsigned int number : {5u, 1u, 0xFFFFFFF0u, 5u, 3u, 5u, 1u}) list.Append(number);
+    EXPECT_TRUE(list.RemoveDuplicates() && list.Locate(3) && !list.Locate(4));
+    EXPECT_EQ(numbers(), (Numbers{5, 1, 0xFFFFFFF0, 3}));
+    EXPECT_TRUE(list.Sort());
+    EXPECT_EQ(numbers(), (Numbers{1, 3, 5, 0xFFFFFFF0}));
+    unsigned int number = 42;
+    EXPECT_FALSE(list.RemovePosition(4) || list.Get(4, number));
+    EXPECT_TRUE(list.RemovePosition(1) && list.RemoveLast());
+    EXPECT_EQ(numbers(), (Numbers{1, 5}));
+    list.RemoveAll();
+    EXPECT_FALSE(
+        list.RemoveLast() || list.RemovePosition(0) || list.Locate(1) || list.Get(0, number));
+    EXPECT_TRUE(number == 42 && list.Size() == 0 && list.Sort() && list.RemoveDuplicates());
 }
 
-TEST(ListMemory, AFailedGrowthLosesTheNumbers) {
-    IDX_WT_ListOfIDX_UInt32 list(0);
-    list.Append(7);
-    for (const unsigned int refused : {2u, 11u}) {  // with a block, and without one
-        IDX_Bool result = IDX_True;
-        EXPECT_EQ(BlocksOf(true, [&] { result = list.Append(8); }), Numbers{refused});
-        EXPECT_FALSE(result);
-        ExpectNumbers(list, {});
-        EXPECT_FALSE(list.Locate(7));
-        EXPECT_FALSE(list.RemoveDuplicates());
-        EXPECT_FALSE(list.RemoveLast());
-        EXPECT_FALSE(list.RemovePosition(0));
-        EXPECT_TRUE(list.Sort());
-        list.RemoveAll();
+TEST(Collections, CountFromOneAndGrow) {
+    int things[1000];
+    VEXRawCollPV pointers(0);
+    VEXRawCollint numbers(3);
+    for (int i = 0; i < 1000; ++i) {
+        things[i] = i;
+        EXPECT_EQ(pointers.Append(&things[i]), i + 1);
+        EXPECT_EQ(numbers.Append(i), i + 1);
     }
-    EXPECT_EQ(BlocksOf(false, [&] { list.Append(9); }), Numbers{11});
-    ExpectNumbers(list, {9});
+    EXPECT_EQ(numbers[1000], 999);
+    for (int i = 0; i < 996; ++i) pointers.RemovePosition(2);
+    VEXRawCollPV copy(pointers);
+    pointers[1] = nullptr;
+    EXPECT_EQ(WordsIn(copy), "0 997 998 999 ") << "a copy has entries of its own";
+    copy = pointers;
+    EXPECT_EQ(copy.Size(1) + copy.Size(3), 4);
+    EXPECT_EQ(WordsIn(copy), "null null null ");
+    for (const auto handling : {VEXCollec::KeepMemory, VEXCollec::ReleaseMemory}) {
+        copy.RemoveAll(handling);
+        EXPECT_EQ(copy.Append(&things[5]), 1);
+        EXPECT_EQ(WordsIn(copy), "5 ");
+    }
 }
 
-TEST(ListMemoryDeathTest, WithoutAnElementOrTheFirstBlock) {
-    const testing::KilledBySignal aborted(SIGABRT);
-    const auto append = [] { VEXListValIDXWorkingID().Append(IDXWorkingID()); };
-    EXPECT_EXIT(BlocksOf(true, append), aborted, "AssertionFailed: memory for an element");
-    const auto make = [] { IDX_WT_ListOfIDX_UInt32(); };
-    EXPECT_EXIT(BlocksOf(true, make), aborted, "AssertionFailed:0 != m_array");
+template <class List, class Value>
+void ExpectStableList(const Value& value) {
+    List list;
+    std::vector<Value*> addresses;
+    for (int i = 1; i <= 5000; ++i) {
+        EXPECT_EQ(list.Append(i == 1 ? value : list[1]), i);
+        addresses.push_back(&list[i]);
+    }
+    for (int i = 1; i <= 5000; ++i) ASSERT_EQ(&list[i], addresses[std::size_t(i) - 1]);
+    List other(list);
+    other[2] = Value();
+    EXPECT_TRUE(list[2] == value);
+    list.RemoveAll(VEXCollec::ReleaseMemory);
+    EXPECT_EQ(list.Size() + other.Size(), 5000);
 }
 
-#endif
+TEST(TypedLists, KeepTheAddressesOfTheirElements) {
+    ExpectStableList<VEXListValVEXUnicodeString>(VEXUnicodeString(std::string(90, 'x').c_str()));
+    ExpectStableList<VEXListValVEXBoolean, unsigned char>(1);
+}
+
+TEST(MessageStack, KeepsTheTenNewest) {
+    const auto push = [](int number) {
+        const std::string text = std::to_string(number) + std::string(40, ' ');
+        BBDMessage::Push(BBDMessageSeverity(number), ("-" + text).c_str(), text.c_str());
+    };
+    auto severity = BBDMessageSeverity(-1);
+    VEXString code;
+    VEXUnicodeString text;
+    for (int number = 1; number <= 12; ++number) push(number);
+    for (int number = 12; number > 2; --number) {
+        ASSERT_TRUE(BBDMessage::Pop(severity, code, text));
+        EXPECT_EQ(severity, number);
+        EXPECT_EQ(std::atoi(text), number);
+        EXPECT_EQ(std::atoi(code.CastToCharPtr()), -number);
+    }
+    EXPECT_FALSE(BBDMessage::Pop(severity, code, text));
+    EXPECT_TRUE(severity == 3 && std::atoi(text) == 3) << "as they were";
+    push(13);
+    BBDMessage::Empty();
+    EXPECT_FALSE(BBDMessage::Pop(severity, code, text));
+}
+
+}  // namespace
