@@ -84,12 +84,12 @@ TEST(IdentifierListDeathTest, GrowsByCopiesOfAFiller) {
     IDX_WT_Identifier filler;
     VEXListValIDX_WT_Identifier list(5);
     const std::pair<int, const char*> kSizes[] = {
-        {3, "a a a"     },
+        {3, "a a a "    },
         {5, "a a a b b "},
         {5, "a a a b b "},
-        {1, "a"         },
+        {1, "a "        },
         {0, ""          },
-        {2, "f f"       }
+        {2, "f f "      }
     };
     for (const auto& [size, words] : kSizes) {
         filler.GetByteArray() = ArrayOf(*words == 'f' ? "f" : size == 5 ? "b" : "a");

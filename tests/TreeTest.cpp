@@ -5,11 +5,11 @@
 #include "OpenTree.h"
 #include "TemporaryFolder.h"
 #include "Transcript.h"
+#include "TreeReference.h"
 
 #include "IDX_Base_ByteArray.h"
 #include "IDX_Base_Identifier.h"
 
-#include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
 
@@ -33,6 +33,7 @@ IDX_Bool IDX_Base_Identifier::SortCompare(const IDX_Base_Identifier& iOther, sho
 
 namespace {
 
+using std::string_literals::operator""s;
 using Offsets = std::vector<unsigned int>;
 
 /// The bytes of numbers of 32 bits, of this machine.
@@ -44,39 +45,24 @@ std::string Manifest(unsigned int root, unsigned short version = 45, unsigned sh
     return Words({endian + (version * 0x10000u), root});
 }
 
-std::string Node(const Offsets& children, const Offsets& items) {
-    Offsets fields(7, 0);
-    std::copy(children.begin(), children.end(), fields.begin());
-    std::copy(items.begin(), items.end(), fields.begin() + 4);
-    return Words(fields);
-}
-
 /// A key of 16 bytes and its record of 16.
 std::string Key(unsigned int number) {
-    return std::string(12, 'k') + static_cast<char>(number >> 8) + static_cast<char>(number) + "..";
+    return std::string(15, 'k') + static_cast<char>(number);
 }
 std::string Record(unsigned int number) {
     return std::string(16, static_cast<char>('A' + number));
 }
-std::string Item(unsigned int number) {
-    return Record(number) + Words({16}) + Key(number);
+
+/// The keys 1 to `count`. Four make a root at 144 with the item at 72, and the leaves at 8 and 172.
+std::string FileOfKeys(unsigned int count) {
+    TreeReference reference(16, 8);
+    for (unsigned int key = 1; key <= count; ++key) reference.Insert(Record(key), Key(key));
+    return reference.File(true);
 }
 
-/// Four rising keys, byte by byte.
-const std::string kFourKeys = Manifest(144) + Node({}, {36}) + Item(1) + Item(2) + Item(3) +
-                              Node({8, 172}, {72}) + Node({}, {108, 200}) + Item(4);
-
-/// Inserts a key and gives the offset of its item.
-unsigned int Insert(OpenTree& tree, unsigned int number) {
-    unsigned int item = 1;
-    EXPECT_EQ(tree.Add(Record(number), Key(number), item), IDX_True);
-    return item;
-}
-
-Offsets ItemsOf(OpenTree& tree) {
-    Offsets items;
-    EXPECT_EQ(tree.Walk(items), IDX_True);
-    return items;
+/// The same with other numbers from an offset on.
+std::string Changed(std::string file, std::size_t offset, const Offsets& words) {
+    return file.replace(offset, 4 * words.size(), Words(words));
 }
 
 class Tree : public testing::TestWithParam<const char*> {
@@ -101,26 +87,12 @@ protected:
     std::string _path = _folder / "tree";
     bool _isInMemory = std::string(GetParam()) == "Memory";
     OpenTree _tree{16, 8, _isInMemory};
-    unsigned int _item = 1;
+    unsigned int _item = 1;  ///< what the last operation gave
 };
 
 INSTANTIATE_TEST_SUITE_P(On, Tree, testing::Values("Disk", "Memory"), [](const auto& test) {
     return std::string(test.param);
 });
-
-TEST_P(Tree, BytesByHand) {
-    OpenWrite();
-    EXPECT_EQ(ContentOf(_path), _isInMemory ? "" : Manifest(0)) << "the disk store is flushed";
-    EXPECT_EQ(ContentAfterClose(), std::string("\x01\x00\x2d\x00\x00\x00\x00\x00", 8));
-    OpenWith("");
-    for (const unsigned int key : {1u, 2u, 3u, 4u}) Insert(_tree, key);
-    EXPECT_EQ(ItemsOf(_tree), (Offsets{36, 72, 108, 200}));
-    EXPECT_EQ(ContentAfterClose(), kFourKeys);
-    OpenWith(Manifest(0) + "ab");
-    EXPECT_EQ(Insert(_tree, 1), 40u) << "at a multiple of 4";
-    EXPECT_EQ(
-        ContentAfterClose(), Manifest(12) + std::string("ab\0\0", 4) + Node({}, {40}) + Item(1));
-}
 
 TEST_P(Tree, ModesFollowTheOpeningAndTheDestructorCloses) {
     const auto modes = [this] {
@@ -128,20 +100,21 @@ TEST_P(Tree, ModesFollowTheOpeningAndTheDestructorCloses) {
     };
     OpenWrite();
     EXPECT_EQ(modes(), 111);
+    EXPECT_EQ(ContentOf(_path), _isInMemory ? "" : Manifest(0)) << "the disk store is flushed";
     EXPECT_EQ(_tree.OpenRead(_path.c_str()), IDX_True);
     EXPECT_EQ(modes(), 110);
     EXPECT_EQ(_tree.CheckVersion(_path.c_str()), 0);
     EXPECT_EQ(modes(), 0);
-    OpenWrite();
-    Insert(_tree, 1);
-    _tree.Close();
     {
         OpenTree other(16, 8, !_isInMemory);
-        EXPECT_EQ(other.OpenWrite(_path.c_str()), IDX_True);
-        Insert(other, 2);
+        EXPECT_EQ(other.OpenWrite((_folder / "other").c_str()), IDX_True);
+        EXPECT_EQ(other.Add(Record(1), Key(1), _item), IDX_True);
     }
-    EXPECT_EQ(_tree.OpenRead(_path.c_str()), IDX_True);
-    EXPECT_EQ(ItemsOf(_tree), (Offsets{36, 72}));
+    EXPECT_EQ(ContentOf(_folder / "other"), FileOfKeys(1));
+    OpenWith(Manifest(0) + "ab");
+    EXPECT_EQ(_tree.Add(Record(1), Key(1), _item), IDX_True);
+    EXPECT_EQ(_item, 40u) << "at a multiple of 4";
+    EXPECT_EQ(ContentAfterClose().substr(8, 4), "ab\0\0"s);
 }
 
 TEST_P(Tree, OpeningsThatFail) {
@@ -179,7 +152,7 @@ TEST_P(Tree, Refusals) {
     transcript.Note("insertion while reading", _tree.Add(Record(1), Key(1), _item));
     EXPECT_EQ(ContentAfterClose(), Manifest(0));
 
-    OpenWith(kFourKeys);
+    OpenWith(FileOfKeys(4));
     transcript.Note("walk without a callback", _tree.EnumItems(nullptr, nullptr));
     int calls = 0;
     const auto stopAtThird = [](IDX_WT_Tree234* tree, unsigned int, void* data) {
@@ -231,13 +204,15 @@ bool RunRefused(
     FailingStore<IDX_WT_MemFile> store;
     OpenTree tree(16, 8, kind != Disk);
     if (kind == PutIn) tree.SetStore(store);
+    unsigned int item = 1;
     std::filesystem::remove(path);
     EXPECT_EQ(tree.OpenWrite(path.c_str()), IDX_True);
-    for (const unsigned int key : scenario.before) Insert(tree, key);
+    for (const unsigned int key : scenario.before) {
+        EXPECT_EQ(tree.Add(Record(key), Key(key), item), IDX_True);
+    }
     store.calls = 0;
     store.refused = call;
     theFailingStore = &store;
-    unsigned int item = 1;
     const IDX_Bool result = scenario.run(tree, item);
     theFailingStore = nullptr;
     const bool isRefused = store.calls >= call;
@@ -290,22 +265,20 @@ TEST(FailingTree, EachCallFailsOnceWithItsTags) {
 }
 
 TEST_P(Tree, NodesThatMissOrRepeatAChild) {
-    const std::string leaves = Node({}, {92}) + Node({}, {128}) + Item(5) + Item(7);
-    const std::pair<const char*, std::string> kContents[] = {
-        {"a full node in a circle",   Manifest(8) + Node({8, 8, 8, 8}, {36, 36, 36}) + Item(5)},
-        {                               "a node in a circle",                                 Manifest(8) + Node({8, 8},                                           {36}) + Item(5)       },
-        { "a missing child", Manifest(8) + Node({36, 0, 64},                                {92, 128}) + Node({},                                              {92}) +
-                                Node({}, {128}) + Item(5) + Item(7)},
+    const std::pair<const char*, std::string> kFiles[] = {
+        {"a full node in a circle", Changed(FileOfKeys(3), 8,   {8, 8, 8, 8})},
+        {"a node in a circle",      Changed(FileOfKeys(1), 8,   {8, 8})      },
+        {"a missing child",         Changed(FileOfKeys(4), 148, {0})         },
     };
     Transcript transcript;
-    for (const auto& [name, content] : kContents) {
+    for (const auto& [name, file] : kFiles) {
         transcript.Title(name);
-        OpenWith(content);
+        OpenWith(file);
         transcript.Note("look-up", _tree.Find(Key(6), _item));
         EXPECT_EQ(_item, 0u);
         Offsets items;
         const IDX_Bool isWalked = transcript.Note("walk", _tree.Walk(items));
-        EXPECT_EQ(items, isWalked ? (Offsets{92, 92, 128, 128}) : Offsets());
+        EXPECT_EQ(items, isWalked ? (Offsets{36, 72}) : Offsets());
         transcript.Note("insertion", _tree.Add(Record(1), Key(6), _item));
     }
 }
@@ -314,8 +287,10 @@ TEST_P(Tree, ThirtyTwoLevelsAreWalkedAndNotOneMore) {
     for (const unsigned int nLevels : {32u, 33u}) {
         std::string nodes;
         const unsigned int item = 8 + 28 * nLevels;
-        for (unsigned int i = 1; i < nLevels; ++i) nodes += Node({8 + 28 * i}, {item});
-        OpenWith(Manifest(8) + nodes + Node({}, {item}) + Item(5));
+        for (unsigned int i = 1; i <= nLevels; ++i) {
+            nodes += Words({i < nLevels ? 8 + 28 * i : 0, 0, 0, 0, item, 0, 0});
+        }
+        OpenWith(Manifest(8) + nodes + Record(5) + Words({16}) + Key(5));
         const IDX_Bool expected = nLevels == 32 ? IDX_True : IDX_False;
         Offsets items;
         EXPECT_EQ(_tree.Find(Key(1), _item), expected);
@@ -327,9 +302,10 @@ TEST_P(Tree, ThirtyTwoLevelsAreWalkedAndNotOneMore) {
 /// What a cut file has lost isn't taken from what a page or block held before.
 TEST_P(Tree, ACutFileFailsWhereItEnds) {
     TraceRecorder trace;
-    for (std::size_t end = kFourKeys.size() - 1; end > 8; --end) {
+    const std::string file = FileOfKeys(4);
+    for (std::size_t end = file.size() - 1; end > 8; --end) {
         SCOPED_TRACE(end);
-        SetFile(kFourKeys.substr(0, end));
+        SetFile(file.substr(0, end));
         ASSERT_EQ(_tree.OpenRead(_path.c_str()), IDX_True);
         EXPECT_EQ(_tree.Find(Key(4), _item), IDX_False);
         EXPECT_EQ(_item, 0u);
@@ -340,14 +316,13 @@ TEST_P(Tree, ACutFileFailsWhereItEnds) {
 
 /// Whatever a field says, each operation ends, and says something that a caller can rely on.
 TEST_P(Tree, AnyFieldIsReadSafely) {
-    const unsigned int kOdd[] = {0, 1, 8, 35, 36, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFC, 0xFFFFFFFF};
-    for (std::size_t field = 4; field < kFourKeys.size(); field += 4) {
-        for (const unsigned int odd : kOdd) {
-            std::string content = kFourKeys;
-            OpenWith(content.replace(field, 4, Words({odd})));
+    const std::string file = FileOfKeys(4);
+    for (std::size_t field = 4; field < file.size(); field += 4) {
+        for (const unsigned int odd : {0u, 1u, 8u, 35u, 36u, ~0u / 2, ~0u / 2 + 1, ~0u - 3, ~0u}) {
+            OpenWith(Changed(file, field, {odd}));
             Offsets items;
             (void)_tree.Walk(items);
-            EXPECT_LE(items.size(), content.size());
+            EXPECT_LE(items.size(), file.size());
             for (const unsigned int key : {0u, 2u, 9u}) {
                 EXPECT_TRUE(_tree.Find(Key(key), _item) || _item == 0);
                 EXPECT_TRUE(_tree.Add(Record(key), Key(key), _item) || _item == 0);
