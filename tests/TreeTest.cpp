@@ -7,10 +7,8 @@
 #include "Transcript.h"
 #include "TreeReference.h"
 
-#include "IDX_Base_ByteArray.h"
 #include "IDX_Base_Identifier.h"
 
-#include <functional>
 #include <gtest/gtest.h>
 
 /// Lengths in damaged files ask for gigabytes; the address sanitizer would mark each of their bytes.
@@ -24,11 +22,11 @@ static FailingStore<IDX_WT_MemFile>* theFailingStore = nullptr;
 /// In the place of the contracts' own, which never fails.
 IDX_Bool IDX_Base_Identifier::SortCompare(const IDX_Base_Identifier& iOther, short& oOrder) const {
     if (theFailingStore != nullptr && theFailingStore->Refuses()) return IDX_False;
-    IDX_Base_ByteArray own;
-    IDX_Base_ByteArray other;
-    own.SetData(GetData(), GetSize());
-    other.SetData(iOther.GetData(), iOther.GetSize());
-    return own.SortCompare(other, oOrder);
+    const auto textOf = [](const IDX_Base_Identifier& id) {
+        return std::string(reinterpret_cast<const char*>(id.GetData()), id.GetSize());
+    };
+    oOrder = static_cast<short>(textOf(*this).compare(textOf(iOther)));
+    return IDX_True;
 }
 
 namespace {
@@ -53,10 +51,10 @@ std::string Record(unsigned int number) {
     return std::string(16, static_cast<char>('A' + number));
 }
 
-/// The keys 1 to `count`. Four make a root at 144 with the item at 72, and the leaves at 8 and 172.
-std::string FileOfKeys(unsigned int count) {
+/// The file of some keys. Four rising ones make a root at 144 with the item at 72, and the leaves at 8 and 172.
+std::string FileOf(const Offsets& keys) {
     TreeReference reference(16, 8);
-    for (unsigned int key = 1; key <= count; ++key) reference.Insert(Record(key), Key(key));
+    for (const unsigned int key : keys) reference.Insert(Record(key), Key(key));
     return reference.File(true);
 }
 
@@ -69,18 +67,11 @@ class Tree : public testing::TestWithParam<const char*> {
 protected:
     void OpenWrite() { ASSERT_EQ(_tree.OpenWrite(_path.c_str()), IDX_True); }
 
-    void SetFile(const std::string& content) {
+    void OpenWith(const std::string& content) {
         _tree.Close();
         std::filesystem::remove(_path);  // a file cut to 0 would be written to the disk at once
         SetContent(_path, content);
-    }
-    void OpenWith(const std::string& content) {
-        SetFile(content);
         OpenWrite();
-    }
-    std::string ContentAfterClose() {
-        _tree.Close();
-        return ContentOf(_path);
     }
 
     TemporaryFolder _folder;
@@ -110,11 +101,12 @@ TEST_P(Tree, ModesFollowTheOpeningAndTheDestructorCloses) {
         EXPECT_EQ(other.OpenWrite((_folder / "other").c_str()), IDX_True);
         EXPECT_EQ(other.Add(Record(1), Key(1), _item), IDX_True);
     }
-    EXPECT_EQ(ContentOf(_folder / "other"), FileOfKeys(1));
+    EXPECT_EQ(ContentOf(_folder / "other"), FileOf({1}));
     OpenWith(Manifest(0) + "ab");
     EXPECT_EQ(_tree.Add(Record(1), Key(1), _item), IDX_True);
     EXPECT_EQ(_item, 40u) << "at a multiple of 4";
-    EXPECT_EQ(ContentAfterClose().substr(8, 4), "ab\0\0"s);
+    _tree.Close();
+    EXPECT_EQ(ContentOf(_path).substr(8, 4), "ab\0\0"s);
 }
 
 TEST_P(Tree, OpeningsThatFail) {
@@ -123,11 +115,15 @@ TEST_P(Tree, OpeningsThatFail) {
     transcript.Note("OpenRead", _tree.OpenRead(_path.c_str()));
     transcript.Note("CheckVersion", _tree.CheckVersion(_path.c_str()));
     transcript.Note("OpenWrite", _tree.OpenWrite((_folder / "missing/tree").c_str()));
+    const std::string newer = Manifest(0, 46);
+    const std::string swapped = Manifest(0, 0x2d00, 0x100);
+    const std::string unmarked = Manifest(0, 45, 0);
+    const std::string cut = swapped.substr(0, 7);
     const std::pair<const char*, std::string> kBadFiles[] = {
-        {"version 46",           Manifest(0, 46)           },
-        {"the other byte order", Manifest(0, 0x2d00,         0x100)},
-        {"no byte order",                      Manifest(0,                  45, 0)},
-        {"a manifest of 7 bytes",                    Manifest(0).substr(0,                              7)                     },
+        {"version 46",            newer   },
+        {"the other byte order",  swapped },
+        {"no byte order",         unmarked},
+        {"a manifest of 7 bytes", cut     },
     };
     for (const auto& [name, content] : kBadFiles) {
         transcript.Title(name);
@@ -150,9 +146,9 @@ TEST_P(Tree, Refusals) {
     EXPECT_EQ(_item, 0u);
     _tree.OpenRead(_path.c_str());
     transcript.Note("insertion while reading", _tree.Add(Record(1), Key(1), _item));
-    EXPECT_EQ(ContentAfterClose(), Manifest(0));
-
-    OpenWith(FileOfKeys(4));
+    _tree.Close();
+    EXPECT_EQ(ContentOf(_path), Manifest(0));
+    OpenWith(FileOf({1, 2, 3, 4}));
     transcript.Note("walk without a callback", _tree.EnumItems(nullptr, nullptr));
     int calls = 0;
     const auto stopAtThird = [](IDX_WT_Tree234* tree, unsigned int, void* data) {
@@ -168,107 +164,94 @@ TEST(TreeDeathTest, SizesBelowTheirStructuresEndTheProcess) {
     EXPECT_DEATH(OpenTree(16, 7, false), "m_manifestSize >= sizeof\\(IDX_234Struct_Manifest\\)");
 }
 
-/// One operation on a tree with some keys. It gives the offset of an item, 0 when it fails.
-struct Scenario {
-    const char* name;
-    Offsets before;
-    std::function<IDX_Bool(OpenTree&, unsigned int&)> run;
-    bool isRootReplaced = false;  ///< a failure may then lose what was there
-};
-
-Scenario Insertion(const char* name, const Offsets& before, unsigned int key) {
-    const auto insert = [key](OpenTree& tree, unsigned int& item) {
-        return tree.Add(Record(key), Key(key), item);
-    };
-    return {name, before, insert};
-}
-
-Scenario Opening(const char* name, const std::string& path, const std::string& content) {
-    const auto open = [path, content](OpenTree& tree, unsigned int& item) {
-        tree.Close();
-        SetContent(path, content);
-        item = tree.OpenWrite(path.c_str());
-        EXPECT_TRUE(item != 0 || ContentOf(path) == content);
-        return item != 0 ? IDX_True : IDX_False;
-    };
-    return {name, {}, open};
-}
-
 /// The tree's own stores, whose bytes it looks at, and one that it has to ask for each.
 enum Store { Disk, Memory, PutIn };
 
+enum Operation { Insertion, LookUp, Walk, Opening };
+
+struct Scenario {
+    const char* name;
+    Offsets keys;  ///< inserted before
+    Operation operation;
+    unsigned int key;             ///< that is inserted or looked up
+    bool isRootReplaced = false;  ///< a failure may then lose what was there
+
+    std::string File() const {
+        return operation != Opening ? FileOf(keys) : key == 0 ? "" : Manifest(0) + "a";
+    }
+
+    IDX_Bool Run(OpenTree& tree, const std::string& path, unsigned int& item) const {
+        Offsets items;
+        switch (operation) {
+            case Insertion:
+                return tree.Add(Record(key), Key(key), item);
+            case LookUp:
+                return tree.Find(Key(key), item);
+            case Walk:
+                return tree.Walk(items);
+            default:
+                return tree.OpenWrite(path.c_str());
+        }
+    }
+};
+
+const Scenario kScenarios[] = {
+    {"the first key",         {},                   Insertion,                  1                      },
+    {"a key of a leaf again", {2},                  Insertion,                  2                      },
+    {"a full root",           {1, 2, 3},            Insertion,                  4,                       true},
+    {"a key of an inner node again",                       {1, 2, 3, 4},              Insertion,      2      },
+    {"a full leaf left of an item",                       {5, 6, 7, 8, 3, 4},               Insertion, 2},
+    {"look-up in a leaf",                       {1, 2, 3, 4},                         LookUp,                 3               },
+    {"walk",                       {1, 2, 3, 4},                                      Walk,                              0},
+    {"opening of an empty file",                       {},                  Opening,                    0                      },
+    {"opening of a file that ends within a word",                       {}, Opening,   1},
+};
+
 /// Runs an operation with one of its calls refused: a comparison or, in a store that was put in, a read or write.
 /// @return whether it made so many calls
-bool RunRefused(
-    const Scenario& scenario, Store kind, const std::string& path, int call, Transcript& log) {
+bool RunRefused(const Scenario& scenario, Store kind, int call, Transcript& transcript) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "tree";
+    SetContent(path, scenario.File());
     FailingStore<IDX_WT_MemFile> store;
     OpenTree tree(16, 8, kind != Disk);
     if (kind == PutIn) tree.SetStore(store);
-    unsigned int item = 1;
-    std::filesystem::remove(path);
-    EXPECT_EQ(tree.OpenWrite(path.c_str()), IDX_True);
-    for (const unsigned int key : scenario.before) {
-        EXPECT_EQ(tree.Add(Record(key), Key(key), item), IDX_True);
-    }
+    EXPECT_TRUE(scenario.operation == Opening || tree.OpenWrite(path.c_str()));
     store.calls = 0;
     store.refused = call;
     theFailingStore = &store;
-    const IDX_Bool result = scenario.run(tree, item);
+    unsigned int item = 1;
+    const IDX_Bool result = scenario.Run(tree, path, item);
     theFailingStore = nullptr;
-    const bool isRefused = store.calls >= call;
-    log.Note(isRefused ? "call " + std::to_string(call) : "all calls", result);
-    EXPECT_EQ(item == 0, isRefused);
     store.refused = 0;
-    if (isRefused && scenario.isRootReplaced) return true;
-    for (const unsigned int key : scenario.before) {
+    const bool isRefused = store.calls >= call;
+    transcript.Note(isRefused ? "call " + std::to_string(call) : "all calls", result);
+    EXPECT_EQ(item == 0, isRefused && scenario.operation <= LookUp);
+    EXPECT_TRUE(result || scenario.operation != Opening || ContentOf(path) == scenario.File());
+    for (const unsigned int key : scenario.keys) {
+        if (isRefused && scenario.isRootReplaced) break;
         EXPECT_TRUE(tree.Find(Key(key), item) && item != 0) << "lost " << key;
     }
     return isRefused;
 }
 
 TEST(FailingTree, EachCallFailsOnceWithItsTags) {
-    const auto find = [](OpenTree& tree, unsigned int& item) { return tree.Find(Key(3), item); };
-    const auto walk = [](OpenTree& tree, unsigned int& item) {
-        Offsets items;
-        const IDX_Bool result = tree.Walk(items);
-        item = items.size() == 4 ? 1 : 0;
-        return result;
-    };
-    const TemporaryFolder folder;
-    const std::string path = folder / "tree";
-    Scenario fullRoot = Insertion("a full root", {1, 2, 3}, 4);
-    fullRoot.isRootReplaced = true;
-    const Scenario kScenarios[] = {
-        Insertion("the first key", {                  },
-         1),
-        Insertion("a key of a leaf again", {              2                                },
-         2),
-        fullRoot,
-        Insertion("a key of an inner node again", {            1,                                2, 3, 4},
-         2),
-        Insertion("a full leaf left of an item", {                               5,               6, 7, 8, 3, 4},
-         2),
-        {                             "look-up in a leaf",                                                             {1, 2, 3, 4}, find},
-        {"walk",{1, 2, 3, 4}, walk},
-        Opening("opening of an empty file", path, ""),
-        Opening("opening of a file that ends within a word", path, Manifest(0) + "a"),
-    };
     Transcript transcript;
     for (const Store store : {Disk, Memory, PutIn}) {
         for (const Scenario& scenario : kScenarios) {
             const char* const kStores[] = {"disk", "memory", "put in"};
             transcript.Title(scenario.name + std::string(", ") + kStores[store]);
             int call = 1;
-            while (RunRefused(scenario, store, path, call, transcript) && call < 100) ++call;
+            while (RunRefused(scenario, store, call, transcript) && call < 100) ++call;
         }
     }
 }
 
 TEST_P(Tree, NodesThatMissOrRepeatAChild) {
     const std::pair<const char*, std::string> kFiles[] = {
-        {"a full node in a circle", Changed(FileOfKeys(3), 8,   {8, 8, 8, 8})},
-        {"a node in a circle",      Changed(FileOfKeys(1), 8,   {8, 8})      },
-        {"a missing child",         Changed(FileOfKeys(4), 148, {0})         },
+        {"a full node in a circle", Changed(FileOf({1, 2, 3}),    8,   {8, 8, 8, 8})},
+        {"a node in a circle",      Changed(FileOf({1}),          8,   {8, 8})      },
+        {"a missing child",         Changed(FileOf({1, 2, 3, 4}), 148, {0})         },
     };
     Transcript transcript;
     for (const auto& [name, file] : kFiles) {
@@ -302,21 +285,22 @@ TEST_P(Tree, ThirtyTwoLevelsAreWalkedAndNotOneMore) {
 /// What a cut file has lost isn't taken from what a page or block held before.
 TEST_P(Tree, ACutFileFailsWhereItEnds) {
     TraceRecorder trace;
-    const std::string file = FileOfKeys(4);
+    const std::string file = FileOf({1, 2, 3, 4});
     for (std::size_t end = file.size() - 1; end > 8; --end) {
         SCOPED_TRACE(end);
-        SetFile(file.substr(0, end));
+        SetContent(_path, file.substr(0, end));
         ASSERT_EQ(_tree.OpenRead(_path.c_str()), IDX_True);
         EXPECT_EQ(_tree.Find(Key(4), _item), IDX_False);
         EXPECT_EQ(_item, 0u);
         const char* tag = end < 200 ? "ReadAt (2)" : "ReadAt (6)";
         EXPECT_EQ(trace.Take().back(), std::string("IDX_WT_Tree234._Query.IDX_WT_File.") + tag);
+        _tree.Close();
     }
 }
 
 /// Whatever a field says, each operation ends, and says something that a caller can rely on.
 TEST_P(Tree, AnyFieldIsReadSafely) {
-    const std::string file = FileOfKeys(4);
+    const std::string file = FileOf({1, 2, 3, 4});
     for (std::size_t field = 4; field < file.size(); field += 4) {
         for (const unsigned int odd : {0u, 1u, 8u, 35u, 36u, ~0u / 2, ~0u / 2 + 1, ~0u - 3, ~0u}) {
             OpenWith(Changed(file, field, {odd}));
