@@ -2,7 +2,6 @@
 // the memory, so that it can run out and never starts as zeros.
 
 #include "FileCase.h"
-#include "Transcript.h"
 
 #include "IDX_Status.h"
 #include "IDX_WT_MemFile.h"
@@ -48,7 +47,7 @@ extern "C" __attribute__((visibility("default"))) std::size_t fread(
 
 namespace {
 
-class MemFiles : public FileCase {
+class MemFiles : public FileFailures {
 protected:
     ~MemFiles() override { EXPECT_EQ(blocks, 0) << "every block was given back"; }
 
@@ -56,112 +55,104 @@ protected:
         SetContent(_path, content);
         return _path.c_str();
     }
-
-    std::string _path = _folder / "file";
 };
 
 }  // namespace
 
+TEST_F(MemFiles, ReadsPastTheEnd) {
+    IDX_WT_MemFile file;
+    char bytes[8] = {};
+    NOTE(_transcript, file.OpenRead(PathOf("abcd5")));
+    NOTE(_transcript, file.ReadAt(5, bytes, 0));
+    NOTE(_transcript, file.ReadAt(6, bytes, 0));
+    NOTE(_transcript, file.ReadAt(0xFFFFFFFC, bytes, 8));
+    NOTE(_transcript, file.ReadAt(0, nullptr, 1));
+}
+
 TEST_F(MemFiles, BlocksGrowToTwiceTheEndAndAreKept) {
     const std::string chunk(IDX_WT_MemFile::FILE_MAX_SIZE, 'c');
     IDX_WT_MemFile file;
-    Expect(file.OpenWrite(_path.c_str()));
+    NOTE(_transcript, file.OpenWrite(_path.c_str()));
     EXPECT_EQ(file.IsOpened(), IDX_False) << "no stream";
     EXPECT_EQ(lastSize, 34603008u);
-    Expect(file.Write(chunk.data(), IDX_WT_MemFile::FILE_MAX_SIZE));
-    Expect(file.Write(nullptr, 7));  // nothing to do
+    NOTE(_transcript, file.Write(chunk.data(), IDX_WT_MemFile::FILE_MAX_SIZE));
+    NOTE(_transcript, file.Write(nullptr, 7));  // nothing to do
     hasMemory = false;
-    Expect(file.Write("x", 1), {"IDX_WT_MemFile.Write.ResizeIfNeeded"});
-    Expect(file.WriteAt(0x40000000, "x", 1), {"IDX_WT_MemFile.WriteAt.ResizeIfNeeded"});
-    Expect(file.WriteAt(0, nullptr, 1), {"IDX_WT_MemFile.WriteAt.InvalidData"});
+    NOTE(_transcript, file.Write("x", 1));
+    NOTE(_transcript, file.WriteAt(0x40000000, "x", 1));
+    NOTE(_transcript, file.WriteAt(0, nullptr, 1));
     hasMemory = true;
     lastSize = 0;
-    Expect(file.WriteAt(0x7FFFFFFF, "x", 1), {"IDX_WT_MemFile.WriteAt.ResizeIfNeeded"});
-    Expect(file.WriteAt(0xFFFFFFFF, "xy", 2), {"IDX_WT_MemFile.WriteAt.ResizeIfNeeded"});
-    Expect(file.Write("x", 0xFFFFFFFF), {"IDX_WT_MemFile.Write.ResizeIfNeeded"});
+    NOTE(_transcript, file.WriteAt(0x7FFFFFFF, "x", 1));
+    NOTE(_transcript, file.WriteAt(0xFFFFFFFF, "xy", 2));
+    NOTE(_transcript, file.Write("x", 0xFFFFFFFF));
     EXPECT_EQ(lastSize, 0u) << "not even asked for";
     EXPECT_EQ(file.GetSize(), chunk.size());
-    Expect(file.Write("x", 1));
+    NOTE(_transcript, file.Write("x", 1));
     EXPECT_EQ(lastSize, 2 * (chunk.size() + 1));
-    Expect(file.Close(true));
+    NOTE(_transcript, file.Close(true));
     EXPECT_TRUE(ContentOf(_path) == chunk + "x\0\0\0"s);
 
     lastSize = 0;
-    Expect(file.OpenWrite((_folder / "new").c_str()));
-    Expect(file.Close(true));
-    Expect(file.OpenRead(PathOf("small")));
+    file.OpenWrite((_path + "2").c_str());
+    file.Close(true);
+    file.OpenRead(PathOf("small"));
+    file.Close(true);
     EXPECT_EQ(lastSize, 0u) << "the kept block was used again";
-    Expect(file.Close(true));
-    Expect(file.OpenWrite((_folder / "newer").c_str()));
+    file.OpenWrite((_path + "3").c_str());
     EXPECT_EQ(lastSize, chunk.size()) << "after a loaded file it counts as one of 5 bytes";
 
-    Expect(file.OpenWrite(PathOf("four")));
-    Expect(file.Write("5", 1));
+    NOTE(_transcript, file.OpenWrite(PathOf("four")));
+    NOTE(_transcript, file.Write("5", 1));
     EXPECT_EQ(lastSize, 10u) << "a loaded file has no spare room";  // 8 of them in use
     hasMemory = false;
-    Expect(
-        file.Write("9a", 2),
-        {"IDX_WT_MemFile.Write.ResizeIfNeeded", "IDX_WT_MemFile.Write (alignment)"});
+    NOTE(_transcript, file.Write("9a", 2));
     hasMemory = true;
     EXPECT_EQ(file.GetSize(), 10u) << "without its padding";
 }
 
-TEST_F(MemFiles, FailuresNameEachStep) {
-    Transcript all;
-    char bytes[8] = {};
+TEST_F(MemFiles, OpensThatFail) {
     IDX_WT_MemFile file;
-    all.Title("reads past the end");
-    NOTE(all, file.OpenRead(PathOf("abcd5")));
-    NOTE(all, file.ReadAt(5, bytes, 0));
-    NOTE(all, file.ReadAt(6, bytes, 0));
-    NOTE(all, file.ReadAt(0xFFFFFFFC, bytes, 8));
-    NOTE(all, file.ReadAt(0, nullptr, 1));
-    file.Close();
-
-    all.Title("no such folder; no memory; a disk that can't be read");
-    const std::string lost = _folder / "none/file";
-    NOTE(all, file.OpenRead(lost.c_str()));
-    NOTE(all, file.OpenWrite(lost.c_str()));
+    NOTE(_transcript, file.OpenRead((_path + "/file").c_str()));
+    NOTE(_transcript, file.OpenWrite((_path + "/file").c_str()));
     hasMemory = false;
-    std::filesystem::remove(_path);
-    NOTE(all, file.OpenWrite(_path.c_str()));
-    NOTE(all, file.GetErrorCode());
-    NOTE(all, file.OpenRead(PathOf("content")));
-    NOTE(all, file.GetErrorCode());
-    NOTE(all, file.OpenWrite(_path.c_str()));
-    NOTE(all, file.Write("x", 1));
+    NOTE(_transcript, file.OpenWrite(_path.c_str()));
+    EXPECT_EQ(file.GetErrorCode(), IDX_S_OK);
+    NOTE(_transcript, file.OpenRead(PathOf("content")));
+    EXPECT_EQ(file.GetErrorCode(), IDX_E_OUT_OF_MEMORY);
+    NOTE(_transcript, file.OpenWrite(_path.c_str()));
+    NOTE(_transcript, file.Write("x", 1));
     hasMemory = true;
     canRead = false;
-    NOTE(all, file.OpenWrite(_path.c_str()));
-    NOTE(all, file.GetErrorCode());
+    NOTE(_transcript, file.OpenWrite(_path.c_str()));
+    EXPECT_EQ(file.GetErrorCode(), IDX_S_OK);
     EXPECT_EQ(file.GetSize(), 7u);
-    NOTE(all, file.Write("x", 1));
+    NOTE(_transcript, file.Write("x", 1));
     canRead = true;
-    NOTE(all, file.OpenWrite(_path.c_str()));
-    NOTE(all, file.Close());
-
-    all.Title("2^31 bytes, and a pipe, which has no size");
+    NOTE(_transcript, file.OpenWrite(_path.c_str()));
+    NOTE(_transcript, file.Close());
     std::filesystem::resize_file(_path, 0x80000000);
     lastSize = 0;
-    NOTE(all, file.OpenRead(_path.c_str()));
-    EXPECT_EQ(lastSize, 0u) << "not even asked for";
-    const std::string pipe = _folder / "pipe";
+    NOTE(_transcript, file.OpenRead(_path.c_str()));
+    EXPECT_EQ(lastSize, 0u);
+    const std::string pipe = _folder / "pipe";  // has no size
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    NOTE(all, file.OpenWrite(pipe.c_str()));
+    NOTE(_transcript, file.OpenWrite(pipe.c_str()));
+}
 
-    all.Title("a close that can't write may be tried again");
-    std::filesystem::remove(_path);
-    NOTE(all, file.OpenWrite(_path.c_str()));
-    NOTE(all, file.Write("12345678", 8));
+TEST_F(MemFiles, ACloseThatCannotWriteCanBeTriedAgain) {
+    IDX_WT_MemFile file;
+    file.OpenWrite(_path.c_str());
+    file.Write("12345678", 8);
     {
         const FileSizeLimit limit(6);
-        NOTE(all, file.Close());
-        NOTE(all, file.OpenRead(_path.c_str()));
+        NOTE(_transcript, file.Close());
+        NOTE(_transcript, file.OpenRead(_path.c_str()));
     }
-    NOTE(all, file.WriteAt(8, "9", 1));
-    NOTE(all, file.Close());
+    NOTE(_transcript, file.WriteAt(8, "9", 1));
+    NOTE(_transcript, file.Close());
     EXPECT_EQ(ContentOf(_path), "123456789\0\0\0"s);
-    NOTE(all, file.OpenWrite("/dev/full"));
-    NOTE(all, file.Write("1", 1));
-    NOTE(all, file.Close());
+    NOTE(_transcript, file.OpenWrite("/dev/full"));
+    NOTE(_transcript, file.Write("1", 1));
+    NOTE(_transcript, file.Close());
 }

@@ -3,6 +3,7 @@
 
 #include "TemporaryFolder.h"
 #include "TraceRecorder.h"
+#include "Transcript.h"
 
 #include "IDX_Bool.h"
 
@@ -27,6 +28,14 @@ protected:
 
     TemporaryFolder _folder;
     TraceRecorder _trace;
+};
+
+/// A test on files, with a folder of its own and a transcript of what may fail, which has "DIR" for the path.
+class FileFailures : public testing::Test {
+protected:
+    const TemporaryFolder _folder;
+    const std::string _path = _folder / "file";
+    Transcript _transcript{_path};
 };
 
 /// No file may grow beyond some bytes until the end of the scope.
