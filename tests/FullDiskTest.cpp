@@ -85,7 +85,7 @@ protected:
 }  // namespace
 
 TEST_P(FullDisks, WhatWasTakenIsInTheFile) {
-    for (unsigned int seed = 0; seed < 6 && !HasFailure(); ++seed) {
+    for (unsigned int seed = 0; seed < 4 && !HasFailure(); ++seed) {
         SCOPED_TRACE(seed);
         const auto bytes = RandomOperations(seed, 400, 0);
         const auto fillUp = [&] { FillUp(seed % 2 * 40000); };

@@ -1,16 +1,14 @@
-// Split files: values, slots, locks as others see them, and every failure. Random sequences on pieces that others
-// have open, too, are part of FileModelTest.
+// Split files by hand: values in their pieces, locks as others see them, and every failure. FileModelTest has random
+// sequences with other files that share the pieces.
 
 #include "ByteTexts.h"
 #include "FileCase.h"
-#include "Transcript.h"
 
 #include "IDX_WT_File.h"
 #include "IDX_WT_SplittedFile.h"
 #include "VEXFile.h"
 
 #include <functional>
-#include <map>
 #include <set>
 #include <unistd.h>
 
@@ -27,189 +25,165 @@ long int VEXDeleteFile(const char* iPath) {
 
 namespace {
 
-using Names = std::set<std::string>;
-
-Names NamesIn(const std::string& folder) {
-    Names names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        names.insert(entry.path().filename());
-    }
-    return names;
-}
-
-class SplitFiles : public FileCase {
+class SplitFiles : public FileFailures {
 protected:
     ~SplitFiles() override { onDelete = nullptr; }
 
-    Names Listing() { return NamesIn(_folder / ""); }
-
-    std::string _base = _folder / "B";
+    /// The files in the folder, each after a blank.
+    std::string Listing() {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(_folder / "")) {
+            names.insert(entry.path().filename());
+        }
+        std::string list;
+        for (const std::string& name : names) list += " " + name;
+        return list;
+    }
 };
 
 }  // namespace
 
-TEST_F(SplitFiles, ValuesStandInTheirPieces) {
+TEST_F(SplitFiles, ValuesInTheirPieces) {
     IDX_WT_SplittedFile file(4, 1, false);
-    Expect(file.OpenWrite(_base.c_str()));
+    file.OpenWrite(_path.c_str());
     unsigned int part = 9;
     unsigned int offset = 9;
-    Expect(file.Write(0x64636261u));
-    Expect(file.Write(0x68676665u, part, offset));
+    file.Write(0x64636261u);
+    file.Write(0x68676665u, part, offset);
     EXPECT_EQ(part, 1u);
-    Expect(file.WriteAt(2, 0, 3u));
-    Expect(file.WriteAt(2, 4, "abc", 3));
-    Expect(file.WriteAt(2, 8, static_cast<unsigned short>(0x0605)));
-    Expect(file.WriteAt(2, 12, 1.0f));
+    EXPECT_EQ(offset, 0u);
+    file.WriteAt(2, 0, 3u);
+    file.WriteAt(2, 4, "abc", 3);
+    file.WriteAt(2, 8, static_cast<unsigned short>(0x0605));
+    file.WriteAt(2, 12, 1.0f);
     file.Flush();
-    EXPECT_EQ(ContentOf(_base + "2"), std::string("\3\0\0\0abc\0\5\6\0\0\0\0\x80\x3f", 16));
-    EXPECT_EQ(ContentOf(_base + "1"), "efgh");
+    EXPECT_EQ(ContentOf(_path + "2"), std::string("\3\0\0\0abc\0\5\6\0\0\0\0\x80\x3f", 16));
+    EXPECT_EQ(ContentOf(_path + "1"), "efgh");
     unsigned short two = 0;
     unsigned int four = 0;
     float real = 0;
-    Expect(file.ReadAt(2, 8, two));
-    Expect(file.ReadAt(0, 0, four));
-    Expect(file.ReadAt(2, 12, real));
+    IDX_Base_ByteArray bytes;
+    IDX_Base_ByteArray some;
+    IDX_Base_String text;
+    NOTE(_transcript, file.ReadAt(2, 8, two));
+    NOTE(_transcript, file.ReadAt(0, 0, four));
+    NOTE(_transcript, file.ReadAt(2, 12, real));
+    NOTE(_transcript, file.ReadAt(2, 0, bytes));
+    NOTE(_transcript, file.ReadAt(2, 0, text));
+    NOTE(_transcript, file.ReadAt(1, 1, 2, some));
     EXPECT_EQ(two, 0x0605);
     EXPECT_EQ(four, 0x64636261u);
     EXPECT_EQ(real, 1.0f);
-    IDX_Base_ByteArray bytes;
-    IDX_Base_String text;
-    Expect(file.ReadAt(2, 0, bytes));
-    Expect(file.ReadAt(2, 0, text));
-    EXPECT_EQ(TextOf(bytes) + TextOf(text), "abcabc");
-    Expect(file.ReadAt(1, 1, 2, bytes));
-    EXPECT_EQ(TextOf(bytes), "fg");
+    EXPECT_EQ(TextOf(bytes) + TextOf(text) + TextOf(some), "abcabcfg");
 }
 
-TEST_F(SplitFiles, OneToTenPiecesAreOpen) {
-    for (const auto& [slots, nOpen] : std::map<unsigned int, std::size_t>{
-             {0,  1 },
-             {11, 10}
-    }) {
+TEST_F(SplitFiles, OneToTenPiecesAreOpenEachWithALock) {
+    for (const unsigned int slots : {0u, 11u}) {
         IDX_WT_SplittedFile file(0, slots, true);
-        Expect(file.OpenWrite(_base.c_str()));
-        for (unsigned int part = 0; part < 11; ++part) EXPECT_EQ(file.GetSize(part), 0u);
-        EXPECT_EQ(Listing().size(), 11 + nOpen) << "an open piece has a lock beside it";
+        file.OpenWrite(_path.c_str());
+        for (unsigned int part = 0; part < 12; ++part) EXPECT_EQ(file.GetSize(part), 0u);
+        _transcript.Title(std::to_string(slots) + " slots:" + Listing());
     }
-}
-
-TEST_F(SplitFiles, SlotsGiveWayInTurn) {
-    IDX_WT_SplittedFile file(0, 2, true);
-    Expect(file.OpenWrite(_base.c_str()));
-    for (const unsigned int part : {0u, 1u, 0u, 2u}) EXPECT_EQ(file.GetSize(part), 0u);
-    EXPECT_EQ(Listing(), (Names{"B0", "B0.lock", "B1", "B2", "B2.lock"})) << "0 was used last";
-    file.Close();
-
-    IDX_WT_SplittedFile other(0, 2, true);
-    Expect(other.OpenWrite(_base.c_str()));
-    for (const unsigned int part : {0u, 1u, 2u}) EXPECT_EQ(other.GetSize(part), 0u);
-    Expect(file.OpenWrite(_base.c_str()));
-    for (const unsigned int part : {3u, 4u}) EXPECT_EQ(file.GetSize(part), 0u);
-    for (const unsigned int part : {1u, 2u}) Expect(other.WriteAt(part, 0, 7u));  // open as before
 }
 
 TEST_F(SplitFiles, LocksAreMarkers) {
     IDX_WT_SplittedFile writer(0, 1, true);
-    Expect(writer.OpenWrite(_base.c_str()));
-    Expect(writer.Lock(0));
-    Refused(writer.Lock(0));
+    NOTE(_transcript, writer.OpenWrite(_path.c_str()));
+    NOTE(_transcript, writer.Lock(0));
+    NOTE(_transcript, writer.Lock(0));
     EXPECT_EQ(writer.GetSize(0), 0u) << "a lock that is there stops nobody";
     // At an eviction the piece is closed and then its lock goes; at the end the lock goes first.
     IDX_WT_File probe;
-    Expect(probe.OpenWrite((_base + "0").c_str()));
-    std::vector<IDX_Bool> openAtDeletion;
-    std::size_t sizeAtDeletion = 0;
+    probe.OpenWrite((_path + "0").c_str());
     onDelete = [&] {
-        openAtDeletion.push_back(probe.IsOpened());
-        sizeAtDeletion = ContentOf(_base + "0").size();
+        const bool isOpen = probe.IsOpened() == IDX_True;
+        const std::size_t size = ContentOf(_path + "0").size();
+        _transcript.Title((isOpen ? "open, " : "closed, ") + std::to_string(size) + " bytes");
         return true;
     };
     EXPECT_EQ(writer.GetSize(1), 0u);
     EXPECT_EQ(writer.GetSize(0), 0u);
-    for (unsigned int i = 0; i < 1001; ++i) Expect(writer.Write(i));
+    for (unsigned int i = 0; i < 1001; ++i) writer.Write(i);
     writer.Close();
-    EXPECT_EQ(sizeAtDeletion, 4004u) << "without a lock the piece is whole";
-    EXPECT_EQ(openAtDeletion, (std::vector<IDX_Bool>{IDX_False, IDX_False, IDX_True}));
 
-    SetContent(_base + "0.lock", "");
+    SetContent(_path + "0.lock", "");
     IDX_WT_SplittedFile other(0, 1, false);
-    Expect(other.OpenRead(_base.c_str()));
-    Expect(other.HasLock(0));
-    Expect(other.Lock(0));
-    Expect(other.Unlock(1));
+    NOTE(_transcript, other.OpenRead(_path.c_str()));
+    NOTE(_transcript, other.HasLock(0));
+    NOTE(_transcript, other.Lock(0));
+    NOTE(_transcript, other.Unlock(1));
     other.Close();
-    Expect(writer.OpenWrite(_base.c_str()));
+    writer.OpenWrite(_path.c_str());
     onDelete = [] { return false; };
-    Refused(writer.Unlock(0));
+    NOTE(_transcript, writer.Unlock(0));
     onDelete = nullptr;
-    Expect(writer.Unlock(0));
-    Refused(writer.Unlock(0));
-    Expect(writer.OpenWrite((_folder / "none/B").c_str()));
-    Refused(writer.Lock(0));
+    NOTE(_transcript, writer.Unlock(0));
+    NOTE(_transcript, writer.Unlock(0));
+    writer.OpenWrite((_folder / "none/file").c_str());
+    NOTE(_transcript, writer.Lock(0));
 
     // A lock whose piece can't be opened stays, and so do others when the slot is used for reading then.
-    std::filesystem::create_directory(_base + "5");
-    Expect(writer.OpenWrite(_base.c_str()));
-    EXPECT_EQ(writer.GetSize(5), 0u);
-    EXPECT_EQ(_trace.Take().size(), 2u);
-    Expect(writer.OpenRead(_base.c_str()));
-    SetContent(_base + "0.lock", "");
+    std::filesystem::create_directory(_path + "5");
+    writer.OpenWrite(_path.c_str());
+    NOTE(_transcript, writer.WriteAt(5, 0, 1u));
+    NOTE(_transcript, writer.OpenRead(_path.c_str()));
+    SetContent(_path + "0.lock", "");
     writer.Close();
-    EXPECT_EQ(Listing(), (Names{"B0", "B0.lock", "B1", "B5", "B5.lock"}));
+    _transcript.Title("left:" + Listing());
 }
 
-TEST_F(SplitFiles, FailuresNameEachStep) {
-    Transcript all;
+TEST_F(SplitFiles, RefusedOperations) {
     IDX_WT_SplittedFile file(8, 3, false);
     unsigned int part = 9;
     unsigned int offset = 9;
     unsigned int number = 0;
     IDX_Base_ByteArray bytes;
     IDX_Base_String text;
-    all.Title("not open");
-    NOTE(all, file.Write("x", 1, part, offset));
+    NOTE(_transcript, file.Write("x", 1, part, offset));
     EXPECT_EQ(part + offset, 0u);
-    NOTE(all, file.ReadAt(0, 0, number));
-    NOTE(all, file.ReadAt(0, 0, bytes));
-    NOTE(all, file.ReadAt(0, 0, text));
-    NOTE(all, file.ReadAt(0, 0, 1, bytes));
-    NOTE(all, file.WriteAt(0, 0, 1u));
-    NOTE(all, file.HasLock(0));
+    NOTE(_transcript, file.ReadAt(0, 0, number));
+    NOTE(_transcript, file.ReadAt(0, 0, bytes));
+    NOTE(_transcript, file.ReadAt(0, 0, text));
+    NOTE(_transcript, file.ReadAt(0, 0, 1, bytes));
+    NOTE(_transcript, file.WriteAt(0, 0, 1u));
+    NOTE(_transcript, file.HasLock(0));
+    NOTE(_transcript, file.OpenWrite(_path.c_str()));
+    NOTE(_transcript, file.Write(nullptr, 1));
+    NOTE(_transcript, file.Write("x", 0));
+    NOTE(_transcript, file.WriteAt(0, 0, "x", 0));
+    NOTE(_transcript, file.WriteAt(0, 0, nullptr, 1));
+    NOTE(_transcript, file.ReadAt(0, 0, &number, 0));
+    NOTE(_transcript, file.ReadAt(0, 0, nullptr, 4));
+    NOTE(_transcript, file.ReadAt(0, 0, 0, bytes));
+    NOTE(_transcript, file.WriteAt(0xFFFFFFFF, 0, 1u));
+    EXPECT_EQ(Listing(), "");
+    NOTE(_transcript, file.ReadAt(0, 0, number));
+    NOTE(_transcript, file.ReadAt(0, 0, 4, bytes));
+    NOTE(_transcript, file.ReadAt(1, 0, bytes));
+    NOTE(_transcript, file.ReadAt(1, 0, text));
+    NOTE(_transcript, file.Write("12345678", 8));
+    NOTE(_transcript, file.WriteAt(1, 0, "12345678", 8));
+    std::filesystem::create_directory(_path + "2");
+    NOTE(_transcript, file.Write("x", 1));
+    NOTE(_transcript, file.Write("x", 1));
+    std::filesystem::remove(_path + "2");
+    NOTE(_transcript, file.Write("x", 1, part, offset));
+    EXPECT_EQ(part, 2u);
+}
 
-    all.Title("what makes no sense");
-    file.OpenWrite(_base.c_str());
-    NOTE(all, file.Write(nullptr, 1));
-    NOTE(all, file.Write("x", 0));
-    NOTE(all, file.WriteAt(0, 0, "x", 0));
-    NOTE(all, file.WriteAt(0, 0, nullptr, 1));
-    NOTE(all, file.ReadAt(0, 0, &number, 0));
-    NOTE(all, file.ReadAt(0, 0, nullptr, 4));
-    NOTE(all, file.ReadAt(0, 0, 0, bytes));
-    NOTE(all, file.WriteAt(0xFFFFFFFF, 0, 1u));
-    EXPECT_EQ(Listing(), Names{});
-
-    all.Title("pieces without a byte, and one that can't be made");
-    NOTE(all, file.ReadAt(0, 0, number));
-    NOTE(all, file.ReadAt(0, 0, 4, bytes));
-    NOTE(all, file.ReadAt(1, 0, bytes));
-    NOTE(all, file.ReadAt(1, 0, text));
-    NOTE(all, file.Write("12345678", 8));
-    NOTE(all, file.WriteAt(1, 0, "12345678", 8));
-    std::filesystem::create_directory(_base + "2");
-    NOTE(all, file.Write("x", 1));
-
-    all.Title(
-        "for reading: no piece 0, then no piece 7, then a piece 0 that can't be opened or sought");
-    NOTE(all, file.OpenRead((_base + "none").c_str()));
+TEST_F(SplitFiles, ReadersAndMissingPieces) {
+    IDX_WT_SplittedFile file(0, 2, true);
+    unsigned int number = 0;
+    NOTE(_transcript, file.OpenRead(_path.c_str()));
     EXPECT_EQ(file.IsOpened(), IDX_True);
-    SetContent(_base + "r0", "12345");
-    NOTE(all, file.OpenRead((_base + "r").c_str()));
-    EXPECT_EQ(file.GetSize(7), 0u);
-    NOTE(all, file.Write("x", 1));
-    NOTE(all, file.WriteAt(0, 0, 7u));
+    SetContent(_path + "0", "12345");
+    NOTE(_transcript, file.OpenRead(_path.c_str()));
+    NOTE(_transcript, file.ReadAt(7, 0, number));
+    NOTE(_transcript, file.Write("x", 1));
+    NOTE(_transcript, file.WriteAt(0, 0, 7u));
     file.Close();
-    std::filesystem::create_directory(_base + "d0");
-    NOTE(all, file.OpenRead((_base + "d").c_str()));
+    std::filesystem::resize_file(_path + "0", 0x80000000);  // too large to be opened
+    NOTE(_transcript, file.OpenRead(_path.c_str()));
 }
 
 TEST_F(SplitFiles, NamesBelow2048Characters) {
@@ -219,20 +193,15 @@ TEST_F(SplitFiles, NamesBelow2048Characters) {
     const auto base = [&](std::size_t size) {
         return folder + std::string(size - folder.size(), 'b');
     };
-    Transcript all;
     IDX_WT_SplittedFile file(0, 1, true);
-    all.Title("2047 characters with the name of a lock");
-    NOTE(all, file.OpenWrite(base(2041).c_str()));
-    NOTE(all, file.Write("x", 1));
-    NOTE(all, file.HasLock(0));
-    all.Title("2047 characters with that of a piece: no lock");
-    NOTE(all, file.OpenWrite(base(2046).c_str()));
-    NOTE(all, file.Write("x", 1));
-    NOTE(all, file.Unlock(0));
-    file.Close();
-    EXPECT_EQ(NamesIn(folder).size(), 2u);
-    all.Title("one too long");
-    NOTE(all, file.OpenWrite(base(2047).c_str()));
-    NOTE(all, file.Write("x", 1));
-    NOTE(all, file.OpenRead(base(2047).c_str()));
+    NOTE(_transcript, file.OpenWrite(base(2041).c_str()));
+    NOTE(_transcript, file.Write("x", 1));
+    NOTE(_transcript, file.HasLock(0));  // 2047 characters
+    NOTE(_transcript, file.OpenWrite(base(2046).c_str()));
+    NOTE(_transcript, file.Write("x", 1));
+    NOTE(_transcript, file.Unlock(0));
+    NOTE(_transcript, file.OpenWrite(base(2047).c_str()));
+    NOTE(_transcript, file.Write("x", 1));
+    NOTE(_transcript, file.OpenRead(base(2047).c_str()));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 2);
 }
