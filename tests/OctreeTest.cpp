@@ -4,13 +4,19 @@
 #include "Images.h"
 #include "Transcript.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
+#include <sstream>
+#include <string>
 
 namespace {
 
-using Path = std::vector<unsigned int>;
+/// Child numbers on the way from the root, a digit each.
+using Path = std::string;
 using Iterator = IDX_Base_Octree_Iterator;
+
+unsigned int NumberOf(char digit) {
+    return static_cast<unsigned int>(digit - '0');
+}
 
 struct OpenWorking : PLMIdxWTWorkingOctree {
     using PLMIdxWTWorkingOctree::_buffer;
@@ -22,7 +28,7 @@ struct OpenWorking : PLMIdxWTWorkingOctree {
 
     void Make(const Path& path) {
         Iterator iterator;
-        for (const unsigned int child : path) ASSERT_EQ(MoveCreate(iterator, child), IDX_S_OK);
+        for (const char digit : path) ASSERT_EQ(MoveCreate(iterator, NumberOf(digit)), IDX_S_OK);
     }
 };
 
@@ -35,25 +41,30 @@ struct OpenWriter : PLMIdxWTOptimOctree_0 {
 
 Iterator At(const PLMIdxIBaseOctree& octree, const Path& path) {
     Iterator iterator;
-    for (const unsigned int child : path) EXPECT_EQ(octree.Move(iterator, child), IDX_S_OK);
+    for (const char digit : path) EXPECT_EQ(octree.Move(iterator, NumberOf(digit)), IDX_S_OK);
     return iterator;
 }
 
-/// State of the cell at the end of the path.
-IDX_Base_Octree_TestResult StateOf(const PLMIdxIBaseOctree& octree, Path path) {
-    const unsigned int child = path.back();
-    path.pop_back();
-    return octree.Test(At(octree, path), child);
+/// States of the cells at the ends of some paths, a letter each: empty, partial, full, surface.
+std::string StatesOf(const PLMIdxIBaseOctree& octree, const std::string& paths) {
+    std::istringstream words(paths);
+    std::string states;
+    for (Path path; words >> path;) {
+        const unsigned int child = NumberOf(path.back());
+        path.pop_back();
+        states += "epfs"[octree.Test(At(octree, path), child)];
+    }
+    return states;
 }
 
 /// A root with the partial children 1 and 6, of which the first has two node sets and the other one.
 struct TwoBranches : OpenWorking {
     TwoBranches() : OpenWorking(4) {
-        Make({1, 0});
-        Make({1, 3});
+        Make("10");
+        Make("13");
         Fill({}, 2, OCTREE_SURFACE);
-        Make({6, 5});
-        Fill(At(*this, {6}), 7, OCTREE_FULL);
+        Make("65");
+        Fill(At(*this, "6"), 7, OCTREE_FULL);
     }
 };
 
@@ -61,8 +72,8 @@ struct TwoBranches : OpenWorking {
 struct Example : OpenWorking {
     Example() : OpenWorking(3) {
         SetBBWithoutReset({1, 2, 3}, {4, 5, 6});
-        Make({0, 3, 0});
-        Make({0, 3, 7});
+        Make("030");
+        Make("037");
         Fill({}, 7, OCTREE_FULL);
     }
 };
@@ -77,7 +88,7 @@ TEST(Octrees, NewOnesAreEmptyAndWorkingOnesAreNotStored) {
     PLMIdxWTOptimOctree_0 writer;
     PLMIdxIBaseOctree* const octrees[] = {&working, &writable, &compact, &writer};
     for (const PLMIdxIBaseOctree* octree : octrees) {
-        EXPECT_EQ(StateOf(*octree, {5}), OCTREE_EMPTY);
+        EXPECT_EQ(StatesOf(*octree, "5"), "e");
         Iterator iterator;
         EXPECT_EQ(octree->Move(iterator, 3), IDX_E_FAIL);
         EXPECT_EQ(iterator.depth, 1u);
@@ -98,58 +109,52 @@ TEST(Octrees, NewOnesAreEmptyAndWorkingOnesAreNotStored) {
 TEST(Octrees, TheArenaHoldsWholeRecords) {
     EXPECT_EQ(*&PLMIdxWTWorkingOctree::MAXDEPTH, 20) << "has an address";
     Transcript transcript;
-    unsigned int size = 0;
-    const auto reset = [&size](int depth, unsigned int bytes) {
+    const auto reset = [](int depth, unsigned int bytes) {
         const ArenaSize arena(bytes);
-        OpenWorking octree(depth);
-        size += octree._size;
-        return octree.Reset();
+        return OpenWorking(depth).Reset();
     };
-    for (const int depth : {0, 2, 3, 19}) reset(depth, 160);
-    EXPECT_EQ(size, 160u + 2 * 52);
+    for (const int depth : {0, 19}) EXPECT_EQ(reset(depth, 52), IDX_S_OK);
     for (const int depth : {1, 20}) EXPECT_EQ(reset(depth, 160), IDX_E_FAIL);
+    NOTE(transcript, reset(2, 160));
     NOTE(transcript, reset(2, 159));
     NOTE(transcript, reset(3, 52));
     NOTE(transcript, reset(3, 51));
     const ArenaSize arena(212);
     OpenWorking octree(3);
-    octree.Make({6, 3, 5});
-    octree.Make({6, 3, 5});
+    octree.Make("635");
+    octree.Make("635");
     EXPECT_EQ(octree._size, 212u);
-    EXPECT_EQ(StateOf(octree, {6, 3}), OCTREE_PARTIAL);
-    EXPECT_EQ(StateOf(octree, {6, 3, 5}), OCTREE_SURFACE);
-    EXPECT_EQ(At(octree, {6, 3}).offset, 58u);
-    EXPECT_EQ(At(octree, {6, 3, 5}).offset, 0u);
-    EXPECT_EQ(At(octree, {2}).offset, 0u) << "a child that isn't there keeps the parent's";
+    EXPECT_EQ(StatesOf(octree, "6 63 635 634"), "ppse");
+    EXPECT_EQ(At(octree, "63").offset, 58u);
+    EXPECT_EQ(At(octree, "635").offset, 0u);
+    EXPECT_EQ(At(octree, "2").offset, 0u) << "a child that isn't there keeps the parent's";
     Iterator iterator;
     NOTE(transcript, octree.MoveCreate(iterator, 0));
     EXPECT_EQ(iterator.depth, 0u);
-    EXPECT_EQ(StateOf(octree, {0}), OCTREE_EMPTY);
+    EXPECT_EQ(StatesOf(octree, "0"), "e");
     EXPECT_EQ(octree._nCellsByDepth[1], 1);
 }
 
 TEST(Octrees, AGroupOfEightCellsIsOneWord) {
     OpenWorking octree(2);
     for (unsigned int cell = 0; cell < 8; ++cell) {
-        octree.Make({0, cell});
-        octree.Fill(At(octree, {1}), cell, OCTREE_FULL);
-        octree.Fill(At(octree, {2}), cell, cell < 4 ? OCTREE_FULL : OCTREE_SURFACE);
+        octree.Make(std::to_string(60 + cell));
+        octree.Fill(At(octree, "1"), cell, OCTREE_FULL);
+        octree.Fill(At(octree, "2"), cell, cell < 4 ? OCTREE_FULL : OCTREE_SURFACE);
     }
-    octree.Make({3, 7});
+    octree.Make("37");
     octree.Fill({}, 3, OCTREE_SURFACE);
-    EXPECT_EQ(octree.Test({}, 0), OCTREE_PARTIAL) << "eight surface cells";
-    EXPECT_EQ(octree.Test({}, 1), OCTREE_FULL) << "eight full cells";
-    EXPECT_EQ(octree.Test({}, 2), OCTREE_PARTIAL) << "full and surface cells";
-    EXPECT_EQ(octree.Test({}, 3), OCTREE_EMPTY) << "filled as a group with another state";
-    EXPECT_EQ(octree._nCellsByDepth[1], 2) << "groups 0 and 3";
-    octree.Make({5});
-    octree.Make({5});
+    // Eight surface cells, eight full ones, both kinds, and a group filled with another state than full.
+    EXPECT_EQ(StatesOf(octree, "6 1 2 3"), "pfpe");
+    EXPECT_EQ(octree._nCellsByDepth[1], 2) << "groups 6 and 3";
+    octree.Make("5");
+    octree.Make("5");
     EXPECT_EQ(octree._nCellsByDepth[1], 4) << "a group without cells counts each time";
 }
 
 TEST(Octrees, EveryCellHasItsTag) {
     OpenWorking octree(3);
-    octree.Make({2, 0, 0});
+    octree.Make("200");
     const auto placeOf = [&octree](const Iterator& parent, unsigned int child) {
         unsigned short* tag = nullptr;
         octree.GetTagPtr(parent, child, tag);
@@ -158,11 +163,11 @@ TEST(Octrees, EveryCellHasItsTag) {
     };
     for (unsigned int i = 0; i < 8; ++i) {
         EXPECT_EQ(placeOf({}, i), 36 + 2 * i);
-        const Iterator group = At(octree, {2, i});
+        const Iterator group = At(octree, std::to_string(20 + i));
         for (unsigned int j = 0; j < 8; ++j) EXPECT_EQ(placeOf(group, j), 52 + 32 + 16 * i + 2 * j);
         octree.SetTag(group, 0, static_cast<unsigned short>(60000 + i));
         unsigned short tag = 0;
-        octree.GetTag(At(octree, {2}), i, tag);
+        octree.GetTag(At(octree, "2"), i, tag);
         EXPECT_EQ(tag, 60000 + i) << "of a group: that of its cell 0";
     }
 }
@@ -171,12 +176,11 @@ TEST(Octrees, AreCutToLessDepth) {
     OpenWorking octree(4);
     octree.SetBB({1, 2, 3}, {4, 5, 6});
     octree.SetCuboid({}, {1, 1, 1}, {2, 2, 2});
-    octree.Make({3, 2});  // a node set without cells
+    octree.Make("32");  // a node set without cells
     octree.SetTag({}, 1, 9);
     for (const int depth : {4, -1}) EXPECT_EQ(octree.ReduceDepth(depth), IDX_E_INVALID_ARGUMENT);
     ASSERT_EQ(octree.ReduceDepth(2), IDX_S_OK);
-    EXPECT_EQ(StateOf(octree, {3, 2}), OCTREE_SURFACE);
-    EXPECT_EQ(StateOf(octree, {3, 3}), OCTREE_EMPTY);
+    EXPECT_EQ(StatesOf(octree, "32 33"), "se");
     unsigned short tag = 1;
     octree.GetTag({}, 1, tag);
     EXPECT_EQ(tag, 0);
@@ -196,12 +200,9 @@ TEST(Octrees, AnImageIsReadWhereItLies) {
     ASSERT_EQ(octree.Load(&image[1]), IDX_S_OK);
     EXPECT_EQ(octree.GetSizeInFiles(), 148);
     EXPECT_EQ(octree._bbSize.y, 5);
-    EXPECT_EQ(StateOf(octree, {1}), OCTREE_EMPTY);
-    EXPECT_EQ(StateOf(octree, {7}), OCTREE_FULL);
-    EXPECT_EQ(StateOf(octree, {0, 3, 7}), OCTREE_FULL);
-    EXPECT_EQ(StateOf(octree, {0, 3, 6}), OCTREE_EMPTY);
-    EXPECT_EQ(At(octree, {0, 3}).offset, 11u);
-    EXPECT_EQ(At(octree, {0, 3, 7}).offset, 0u);
+    EXPECT_EQ(StatesOf(octree, "1 7 03 037 036"), "efpfe");
+    EXPECT_EQ(At(octree, "03").offset, 11u);
+    EXPECT_EQ(At(octree, "037").offset, 0u);
     Iterator iterator;
     EXPECT_EQ(octree.Move(iterator, 7), IDX_E_FAIL) << "a full cell";
 
@@ -220,7 +221,7 @@ TEST(Octrees, AnImageIsReadWhereItLies) {
     EXPECT_EQ(working._size, 212u);
     EXPECT_EQ(SolidCells(working), SolidCells(octree));
     ASSERT_EQ(working.ConstructFrom(octree, 2), IDX_S_OK);
-    EXPECT_EQ(StateOf(working, {0, 3}), OCTREE_SURFACE);
+    EXPECT_EQ(StatesOf(working, "03"), "s");
     const ArenaSize arena(211);
     EXPECT_EQ(OpenWorking(0).ConstructFrom(octree), IDX_E_FAIL);
 }
@@ -232,7 +233,7 @@ TEST(Octrees, RecordsAreInTheOrderOfTheWalk) {
                       24,   0,    0, 0, 0x00, 0x84, 0, 0, 40,   0, 0, 0};
     expected.resize(48);  // three node sets without a cell
     EXPECT_EQ(writer.Records(), expected);
-    EXPECT_EQ(At(writer, {6, 5}).offset, 40u);
+    EXPECT_EQ(At(writer, "65").offset, 40u);
 
     OpenWorking twoFull(3);
     twoFull.Fill({}, 0, OCTREE_FULL);
@@ -241,23 +242,21 @@ TEST(Octrees, RecordsAreInTheOrderOfTheWalk) {
     EXPECT_EQ(writer.Records(), (Bytes{0x02, 0x08, 0, 0, 0, 0, 0, 0}));
     ASSERT_EQ(writer.ConstructFrom(OpenWorking(2)), IDX_S_OK);
     EXPECT_EQ(writer._FillCell({}, 1), 1);
-    EXPECT_EQ(writer._FillCell(At(writer, {2}), 6), 1);
-    EXPECT_EQ(writer._FillCell(At(writer, {2, 6}), 0), IDX_E_FAIL);
+    EXPECT_EQ(writer._FillCell(At(writer, "2"), 6), 1);
+    EXPECT_EQ(writer._FillCell(At(writer, "26"), 0), IDX_E_FAIL);
     EXPECT_EQ(writer.Records(), (Bytes{0, 255, 64, 0, 0, 0, 0, 0}));
 }
 
 TEST(Octrees, AWalkAddsToTheRecordsOfAnyTwoPlaces) {
     OpenWorking target(4);
-    target.Make({2});
-    target.Fill(At(target, {2}), 5, OCTREE_FULL);
+    target.Make("2");
+    target.Fill(At(target, "2"), 5, OCTREE_FULL);
     OpenWriter writer;
     ASSERT_EQ(writer.ConstructFrom(target), IDX_S_OK);
     Iterator from;
-    Iterator to = At(writer, {2});
+    Iterator to = At(writer, "2");
     ASSERT_EQ(writer._SubConstructFrom(Example(), from, to), IDX_S_OK);  // the same levels below
-    EXPECT_EQ(StateOf(writer, {2, 5}), OCTREE_FULL) << "was there before";
-    EXPECT_EQ(StateOf(writer, {2, 7}), OCTREE_FULL);
-    EXPECT_EQ(StateOf(writer, {2, 0, 3, 7}), OCTREE_FULL);
+    EXPECT_EQ(StatesOf(writer, "25 27 2037"), "fff") << "the first was there";
     ASSERT_EQ(writer.ConstructFrom(OpenWorking(2)), IDX_S_OK);
     to = from = {};
     ASSERT_EQ(writer._SubConstructFrom(Example(), from, to), IDX_S_OK);  // and one level less
@@ -294,7 +293,7 @@ TEST(Octrees, EqualityLooksAtTheCellsAlone) {
     source._hasCuboid = 1;
     ASSERT_EQ(b.ConstructFrom(source), IDX_S_OK);
     EXPECT_TRUE(a == b);
-    source.Fill(At(source, {6, 5}), 7, OCTREE_FULL);
+    source.Fill(At(source, "65"), 7, OCTREE_FULL);
     ASSERT_EQ(b.ConstructFrom(source), IDX_S_OK);
     EXPECT_FALSE(a == b);
     ASSERT_EQ(a.ConstructFrom(OpenWorking(2)), IDX_S_OK);
