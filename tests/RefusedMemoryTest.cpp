@@ -109,11 +109,6 @@ TEST(ListMemoryDeathTest, WithoutAnElementOrTheFirstBlock) {
 
 enum Start { New, Used, Loaded };
 
-/// Makes a tree ready for the bars from number 1500 on.
-IDX_Bool Ready(OpenRTree& tree, Start start, const Bytes& image) {
-    return start == Loaded ? LoadBytes(tree, image) : tree.Init(2, 20);
-}
-
 /// Without a block Init, Load and the first Insert after it fail, and work when there is memory again. Later
 /// the storage grows by a smaller step, and a tree without the copy of its inner nodes is the same.
 TEST(RTreeMemory, AnyOneBlockRefused) {
@@ -123,6 +118,9 @@ TEST(RTreeMemory, AnyOneBlockRefused) {
         if (start == Loaded) InsertBars(expected, 0, 1500);
         const Bytes image = ImageOf(expected);
         InsertBars(expected, 1500, 3000);
+        const auto makeReady = [&](OpenRTree& tree) {
+            return start == Loaded ? LoadBytes(tree, image) : tree.Init(2, 20);
+        };
         int call = 0;
         for (bool isOver = false; !isOver; ++call) {
             SCOPED_TRACE(testing::Message() << "start " << start << ", call " << call);
@@ -130,10 +128,10 @@ TEST(RTreeMemory, AnyOneBlockRefused) {
             if (start != New) tree.Init(2, 4);
             if (start != New) InsertBars(tree, 0, 20);
             blocks.untilRefusal = call;
-            if (Ready(tree, start, image) == IDX_False) {
+            if (makeReady(tree) == IDX_False) {
                 EXPECT_EQ(tree.m_storage, nullptr);
                 EXPECT_EQ(tree.Insert(Bar(0, 1), 0), IDX_False);
-                ASSERT_EQ(Ready(tree, start, image), IDX_True);
+                ASSERT_EQ(makeReady(tree), IDX_True);
             }
             // A loaded tree takes its working arrays now.
             if (tree.Insert(Bar(51, 53), 1500) == IDX_False) {
