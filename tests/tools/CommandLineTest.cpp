@@ -64,7 +64,17 @@ TEST_P(CommandLine, GivesItsTranscript) {
 INSTANTIATE_TEST_SUITE_P(
     Tools,
     CommandLine,
-    testing::Values("answers", "damage", "dump", "exports", "index", "input", "limits", "usage"),
+    testing::Values(
+        "answers",
+        "damage",
+        "determinism",
+        "dump",
+        "exports",
+        "index",
+        "input",
+        "limits",
+        "progress",
+        "usage"),
     [](const auto& test) { return std::string(test.param); });
 
 }  // namespace
