@@ -33,12 +33,6 @@ Cells Block(int low, int high) {
     return [=](int x, int y, int z) { return Inside(low, high, x, y, z) >= 0; };
 }
 
-/// The part of the cube from 3 to 12 between two columns.
-Cells Slab(int lowX, int highX) {
-    return
-        [=](int x, int y, int z) { return Inside(3, 12, x, y, z) >= 0 && x >= lowX && x <= highX; };
-}
-
 Cells Both(const Cells& a, const Cells& b) {
     return [=](int x, int y, int z) { return a(x, y, z) || b(x, y, z); };
 }
@@ -65,7 +59,6 @@ const struct {
     {"gap of an edge",         Holed(Shell(4, 11), 11, 11, 7), Holed(Block(4, 11), 11, 11, 7)},
     {"gap of a corner",        Holed(Shell(4, 11), 4, 4, 4),   Holed(Block(4, 11), 4, 4, 4)},
     {"nested, outer is open",  Both(Holed(Shell(2, 13), 13, 8, 8), Shell(5, 10)), Both(Holed(Shell(2, 13), 13, 8, 8), Block(5, 10))},
-    {"two rooms, one open",    Both(Holed(Shell(2, 13), 2, 8, 8), Slab(7, 7)), Both(Holed(Shell(2, 13), 2, 8, 8), Slab(7, 12))},
     {"no free border cell",    Shell(0, 15), Block(0, 15)},
     {"border hole towards -X", Holed(Shell(0, 15), 0, 7, 7),  nullptr},
     {"border hole towards -Y", Holed(Shell(0, 15), 9, 0, 4),  nullptr},

@@ -32,7 +32,7 @@ public:
     std::string difference;
 
 private:
-    void Compare(long int ofLibrary, long int ofReference);
+    void Compare(long int ofLibrary, const std::function<long int()>& callReference);
     void Differ(bool differs, const std::string& what);
 
     reference::Builder _reference{arenaSize, boxMargin};

@@ -11,9 +11,6 @@ namespace reference {
 
 namespace {
 
-/// Ends a drawing: the arena is full, or the overlap rule can't decide.
-struct Failure {};
-
 unsigned int Level(Cell cell) {
     return static_cast<unsigned int>(std::bit_width(cell) - 1) / 3;
 }
@@ -124,29 +121,17 @@ void Builder::CopyBelow(const Builder& source, Cell cell) {
 }
 
 long int Builder::ReduceDepth() {
-    if (depth < 3) return IDX_E_FAIL;
+    if (depth < 3) throw Failure();
     const Builder old = *this;
     Reset(depth - 1);
-    try {
-        CopyBelow(old, kRoot);
-    } catch (const Failure&) {
-        return IDX_E_FAIL;
-    }
+    CopyBelow(old, kRoot);
     return IDX_S_OK;
 }
 
 // Drawing
 
 long int Builder::DrawTriangle(const Corners& triangle) {
-    if (depth == 0) return IDX_E_FAIL;
-    try {
-        return Draw(triangle);
-    } catch (const Failure&) {
-        return IDX_E_FAIL;
-    }
-}
-
-long int Builder::Draw(const Corners& triangle) {
+    if (depth == 0) throw Failure();
     Triple low = _origin;
     Triple extent = _size;
     std::uint32_t codes[3][3];
@@ -219,9 +204,8 @@ long int Builder::DrawTriangles(const Mesh& mesh) {
     Reset(depth);
     std::size_t outside = 0;
     for (const IDX_Triangle& triangle : mesh.triangles) {
-        const long int result = DrawTriangle(std::bit_cast<Corners>(mesh.CornersOf(triangle)));
-        if (result < 0) return IDX_E_FAIL;
-        outside += result == IDX_S_NOTHING_DONE;
+        const auto corners = std::bit_cast<Corners>(mesh.CornersOf(triangle));
+        outside += DrawTriangle(corners) == IDX_S_NOTHING_DONE;
     }
     return outside < mesh.triangles.size() ? IDX_S_OK : IDX_S_NOTHING_DONE;
 }
@@ -253,10 +237,15 @@ long int Builder::DrawGeometry(const Mesh& mesh) {
         _size[a] = ((high[a] + growth) + margin) - _origin[a];
     }
     for (; d >= 2; --d) {
-        Reset(static_cast<unsigned int>(d));
-        if (DrawTriangles(mesh) >= 0) return FillAndPack();
+        depth = static_cast<unsigned int>(d);
+        try {
+            (void)DrawTriangles(mesh);
+            return FillAndPack();
+        } catch (const Failure&) {
+            // The next depth may do.
+        }
     }
-    return IDX_E_FAIL;
+    throw Failure();
 }
 
 void Builder::Init(unsigned int depthOfStream, IDX_Point low, IDX_Point high) {

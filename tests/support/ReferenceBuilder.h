@@ -23,6 +23,10 @@ constexpr Cell kRoot = 1;
 
 enum State : unsigned int { kEmpty, kPartial, kFull, kSurface };
 
+/// Ends a call: the arena is full, the overlap rule can't decide, or there is nothing to draw into.
+struct Failure {};
+
+/// Each call gives the status of the library's, or throws Failure where that gives IDX_E_FAIL.
 class Builder {
 public:
     /// @param arena    bytes for records, at least those of a root
@@ -49,7 +53,6 @@ private:
     void Take(unsigned int bytes);
     void Reset(unsigned int newDepth);
     void CopyBelow(const Builder& source, Cell cell);
-    long int Draw(const Corners& triangle);
     bool DrawBelow(
         Cell cell, const Triple& centre, const Triple& half, const Corners& t, float factor);
     long int FillAndPack();
