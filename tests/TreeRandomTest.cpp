@@ -21,45 +21,37 @@ std::string BigEndian(unsigned long long number) {
 }
 
 /// The tree's own stores, whose bytes it looks at, and one that it has to ask for each.
-enum Store { Disk, Memory, PutIn };
+enum StoreKind { Disk, Memory, PutIn };
 
 /// A tree on one of the stores.
-class Side {
-public:
-    Side(const std::string& path, Store store, unsigned int itemSize, unsigned int manifestSize)
-        : _path(path + std::to_string(store)),
-          _store(store),
-          _tree(itemSize, manifestSize, store != Disk) {
-        if (store == PutIn) _tree.SetStore(_putIn);
-        std::filesystem::remove(_path);
-        OpenWrite();
+struct Side : OpenTree {
+    Side(
+        const std::string& folder,
+        StoreKind iKind,
+        unsigned int itemSize,
+        unsigned int manifestSize)
+        : OpenTree(itemSize, manifestSize, iKind != Disk),
+          kind(iKind),
+          path(folder + std::to_string(iKind)) {
+        if (kind == PutIn) SetStore(putIn);
+        std::filesystem::remove(path);
+        EXPECT_EQ(OpenWrite(path.c_str()), IDX_True);
     }
+    ~Side() override { Close(); }
 
-    void OpenWrite() { EXPECT_EQ(_tree.OpenWrite(_path.c_str()), IDX_True); }
-    void OpenRead() { EXPECT_EQ(_tree.OpenRead(_path.c_str()), IDX_True); }
-
-    OpenTree& Tree() { return _tree; }
-
-    /// Not by EXPECT_EQ, which would print both files.
-    void ExpectBytesOf(const TreeReference& reference) {
-        EXPECT_TRUE(Bytes() == reference.File(_store != Disk)) << _store;
-    }
-
-private:
     /// What the file holds, or would if it was closed now.
     std::string Bytes() {
-        _tree.Store().Flush();
-        if (_store == Disk) return ContentOf(_path);
-        std::string bytes(_tree.Store().GetSize(), '\0');
+        Store().Flush();
+        if (kind == Disk) return ContentOf(path);
+        std::string bytes(Store().GetSize(), '\0');
         const auto size = static_cast<unsigned int>(bytes.size());
-        EXPECT_EQ(_tree.Store().ReadAt(0, bytes.data(), size), IDX_True);
+        EXPECT_EQ(Store().ReadAt(0, bytes.data(), size), IDX_True);
         return bytes;
     }
 
-    std::string _path;
-    Store _store;
-    IDX_WT_MemFile _putIn;
-    OpenTree _tree;
+    const StoreKind kind;
+    const std::string path;
+    IDX_WT_MemFile putIn;
 };
 
 class Sequence {
@@ -82,8 +74,8 @@ public:
             ExpectFound(NextId(step));
             const bool isOpenedAnew = Below(16 + length / 100) == 0;
             for (Side& side : _sides) {
-                if (isOpenedAnew) side.OpenWrite();
-                if (step % (length / 40 + 1) == 0) side.ExpectBytesOf(_reference);
+                EXPECT_TRUE(!isOpenedAnew || side.OpenWrite(side.path.c_str()));
+                if (step % (length / 40 + 1) == 0) ExpectBytes(side);
             }
         }
         ExpectAnswers();
@@ -110,16 +102,21 @@ private:
         _answers[id] = expected;
         for (Side& side : _sides) {
             unsigned int item = 1;
-            EXPECT_EQ(side.Tree().Add(record, id, item), IDX_True);
+            EXPECT_EQ(side.Add(record, id, item), IDX_True);
             EXPECT_EQ(item, expected);
         }
+    }
+
+    /// Not by EXPECT_EQ, which would print both files.
+    void ExpectBytes(Side& side) {
+        EXPECT_TRUE(side.Bytes() == _reference.File(side.kind != Disk)) << side.kind;
     }
 
     void ExpectFound(const std::string& id) {
         const auto answer = _answers.find(id);
         for (Side& side : _sides) {
             unsigned int item = 1;
-            EXPECT_EQ(side.Tree().Find(id, item), IDX_True);
+            EXPECT_EQ(side.Find(id, item), IDX_True);
             EXPECT_EQ(item, answer != _answers.end() ? answer->second : 0);
         }
     }
@@ -129,10 +126,10 @@ private:
         std::vector<unsigned int> expected;
         for (const auto& [id, item] : _answers) expected.push_back(item);
         for (Side& side : _sides) {
-            side.ExpectBytesOf(_reference);
-            side.OpenRead();
+            ExpectBytes(side);
+            EXPECT_TRUE(side.OpenRead(side.path.c_str()));
             std::vector<unsigned int> items;
-            EXPECT_EQ(side.Tree().Walk(items), IDX_True);
+            EXPECT_EQ(side.Walk(items), IDX_True);
             EXPECT_EQ(items, expected);
         }
         for (const auto& [id, item] : _answers) ExpectFound(id);

@@ -142,7 +142,7 @@ TEST_P(Tree, Refusals) {
     transcript.Note("look-up in a closed tree", _tree.Find(Key(1), _item));
     transcript.Note("insertion into a closed tree", _tree.Add(Record(1), Key(1), _item));
     OpenWrite();
-    transcript.Note("insertion of nothing", _tree.AddNothing(Key(1), _item = 1));
+    transcript.Note("insertion of nothing", _tree.Add("", Key(1), _item = 1));
     EXPECT_EQ(_item, 0u);
     _tree.OpenRead(_path.c_str());
     transcript.Note("insertion while reading", _tree.Add(Record(1), Key(1), _item));

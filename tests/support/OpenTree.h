@@ -1,9 +1,10 @@
 #ifndef OpenTree_h
 #define OpenTree_h
 
+#include "ByteTexts.h"
+
 #include "IDX_WT_Tree234.h"
 
-#include <string>
 #include <vector>
 
 /// A tree whose records are the caller's bytes, with all that subclasses may use open to tests.
@@ -17,16 +18,13 @@ public:
 
     IDX_Bool Add(std::string record, const std::string& id, unsigned int& itemOffset) {
         auto* item = reinterpret_cast<IDX_234Struct_ItemSlot*>(record.data());
-        return Insert(item, IdOf(id), itemOffset);
-    }
-    IDX_Bool AddNothing(const std::string& id, unsigned int& itemOffset) {
-        return Insert(nullptr, IdOf(id), itemOffset);
+        return Insert(record.empty() ? nullptr : item, IdOf(id), itemOffset);
     }
     IDX_Bool Find(const std::string& id, unsigned int& itemOffset) const {
         return Query(IdOf(id), itemOffset);
     }
 
-    /// The offsets that a walk tells, and what the walk gave.
+    /// The offsets that a walk gives, and the result of the walk.
     IDX_Bool Walk(std::vector<unsigned int>& items) {
         const ItemCallback collect = [](IDX_WT_Tree234*, unsigned int item, void* data) {
             static_cast<std::vector<unsigned int>*>(data)->push_back(item);
@@ -41,9 +39,7 @@ public:
 private:
     static IDX_WT_Identifier IdOf(const std::string& id) {
         IDX_WT_Identifier identifier;
-        identifier.SetData(
-            reinterpret_cast<const unsigned char*>(id.data()),
-            static_cast<unsigned int>(id.size()));
+        identifier.GetByteArray() = ArrayOf(id);
         return identifier;
     }
 };

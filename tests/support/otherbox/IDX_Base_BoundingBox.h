@@ -8,22 +8,21 @@
 class IDX_Base_BoundingBox {
 public:
     IDX_Base_BoundingBox() : IDX_Base_BoundingBox({0, 0, 0}, {0, 0, 0}) {}
-    IDX_Base_BoundingBox(const IDX_Point& low, const IDX_Point& high)
-        : _z{high.z, low.z}, _y{high.y, low.y}, _x{high.x, low.x} {}
+    IDX_Base_BoundingBox(const IDX_Point& low, const IDX_Point& high) : _high(high), _low(low) {}
     IDX_Base_BoundingBox(const IDX_Base_BoundingBox& other)
-        : IDX_Base_BoundingBox(other.GetLow(), other.GetHigh()) {}
+        : _high(other._high), _low(other._low) {}
     IDX_Base_BoundingBox& operator=(const IDX_Base_BoundingBox& other) {
-        _z = other._z;
-        _y = other._y;
-        _x = other._x;
+        _high = other._high;
+        _low = other._low;
         return *this;
     }
     ~IDX_Base_BoundingBox() {}
 
     void Union(const IDX_Base_BoundingBox& other) {
-        _z.Enclose(other._z);
-        _y.Enclose(other._y);
-        _x.Enclose(other._x);
+        for (float IDX_Point::*axis : {&IDX_Point::z, &IDX_Point::y, &IDX_Point::x}) {
+            if (other._low.*axis < _low.*axis) _low.*axis = other._low.*axis;
+            if (other._high.*axis > _high.*axis) _high.*axis = other._high.*axis;
+        }
     }
     static void Union(
         const IDX_Base_BoundingBox& first,
@@ -32,28 +31,16 @@ public:
         both = first;
         both.Union(second);
     }
-    float Volume() const { return _x.Length() * _y.Length() * _z.Length(); }
+    float Volume() const { return (_high.x - _low.x) * (_high.y - _low.y) * (_high.z - _low.z); }
 
 private:
     friend class RTreeReference;
 
-    struct Range {
-        float high;
-        float low;
+    IDX_Point GetLow() const { return _low; }
+    IDX_Point GetHigh() const { return _high; }
 
-        float Length() const { return high - low; }
-        void Enclose(const Range& other) {
-            if (other.low < low) low = other.low;
-            if (other.high > high) high = other.high;
-        }
-    };
-
-    IDX_Point GetLow() const { return {_x.low, _y.low, _z.low}; }
-    IDX_Point GetHigh() const { return {_x.high, _y.high, _z.high}; }
-
-    Range _z;
-    Range _y;
-    Range _x;
+    IDX_Point _high;
+    IDX_Point _low;
 };
 
 #endif
