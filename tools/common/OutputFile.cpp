@@ -18,8 +18,8 @@ Status WriteAll(int iFile, const char* iBytes, std::size_t iSize) {
     return {};
 }
 
-/// A full disk may only show when the bytes are forced out or the file is closed: both are asked, and
-/// the first failure counts.
+/// A full disk may only show when the bytes are forced out or the file is closed: both are asked,
+/// and the first failure counts.
 Status WriteNewFile(const std::string& iPath, const void* iBytes, std::size_t iSize) {
     constexpr mode_t kReadableByAll = 0666;  // less what the user's mask takes away
     const int file = open(iPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kReadableByAll);

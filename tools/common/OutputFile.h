@@ -8,9 +8,9 @@
 #include <functional>
 #include <string>
 
-// A whole file is written under a temporary name beside it, forced to the disk, and then renamed: under
-// the final name there is the old content or the new one, never a part of it. After a failure, which
-// doesn't name the file, the temporary file is gone.
+// A whole file is written under a temporary name beside it, forced to the disk, and then renamed:
+// under the final name there is the old content or the new one, never a part of it. After a
+// failure, which doesn't name the file, the temporary file is gone.
 
 Status WriteWholeFile(const std::string& iPath, const void* iBytes, std::size_t iSize);
 

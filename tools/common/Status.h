@@ -7,16 +7,16 @@
 #include <string>
 #include <utility>
 
-/// What became of an operation: success, or the exit code that the tool ends with because of it, and
-/// a text for the operator. Success allocates no memory.
+/// What became of an operation: success, or the exit code that the tool ends with because of it,
+/// and a text for the operator. Success allocates no memory.
 ///
-/// An operation that gives a value returns a Status and has an out parameter for the value. The value
-/// means something after success only.
+/// An operation that gives a value returns a Status and has an out parameter for the value. The
+/// value means something after success only.
 ///
 ///     Status Load(const std::string& iPath, Scene& oScene) {
 ///         std::string bytes;
 ///         Status status = ReadBytes(iPath, bytes);
-///         if (status.Failed()) return status.In(iPath);  // "engine.stl: No such file or directory"
+///         if (status.Failed()) return status.In(iPath);  // "engine.stl: No such file"
 ///         return Parse(bytes, oScene).In(iPath);
 ///     }
 class [[nodiscard]] Status {

@@ -3,9 +3,9 @@
 
 #include <string>
 
-// Where the library's trace goes in a tool. Lines for the operator go to the standard error; failure tags
-// only when all of the trace is shown. The latest tag is kept, as the cause of a failure that just came
-// back.
+// Where the library's trace goes in a tool. Lines for the operator go to the standard error;
+// failure tags only when all of the trace is shown. The latest tag is kept, as the cause of a
+// failure that just came back.
 
 /// Sends the trace there, for the rest of the process and in its children.
 /// @param iAll  show failure tags too
@@ -16,8 +16,8 @@ bool IsTraceShown();
 /// The latest failure tag, which is the outermost of its chain; empty when there is none.
 const std::string& LatestTag();
 
-/// Notes whether the library traces one tag while the object lives. This is for what the library says in
-/// no other way. One object at a time, after RouteTraceToConsole().
+/// Notes whether the library traces one tag while the object lives. This is for what the library
+/// says in no other way. One object at a time, after RouteTraceToConsole().
 class TagWatch {
 public:
     /// @param iTag  must outlive the object

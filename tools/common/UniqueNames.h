@@ -5,8 +5,8 @@
 #include <set>
 #include <string>
 
-/// Makes names unique: one that was given before gets a mark and the next free number behind it. What comes out
-/// depends on the names and their order alone.
+/// Makes names unique: one that was given before gets a mark and the next free number at its end.
+/// What comes out depends on the names and their order alone.
 class UniqueNames {
 public:
     /// @param iMark  between a name and its number, such as "~"

@@ -22,7 +22,8 @@ struct ImageRange {
     std::uint32_t size;
 };
 
-/// Whether a part's box is within its octree's: a box that isn't would lose what the part holds there.
+/// Whether a part's box is within its octree's: a box that isn't would lose what the part holds
+/// there.
 bool Encloses(const PLMIdxIBaseOctree& iOctree, const IDX_Base_BoundingBox& iBox) {
     const float origin[3] = {iOctree._bbOrigin.x, iOctree._bbOrigin.y, iOctree._bbOrigin.z};
     const float size[3] = {iOctree._bbSize.x, iOctree._bbSize.y, iOctree._bbSize.z};

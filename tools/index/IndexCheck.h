@@ -19,13 +19,15 @@ struct IndexCheckResult {
     static constexpr std::size_t kMostProblems = 100;
 };
 
-/// Reads an index whole: the structure of every file, every octree image, and that identifier, record,
-/// image and box lead to each other, with no byte that belongs to nothing. What no reader looks at may hold
-/// anything: the slots of an R-tree node that aren't in use, the cuboid of an octree without one.
+/// Reads an index whole: the structure of every file, every octree image, and that identifier,
+/// record, image and box lead to each other, with no byte that belongs to nothing. What no reader
+/// looks at may hold anything: the slots of an R-tree node that aren't in use, the cuboid of an
+/// octree without one.
 /// @param iProgress  called with the share that is done, from 0 to 1; may be empty
 IndexCheckResult CheckIndex(const PartIndex& iIndex, const std::function<void(double)>& iProgress);
 
-/// The same for the index in a folder, which it opens; an index that can't be opened is a problem, too.
+/// The same for the index in a folder, which it opens; an index that can't be opened is a problem,
+/// too.
 IndexCheckResult CheckIndex(
     const std::string& iFolder, const std::function<void(double)>& iProgress);
 

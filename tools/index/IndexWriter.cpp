@@ -34,8 +34,8 @@ Status OutOfMemory() {
 IndexWriter::IndexWriter(const std::string& iFolder)
     : _folder(iFolder + "/"), _octrees(kPieceSize, kOpenPieces, false), _parts(false) {}
 
-/// The library says no more than that it failed: errno knows the reason, if it is the system's. Each
-/// operation sets it to 0 before it writes.
+/// The library says no more than that it failed: errno knows the reason, if it is the system's.
+/// Each operation sets it to 0 before it writes.
 Status IndexWriter::Failure(const char* iFile) const {
     const int error = errno;
     const std::string what = _folder + iFile + " can't be written";

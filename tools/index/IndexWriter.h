@@ -20,8 +20,9 @@ struct IndexedPart {
     std::uint64_t nOccupied = 0;  ///< occupied cells of the last level
 };
 
-/// Writes the files of an index into a folder that holds none. The same parts in the same order give the same
-/// bytes. After a failure the folder holds nothing that may be used. Failures name the file.
+/// Writes the files of an index into a folder that holds none. The same parts in the same order
+/// give the same bytes. After a failure the folder holds nothing that may be used. Failures name
+/// the file.
 class IndexWriter {
 public:
     explicit IndexWriter(const std::string& iFolder);

@@ -16,7 +16,8 @@ public:
     MappedFile& operator=(const MappedFile&) = delete;
     ~MappedFile();
 
-    /// Maps a regular file, in the place of what was mapped before. A failure doesn't name the file.
+    /// Maps a regular file, in the place of what was mapped before. A failure doesn't name the
+    /// file.
     Status Open(const std::string& iPath);
 
     /// Null for an empty file.

@@ -38,9 +38,9 @@ Stamp StampOf(const std::string& iPath) {
 
 }  // namespace
 
-/// A writer may swap twice while an index is being opened, and delete the files of the sub-directory that
-/// was named live before: what was opened counts when the redirecting file wasn't written meanwhile. A
-/// failure counts then, too.
+/// A writer may swap twice while an index is being opened, and delete the files of the
+/// sub-directory that was named live before: what was opened counts when the redirecting file
+/// wasn't written meanwhile. A failure counts then, too.
 Status PartIndex::OpenBase(const std::string& iBase) {
     const std::string directory = iBase + "/" + IDX_Base_Constants::DWH_INDEX_DIRECTORY;
     const std::string redirecting = directory + "/" + IDX_Base_Constants::IDXBUFFER_FILE_BASE_NAME;
@@ -132,7 +132,8 @@ Status PartIndex::Read(unsigned int iItem, StoredPart& oPart) const {
     return {};
 }
 
-/// The tree itself doesn't know how many parts it holds: a subtree that is missing shows in their number.
+/// The tree itself doesn't know how many parts it holds: a subtree that is missing shows in their
+/// number.
 Status PartIndex::ForEach(const std::function<Status(const StoredPart&)>& iVisit) const {
     Status status;
     unsigned int nVisited = 0;

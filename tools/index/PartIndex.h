@@ -26,13 +26,13 @@ struct StoredPart {
     PartRecord record = {};
 };
 
-/// An index open for reading. Its files are mapped, its octrees are walked where they lie. Nothing is
-/// trusted: what is damaged is a failure before it is used. A swap by a writer doesn't touch an index that
-/// is open. In a process only one may be open on a folder at a time: the first that is destroyed closes the
-/// identifier tree for the others, which then fail as if it were damaged.
+/// An index open for reading. Its files are mapped, its octrees are walked where they lie. Nothing
+/// is trusted: what is damaged is a failure before it is used. A swap by a writer doesn't touch an
+/// index that is open. In a process only one may be open on a folder at a time: the first that is
+/// destroyed closes the identifier tree for the others, which then fail as if it were damaged.
 ///
-/// Failures name the file and the reason. Their code is ExitCode::Damaged when the index is there and its
-/// bytes are wrong, else ExitCode::Environment: no index, no permission.
+/// Failures name the file and the reason. Their code is ExitCode::Damaged when the index is there
+/// and its bytes are wrong, else ExitCode::Environment: no index, no permission.
 class PartIndex {
 public:
     /// Not open: Open() or OpenBase() comes first.
@@ -63,13 +63,14 @@ public:
     /// The part whose record is at an offset that this index gave.
     Status Read(unsigned int iItem, StoredPart& oPart) const;
 
-    /// Calls back for all parts, in rising byte order of their identifiers. A failure of the callback ends
-    /// the walk, which fails with it.
+    /// Calls back for all parts, in rising byte order of their identifiers. A failure of the
+    /// callback ends the walk, which fails with it.
     Status ForEach(const std::function<Status(const StoredPart&)>& iVisit) const;
 
     const RTreeImage& Boxes() const { return *_boxes; }
 
-    /// The image of a part's octree, examined before its first use. Its bytes live as long as this index.
+    /// The image of a part's octree, examined before its first use. Its bytes live as long as this
+    /// index.
     /// @param oImage  set after success
     Status ImageOf(const StoredPart& iPart, std::optional<OctreeImage>& oImage) const;
 

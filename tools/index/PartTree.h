@@ -41,11 +41,13 @@ public:
     /// The number of parts, as the manifest tells it. Write it once, behind the last part.
     bool WriteCount(unsigned int iParts);
 
-    /// @return false when the manifest can't be read, or isn't that of a part index: only one without parts has no root
+    /// @return false when the manifest can't be read, or isn't that of a part index: only one
+    ///         without parts has no root
     bool ReadCount(unsigned int& oParts) const;
 
 private:
-    /// Ask this before a search: a manifest that can't be read looks like that of an empty tree to it.
+    /// Ask this before a search: a manifest that can't be read looks like that of an empty tree to
+    /// it.
     bool HasManifest() const;
 };
 

@@ -37,7 +37,8 @@ void NoteShortfall(const BuiltPart& iBuilt, std::string& ioNote) {
     }
 }
 
-/// Builds one part and draws its picture. A part that needs more memory than there is fails by itself.
+/// Builds one part and draws its picture. A part that needs more memory than there is fails by
+/// itself.
 PartResult Build(const PartToBuild& iPart, const BuildSettings& iSettings) {
     PartResult result;
     try {

@@ -31,7 +31,8 @@ struct PartResult {
     std::string note;     ///< what fell short of what was asked for; mostly empty
 };
 
-/// The work of a child that builds some parts: its messages are their results, in the order of the parts.
+/// The work of a child that builds some parts: its messages are their results, in the order of the
+/// parts.
 ChildProcess::Work BuildWork(
     const std::vector<PartToBuild>& iParts, const BuildSettings& iSettings);
 

@@ -9,8 +9,8 @@
 #include <type_traits>
 #include <utility>
 
-// Messages between a process and its children, which are the same program: values travel as they lie in
-// memory; a list is its length, then its elements.
+// Messages between a process and its children, which are the same program: values travel as they
+// lie in memory; a list is its length, then its elements.
 
 /// Puts values one after the other.
 class ByteWriter {
@@ -44,8 +44,8 @@ private:
     std::string _bytes;
 };
 
-/// Gets them back in the same order. A child that was broken by what it read may send anything: each
-/// operation is false when too few bytes are left, or they are no such value.
+/// Gets them back in the same order. A child that was broken by what it read may send anything:
+/// each operation is false when too few bytes are left, or they are no such value.
 class ByteReader {
 public:
     /// @param iBytes  must live as long as the reader

@@ -15,8 +15,8 @@ struct CheckMessage {
     std::vector<std::string> problems;  ///< the first of them
 };
 
-/// The work of a child that verifies an index from the disk: a file that can't be read to its end can't take the
-/// run with it, and the pages that it reads aren't ours.
+/// The work of a child that verifies an index from the disk: a file that can't be read to its end
+/// can't take the run with it, and the pages that it reads aren't ours.
 ChildProcess::Work CheckWork(const std::string& iFolder);
 
 /// The message, at the other end. False for bytes that can't be from a sound verification.

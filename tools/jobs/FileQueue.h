@@ -15,8 +15,8 @@ struct FileRun {
     std::size_t Size() const { return end - first; }
 };
 
-/// The files that wait for their import. Small ones go to a child by the dozen, or starting it would cost
-/// more than reading them; what a child has left undone comes back.
+/// The files that wait for their import. Small ones go to a child by the dozen, or starting it
+/// would cost more than reading them; what a child has left undone comes back.
 class FileQueue {
 public:
     FileQueue(const std::vector<InputFile>& iFiles, unsigned int iProcesses)

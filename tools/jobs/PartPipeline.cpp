@@ -59,8 +59,8 @@ bool PartPipeline::IsOver() const {
     return _next.iFile == _files.size();
 }
 
-/// Keeps as many processes at work as there may be: imports that go on, then the next files, then parts
-/// that wait.
+/// Keeps as many processes at work as there may be: imports that go on, then the next files, then
+/// parts that wait.
 Status PartPipeline::StartProcesses() {
     std::size_t slots = ResumeImports(_settings.nProcesses - _builds.size());
     for (; slots > 0; --slots) {
@@ -91,8 +91,8 @@ bool PartPipeline::HasRoom() const {
     return _heldBytes < kHeldBytes && _openParts.size() < kHeldParts;
 }
 
-/// Whether to start with a file: while there is room, up to what fills long runs of parts, or when all
-/// waits for it.
+/// Whether to start with a file: while there is room, up to what fills long runs of parts, or when
+/// all waits for it.
 bool PartPipeline::WantsImport() const {
     if (_queue.IsEmpty()) return false;
     if (_queue.First() == _next.iFile) return true;
@@ -205,7 +205,8 @@ bool PartPipeline::ReceiveMesh(const PartNumber& iPart, const std::string& iMess
     return true;
 }
 
-/// Ends the file that comes now. One that failed beside others waits again, for an import of its own.
+/// Ends the file that comes now. One that failed beside others waits again, for an import of its
+/// own.
 void PartPipeline::CloseFile(Import& ioImport, const Status& iStatus) {
     const std::size_t number = ioImport.files.first++;
     OpenFile& file = _openFiles.at(number);
@@ -227,8 +228,8 @@ void PartPipeline::EndImport(Import& ioImport, bool iIsSound) {
     _queue.GiveBack(ioImport.files);
 }
 
-/// @return false when the child has ended: what it hasn't finished waits again, but for the part that
-///         ended it
+/// @return false when the child has ended: what it hasn't finished waits again, but for the part
+///         that ended it
 bool PartPipeline::ReceiveBuild(Build& ioBuild) {
     const bool isAlive = ioBuild.process.Receive();
     bool isSound = true;

@@ -50,16 +50,17 @@ public:
     virtual void ReceiveNote(const std::string& iName, const std::string& iNote) = 0;
 };
 
-/// Imports files and builds their parts in child processes, several at a time, and delivers the results
-/// in the order of the input: what comes out doesn't depend on the number of processes.
+/// Imports files and builds their parts in child processes, several at a time, and delivers the
+/// results in the order of the input: what comes out doesn't depend on the number of processes.
 ///
 ///     files -> import child -> parts that wait -> build child -> results in order
 ///              (a run of files)                   (a run of parts)
 ///
 /// A file that fails in a run is imported once more, alone: no file suffers from another one.
 ///
-/// One thread, which starts the children and gathers what they send. What it holds is bounded, whatever
-/// the number of parts: it leaves the pipes of imports alone while it holds more than enough.
+/// One thread, which starts the children and gathers what they send. What it holds is bounded,
+/// whatever the number of parts: it leaves the pipes of imports alone while it holds more than
+/// enough.
 class PartPipeline {
 public:
     PartPipeline(
@@ -67,8 +68,9 @@ public:
         const PipelineSettings& iSettings,
         BatchReceiver& ioReceiver);
 
-    /// Goes through all files. Parts and files that failed are the receiver's: the run itself fails with
-    /// the receiver's failure, when it was interrupted, and when the system has no process for a child.
+    /// Goes through all files. Parts and files that failed are the receiver's: the run itself fails
+    /// with the receiver's failure, when it was interrupted, and when the system has no process for
+    /// a child.
     Status Run();
 
 private:

@@ -12,8 +12,10 @@ namespace {
 
 constexpr std::size_t kLongestName = 190;  // leaves room for a number and an ending
 
-/// Adds all mesh files below a folder, and an entry with its reason for a folder that can't be read.
-/// @param iName  goes before the names of its files: empty, or the folder's name with '/' at its end
+/// Adds all mesh files below a folder, and an entry with its reason for a folder that can't be
+/// read.
+/// @param iName  goes before the names of its files: empty, or the folder's name with '/' at its
+///               end
 void ListFolder(
     const std::string& iFolder, const std::string& iName, std::vector<InputFile>& ioFiles) {
     std::error_code error;
@@ -71,8 +73,8 @@ bool IsSafe(char iChar) {
            (iChar >= '0' && iChar <= '9') || iChar == '.' || iChar == '-';
 }
 
-/// Each run of unsafe characters becomes one '_', but at either end, where it goes; a name doesn't start
-/// with a dot, which would hide the file.
+/// Each run of unsafe characters becomes one '_'. None is kept at either end, and no dot at the
+/// start, which would hide the file.
 std::string SafeName(const std::string& iText) {
     std::string name;
     for (const char c : iText) {

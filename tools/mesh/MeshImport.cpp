@@ -82,8 +82,8 @@ std::string OneLine(std::string_view iMessage) {
     return line;
 }
 
-/// Collects what the importer says about the geometry: a repair makes the file a failure, anything else
-/// becomes a note.
+/// Collects what the importer says about the geometry: a repair makes the file a failure, anything
+/// else becomes a note.
 class GeometryLog : public Assimp::LogStream {
 public:
     explicit GeometryLog(ImportedFile& ioFile) : _file(ioFile) {}
@@ -142,7 +142,8 @@ Status ReadScene(Assimp::Importer& ioImporter, const std::string& iPath, const a
     return Status::PartFailed(reason);
 }
 
-/// Fails at the first index out of range. The importer itself checks the indices of some formats only.
+/// Fails at the first index out of range. The importer itself checks the indices of some formats
+/// only.
 Status CheckIndices(const aiScene& iScene) {
     for (unsigned int m = 0; m < iScene.mNumMeshes; ++m) {
         const aiMesh& mesh = *iScene.mMeshes[m];
@@ -184,7 +185,8 @@ std::vector<FaceCount> CountFaces(const aiScene& iScene) {
     return counts;
 }
 
-/// Transformed in double, rounded to float once: exact for the identity. Overflow becomes an infinity.
+/// Transformed in double, rounded to float once: exact for the identity. Overflow becomes an
+/// infinity.
 IDX_Point Transformed(const WorldTransform& iWorld, const aiVector3D& iVertex) {
     const aiVector3t<double> placed = iWorld * aiVector3t<double>(iVertex.x, iVertex.y, iVertex.z);
     return {
@@ -240,8 +242,9 @@ private:
         });
     }
 
-    /// Adds the triangles of a mesh in the coordinates of the scene. What can't be drawn is counted: the
-    /// faces before and after triangulation differ by what a polygon with crossing edges leaves over.
+    /// Adds the triangles of a mesh in the coordinates of the scene. What can't be drawn is
+    /// counted: the faces before and after triangulation differ by what a polygon with crossing
+    /// edges leaves over.
     void AddMesh(unsigned int iMesh, const WorldTransform& iWorld, MeshPart& ioPart) const {
         const aiMesh& mesh = *_scene.mMeshes[iMesh];
         const std::uint64_t before = ioPart.triangles.size();

@@ -7,9 +7,9 @@
 #include <cstring>
 #include <vector>
 
-/// Adds points to an array and gives equal points the same index; zeros of different sign may stay apart.
-/// A hash table with linear probing over indices into the array (D. E. Knuth, "The Art of Computer
-/// Programming", vol. 3, 6.4, algorithm L); amortised constant time for each point.
+/// Adds points to an array and gives equal points the same index; zeros of different sign may stay
+/// apart. A hash table with linear probing over indices into the array (D. E. Knuth, "The Art of
+/// Computer Programming", vol. 3, 6.4, algorithm L); amortised constant time for each point.
 class VertexJoiner {
 public:
     /// @param ioPoints     receives the points; those already there are left alone and never joined
@@ -35,7 +35,8 @@ public:
 private:
     static constexpr unsigned int kFree = 0xFFFFFFFF;
 
-    /// 2^64 over the golden ratio, odd: multiplying by it spreads keys that differ little (Knuth, 6.4).
+    /// 2^64 over the golden ratio, odd: multiplying by it spreads keys that differ little (Knuth,
+    /// 6.4).
     static constexpr std::uint64_t kGoldenRatio = 0x9E3779B97F4A7C15U;
 
     static bool AreEqual(const IDX_Point& a, const IDX_Point& b) {

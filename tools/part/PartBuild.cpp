@@ -16,12 +16,12 @@ namespace {
 /// A box of coordinates up to this one, made a cube with its margin, stays within a float.
 constexpr float kLargestCoordinate = 1e38f;
 
-/// The library says in one way only that it couldn't tell inside from outside: PLMIdxOctreeBuilder::End()
-/// documents this tag.
+/// The library says in one way only that it couldn't tell inside from outside:
+/// PLMIdxOctreeBuilder::End() documents this tag.
 constexpr const char* kFillFailedTag = "PLMIdxOctreeBuilder.DrawGeometry.PLMIdxOctreeFiller.Fill";
 
-/// A builder that notes what became of each triangle, and lets its octree be looked at: unlike the packed
-/// one, it tells the cells that triangles touch from those that the fill made full.
+/// A builder that notes what became of each triangle, and lets its octree be looked at: unlike the
+/// packed one, it tells the cells that triangles touch from those that the fill made full.
 class NotingBuilder final : public PLMIdxOctreeBuilder {
 public:
     const PLMIdxIBaseOctree& Drawn() const { return _workingOctree; }
@@ -32,8 +32,8 @@ public:
     /// Whether the mesh was drawn again, less deep, because its cells didn't fit into the memory.
     bool WasDrawnAgain() const { return _wasDrawnAgain; }
 
-    /// Called for each triangle of a mesh. The mesh is drawn again from its first triangle on after a
-    /// failure, at one level less.
+    /// Called for each triangle of a mesh. The mesh is drawn again from its first triangle on after
+    /// a failure, at one level less.
     long int DrawTriangle(
         const IDX_Point& iP1, const IDX_Point& iP2, const IDX_Point& iP3) override {
         const long int status = PLMIdxOctreeBuilder::DrawTriangle(iP1, iP2, iP3);

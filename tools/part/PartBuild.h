@@ -47,7 +47,8 @@ struct BuiltPart {
 };
 
 /// Builds the octree of a part. The image depends on the part and the parameters alone, not on what
-/// was built before. One build at a time, after RouteTraceToConsole(): it watches the library's trace.
+/// was built before. One build at a time, after RouteTraceToConsole(): it watches the library's
+/// trace.
 Status BuildPart(const MeshPart& iPart, const BuildParameters& iParameters, BuiltPart& oBuilt);
 
 #endif

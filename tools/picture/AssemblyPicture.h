@@ -27,12 +27,14 @@ struct AssemblyFacts {
     UpAxis up = UpAxis::Z;
 };
 
-/// Gives the octree of a part by its number in the list, from 0. It is looked at until the next call.
+/// Gives the octree of a part by its number in the list, from 0. It is looked at until the next
+/// call.
 using OctreeSource = std::function<Status(std::size_t iNumber, const PLMIdxIBaseOctree*& oOctree)>;
 
-/// Draws an assembly in one view: its parts in different colours or, when some are highlighted, those in
-/// colours in front of all others in a faint grey, so that none is hidden; with a legend. Each part is drawn
-/// as fine as the picture shows it. Fails with a failure of `iOctreeOf` and when there is no memory.
+/// Draws an assembly in one view: its parts in different colours or, when some are highlighted,
+/// those in colours in front of all others in a faint grey, so that none is hidden; with a legend.
+/// Each part is drawn as fine as the picture shows it. Fails with a failure of `iOctreeOf` and when
+/// there is no memory.
 /// @param iProgress  called with the number of parts that are drawn; may be empty
 /// @param oPng       the picture as the bytes of a PNG file
 Status DrawAssembly(

@@ -19,9 +19,9 @@ struct SheetFacts {
     UpAxis up = UpAxis::Z;
 };
 
-/// Draws an octree on one sheet: a shaded view of its cells, and the three slices through the middle
-/// of what is occupied, with surface and inside told apart by colour, scale bars, axes and facts.
-/// The time and memory it takes are bounded, whatever the depth (see VoxelGrid).
+/// Draws an octree on one sheet: a shaded view of its cells, and the three slices through the
+/// middle of what is occupied, with surface and inside told apart by colour, scale bars, axes and
+/// facts. The time and memory it takes are bounded, whatever the depth (see VoxelGrid).
 /// @param iOctree  a working octree that is filled
 /// @param oPng     the sheet as the bytes of a PNG file
 Status DrawSheet(const PLMIdxIBaseOctree& iOctree, const SheetFacts& iFacts, std::string& oPng);

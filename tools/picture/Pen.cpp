@@ -181,8 +181,8 @@ Status PngCanvas::Encode(std::string& oPng) const {
     image.width = static_cast<png_uint_32>(cairo_image_surface_get_width(_surface));
     image.height = static_cast<png_uint_32>(cairo_image_surface_get_height(_surface));
     image.format = PNG_FORMAT_RGB;
-    // Rows as they are, packed fast: drawings with large even areas come out no larger than through the
-    // filters of photographs, in a quarter of the time.
+    // Rows as they are, packed fast: drawings with large even areas come out no larger than through
+    // the filters of photographs, in a quarter of the time.
     image.flags = PNG_IMAGE_FLAG_FAST;
     oPng.resize(PNG_IMAGE_PNG_SIZE_MAX(image));
     png_alloc_size_t size = oPng.size();

@@ -43,7 +43,8 @@ std::string Plain(const std::string& iText);
 
 enum class Align { Left, Right };
 
-/// Draws on a picture. A font that is missing is replaced by the drawing library, in the last resort by one of its own.
+/// Draws on a picture. A font that is missing is replaced by the drawing library, in the last
+/// resort by one of its own.
 class Pen {
 public:
     explicit Pen(cairo_t* ioContext) : _context(ioContext) {}

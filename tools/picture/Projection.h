@@ -21,7 +21,8 @@ private:
     Vector _viewer;
 };
 
-/// Lowest and highest coordinate in the picture's plane, to the right and downwards, of what is drawn. Model units.
+/// Lowest and highest coordinate in the picture's plane, to the right and downwards, of what is
+/// drawn. Model units.
 struct Frame {
     double low[2] = {1e300, 1e300};
     double high[2] = {-1e300, -1e300};

@@ -1,5 +1,7 @@
 #include "VoxelGrid.h"
 
+#include "formats/CellStates.h"
+
 #include <algorithm>
 
 namespace {
@@ -18,16 +20,60 @@ Position Scaled(const Position& iPosition, int iFactor) {
     return {iPosition[0] * iFactor, iPosition[1] * iFactor, iPosition[2] * iFactor};
 }
 
-/// True when anything is occupied below a position: a subdivided cell may be empty all the way down.
-bool HoldsCell(const PLMIdxIBaseOctree& iOctree, const IDX_Base_Octree_Iterator& iPosition) {
-    for (unsigned int child = 0; child < 8; ++child) {
-        const IDX_Base_Octree_TestResult state = iOctree.Test(iPosition, child);
-        if (state == OCTREE_FULL || state == OCTREE_SURFACE) return true;
-        if (state == OCTREE_EMPTY) continue;
-        IDX_Base_Octree_Iterator below = iPosition;
-        if (!IDX_Failed(iOctree.Move(below, child)) && HoldsCell(iOctree, below)) return true;
+/// A cell of an octree that isn't empty.
+struct GridCell {
+    IDX_Base_Octree_TestResult state;
+    IDX_Base_Octree_Iterator iterator;  ///< in the cell, when it is OCTREE_PARTIAL
+    Position position;                  ///< in cells of its level
+};
+
+/// Calls back for each child of a cell that is OCTREE_PARTIAL, but for empty ones, in rising
+/// number.
+/// @param iVisit  false ends the visit
+/// @return false when the visit was ended
+template <class Visit>
+bool VisitChildren(const PLMIdxIBaseOctree& iOctree, const GridCell& iCell, const Visit& iVisit) {
+    for (unsigned int number = 0; number < kChildren; ++number) {
+        GridCell child = {
+            iOctree.Test(iCell.iterator, number), iCell.iterator,
+            ChildPosition(iCell.position, number)};
+        if (child.state == OCTREE_EMPTY) continue;
+        const bool isEntered = child.state == OCTREE_PARTIAL;
+        if (isEntered && IDX_Failed(iOctree.Move(child.iterator, number))) continue;
+        if (!iVisit(child)) return false;
     }
-    return false;
+    return true;
+}
+
+/// Whether anything is occupied in a cell: a subdivided one may be empty all the way down.
+bool IsOccupied(const PLMIdxIBaseOctree& iOctree, const GridCell& iCell) {
+    if (iCell.state != OCTREE_PARTIAL) return true;
+    return !VisitChildren(
+        iOctree, iCell, [&](const GridCell& child) { return !IsOccupied(iOctree, child); });
+}
+
+/// Calls back with a cube of the grid, by its low corner and side, for all that is occupied in a
+/// cell.
+/// @param iLevels  levels of the grid below the cell, at least 1
+template <class Fill>
+void FillChildren(
+    const PLMIdxIBaseOctree& iOctree,
+    const GridCell& iCell,
+    unsigned int iLevels,
+    const Fill& iFill) {
+    const int side = 1 << (iLevels - 1);  // of a child, in cells of the grid
+    VisitChildren(iOctree, iCell, [&](const GridCell& child) {
+        if (child.state == OCTREE_FULL) {
+            iFill(Scaled(child.position, side), side, VoxelGrid::Inside);
+        } else if (child.state == OCTREE_SURFACE) {
+            iFill(Scaled(child.position, side), side, VoxelGrid::Surface);
+        } else if (iLevels > 1) {
+            FillChildren(iOctree, child, iLevels - 1, iFill);
+        } else if (IsOccupied(iOctree, child)) {
+            iFill(child.position, 1, VoxelGrid::Surface);
+        }
+        return true;
+    });
 }
 
 }  // namespace
@@ -39,32 +85,13 @@ VoxelGrid::VoxelGrid(const PLMIdxIBaseOctree& iOctree, unsigned int iDeepest)
       _low{0, 0, 0},
       _high{_side - 1, _side - 1, _side - 1} {
     if (_level == 0) return;
-    Walk(iOctree, IDX_Base_Octree_Iterator(), {0, 0, 0});
+    const GridCell root = {
+        OCTREE_PARTIAL, IDX_Base_Octree_Iterator(), {0, 0, 0}
+    };
+    FillChildren(iOctree, root, _level, [this](const Position& low, int side, Cell cell) {
+        FillCube(low, side, cell);
+    });
     FindBounds();
-}
-
-void VoxelGrid::Walk(
-    const PLMIdxIBaseOctree& iOctree,
-    const IDX_Base_Octree_Iterator& iIterator,
-    const Position& iPosition) {
-    const unsigned int levelsBelow = _level - iIterator.depth - 1;
-    for (unsigned int child = 0; child < 8; ++child) {
-        const IDX_Base_Octree_TestResult state = iOctree.Test(iIterator, child);
-        if (state == OCTREE_EMPTY) continue;
-        const Position position = ChildPosition(iPosition, child);
-        if (state != OCTREE_PARTIAL) {
-            const Cell cell = state == OCTREE_FULL ? Inside : Surface;
-            FillCube(Scaled(position, 1 << levelsBelow), 1 << levelsBelow, cell);
-            continue;
-        }
-        IDX_Base_Octree_Iterator below = iIterator;
-        if (IDX_Failed(iOctree.Move(below, child))) continue;
-        if (levelsBelow > 0) {
-            Walk(iOctree, below, position);
-        } else if (HoldsCell(iOctree, below)) {
-            FillCube(position, 1, Surface);
-        }
-    }
 }
 
 void VoxelGrid::FillCube(const Position& iLow, int iSide, Cell iCell) {

@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <vector>
 
-/// The cells of an octree as a plain cube of cells, for drawing. Octrees deeper than kDeepest are taken
-/// down to that level, so that memory is bounded: 16 MiB.
+/// The cells of an octree as a plain cube of cells, for drawing. Octrees deeper than kDeepest are
+/// taken down to that level, so that memory is bounded: 16 MiB.
 class VoxelGrid {
 public:
     enum Cell : unsigned char { Empty, Surface, Inside };
@@ -16,9 +16,9 @@ public:
 
     static constexpr unsigned int kDeepest = 8;
 
-    /// @param iOctree  a working octree, which tells the cells that triangles touch (Surface) from those
-    ///                 that the fill made full (Inside). A cell that is subdivided below the level of
-    ///                 the grid is Surface when anything in it is occupied.
+    /// @param iOctree  a working octree, which tells the cells that triangles touch (Surface) from
+    ///                 those that the fill made full (Inside). A cell that is subdivided below the
+    ///                 level of the grid is Surface when anything in it is occupied.
     /// @param iDeepest  the deepest level of the grid, at most kDeepest
     explicit VoxelGrid(const PLMIdxIBaseOctree& iOctree, unsigned int iDeepest = kDeepest);
 
@@ -49,8 +49,8 @@ public:
         }
     }
 
-    /// The smallest box of cells that holds all occupied ones, both ends included; the whole grid when
-    /// none is.
+    /// The smallest box of cells that holds all occupied ones, both ends included; the whole grid
+    /// when none is.
     const Position& Low() const { return _low; }
     const Position& High() const { return _high; }
 
@@ -62,10 +62,6 @@ private:
                    side +
                static_cast<std::size_t>(iPosition[0]);
     }
-    void Walk(
-        const PLMIdxIBaseOctree& iOctree,
-        const IDX_Base_Octree_Iterator& iIterator,
-        const Position& iPosition);
     void FillCube(const Position& iLow, int iSide, Cell iCell);
     void FindBounds();
 

@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <vector>
 
-// The visible faces of the cells are drawn one by one into a depth buffer. In a parallel projection all
-// faces that look the same way are the same parallelogram, which makes a face cheap. The light comes
-// from how full the neighbourhood of a cell is: its gradient gives a smooth normal, its amount darkens
-// hollows (ambient occlusion).
+// The visible faces of the cells are drawn one by one into a depth buffer. In a parallel projection
+// all faces that look the same way are the same parallelogram, which makes a face cheap. The light
+// comes from how full the neighbourhood of a cell is: its gradient gives a smooth normal, its
+// amount darkens hollows (ambient occlusion).
 
 namespace {
 
@@ -24,8 +24,11 @@ struct Neighbourhood {
     double fullness;  ///< occupied share, from 0 to 1
 };
 
+/// Adds up where the occupied cells around a cell are: their mean points into the solid. It walks
+/// along rows, which lie one after the other in memory.
 Neighbourhood LookAround(const VoxelGrid& iGrid, const Position& iCell) {
-    // Over a flat face of a solid, this is the sum of the offsets of occupied cells along its normal.
+    // Over a flat face of a solid, this is the sum of the offsets of occupied cells along its
+    // normal.
     constexpr double kFlatSum = (2 * kReach + 1) * (2 * kReach + 1) * (kReach * (kReach + 1)) / 2.0;
     constexpr double kCells = (2 * kReach + 1) * (2 * kReach + 1) * (2 * kReach + 1);
     Position low;
@@ -55,38 +58,65 @@ Neighbourhood LookAround(const VoxelGrid& iGrid, const Position& iCell) {
     };
 }
 
+/// A direction in a view, by how far it goes to the right, upwards and towards the viewer.
+struct ViewDirection {
+    double right;
+    double up;
+    double viewer;
+};
+
+// Lighting by three sources, as photographers set it up: a main lamp from the upper left, a fill
+// lamp from the right that brightens the shadows, and light from everywhere.
+constexpr ViewDirection kMainLamp = {-0.45, 0.80, 0.95};
+constexpr ViewDirection kFillLamp = {0.90, 0.0, 0.45};
+constexpr double kMainLight = 0.80;  // on a face that looks straight into the lamp
+constexpr double kFillLight = 0.22;
+constexpr double kAmbientLight = 0.38;
+
+// The normal of a neighbourhood makes curved surfaces smooth; that of the face keeps edges sharp.
+constexpr double kSmoothNormal = 1.6;
+constexpr double kFaceNormal = 0.5;
+
+// How hollows darken, from the fullness of a flat face on.
+constexpr double kHollowDarkening = 1.7;
+constexpr double kDarkestHollow = 0.45;
+
 /// Light on a face, from 0 to a little over 1.
 class Lamps {
 public:
     explicit Lamps(const Projection& iProjection)
-        : _key(Unit(Combine(
-              1.0,
-              Combine(-0.45, iProjection.Right(), 0.80, iProjection.Up()),
-              0.95,
-              iProjection.Viewer()))),
-          _fill(Unit(Combine(0.9, iProjection.Right(), 0.45, iProjection.Viewer()))) {}
+        : _main(Towards(kMainLamp, iProjection)), _fill(Towards(kFillLamp, iProjection)) {}
 
     double Shade(const Neighbourhood& iAround, const Vector& iFaceNormal) const {
         constexpr double kFlatFullness = (kReach + 1.0) / (2.0 * kReach + 1.0);
-        const Vector normal = Unit(Combine(1.6, iAround.outwards, 0.5, iFaceNormal));
+        const Vector normal =
+            Unit(Combine(kSmoothNormal, iAround.outwards, kFaceNormal, iFaceNormal));
         const double hollow = std::max(0.0, iAround.fullness - kFlatFullness);
-        const double light = 0.38 + 0.80 * std::max(0.0, Dot(normal, _key)) +
-                             0.22 * std::max(0.0, Dot(normal, _fill));
-        return light * std::max(0.45, 1.0 - 1.7 * hollow);
+        const double light = kAmbientLight + kMainLight * std::max(0.0, Dot(normal, _main)) +
+                             kFillLight * std::max(0.0, Dot(normal, _fill));
+        return light * std::max(kDarkestHollow, 1.0 - kHollowDarkening * hollow);
     }
 
 private:
-    Vector _key;   ///< towards the main lamp
-    Vector _fill;  ///< towards the lamp that brightens the shadows
+    static Vector Towards(const ViewDirection& iDirection, const Projection& iProjection) {
+        const Vector inPlane =
+            Combine(iDirection.right, iProjection.Right(), iDirection.up, iProjection.Up());
+        return Unit(Combine(1.0, inPlane, iDirection.viewer, iProjection.Viewer()));
+    }
+
+    Vector _main;
+    Vector _fill;
 };
 
-/// Samples with their distance, nearest first wins.
+constexpr float kFarthest = -1e30F;
+
+/// A depth buffer: of what is put on one sample, the nearest stays.
 class Canvas {
 public:
     Canvas(int iWidth, int iHeight)
         : _width(iWidth * kSamples),
           _height(iHeight * kSamples),
-          _depths(Size(), -1e30F),
+          _depths(Size(), kFarthest),
           _shades(Size(), 0.0F),
           _colours(Size(), 0) {}
 
@@ -124,6 +154,7 @@ private:
                static_cast<std::size_t>(iX);
     }
 
+    /// The mean of a pixel's samples; those that nothing was put on make it transparent.
     std::uint32_t Pixel(int iX, int iY) const {
         constexpr double kAll = kSamples * kSamples;
         Colour lit = {0.0, 0.0, 0.0};
@@ -153,7 +184,7 @@ private:
     int _height;
     std::vector<float> _depths;           ///< towards the viewer
     std::vector<float> _shades;           ///< 0 where nothing is drawn
-    std::vector<std::uint32_t> _colours;  ///< places in the palette
+    std::vector<std::uint32_t> _colours;  ///< indices in the palette
     std::vector<Colour> _palette;
 };
 
@@ -184,7 +215,8 @@ private:
     double _shift[2];
 };
 
-/// Draws all faces of one grid that look along one axis.
+/// Draws the faces of one grid that look along one axis, towards the viewer. On the screen they are
+/// all the same parallelogram.
 class FaceBrush {
 public:
     /// @param iAxis  the faces' normal, on the viewer's side
@@ -213,6 +245,8 @@ public:
         return iGrid.At(iCell) == VoxelGrid::Empty;
     }
 
+    /// Goes over the rectangle around the face on the screen, and leaves to each sample whether the
+    /// face holds it.
     void Draw(const Position& iCell, double iShade, Canvas& ioCanvas) const {
         Vector corner;
         for (std::size_t axis = 0; axis < corner.size(); ++axis) {
@@ -246,6 +280,8 @@ private:
         return static_cast<int>(iStart + std::max(0.0, iU) + std::max(0.0, iV));
     }
 
+    /// Shares of the two edges from 0 to 1 are those of a sample in the face, and give its depth,
+    /// too.
     void DrawSample(const Vector& iStart, int iX, int iY, double iShade, Canvas& ioCanvas) const {
         constexpr double kSlack = 1e-6;  // so that no crack shows between two faces
         const double x = iX + 0.5 - iStart[0];
@@ -259,11 +295,13 @@ private:
 
     /// Draws the outline of a cell a little darker where cells are large enough for it.
     double EdgeLine(double iU, double iV) const {
-        constexpr double kSmallestCell = 6.0;
+        constexpr double kSmallestCell = 6.0;  // pixels
+        constexpr double kLineWidth = 0.6;     // pixels, on either side of the edge
+        constexpr double kLineShade = 0.88;
         const double side = _screen.scale * _placement.cell[_axis];
         if (side < kSmallestCell * kSamples) return 1.0;
         const double toEdge = std::min({iU, iV, 1.0 - iU, 1.0 - iV});
-        return toEdge * side < 0.6 * kSamples ? 0.88 : 1.0;
+        return toEdge * side < kLineWidth * kSamples ? kLineShade : 1.0;
     }
 
     const Screen& _screen;
@@ -272,11 +310,12 @@ private:
     bool _positive;
     Vector _edgeU;  ///< the edges of a face, mapped
     Vector _edgeV;
-    std::array<double, 2>
-        _u;  ///< what a step to the right, and one down, adds to the share of an edge
+    std::array<double, 2> _u;  ///< what a step to the right, and one down, adds to the edge's share
     std::array<double, 2> _v;
 };
 
+/// Draws the faces of a cell that a viewer can see. A cell without any is skipped before its
+/// neighbourhood is worked out, which costs most.
 void DrawCell(
     const VoxelGrid& iGrid,
     const Position& iCell,

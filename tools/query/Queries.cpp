@@ -38,8 +38,8 @@ Status KeepSolids(const PartIndex& iIndex, const Test& iTest, Parts& ioParts) {
     return {};
 }
 
-/// One step of a search for the nearest parts: what may be near, and the least distance at which it can
-/// be.
+/// One step of a search for the nearest parts: what may be near, and the least distance at which it
+/// can be.
 struct Candidate {
     enum Kind { Node, Part, Cell };
 
@@ -55,9 +55,9 @@ struct Candidate {
     }
 };
 
-/// Best first: the candidate with the least distance is replaced by what it is made of, a node by its
-/// entries, a part by its octree, a cell by its children. The first full cell that comes up is the nearest
-/// of its part, as nothing that is still in the queue can be nearer.
+/// Best first: the candidate with the least distance is replaced by what it is made of, a node by
+/// its entries, a part by its octree, a cell by its children. The first full cell that comes up is
+/// the nearest of its part, as nothing that is still in the queue can be nearer.
 class NearestSearch {
 public:
     NearestSearch(const PartIndex& iIndex, const Point& iPoint)

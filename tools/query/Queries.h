@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-// The questions that an open index answers. Parts come in rising order of their identifiers. What is
-// damaged on the way makes the question fail; its answer means nothing then.
+// The questions that an open index answers. Parts come in rising order of their identifiers. What
+// is damaged on the way makes the question fail; its answer means nothing then.
 
 using Parts = std::vector<StoredPart>;
 
-/// The part of that identifier or, when there is none, all whose identifiers match the text as a shell
-/// pattern: '*' for any characters, '/' too, '?' for one, [...] for one of some.
+/// The part of that identifier or, when there is none, all whose identifiers match the text as a
+/// shell pattern: '*' for any characters, '/' too, '?' for one, [...] for one of some.
 Status FindByName(const PartIndex& iIndex, const std::string& iName, Parts& oParts);
 
 /// The parts whose boxes meet a box.
@@ -32,8 +32,8 @@ struct NearPart {
 };
 
 /// The parts nearest to a point, nearest first; of those at one distance, in the order of their
-/// identifiers. A best-first search: G. R. Hjaltason, H. Samet, "Distance browsing in spatial databases",
-/// ACM TODS 24(2), 1999.
+/// identifiers. A best-first search: G. R. Hjaltason, H. Samet, "Distance browsing in spatial
+/// databases", ACM TODS 24(2), 1999.
 /// @param iCount  how many, at most
 Status FindNearest(
     const PartIndex& iIndex,

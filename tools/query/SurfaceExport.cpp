@@ -17,8 +17,8 @@ using Face = std::array<Corner, 4>;
 
 constexpr std::size_t kCorners = 4;
 
-/// Calls back with the corners of each outer face of a part's cells, anticlockwise seen from outside. A face
-/// between two occupied cells isn't seen and is left out.
+/// Calls back with the corners of each outer face of a part's cells, anticlockwise seen from
+/// outside. A face between two occupied cells isn't seen and is left out.
 template <class Take>
 void ForEachFace(const PLMIdxIBaseOctree& iOctree, const Take& iTake) {
     if (iOctree._depth == 0) return;

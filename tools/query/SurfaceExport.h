@@ -23,9 +23,10 @@ struct ExportedParts {
     std::function<Status(std::size_t iNumber, ExportedPart& oPart)> get;  ///< from 0
 };
 
-/// Writes the outer faces of the occupied cells as a binary PLY file: four vertices with the colour of their
-/// part for each face. Octrees deeper than VoxelGrid::kDeepest are taken down to that level.
-/// Fails for more than 2^31 vertices and with a failure of ExportedParts::get. A failure of the stream stays in the stream.
+/// Writes the outer faces of the occupied cells as a binary PLY file: four vertices with the colour
+/// of their part for each face. Octrees deeper than VoxelGrid::kDeepest are taken down to that
+/// level. Fails for more than 2^31 vertices and with a failure of ExportedParts::get. A failure of
+/// the stream stays in the stream.
 Status WritePly(const ExportedParts& iParts, std::FILE* ioFile);
 
 /// The same as a legacy VTK file of polygons, big-endian, with the number of its part for each
