@@ -35,7 +35,8 @@ public:
     /// @param iShare  0 to 1
     /// @param iLine   for people, as a line
     /// @param iEvent  for machines; the first value is the kind of the event
-    void ShowProgress(double iShare, const std::string& iLine, const std::vector<EventValue>& iEvent);
+    void ShowProgress(
+        double iShare, const std::string& iLine, const std::vector<EventValue>& iEvent);
 
     /// Names what failed, and why.
     void Fail(const std::string& iName, const std::string& iReason);
