@@ -171,7 +171,7 @@ TEST(WorkingID, IsEqualByItsObjectIDAndGivesItsTypeAsAText) {
 
 TEST(WorkingIDDeathTest, WrongSizesEndTheProcess) {
     const testing::KilledBySignal aborted(SIGABRT);
-    for (const unsigned int size : {15u, 17u, 31u, 33u}) {
+    for (const std::size_t size : {15, 17, 31, 33}) {
         const IDX_Base_ByteArray wrong = ArrayOf(std::string(size, 'x'));
         IDXWorkingID ids[] = {SampleID(), SampleID()};
         ids[0].SetObjectID(wrong);

@@ -80,15 +80,6 @@ private:
     unsigned int _count = 0;
 };
 
-/// Some trees have been in use before: another fan-out, more nodes, a larger or a smaller block.
-void MaybeUse(OpenRTree& tree, Boxes& boxes) {
-    const unsigned int use = boxes.Below(4);
-    if (use == 0) tree.Init(1, 9);
-    if (use == 0) InsertBars(tree, 0, boxes.Below(900));
-    OpenRTree small(0, 2);
-    if (use == 1) (void)LoadBytes(tree, ImageOf(small));
-}
-
 void CompareSequence(Kind kind, unsigned long seed) {
     Boxes boxes(kind, seed);
     const unsigned int maxChildren = 2 + boxes.Below(boxes.OneIn(3) ? 63 : 15);
@@ -100,10 +91,12 @@ void CompareSequence(Kind kind, unsigned long seed) {
     const unsigned int count = boxes.Below(isThin ? 120 : isLong ? 2500 : 400);
     const unsigned int reloadAt = boxes.OneIn(3) ? boxes.Below(count + 1) : count + 1;
     RTreeReference reference(minFill, maxChildren);
-    OpenRTree trees[2];
-    for (OpenRTree& tree : trees) MaybeUse(tree, boxes);
+    OpenRTree trees[] = {
+        {minFill, maxChildren},
+        {1,       9          }
+    };
     OpenRTree* tree = &trees[0];
-    tree->Init(static_cast<unsigned short>(minFill), static_cast<unsigned short>(maxChildren));
+    InsertBars(trees[1], 0, boxes.Below(900));  // a larger or a smaller block is there already
     for (unsigned int i = 0; i < count; ++i) {
         const Box box = boxes.Next();
         if (i == reloadAt) {  // the tree goes out and comes back in, as it may

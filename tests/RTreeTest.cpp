@@ -29,7 +29,7 @@ void Set(Bytes& bytes, std::size_t offset, T value) {
 }  // namespace
 
 TEST(RTree, EmptyTrees) {
-    for (const unsigned int maxChildren : {2u, 36u, 37u, 65535u}) {
+    for (const unsigned int maxChildren : {0u, 1u, 2u, 36u, 37u, 65535u}) {
         OpenRTree tree(2, maxChildren);
         const unsigned int size = 12 + kEntry * maxChildren;
         Bytes expected(kHeader + size);
@@ -37,12 +37,8 @@ TEST(RTree, EmptyTrees) {
         Set(expected, 8, size);
         EXPECT_EQ(ImageOf(tree), expected);
         EXPECT_EQ(tree.GetSize(), size);
+        EXPECT_EQ(tree.Insert(Bar(0, 1), 0), maxChildren >= 2 ? IDX_True : IDX_False);
     }
-    OpenRTree tooNarrow[] = {
-        {0, 0},
-        {0, 1}
-    };
-    for (OpenRTree& tree : tooNarrow) EXPECT_EQ(tree.Insert(Bar(0, 1), 0), IDX_False);
     IDX_WT_RTree none;
     EXPECT_EQ(none.GetSize(), 0u);
     EXPECT_EQ(none.Insert(Bar(0, 1), 0), IDX_False);
