@@ -6,7 +6,9 @@
 
 #include "IDX_WT_File.h"
 #include "IDX_WT_Identifier.h"
-#include "IdxFile.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -19,11 +21,6 @@ protected:
         Value value{};
         EXPECT_EQ(_file.ReadAt(offset, value), IDX_True);
         return value;
-    }
-
-    void Write(const std::string& bytes) {
-        const auto size = static_cast<unsigned int>(bytes.size());
-        EXPECT_EQ(_file.Write(bytes.data(), size), IDX_True);
     }
 
     IDX_WT_File _file;
@@ -193,32 +190,42 @@ TEST_F(Files, ASizeLimitRefusesTheWriteThatMeetsIt) {
     const FileSizeLimit limit(10000);
     const std::string record = "0123456789abcdefghijklmnop";
     _file.OpenWrite(_path.c_str());
-    for (int i = 0; i < 357; ++i) Write(record);
+    for (int i = 0; i < 357; ++i) EXPECT_EQ(_file.Write(record.data(), 26), IDX_True);
     NOTE(_transcript, _file.Write(record.data(), 26));
     EXPECT_EQ(_file.GetSize(), 357u * 28);
     EXPECT_EQ(std::filesystem::file_size(_path), 10000u);
 }
 
-TEST_F(Files, TheMemoryForPagesMayChangeAtAnyMoment) {
-    constexpr unsigned int kPage = 4096;
-    IDX_WT_File other;
-    const std::string path = _path + "2";
-    for (const std::string& each : {_path, path}) SetContent(each, std::string(768 * kPage, '.'));
-    for (const unsigned int nPages : {600u, 65536u, 0u, 5000u, 17u, 16u, 1u, 513u, 65536u}) {
+/// A child of fork goes on with what it has inherited after its parent has written newer bytes.
+TEST_F(Files, AForkNeverWritesWhatItInherited) {
+    for (const char step : {'n', 'r', 'f', 'c', 'w'}) {
+        SCOPED_TRACE(step);
+        SetContent(_path, std::string(8192, '.'));
         _file.OpenWrite(_path.c_str());
-        other.OpenWrite(path.c_str());
-        for (unsigned int page = 0; page < 768; ++page) {
-            IDX_WT_File& file = page < 16 || page % 2 == 0 ? _file : other;
-            EXPECT_EQ(file.WriteAt(page * kPage, page + nPages), IDX_True);
+        for (unsigned int at = 0; at < 8192; at += 32) _file.WriteAt(at, "old", 3);
+        int start[2];
+        ASSERT_EQ(pipe(start), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            char byte = 0;
+            bool good = read(start[0], &byte, 1) == 1;
+            if (step == 'r') good = _file.ReadAt(0, &byte, 1) == IDX_True && byte == 'n';
+            if (step == 'f') _file.Flush();
+            if (step == 'c') _file.Close();
+            if (step == 'w') good = _file.WriteAt(16, "own", 3) == IDX_True;
+            std::exit(good ? 0 : 1);  // closes its files
         }
-        if (nPages % 2 == 0) _file.Close();  // and with it the pages that were taken first
-        IdxFile::SetPageMemory(std::size_t{nPages} * kPage);
-        if (nPages % 2 != 0) {
-            EXPECT_EQ(Read<unsigned int>(16 * kPage), 16 + nPages);
-        }
-        unsigned int value = 0;
-        EXPECT_EQ(other.ReadAt(17 * kPage, value), IDX_True);
-        EXPECT_EQ(value, 17 + nPages);
+        for (unsigned int at = 0; at < 8192; at += 32) _file.WriteAt(at, "new", 3);
+        _file.Flush();
+        EXPECT_EQ(write(start[1], "", 1), 1);
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+        for (const int end : start) close(end);
+        _file.Close();
+        std::string expected;
+        for (int i = 0; i < 256; ++i) expected += "new" + std::string(29, '.');
+        if (step == 'w') expected.replace(16, 3, "own");
+        EXPECT_TRUE(ContentOf(_path) == expected);
     }
-    IdxFile::SetPageMemory(std::size_t{256} << 20U);
 }

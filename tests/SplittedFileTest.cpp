@@ -29,6 +29,13 @@ class SplitFiles : public FileFailures {
 protected:
     ~SplitFiles() override { onDelete = nullptr; }
 
+    template <class Value>
+    static Value Read(IDX_WT_SplittedFile& file, unsigned int part, unsigned int offset) {
+        Value value{};
+        EXPECT_EQ(file.ReadAt(part, offset, value), IDX_True);
+        return value;
+    }
+
     /// The files in the folder, each after a blank.
     std::string Listing() {
         std::set<std::string> names;
@@ -59,22 +66,17 @@ TEST_F(SplitFiles, ValuesInTheirPieces) {
     file.Flush();
     EXPECT_EQ(ContentOf(_path + "2"), std::string("\3\0\0\0abc\0\5\6\0\0\0\0\x80\x3f", 16));
     EXPECT_EQ(ContentOf(_path + "1"), "efgh");
-    unsigned short two = 0;
-    unsigned int four = 0;
-    float real = 0;
     IDX_Base_ByteArray bytes;
-    IDX_Base_ByteArray some;
-    IDX_Base_String text;
-    NOTE(_transcript, file.ReadAt(2, 8, two));
-    NOTE(_transcript, file.ReadAt(0, 0, four));
-    NOTE(_transcript, file.ReadAt(2, 12, real));
-    NOTE(_transcript, file.ReadAt(2, 0, bytes));
-    NOTE(_transcript, file.ReadAt(2, 0, text));
-    NOTE(_transcript, file.ReadAt(1, 1, 2, some));
-    EXPECT_EQ(two, 0x0605);
-    EXPECT_EQ(four, 0x64636261u);
-    EXPECT_EQ(real, 1.0f);
-    EXPECT_EQ(TextOf(bytes) + TextOf(text) + TextOf(some), "abcabcfg");
+    EXPECT_EQ(Read<unsigned short>(file, 2, 8), 0x0605);
+    EXPECT_EQ(Read<unsigned int>(file, 0, 0), 0x64636261u);
+    EXPECT_EQ(Read<float>(file, 2, 12), 1.0f);
+    EXPECT_EQ(TextOf(Read<IDX_Base_ByteArray>(file, 2, 0)), "abc");
+    EXPECT_EQ(TextOf(Read<IDX_Base_String>(file, 2, 0)), "abc");
+    EXPECT_EQ(file.ReadAt(1, 1, 2, bytes), IDX_True);
+    EXPECT_EQ(TextOf(bytes), "fg");
+    file.OpenWrite((_path + "other").c_str());
+    file.Write(1u, part, offset);
+    EXPECT_EQ(part, 0u);
 }
 
 TEST_F(SplitFiles, OneToTenPiecesAreOpenEachWithALock) {
@@ -88,7 +90,7 @@ TEST_F(SplitFiles, OneToTenPiecesAreOpenEachWithALock) {
 
 TEST_F(SplitFiles, LocksAreMarkers) {
     IDX_WT_SplittedFile writer(0, 1, true);
-    NOTE(_transcript, writer.OpenWrite(_path.c_str()));
+    writer.OpenWrite(_path.c_str());
     NOTE(_transcript, writer.Lock(0));
     NOTE(_transcript, writer.Lock(0));
     EXPECT_EQ(writer.GetSize(0), 0u) << "a lock that is there stops nobody";

@@ -26,11 +26,6 @@ std::size_t BytesWithBlocks(int descriptor, std::size_t offset, std::size_t size
 
 namespace {
 
-template <class Function>
-Function* Genuine(Function*, const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 /// What the disk is for this call.
 Disk Count() {
     ++failingCalls.calls;
@@ -53,63 +48,62 @@ std::size_t Possible(int descriptor, std::size_t size, off_t at) {
     }
 }
 
+int Refuse(int error) {
+    errno = error;
+    return -1;
+}
+
 }  // namespace
+
+/// Declares `genuine`, the function of that name that this program has replaced.
+#define GENUINE(name) auto* genuine = reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
 
 #pragma GCC visibility push(default)
 extern "C" {
 
 ssize_t pread(int descriptor, void* data, size_t size, off_t at) {
-    static const auto genuine = Genuine(pread, "pread");
-    if (Count() != Disk::Dead) return genuine(descriptor, data, size, at);
-    errno = EIO;
-    return -1;
+    static GENUINE(pread);
+    return Count() == Disk::Dead ? Refuse(EIO) : genuine(descriptor, data, size, at);
 }
 
 ssize_t pwrite(int descriptor, const void* data, size_t size, off_t at) {
-    static const auto genuine = Genuine(pwrite, "pwrite");
+    static GENUINE(pwrite);
     const std::size_t possible = Possible(descriptor, size, at);
-    if (possible > 0 || size == 0) return genuine(descriptor, data, possible, at);
-    errno = ENOSPC;
-    return -1;
+    const bool isRefused = possible == 0 && size != 0;
+    return isRefused ? Refuse(ENOSPC) : genuine(descriptor, data, possible, at);
 }
 
 ssize_t pwritev(int descriptor, const struct iovec* pieces, int nPieces, off_t at) {
-    static const auto genuine = Genuine(pwritev, "pwritev");
+    static GENUINE(pwritev);
     iovec cut[1024];
     std::size_t size = 0;
     for (int i = 0; i < nPieces; ++i) size += pieces[i].iov_len;
     std::size_t possible = Possible(descriptor, size, at);
-    if (possible > 0 || size == 0) {
-        for (int i = 0; i < nPieces; ++i) {
-            cut[i] = {pieces[i].iov_base, std::min(pieces[i].iov_len, possible)};
-            possible -= cut[i].iov_len;
-        }
-        return genuine(descriptor, cut, nPieces, at);
+    if (possible == 0 && size != 0) return Refuse(ENOSPC);
+    for (int i = 0; i < nPieces; ++i) {
+        cut[i] = {pieces[i].iov_base, std::min(pieces[i].iov_len, possible)};
+        possible -= cut[i].iov_len;
     }
-    errno = ENOSPC;
-    return -1;
+    return genuine(descriptor, cut, nPieces, at);
 }
 
 int fallocate(int descriptor, int mode, off_t at, off_t size) {
-    static const auto genuine = Genuine(fallocate, "fallocate");
+    static GENUINE(fallocate);
     const Disk disk = Count();
-    if (disk == Disk::Sound || disk == Disk::Short) return genuine(descriptor, mode, at, size);
-    errno = ENOSPC;
-    return -1;
+    const bool isRefused = disk == Disk::Dead || disk == Disk::Full;
+    return isRefused ? Refuse(ENOSPC) : genuine(descriptor, mode, at, size);
 }
 
 int fseek(FILE* stream, long offset, int whence) {
-    static const auto genuine = Genuine(fseek, "fseek");
-    if (Count() != Disk::Dead) return genuine(stream, offset, whence);
-    errno = EIO;
-    return -1;
+    static GENUINE(fseek);
+    return Count() == Disk::Dead ? Refuse(EIO) : genuine(stream, offset, whence);
 }
 
 /// Only files in a folder of a test.
 FILE* fopen(const char* path, const char* mode) {
-    static const auto genuine = Genuine(fopen, "fopen");
-    if (std::strstr(path, "gridloom-") == nullptr || Count() != Disk::Dead)
-        return genuine(path, mode);
+    static GENUINE(fopen);
+    const bool isOurs = std::strstr(path, "gridloom-") != nullptr;
+    if (!isOurs || Count() != Disk::Dead) return genuine(path, mode);
     errno = EIO;
     return nullptr;
 }

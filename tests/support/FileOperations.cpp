@@ -2,7 +2,6 @@
 
 #include "FailingCalls.h"
 #include "FlatFile.h"
-#include "Peer.h"
 #include "TemporaryFolder.h"
 #include "TraceRecorder.h"
 
@@ -127,9 +126,7 @@ public:
 
     ~Run() {
         failingCalls.Stop();
-        _split.reset();
         onDelete = nullptr;
-        _peer.reset();
         for (const PlainFile& file : _files) close(file.descriptor);
         IdxFile::SetPageMemory(kUsualMemory);
     }
@@ -537,69 +534,6 @@ private:
         }
     }
 
-    /// A child of fork, which goes on with what it has inherited at any later time.
-    void StartPeer(unsigned int how) {
-        _peerOf = _of[_chosen];
-        if (_peerOf == nullptr || _peerOf->mode != Writing || _peerOf->file->isLost) return;
-        const std::size_t size = _peerOf->file->Size();
-        _peerData = Data(how % 128 + 1);
-        if (size > kLimit / 2 || size < _peerData.size()) return;
-        _peerOffset = Narrow(Offset(size) % (size - _peerData.size() + 1));
-        _peer = std::make_unique<Peer>([this](char step) { return DoInPeer(step); }, May(kExits));
-        if (how % 2 == 0) Check(_peer->Do('r'), "a child reads what the file has");
-    }
-
-    /// In the child.
-    bool DoInPeer(char step) {
-        const auto size = Narrow(_peerData.size());
-        std::string data(size, ' ');
-        switch (step) {
-            case 'r':
-                return Object().ReadAt(_peerOffset, data.data(), size) == IDX_True &&
-                       data == _peerOf->file->Read(_peerOffset, size);
-            case 'w':
-                if (Object().WriteAt(_peerOffset, _peerData.data(), size) != IDX_True) return false;
-                [[fallthrough]];
-            case 'f':
-                return Object().Flush(), true;
-            case 'c':
-                return Object().Close() == IDX_True;
-            default:
-                return IdxFile::SetPageMemory(0), true;
-        }
-    }
-
-    /// All pages that were ever written.
-    std::string Everything() const {
-        std::string all;
-        for (const PlainFile& file : _files) {
-            all += std::to_string(file.Size()) + '\n';
-            for (const std::size_t page : file.flat.Pages())
-                all += file.Read(page, FlatFile::kPage);
-        }
-        return all;
-    }
-
-    /// Only what the child writes itself may change the disk.
-    void UsePeer() {
-        const unsigned int how = _input.Byte();
-        if (!May(kForks) || failingCalls.disk != Disk::Sound || _isFull) return;
-        if (_peer == nullptr) return StartPeer(how);
-        PlainFile& file = *_peerOf->file;
-        if (how % 8 < 3) {
-            Check(_peer->Do('w'), "a write of a child");
-            Check(file.Read(_peerOffset, _peerData.size()) == _peerData, "what a child wrote");
-            return file.flat.WriteForeign(_peerOffset, _peerData);
-        }
-        const std::string before = Everything();
-        if (how % 8 < 6) Check(_peer->Do("fmc"[how % 8 - 3]), "a step of a child");
-        if (how % 8 >= 5) {
-            Check(_peer->End() == 0, "the end of a child");
-            _peer.reset();
-        }
-        Check(before == Everything(), "a child wrote what it inherited");
-    }
-
     void Step() {
         const unsigned int byte = _input.Byte();
         const unsigned int operation = byte % 32;
@@ -639,7 +573,7 @@ private:
                 &Run::UseMemoryFile,
                 &Run::UseSplit,
                 &Run::UseSplit,
-                &Run::UsePeer};
+                &Run::UseSplit};
             (this->*kOperations[operation - 16])();
         }
     }
@@ -662,8 +596,6 @@ private:
             Expect(_memory.Close(), {});
             _memoryOf->flat.Set(0, _content);
         }
-        for (const PlainFile& file : _files) CheckDisk(file);
-        if (_peer != nullptr) Check(_peer->End() == 0, "the end of a child");
         for (const PlainFile& file : _files) CheckDisk(file);
     }
 
@@ -688,11 +620,6 @@ private:
     std::vector<int> _slots;  ///< the pieces in them; -1 for none
     std::ptrdiff_t _lastSlot = 0;
     int _current = 0;  ///< piece that takes appends
-
-    std::unique_ptr<Peer> _peer;
-    Entry* _peerOf = nullptr;
-    unsigned int _peerOffset = 0;
-    std::string _peerData;
 };
 
 }  // namespace

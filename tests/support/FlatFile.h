@@ -83,12 +83,6 @@ public:
         return kNone;
     }
 
-    /// Whether the disk may hold this.
-    bool Allows(const std::string& content) const {
-        return content.size() >= _end && content.size() <= _farEnd &&
-               FirstDifference(0, content, Held | Open) == kNone;
-    }
-
     /// Whether nothing but what is on the disk can be there.
     bool IsSure(std::size_t offset) const {
         const auto page = _pages.find(offset / kPage);
