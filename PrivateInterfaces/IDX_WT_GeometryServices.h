@@ -6,8 +6,8 @@
 #include "IDX_Point.h"
 #include "PLMIdxMatrix.h"
 
-/// Enlarges an axis-aligned box, given by its low and high corner, to hold a thing that a matrix has
-/// transformed; or says whether that would enlarge it.
+/// Enlarges an axis-aligned box, given by its low and high corner, to hold a thing that a matrix
+/// has transformed; or says whether that would enlarge it.
 ///
 /// The caller makes the first box. Each coordinate is compared on its own, strictly, in 32-bit
 /// floats: a point on a face enlarges nothing, and a NaN enlarges nothing. Nothing here fails: the

@@ -53,9 +53,10 @@ public:
     IDX_Bool Save(IDX_WT_SplittedFile& ioFile, unsigned int iPart, unsigned int iOffset);
 
     /// Makes an empty tree. A tree that the object had is lost.
-    /// @param iMinFill      fewest entries that a split leaves in a node. 0 and 1 force nothing, nor
-    ///                      does a number above iMaxChildren
-    /// @param iMaxChildren  entries that a node holds, 2 or more: below that Insert() gives IDX_False
+    /// @param iMinFill      fewest entries that a split leaves in a node. 0 and 1 force nothing,
+    ///                      nor does a number above iMaxChildren
+    /// @param iMaxChildren  entries that a node holds, 2 or more: below that Insert() gives
+    ///                      IDX_False
     /// @return IDX_False when there is no memory. When the root gets none, with the tags
     ///         "IDX_WT_RTreeStorageHandler.Alloc(realloc)" and
     ///         "IDX_WT_RTree.Init.IDX_WT_RTreeStorageHandler.Alloc"
@@ -64,12 +65,13 @@ public:
     /// Adds one entry to a leaf. The time grows with the height of the tree, and with the square of
     /// iMaxChildren where a node splits. The first call after a Load() reads the whole image once.
     /// @return IDX_False, without a tag, when there is no tree or a damaged one: an offset that is
-    ///         no node, a count above iMaxChildren, an empty node that isn't the only one, a child that
-    ///         doesn't name its parent or isn't one level lower.
-    ///         IDX_False, with tags, when a new node gets no memory or the nodes reach 2^32 bytes:
+    ///         no node, a count above iMaxChildren, an empty node that isn't the only one, a child
+    ///         that doesn't name its parent or isn't one level lower. IDX_False, with tags, when a
+    ///         new node gets no memory or the nodes reach 2^32 bytes:
     ///         "IDX_WT_RTreeStorageHandler.Alloc(realloc)", then for a new root
     ///         "IDX_WT_RTree.AdjustTree.IDX_WT_RTreeStorageHandler.Alloc", for any other node
-    ///         "IDX_WT_RTree.Split.IDX_WT_RTreeStorageHandler.Alloc", "IDX_WT_RTree.AdjustTree.Split"
+    ///         "IDX_WT_RTree.Split.IDX_WT_RTreeStorageHandler.Alloc",
+    ///         "IDX_WT_RTree.AdjustTree.Split"
     IDX_Bool Insert(const IDX_Base_BoundingBox& iBox, unsigned int iValue);
 
     /// Bytes of all nodes. The image has 12 more.

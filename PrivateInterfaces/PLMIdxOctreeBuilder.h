@@ -9,19 +9,19 @@
 
 class OctreeTriangleDrawer;
 
-/// Turns a triangle mesh into a stored octree: chooses depth and box, draws the triangles, tells
-/// inside from outside and packs the result.
+/// Turns a triangle mesh into a stored octree: chooses depth and box, draws the triangles, fills
+/// the inside and packs the result.
 ///
-/// A whole mesh: SetParameters, optionally SetCuboid, DrawGeometry, then GetOctreeStream or GetOctree.
-/// A stream: SetParameters, Init, optionally SetCuboid, DrawTriangle for each triangle, optionally
-/// ReduceDepth, End, then GetOctreeStream or GetOctree.
+/// A whole mesh: SetParameters, optionally SetCuboid, DrawGeometry, then GetOctreeStream or
+/// GetOctree. A stream: SetParameters, Init, optionally SetCuboid, DrawTriangle for each triangle,
+/// optionally ReduceDepth, End, then GetOctreeStream or GetOctree.
 ///
-/// A builder may be used again, also after a failure; its parameters stay. One that has made a small and far
-/// object needs a successor, though: its compact octree has room for that box alone, and a further build ends with
-/// "PLMIdxWTOptimOctree_0._Alloc.MaxSize".
+/// A builder may be used again, also after a failure. Its parameters stay. One exception: after a
+/// small and far object its compact octree has memory for one full box only, and a further build
+/// ends with "PLMIdxWTOptimOctree_0._Alloc.MaxSize". Use a new builder then.
 ///
-/// It belongs to one thread, and owns two blocks of IDX_Base_Constants::MAX_OCTREE_SIZE bytes, of which only what is
-/// used counts.
+/// It belongs to one thread. It owns two blocks of IDX_Base_Constants::MAX_OCTREE_SIZE bytes. The
+/// system gives memory only for the pages of them that are used.
 class GRIDLOOM_API PLMIdxOctreeBuilder {
 public:
     /// Depth at most 6, no wanted cell side.
@@ -33,36 +33,38 @@ public:
     // The order of the virtual operations is part of the interface.
 
     /// Stores the parameters of all further builds and checks nothing.
-    /// @param iMaxDepth      highest depth that may be chosen, at most 19; the coarsest is 2
+    /// @param iMaxDepth      highest depth that may be chosen, at most 19; the lowest is 2
     /// @param iVoxelSize     wanted side of a cell of the last level, in model units
-    /// @param iUseVoxelSize  a stream takes its depth from `iVoxelSize` when IDX_True, else from
-    ///                       `iMaxDepth` alone. A whole mesh looks at both whatever stands here.
+    /// @param iUseVoxelSize  for a stream. IDX_True: the depth follows from `iVoxelSize`, else from
+    ///                       `iMaxDepth` alone. A whole mesh always uses both.
     virtual void SetParameters(int iMaxDepth, float iVoxelSize, IDX_Bool iUseVoxelSize);
 
-    /// Starts a stream of triangles in the box from `iLow` to `iHigh`. A box that is small against its
-    /// distance from the origin is told on the standard output ("small and far object"), and the object
-    /// becomes one full box. The cuboid is cleared but for such a box.
-    /// @return IDX_S_OK; IDX_E_OUT_OF_MEMORY when the arena can't be had; IDX_E_FAIL when it is too
-    ///         small for a root
+    /// Starts a stream of triangles in the box from `iLow` to `iHigh`. When the box is small
+    /// compared to its distance from the origin, the object becomes one full box, the cuboid stays,
+    /// and the standard output gets the line "small and far object". Otherwise the cuboid is
+    /// cleared.
+    /// @return IDX_S_OK; IDX_E_OUT_OF_MEMORY when there is no memory for the arena; IDX_E_FAIL when
+    ///         the arena is too small for a root
     virtual long int Init(IDX_Point iLow, IDX_Point iHigh);
 
-    /// Gives the octree a cuboid, which building doesn't look at. In a stream after Init, for a whole
-    /// mesh before DrawGeometry.
+    /// Sets the cuboid that goes into the stored image. It changes nothing else. Call it after Init
+    /// in a stream, before DrawGeometry for a whole mesh.
     virtual void SetCuboid(IDX_Base_4x4Matrix const& iMatrix, IDX_Point iPoint1, IDX_Point iPoint2);
 
-    /// Ends a stream: fills and packs. A further End needs a ReduceDepth before it: without one nothing is filled.
-    /// @return IDX_S_OK, or IDX_E_FAIL when the packing failed. A fill that failed, with the trace
-    ///         "PLMIdxOctreeBuilder.DrawGeometry.PLMIdxOctreeFiller.Fill", is none: the octree is packed as it
-    ///         stands.
+    /// Ends a stream: fills and packs. A second End fills nothing, unless ReduceDepth came before
+    /// it.
+    /// @return IDX_S_OK, or IDX_E_FAIL when the packing failed. When only the fill failed, the
+    ///         trace has "PLMIdxOctreeBuilder.DrawGeometry.PLMIdxOctreeFiller.Fill", the octree is
+    ///         packed without it, and the result is IDX_S_OK.
     virtual long int End();
 
-    /// Builds the octree of a whole mesh. The box is the cube around the triangles with a margin. A mesh
-    /// that exhausts the arena is drawn again one level less deep, down to depth 2.
+    /// Builds the octree of a whole mesh. The box is the cube around the triangles with a margin.
+    /// When the arena is full, the mesh is drawn again one level less deep, down to depth 2.
     /// @param iPoints     `iNPoints` vertices; only read
     /// @param iTriangles  `iNTriangles` triples of indices below `iNPoints`; only read
-    /// @return IDX_S_OK, also for an empty mesh (a null array or a count of 0), which gives the empty
-    ///         octree; IDX_E_FAIL with "PLMIdxOctreeBuilder.DrawGeometry.IncorrectPoint" for an index out
-    ///         of range, and when even depth 2 or the packing doesn't fit
+    /// @return IDX_S_OK. An empty mesh (a null array or a count of 0) gives the empty octree.
+    ///         IDX_E_FAIL with "PLMIdxOctreeBuilder.DrawGeometry.IncorrectPoint" for an index out
+    ///         of range; IDX_E_FAIL when even depth 2 or the packing finds no memory
     virtual long int DrawGeometry(
         IDX_Point const* iPoints,
         unsigned int iNPoints,
@@ -70,10 +72,11 @@ public:
         unsigned int iNTriangles);
 
     /// Draws one triangle of a stream: marks every cell of the last level that it touches.
-    /// Whether it touches a cell, IDX_Base_GeometryServices::TriangleToBox decides.
-    /// @return IDX_S_OK when it is drawn, IDX_S_NOTHING_DONE when it touches no cell, IDX_E_FAIL when the
-    ///         arena is full, the test couldn't decide or there is no octree to draw into,
-    ///         IDX_E_OUT_OF_MEMORY without the memory to draw, about 2 KiB for each builder
+    /// IDX_Base_GeometryServices::TriangleToBox decides whether it touches a cell.
+    /// @return IDX_S_OK when it is drawn; IDX_S_NOTHING_DONE when it touches no cell; IDX_E_FAIL
+    ///         when the arena is full, when the test can't decide, or when there is no octree to
+    ///         draw into; IDX_E_OUT_OF_MEMORY when drawing gets no memory (about 2 KiB for each
+    ///         builder)
     virtual long int DrawTriangle(IDX_Point const& iP1, IDX_Point const& iP2, IDX_Point const& iP3);
 
     /// The stored image of the last build.
@@ -81,7 +84,7 @@ public:
     /// @return a new block, owned by the caller, who gives it back with delete[]
     virtual unsigned char const* GetOctreeStream(unsigned int& oSize);
 
-    /// Cuts the octree under construction by one level. The packed octree follows at the next End.
+    /// Makes the octree under construction one level less deep. The next End packs it.
     /// @return IDX_S_OK, or IDX_E_FAIL at depth 2 and below and when the cut failed
     virtual long int ReduceDepth();
 
@@ -96,9 +99,10 @@ public:
     int* GetNCellsByDepth();
 
 protected:
-    /// Draws a mesh into an octree that has its depth and box, through the virtual DrawTriangle. Points
-    /// that no triangle uses aren't looked at. A triangle may reach out of the box.
-    /// @return IDX_S_OK, IDX_S_NOTHING_DONE when no triangle touched a cell, a negative value on failure
+    /// Draws a mesh into an octree that has its depth and box, through the virtual DrawTriangle.
+    /// Points that no triangle uses don't count. A triangle may reach out of the box.
+    /// @return IDX_S_OK, IDX_S_NOTHING_DONE when no triangle touched a cell, a negative value on
+    ///         failure
     long int DrawTriangles(
         IDX_Point const* iPoints,
         unsigned int iNPoints,
@@ -138,8 +142,7 @@ private:
     void ConstructEmpty();
     long int FillAndPack();
 
-    OctreeTriangleDrawer*
-        _drawer;  ///< keeps what successive triangles share; null before the first
+    OctreeTriangleDrawer* _drawer;  ///< owned; null before the first triangle
 };
 
 #endif

@@ -5,13 +5,14 @@
 #include "PLMIdxOptimOctree_0.h"
 #include "PLMIdxWorkingOctree.h"
 
-/// Makes an octree of a stored image, of the form that the image's first word names. Allocates nothing:
-/// the octree is a member, and a view on the image where it lies. A read-only map is good enough.
+/// Makes an octree from a stored image. The first word of the image names the class of the octree.
+/// Allocates nothing: the octree is a member, and a view of the image in place. The image is only
+/// read.
 class GRIDLOOM_API PLMIdxOctreeLoader {
 public:
     /// Loads the image.
-    /// @param iBuffer  its first byte, not null; any alignment. The image stays the caller's and must
-    ///                 outlive the loader.
+    /// @param iBuffer  its first byte, not null; any alignment. The image stays the caller's and
+    ///                 must outlive the loader.
     explicit PLMIdxOctreeLoader(void* iBuffer);
 
     PLMIdxOctreeLoader(const PLMIdxOctreeLoader&) = delete;
@@ -19,8 +20,8 @@ public:
 
     ~PLMIdxOctreeLoader();
 
-    /// The octree, owned by the loader. Null when the image has another form or version, or one that can't
-    /// be stored.
+    /// The octree, owned by the loader. Null when the image has an unknown type or version, or the
+    /// type of the working octree, which has no stored image.
     PLMIdxIBaseOctree* GetOctree() const;
 
 private:

@@ -5,11 +5,12 @@
 
 #include <type_traits>
 
-/// An axis-aligned box, closed, in model units. Stored as it stands here: low corner, high corner.
-/// All operations are inline, since choosing a subtree asks for thousands of them.
+/// An axis-aligned box, closed, in model units. It goes into files as it is here: low corner, high
+/// corner. All operations are inline, since one insertion into an R-tree calls them hundreds of
+/// times.
 class IDX_Base_BoundingBox {
 public:
-    /// The box that holds the origin alone.
+    /// A box that holds the origin alone.
     IDX_Base_BoundingBox() : _low{0.0f, 0.0f, 0.0f}, _high{0.0f, 0.0f, 0.0f} {}
 
     IDX_Base_BoundingBox(const IDX_Point& iLow, const IDX_Point& iHigh)
@@ -37,7 +38,7 @@ public:
         oUnion = both;
     }
 
-    /// (dx dy) dz, each step in 32-bit floats; infinite when it is too large for them.
+    /// (dx dy) dz, each step in 32-bit floats. Infinite when it is too large for them.
     float Volume() const {
         const float dx = _high.x - _low.x;
         const float dy = _high.y - _low.y;
@@ -58,8 +59,8 @@ static_assert(
     std::is_trivially_copyable<IDX_Base_BoundingBox>::value,
     "R-tree image: IDX_Base_BoundingBox is copied as bytes");
 
-/// Says of a class of boxes that one lies in memory as six floats: low x, y, z, high x, y, z. It may stand beside
-/// IDX_Base_BoundingBox or not: the R-tree is only faster with it.
+/// Says that a box of a class is six floats in memory: low x, y, z, high x, y, z. A class of boxes
+/// needs no such statement: the R-tree is only faster with it.
 template <class Box>
 struct IDX_IsSixFloats;
 

@@ -6,10 +6,11 @@
 
 #include <cstddef>
 
-/// What writers and readers of an R-tree image share: one block of nodes of one size, which refer to
-/// each other by byte offset from the start of the block. docs/file-formats.md, "R-tree image".
+/// What writers and readers of an R-tree image have in common: one block of nodes of equal size.
+/// Nodes name each other by byte offset from the start of the block. docs/file-formats.md, "R-tree
+/// image".
 ///
-/// The concrete forms read and write the fields directly.
+/// Derived classes read and write the fields directly.
 class GRIDLOOM_CONTRACTS_API IDX_Base_RTree {
 public:
     /// One entry of a node, the same in memory and in files.
@@ -22,7 +23,7 @@ public:
     IDX_Base_RTree& operator=(const IDX_Base_RTree&) = delete;
 
 protected:
-    /// No storage, and all fields 0 but the size of a node's header.
+    /// No storage. All fields are 0, except the size of a node's header.
     IDX_Base_RTree();
     virtual ~IDX_Base_RTree();
 

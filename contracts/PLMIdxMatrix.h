@@ -10,8 +10,9 @@ class GRIDLOOM_CONTRACTS_API PLMIdxMatrix : public IDX_Base_Matrix {
 public:
     PLMIdxMatrix();
 
-    /// Transforms a point. Each coordinate is summed from left to right in 32-bit floats.
-    /// @param iPoint  may not be `oPoint`
+    /// Transforms a point. Each coordinate is c0 x + c1 y + c2 z + c3 of its row, computed from
+    /// left to right in 32-bit floats.
+    /// @param iPoint  must not be the same object as `oPoint`
     static void Multiply(
         const IDX_Base_Matrix& iMatrix, const IDX_Point& iPoint, IDX_Point& oPoint);
 };

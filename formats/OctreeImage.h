@@ -16,8 +16,8 @@
 #include <cstdint>
 #include <type_traits>
 
-// The stored octree image: an OctreeHeader, and after it the OctreeBuffer, an array of records of 8 bytes.
-// Host byte order. docs/file-formats.md, "Octree image".
+// The stored octree image: an OctreeHeader, and after it the OctreeBuffer, an array of records of 8
+// bytes. Host byte order. docs/file-formats.md, "Octree image".
 
 /// Header of a stored octree. 132 bytes without gaps.
 struct OctreeHeader {
@@ -43,10 +43,10 @@ static_assert(
 static_assert(std::is_trivially_copyable<OctreeHeader>::value, "octree image: header is bytes");
 
 constexpr unsigned int kOctreeImageVersion = 1;
-constexpr unsigned int kDeepestOctreeImage =
-    19;  ///< more levels don't fit into 2^32 bytes of records
+constexpr unsigned int kDeepestOctreeImage = 19;  ///< the library builds no octree of more levels
 
-/// Record of a cell that lies three or more levels above the bottom. 8 bytes.
+/// Record of a cell that is three or more levels above the bottom. 8 bytes. The records of its
+/// partial children follow each other in rising number of the child: its child set.
 struct NodeOptim {
     unsigned short states;    //  0  2  state of child k in bits 2k and 2k+1
     unsigned short reserved;  //  2  2  zero
@@ -64,7 +64,7 @@ struct NodeSetOptim {
 };
 static_assert(sizeof(NodeSetOptim) == kCompactRecordSize, "octree image: NodeSetOptim");
 
-/// Bytes of leaf groups that are one cell as a whole; any other is subdivided.
+/// The bytes of leaf groups that are wholly empty or wholly full. Any other group is subdivided.
 constexpr unsigned char kEmptyGroupByte = 0;
 constexpr unsigned char kFullGroupByte = 255;
 
@@ -73,76 +73,81 @@ inline IDX_Base_Octree_TestResult StateOfGroupByte(unsigned char iByte) {
     return iByte == kFullGroupByte ? OCTREE_FULL : OCTREE_PARTIAL;
 }
 
-/// A cell of an octree image that isn't empty: the root, or a child of another one.
+/// A cell of an octree image that isn't empty: the root, or a child of such a cell.
 struct OctreeCell {
     unsigned int x;  ///< place among the cells of its level, from 0 at the box's low corner
     unsigned int y;
     unsigned int z;
-    unsigned int level;   ///< levels below the root; its sides are those of the box over 2^level
-    bool isFull;          ///< occupied as a whole; otherwise some of its children are, or none
-    unsigned int record;  ///< offset of what the image has of it; means nothing in a full one
+    unsigned int level;   ///< levels below the root: its sides are those of the box / 2^level
+    bool isFull;          ///< occupied as a whole; else some of its children may be
+    unsigned int record;  ///< offset of its record or leaf group; means nothing in a full cell
 };
 
+/// The corners of a cell.
 struct OctreeCellBox {
     double low[3];  ///< x, y, z
     double high[3];
 };
 
-/// An octree image where it lies, for reading: nothing is parsed or copied. Images from strangers go through
-/// Check() first; from then on no walk leaves the image, and every walk ends.
+/// A view of an octree image, for reading in place: nothing is parsed or copied. Check an image
+/// that comes from a file with Check() first. In a checked image no walk leaves the image, and
+/// every walk ends.
 ///
 ///     const OctreeImage octree(bytes);
 ///     octree.ForEachOccupied([&](const OctreeCell& cell) { Use(octree.BoxOf(cell)); });
 class OctreeImage {
 public:
-    /// @param iBytes  the first byte of the header, at any alignment; stays the caller's and must outlive this
+    /// @param iBytes  the first byte of the header, at any alignment. Stays the caller's and must
+    ///                outlive this object.
     explicit OctreeImage(const unsigned char* iBytes)
         : _records(iBytes + kOctreeHeaderSize), _header(LoadAt<OctreeHeader>(iBytes, 0)) {}
 
-    /// Whether bytes are an image as the library writes it: the header, and each record in its place in the
-    /// order of the walk. Linear time, no memory.
-    /// @param iSize       bytes of the image
-    /// @param oOccupied   number of occupied cells of the last level
+    /// Checks whether bytes are an image as the library writes it: the header, and each record in
+    /// its place in the order of the walk. Linear time, no memory.
+    /// @param iSize      bytes of the image
+    /// @param oOccupied  number of occupied cells of the last level
     static Damage Check(const unsigned char* iBytes, std::size_t iSize, std::uint64_t& oOccupied);
 
     const OctreeHeader& Header() const { return _header; }
     unsigned int Depth() const { return _header.depth; }
 
-    /// The octree as one cell. It isn't full, even when all of it is occupied.
+    /// The octree as one cell. isFull is false, even when all of it is occupied.
     OctreeCell Root() const { return {0, 0, 0, 0, false, 0}; }
 
-    /// Calls `iTake(child)` for each child of a cell that isn't full, in rising number, but for empty ones.
-    template <class Take>
-    void ForEachChild(const OctreeCell& iCell, const Take& iTake) const {
+    /// Calls `iVisit(child)` for each child that isn't empty, in rising number.
+    /// @param iCell  a cell that isn't full
+    template <class Visit>
+    void ForEachChild(const OctreeCell& iCell, const Visit& iVisit) const {
         for (unsigned int number = 0; number < kChildren; ++number) {
             OctreeCell child = {
-                2 * iCell.x + (number & 1U),
-                2 * iCell.y + (number >> 1U & 1U),
-                2 * iCell.z + (number >> 2U & 1U),
+                2 * iCell.x + HalfOf(number, 0),
+                2 * iCell.y + HalfOf(number, 1),
+                2 * iCell.z + HalfOf(number, 2),
                 iCell.level + 1,
                 false,
                 0};
             const unsigned int state = EnterChild(iCell, number, child.record);
             child.isFull = state == OCTREE_FULL;
-            if (state != OCTREE_EMPTY) iTake(child);
+            if (state != OCTREE_EMPTY) iVisit(child);
         }
     }
 
-    /// Calls `iTake(cell)` for each full cell, each at the level on which it is stored: the cells meet at
-    /// their sides only and make up all that is occupied. Rising numbers of children, depth first.
-    template <class Take>
-    void ForEachOccupied(const Take& iTake) const {
-        if (Depth() != 0) ForEachOccupied(Root(), iTake);
+    /// Calls `iVisit(cell)` for each full cell, at the level on which it is stored. The cells touch
+    /// but don't overlap, and together they are all that is occupied. Depth first, children in
+    /// rising number.
+    template <class Visit>
+    void ForEachOccupied(const Visit& iVisit) const {
+        if (Depth() != 0) ForEachOccupied(Root(), iVisit);
     }
 
     /// The same below a cell that isn't full.
-    template <class Take>
-    void ForEachOccupied(const OctreeCell& iCell, const Take& iTake) const {
+    template <class Visit>
+    void ForEachOccupied(const OctreeCell& iCell, const Visit& iVisit) const {
         ForEachChild(iCell, [&](const OctreeCell& child) {
             if (child.isFull) {
-                iTake(child);
+                iVisit(child);
             } else {
-                ForEachOccupied(child, iTake);
+                ForEachOccupied(child, iVisit);
             }
         });
     }
@@ -150,12 +155,11 @@ public:
     /// Number of occupied cells of the last level.
     std::uint64_t CountOccupied() const { return Depth() == 0 ? 0 : CountBelow(0, Depth()); }
 
-    /// Whether the cell at a place of the last level is occupied, looked up from the root.
+    /// Whether the cell at a place of the last level is occupied. Goes down from the root.
     bool IsOccupied(unsigned int iX, unsigned int iY, unsigned int iZ) const {
         OctreeCell cell = Root();
         for (unsigned int below = Depth(); below-- > 0;) {
-            const unsigned int number =
-                (iX >> below & 1U) | (iY >> below & 1U) << 1U | (iZ >> below & 1U) << 2U;
+            const unsigned int number = ChildNumber(iX >> below, iY >> below, iZ >> below);
             const unsigned int state = EnterChild(cell, number, cell.record);
             if (state != OCTREE_PARTIAL) return state == OCTREE_FULL;
             ++cell.level;
@@ -173,6 +177,7 @@ public:
     }
 
 private:
+    /// The two sides of a cell along one axis.
     static void GetRange(
         unsigned int iPlace,
         unsigned int iLevel,
@@ -185,7 +190,8 @@ private:
         oBox.high[iAxis] = double{iOrigin} + side * (iPlace + 1.0);
     }
 
-    /// Occupied cells of the last level in the cell of a record.
+    /// Number of occupied cells of the last level in the cell of a record. A full child has 8 to
+    /// the power of the levels below it.
     /// @param iLevels  levels below that cell, 2 or more
     std::uint64_t CountBelow(unsigned int iRecord, unsigned int iLevels) const {
         if (iLevels == 2) return CountBits(LoadAt<std::uint64_t>(_records, iRecord));
@@ -199,7 +205,7 @@ private:
         return count;
     }
 
-    /// State of a child, and where its record is if it is partial.
+    /// State of a child. For a partial child also the offset of its record.
     unsigned int EnterChild(
         const OctreeCell& iCell, unsigned int iNumber, unsigned int& oRecord) const {
         switch (Depth() - iCell.level) {
@@ -222,7 +228,7 @@ private:
 
 namespace octree_image_check {
 
-/// Whether a header can stand before as many bytes of records.
+/// Whether a header is sound and fits the number of bytes of records that follow it.
 inline Damage CheckHeader(const OctreeHeader& iHeader, std::size_t iRecordSize) {
     const IDX_Point& extents = iHeader.bbSize;
     const std::size_t smallest = iHeader.depth == 0 ? 0 : kCompactRecordSize;
@@ -244,8 +250,8 @@ inline Damage CheckHeader(const OctreeHeader& iHeader, std::size_t iRecordSize) 
     return {};
 }
 
-/// Walks the records in the order in which they were written. Each child set must be where that order puts
-/// it, which leaves no room for a record that is shared, missing or too many.
+/// Walks the records in the order in which they were written. Each child set must begin where the
+/// one before it ended. So no record is shared, missing or left over, and no walk goes in a circle.
 struct RecordWalk {
     const unsigned char* records;
     std::size_t size;
@@ -261,7 +267,7 @@ struct RecordWalk {
         const auto node = LoadAt<NodeOptim>(records, iRecord);
         const unsigned int partial = node.states & kLowBits;
         const unsigned int full = (node.states & kHighBits) >> 1;
-        if ((partial & full) != 0 || node.reserved != 0) return false;  // a state that no file has
+        if ((partial & full) != 0 || node.reserved != 0) return false;  // OCTREE_SURFACE
         nOccupied += std::uint64_t{CountBits(full)} << 3 * (iLevels - 1);
         const std::size_t nChildren = CountBits(partial);
         if (nChildren == 0) return node.childSet == 0;

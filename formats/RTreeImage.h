@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-// The R-tree image: a header, and after it nodes of one size, which refer to each other by their offset from
-// the first one. Host byte order. docs/file-formats.md, "R-tree image".
+// The R-tree image: a header, and after it nodes of one size. Nodes name each other by their byte
+// offset from the first node. Host byte order. docs/file-formats.md, "R-tree image".
 
-/// What stands before the nodes in a file. 12 bytes.
+/// The header, before the nodes. 12 bytes.
 struct RTreeImageHeader {
     unsigned short minFill;      //  0  2  fewest entries that a split leaves in a node
     unsigned short maxChildren;  //  2  2  entries that a node holds
@@ -26,7 +26,7 @@ static_assert(
     sizeof(RTreeImageHeader) == kRTreeImageHeaderSize && offsetof(RTreeImageHeader, size) == 8,
     "R-tree image: header");
 
-/// Starts each node; the entries, of type IDX_Base_RTree::ChildRec, follow it.
+/// The first bytes of each node. The entries, of type IDX_Base_RTree::ChildRec, follow. 12 bytes.
 struct RTreeNodeHeader {
     unsigned int parent;    //  0  4  offset of the parent, 0 in the root
     unsigned short level;   //  4  2  height above the leaves
@@ -39,22 +39,23 @@ static_assert(
     sizeof(RTreeNodeHeader) == kRTreeNodeHeaderSize && offsetof(RTreeNodeHeader, slot) == 8,
     "R-tree image: node header");
 
-/// An R-tree image where it lies, for reading. Images from strangers go through Check() first; from then on no
-/// walk leaves the image, and every walk ends.
+/// A view of an R-tree image, for reading in place. Check an image that comes from a file with
+/// Check() first. In a checked image no walk leaves the image, and every walk ends.
 class RTreeImage {
 public:
     using Entry = IDX_Base_RTree::ChildRec;
 
-    /// @param iBytes  the first byte of the header, at any alignment; stays the caller's and must outlive this
+    /// @param iBytes  the first byte of the header, at any alignment. Stays the caller's and must
+    ///                outlive this object.
     explicit RTreeImage(const unsigned char* iBytes)
         : _nodes(iBytes + kRTreeImageHeaderSize), _header(LoadAt<RTreeImageHeader>(iBytes, 0)) {}
 
-    /// Looks at every node: offsets, counts, levels, parents, and boxes that enclose those below them bit for
-    /// bit. Linear time.
+    /// Checks every node: offsets, counts, levels and parents. Each box in an inner node must be
+    /// the union of the child's boxes, bit for bit. Linear time.
     /// @param iSize  bytes of the image
     static Damage Check(const unsigned char* iBytes, std::size_t iSize);
 
-    /// Whether two boxes are the same bit for bit: a NaN is like itself, and 0 isn't like -0.
+    /// Compares the bits of two boxes: so a NaN equals itself, and 0 differs from -0.
     static bool HaveSameBits(
         const IDX_Base_BoundingBox& iFirst, const IDX_Base_BoundingBox& iSecond) {
         const void* first = &iFirst;
@@ -77,31 +78,32 @@ public:
         return EntryAt(_nodes + iNode + kRTreeNodeHeaderSize + iSlot * sizeof(Entry));
     }
 
-    /// Calls `iTake(entry)` with each entry of a leaf whose box passes `iTest(box)`, and goes only where the boxes
-    /// above pass it.
-    /// @return the number of nodes that it looked at
-    template <class Test, class Take>
-    std::size_t Search(const Test& iTest, const Take& iTake) const {
+    /// Calls `iVisit(entry)` for each entry of a leaf for which `iTest(box)` is true. Enters a
+    /// child only if its box passes the test, too.
+    /// @return the number of nodes that were read
+    template <class Test, class Visit>
+    std::size_t Search(const Test& iTest, const Visit& iVisit) const {
         return SearchBytes(
-            [&](const unsigned char* iEntry) { return iTest(EntryAt(iEntry).box); }, iTake);
+            [&](const unsigned char* iEntry) { return iTest(EntryAt(iEntry).box); }, iVisit);
     }
 
-    /// The same with a test of an entry's bytes where they lie: those of the box, and after them the value.
-    template <class Test, class Take>
-    std::size_t SearchBytes(const Test& iTest, const Take& iTake) const {
-        return SearchBelow(_header.root, iTest, iTake);
+    /// The same with a test of an entry's bytes in place: the box, and after it the value.
+    template <class Test, class Visit>
+    std::size_t SearchBytes(const Test& iTest, const Visit& iVisit) const {
+        return SearchBelow(_header.root, iTest, iVisit);
     }
 
 private:
     static Entry EntryAt(const unsigned char* iBytes) {
-        // A box stands here as it lies in memory, whatever its class does beside that.
+        // The image has a box as it lies in memory. So it is copied as bytes, even if its class has
+        // a copy operation of its own.
         Entry entry;
         std::memcpy(static_cast<void*>(&entry), iBytes, sizeof entry);
         return entry;
     }
 
-    template <class Test, class Take>
-    std::size_t SearchBelow(unsigned int iNode, const Test& iTest, const Take& iTake) const {
+    template <class Test, class Visit>
+    std::size_t SearchBelow(unsigned int iNode, const Test& iTest, const Visit& iVisit) const {
         const RTreeNodeHeader node = Node(iNode);
         const unsigned char* entry = _nodes + iNode + kRTreeNodeHeaderSize;
         const unsigned char* end = entry + node.count * sizeof(Entry);
@@ -109,10 +111,10 @@ private:
         for (; entry != end; entry += sizeof(Entry)) {
             if (!iTest(entry)) continue;
             if (node.level == 0) {
-                iTake(EntryAt(entry));
+                iVisit(EntryAt(entry));
             } else {
                 nNodes +=
-                    SearchBelow(LoadAt<unsigned int>(entry, offsetof(Entry, value)), iTest, iTake);
+                    SearchBelow(LoadAt<unsigned int>(entry, offsetof(Entry, value)), iTest, iVisit);
             }
         }
         return nNodes;
@@ -124,10 +126,11 @@ private:
 
 namespace rtree_image_check {
 
-/// Levels of a tree whose inner nodes have two entries or more, and which fits into 2^32 bytes.
+/// The highest level of a root in 2^32 bytes, when inner nodes have two entries or more.
 constexpr unsigned int kHighestLevel = 31;
 
-/// Looks at one node after the other, from the root down.
+/// Checks one node after the other, from the root down. The nodes that it has found and not checked
+/// yet wait in a list, so that a damaged tree of any height takes no stack.
 class NodeWalk {
 public:
     NodeWalk(const RTreeImage& iTree, std::size_t iSize) : _tree(iTree), _size(iSize) {}
@@ -188,8 +191,8 @@ private:
         }
     }
 
-    /// Whether an entry of an inner node and the child that it leads to know each other. So no node has two
-    /// parents.
+    /// Whether an entry of an inner node leads to a child that names this entry as its own. So no
+    /// node has two parents.
     bool IsChild(unsigned int iNode, unsigned int iSlot, unsigned int iChild) const {
         if (!IsNode(iChild)) return false;
         const RTreeNodeHeader child = _tree.Node(iChild);
@@ -197,7 +200,7 @@ private:
                child.level + 1 == _tree.Node(iNode).level && child.count > 0;
     }
 
-    /// What encloses all entries of a node.
+    /// The union of a node's entries, in the order of their slots.
     IDX_Base_BoundingBox BoxOf(unsigned int iNode) const {
         IDX_Base_BoundingBox box = _tree.EntryOf(iNode, 0).box;
         for (unsigned int slot = 1; slot < _tree.Node(iNode).count; ++slot) {

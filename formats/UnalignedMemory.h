@@ -5,7 +5,8 @@
 #include <cstring>
 #include <type_traits>
 
-// The one way to the fields of stored bytes, which may lie at any address. Compilers make one move of it.
+// All code reads and writes the fields of stored bytes with these two functions, since a field may
+// be at any address. Compilers make one move instruction of each.
 
 /// The T whose bytes start `iOffset` bytes after `iBase`.
 template <class T>

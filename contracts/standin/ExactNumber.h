@@ -6,13 +6,13 @@
 
 __extension__ typedef unsigned __int128 UInt128;
 
-/// A sum, difference or product of floats without any rounding: an integer in units of the smallest
-/// float, 2^-149, of a product of two in units of 2^-298, of three in units of 2^-447. The caller
-/// adds and compares only what has the same unit.
+/// A sum, difference or product of floats without any rounding: an integer with a unit. The unit of
+/// a float is the smallest float, 2^-149. The unit of a product of two is 2^-298, of three 2^-447.
+/// Add and compare only numbers of the same unit.
 ///
-/// Two's complement in 14 limbs of 64 bits, the lowest first. A float is below 2^277 units; the
-/// products of three differences of differences that an overlap test needs stay below 2^850, so
-/// that no operation wraps.
+/// The integer is in two's complement, in 14 limbs of 64 bits, the lowest first. A float is less
+/// than 2^277 units. The overlap test needs products of three differences of differences. These
+/// stay below 2^850, so that no operation wraps.
 class ExactNumber {
 public:
     ExactNumber() = default;
@@ -32,6 +32,7 @@ public:
         if (iValue < 0.0f) *this = ExactNumber() - *this;
     }
 
+    /// Limb by limb with a carry.
     friend ExactNumber operator+(const ExactNumber& iA, const ExactNumber& iB) {
         ExactNumber sum;
         UInt128 carry = 0;
@@ -54,7 +55,8 @@ public:
         return difference;
     }
 
-    /// The product modulo 2^896, which for two's complement is the product itself.
+    /// The schoolbook product of all limbs, modulo 2^896. In two's complement that is the product,
+    /// whatever the signs are.
     friend ExactNumber operator*(const ExactNumber& iA, const ExactNumber& iB) {
         ExactNumber product;
         for (unsigned int i = 0; i < kLimbs; ++i) {
@@ -80,7 +82,8 @@ public:
 private:
     static constexpr unsigned int kLimbs = 14;
 
-    /// Puts up to 24 bits at a bit position of a number that is 0.
+    /// Sets up to 24 bits from a bit position on, in a number that is 0. They are in one or two
+    /// limbs.
     void PlaceBits(std::uint64_t iBits, unsigned int iShift) {
         const UInt128 wide = static_cast<UInt128>(iBits) << (iShift % 64);
         _limbs[iShift / 64] = static_cast<std::uint64_t>(wide);

@@ -10,23 +10,26 @@
 // triangle, and the 9 cross products of an edge of the triangle with an edge of the box. A triangle
 // that is a segment or a point, and a box that is flat, need no other axes.
 //
-// The box normals are decided without error at once. The other ten are worked out in double
-// precision with a bound on what rounding can have done; only an axis that the bound leaves open is
-// worked out again in integers.
+// The box normals are decided first, without error. The other ten axes are computed in double
+// precision with a bound on the rounding errors (a floating-point filter: J. R. Shewchuk, "Adaptive
+// Precision Floating-Point Arithmetic and Fast Robust Geometric Predicates", 1997). Where the bound
+// leaves an axis open, it is computed again in integers.
 //
-// The bound. Let u = 2^-53. Vertices, centre and half-sizes are floats and have no error. A difference
-// of two of them has the relative error u, each product or sum adds u, and nothing overflows
-// (3 factors below 2^129) or underflows (3 factors from 2^-149) in double precision.
-//  - An edge axis compares e_a w_b - e_b w_a with |e_a| t_b + |e_b| t_a. With M the sum of the absolute
-//    values of all these products, the left side is off by at most 4u M, the right by 3u M, and their
-//    difference rounds by u M: 8u M in all, and 16u M leaves room for the rounding of M itself.
-//  - The normal compares n . w with |n| . t, n = e0 x e1. A component of n is off by 4u N, N the sum of
-//    the absolute values of its two products; both sides together by less than 16u (N . (|w| + t)), and
-//    32u of it is taken.
+// The bound. Let u = 2^-53, the relative error of one operation. Vertices, centre and half-sizes
+// are floats and have no error. A difference of two of them has the relative error u, and each
+// product or sum adds u. Nothing overflows in double precision (3 factors below 2^129) or
+// underflows (3 factors from 2^-149).
+//  - An edge axis compares e_a w_b - e_b w_a with |e_a| t_b + |e_b| t_a. Let M be the sum of the
+//    absolute values of all these products. The left side is off by at most 4u M, the right side by
+//    3u M, and their difference rounds by u M: 8u M in all. The code takes 16u M, since M itself is
+//    rounded.
+//  - The normal compares n . w with |n| . t, where n = e0 x e1. Let N be the sum of the absolute
+//    values of the two products of a component of n. The component is off by 4u N, both sides
+//    together by less than 16u (N . (|w| + t)). The code takes 32u of it.
 //
-// An axis that is parallel to a coordinate axis, since an edge or the triangle's plane is, repeats a
-// box normal, which is decided already, and is left out. So the faces of axis-aligned parts, which
-// touch cells exactly, never need the integers.
+// When an edge, or the plane of the triangle, is parallel to a coordinate axis, some of the ten
+// axes are parallel to a box normal. These are left out: they are decided already. So the faces of
+// axis-aligned parts, which touch cells exactly, never need the integers.
 
 namespace {
 
@@ -34,9 +37,14 @@ constexpr double kUnit = 0x1p-53;
 constexpr double kEdgeBound = 16 * kUnit;
 constexpr double kNormalBound = 32 * kUnit;
 
-enum class Verdict { Apart, Meeting, Open };
+/// What an axis in double precision says.
+enum class Verdict {
+    Apart,    ///< certainly apart
+    Meeting,  ///< certainly not apart
+    Open      ///< rounding may have changed the answer
+};
 
-/// Coordinates of a query, in the three number types that the axes are worked out in.
+/// The arguments of one question: a box and a triangle.
 struct Query {
     const float* centre;
     const float* halfSize;
@@ -55,7 +63,8 @@ bool AllFinite(const Query& iQuery) {
 }
 
 /// True when iA - iB is above iLimit. Exact: the rounded difference decides unless it equals the
-/// limit, and then the rounding error, which is a double itself (Knuth, TAOCP 2, 4.2.2), does.
+/// limit. Then its rounding error decides, which is a double itself (TwoDiff: D. E. Knuth, "The Art
+/// of Computer Programming", volume 2, 4.2.2).
 bool DifferenceExceeds(float iA, float iB, float iLimit) {
     const double a = iA;
     const double b = iB;
@@ -66,7 +75,7 @@ bool DifferenceExceeds(float iA, float iB, float iLimit) {
     return (a - aRounded) + (bRounded - b) > 0.0;
 }
 
-/// The box normals, decided without error.
+/// The box normals, decided without error: the bounds of the triangle against the sides of the box.
 bool ApartOnBoxNormal(const Query& iQuery) {
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const float a = iQuery.vertices[0][axis];
@@ -82,8 +91,9 @@ bool ApartOnBoxNormal(const Query& iQuery) {
     return false;
 }
 
-/// True when some vertex lies in the box. Decided without error too, it settles most contacts of a part whose
-/// vertices lie on the faces of cells.
+/// True when some vertex is in the box. Decided without error, too. So most contacts of a part
+/// whose vertices are on the faces of cells never get to the ten other axes, where rounding would
+/// leave them open.
 bool BoxHoldsVertex(const Query& iQuery) {
     for (unsigned int vertex = 0; vertex < 3; ++vertex) {
         bool inside = true;
@@ -99,13 +109,18 @@ bool BoxHoldsVertex(const Query& iQuery) {
     return false;
 }
 
-/// Edge `iEdge` (from vertex iEdge to the next) crossed with the axis that is neither a nor b.
+// An edge axis is edge `iEdge` (from vertex iEdge to the next) crossed with the axis that is
+// neither a nor b. Its components along a and b are the edge's along b and a, one of them negated.
+
+/// Whether the axis is parallel to a box normal.
 bool IsRedundant(const Query& iQuery, unsigned int iEdge, unsigned int iA, unsigned int iB) {
     const float* from = iQuery.vertices[iEdge];
     const float* to = iQuery.vertices[(iEdge + 1) % 3];
     return from[iA] == to[iA] || from[iB] == to[iB];
 }
 
+/// An edge axis with the error bound. The two ends of the edge project to one point, so the
+/// triangle is the interval between that point and the one of the third vertex.
 Verdict EdgeInDoubles(const Query& iQuery, unsigned int iEdge, unsigned int iA, unsigned int iB) {
     const float* from = iQuery.vertices[iEdge];
     const float* to = iQuery.vertices[(iEdge + 1) % 3];
@@ -134,6 +149,7 @@ ExactNumber Difference(float iA, float iB) {
     return ExactNumber(iA) - ExactNumber(iB);
 }
 
+/// The same without any rounding. All terms are products of two differences, in one unit.
 bool ApartOnEdgeExactly(const Query& iQuery, unsigned int iEdge, unsigned int iA, unsigned int iB) {
     const float* from = iQuery.vertices[iEdge];
     const float* to = iQuery.vertices[(iEdge + 1) % 3];
@@ -160,6 +176,7 @@ bool LiesInCoordinatePlane(const Query& iQuery) {
     return false;
 }
 
+/// The triangle's normal with the error bound. The triangle projects to one point.
 Verdict NormalInDoubles(const Query& iQuery) {
     const float(*v)[3] = iQuery.vertices;
     double offset = 0.0;
@@ -185,6 +202,7 @@ Verdict NormalInDoubles(const Query& iQuery) {
     return gap < -bound ? Verdict::Meeting : Verdict::Open;
 }
 
+/// The same without any rounding.
 bool ApartOnNormalExactly(const Query& iQuery) {
     const float(*v)[3] = iQuery.vertices;
     ExactNumber offset;
@@ -200,11 +218,12 @@ bool ApartOnNormalExactly(const Query& iQuery) {
     return radius < offset.Absolute();
 }
 
-/// The ten axes that aren't box normals: bit 3 * edge + axis for an edge, bit 9 for the normal.
+/// A set of the ten axes that aren't box normals: bit 3 * edge + axis for an edge axis, bit 9 for
+/// the normal.
 constexpr unsigned int kNormalBit = 1u << 9;
 
-/// Works the axes out in doubles.
-/// @param oOpen  bits of the axes that rounding leaves open
+/// The ten axes in double precision. Ends at the first one on which the two are apart.
+/// @param oOpen  the axes that rounding leaves open
 Verdict AxesInDoubles(const Query& iQuery, unsigned int& oOpen) {
     oOpen = 0;
     if (!LiesInCoordinatePlane(iQuery)) {
@@ -224,6 +243,7 @@ Verdict AxesInDoubles(const Query& iQuery, unsigned int& oOpen) {
     return oOpen == 0 ? Verdict::Meeting : Verdict::Open;
 }
 
+/// The open axes in integers.
 bool ApartOnOpenAxis(const Query& iQuery, unsigned int iOpen) {
     for (unsigned int bit = 0; bit < 9; ++bit) {
         if ((iOpen >> bit & 1u) == 0) continue;
@@ -266,14 +286,14 @@ IDX_Bool IDX_Base_GeometryServices::TriangleToBox(
 
 namespace {
 
-/// The operation above, and never one that a program has put in its place.
+/// The operation above, also in a program that replaces it by its own.
 __attribute__((alias("_ZN25IDX_Base_GeometryServices13TriangleToBoxEPKfS1_PA3_S0_R8IDX_Bool")))
 IDX_Bool
 OwnTriangleToBox(const float*, const float*, const float (*)[3], IDX_Bool&);
 
 }  // namespace
 
-/// Tells the octree builder which operation answers like its own faster tests. It looks for this name and does
-/// without where there is none.
+/// By this address the octree builder finds out whether the process uses the operation above, whose
+/// answers are those of the builder's faster tests. Without this name the builder doesn't use them.
 extern "C" GRIDLOOM_CONTRACTS_API decltype(&OwnTriangleToBox) const gridloom_own_triangle_to_box;
 decltype(&OwnTriangleToBox) const gridloom_own_triangle_to_box = &OwnTriangleToBox;

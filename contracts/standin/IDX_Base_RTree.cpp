@@ -2,7 +2,8 @@
 
 namespace {
 
-/// Parent, level, count, slot and two bytes of zero. Writers and readers agree on it: no image holds it.
+/// Parent, level, count, slot and two bytes of zero. No image holds this number: writers and
+/// readers must have the same one.
 constexpr unsigned int kNodeHeaderSize = 12;
 
 }  // namespace

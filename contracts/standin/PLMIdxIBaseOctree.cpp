@@ -2,7 +2,7 @@
 
 namespace {
 
-/// The format word of stored octrees. Writers and readers agree on it.
+/// The format word of stored octrees. Writers and readers must have the same one.
 constexpr unsigned int kOctreeVersion = 1;
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 namespace {
 
+/// One operation a line: each of them rounds to a 32-bit float.
 float TransformRow(const float (&iRow)[4], const IDX_Point& iPoint) {
     float sum = iRow[0] * iPoint.x;
     sum += iRow[1] * iPoint.y;
