@@ -121,6 +121,8 @@ IDX_WT_RTree::Internals* IDX_WT_RTree::Internals::Of(IDX_WT_RTree& ioTree) {
     return ioTree.m_internals;
 }
 
+/// Makes one empty leaf, the root. The blocks of an earlier tree are used again where they are
+/// large enough.
 IDX_Bool IDX_WT_RTree::Init(unsigned short iMinFill, unsigned short iMaxChildren) {
     Internals* internals = Internals::Of(*this);
     if (internals == nullptr) return IDX_False;

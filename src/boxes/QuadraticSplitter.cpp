@@ -69,6 +69,7 @@ QuadraticSplitter::QuadraticSplitter(
       _count(iCount),
       _undecided(iCount) {}
 
+/// After each decision one cover has grown. Only the growths of that group are computed anew.
 void QuadraticSplitter::Run(unsigned int iMinFill) {
     FillColumns();
     const Pair seeds = FindSeeds();

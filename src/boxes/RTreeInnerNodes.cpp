@@ -85,6 +85,8 @@ bool RTreeInnerNodes::Reserve() {
     return ReserveCopies(_rootLevel + std::size_t{1}) && ReservePath(_rootLevel + std::size_t{2});
 }
 
+/// Takes memory for more copies, by doubling. The entries are aligned to lines of the cache, which
+/// realloc doesn't do: they move by hand.
 bool RTreeInnerNodes::ReserveCopies(std::size_t iMore) {
     if (_count + iMore <= _capacity) return true;
     if (_moved == nullptr) {
@@ -264,6 +266,8 @@ void RTreeInnerNodes::SetBoxOf(
     entry[kVolumeAt] = iBox.Volume();
 }
 
+/// Removes all entries. Every place gets NaNs, so that the last group of four needs no special
+/// case.
 void RTreeInnerNodes::Clear(unsigned int iCopy) {
     _heads[iCopy].count = 0;
     const FourFloats none = _mm_set1_ps(std::numeric_limits<float>::quiet_NaN());

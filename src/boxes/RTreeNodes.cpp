@@ -26,6 +26,7 @@ unsigned int RTreeNodes::Choose(const IDX_Base_BoundingBox& iBox, unsigned int i
     return node;
 }
 
+/// One step of ChooseLeaf.
 unsigned int RTreeNodes::ChooseChild(unsigned int iNode, const IDX_Base_BoundingBox& iBox) const {
     const RTreeNode node = At(iNode);
     // Entry 0 is the start value, not infinity: when its enlargement is a NaN, nothing is less, and

@@ -104,6 +104,7 @@ LatticeCells OctreeLattice::CellsOf(const FourFloats (&iVertices)[3]) const {
     for (unsigned int i = 0; i < 3; ++i) {
         const FourFloats place = (iVertices[i] - _origin) * _scale;
         places[i] = _mm_cvttps_epi32(place);  // a negative number for a float that has no int
+        // Negative in the margin of the low face; above _marginFree in that of the high face.
         const FourFloats beyondMargin = place - _mm_cvtepi32_ps(places[i]) - _margin;
         inside = _mm_and_ps(inside, _mm_cmpge_ps(beyondMargin, _mm_setzero_ps()));
         inside = _mm_and_ps(inside, _mm_cmplt_ps(beyondMargin, _marginFree));
@@ -124,6 +125,7 @@ LatticeCells OctreeLattice::CellsOf(const FourFloats (&iVertices)[3]) const {
     _mm_store_si128(reinterpret_cast<__m128i*>(spans), span);
     for (const __m128i& place : places) cells.touched |= BlockBit(_mm_sub_epi32(place, low));
     cells.decided = true;
+    // A node set is 4 x 4 x 4 cells: the low two bits of a column are its place in the node set.
     const __m128i three = _mm_set1_epi32(3);
     const __m128i last = _mm_add_epi32(_mm_and_si128(low, three), span);
     cells.inOneNodeSet = AxesOf(_mm_castsi128_ps(_mm_cmpgt_epi32(last, three))) == 0;

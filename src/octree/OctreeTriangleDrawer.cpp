@@ -11,6 +11,10 @@
 #include <cstdint>
 #include <cstring>
 
+// Two kinds of numbers name a cell here. A position of the octree (IDX_Base_Octree_Iterator) is the
+// offset of a record, and is needed to read or write the cell. Column, row and layer among the
+// cells of a level say where the cell is; their bits are the way down from the root.
+
 namespace {
 
 constexpr float kFirstFactor = 1.0f;
@@ -145,6 +149,8 @@ void OctreeTriangleDrawer::DrawInNodeSet(
         const int step = static_cast<int>(cell[axis] & 3u) - static_cast<int>(iPlace[axis]);
         offset += step * (1 << (2 * axis));
     }
+    // A shift moves all cells at once. Bits that it moves out of the node set belong to no cell of
+    // `iCells`, which are all in it.
     const std::uint64_t moved = offset >= 0 ? iCells << offset : iCells >> -offset;
     MarkCells(NodeSetOfCell(cell), CellsByLeafGroup(moved));
 }
@@ -156,6 +162,8 @@ NodeSet& OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
     const unsigned int z = iCell[2] >> 2;
     const std::uint64_t key = x | std::uint64_t{y} << 20 | std::uint64_t{z} << 40;
     VisitedNodeSet& visited = _visited[(x & 3u) | (y & 3u) << 2 | (z & 3u) << 4];
+    // Triangles that follow each other are often in the same few node sets: no way down is needed
+    // then.
     if (visited.key == key) return NodeSetAt(_arena, visited.offset);
     // The way down goes through codes, so that it may share steps with the last triangle's.
     const unsigned int shift = kCodeBits - _depth;

@@ -17,6 +17,13 @@
 #include <limits>
 #include <new>
 
+// A build has four steps. Box and depth are chosen here. OctreeTriangleDrawer draws the triangles
+// into the working octree, and PLMIdxOctreeFiller fills its inside. PLMIdxWTOptimOctree_0 packs the
+// result into the stored form.
+//
+// The box goes into the stored image. So each number here is computed with the stated precision and
+// in the stated order: another order would give other bytes.
+
 namespace {
 
 constexpr int kDefaultMaxDepth = 6;
@@ -191,6 +198,8 @@ void PLMIdxOctreeBuilder::SetCuboid(
     _workingOctree.SetCuboid(iMatrix, iPoint1, iPoint2);
 }
 
+/// The end of a stream. Without a triangle the octree is empty. A small and far object has no
+/// cells: its octree is the full box that Init() stored.
 long int PLMIdxOctreeBuilder::End() {
     if (_nDrawnTriangles == 0) {
         ConstructEmpty();
@@ -230,6 +239,8 @@ long int PLMIdxOctreeBuilder::DrawGeometry(
     const IDX_Point low = PointOf(bounds.low);
     _workingOctree.SetDepth(depth);
     _workingOctree.SetBB(low, Extents(low, PointOf(bounds.high)));
+    // The arena may be too small for the cells of this depth. One level less deep there are about a
+    // quarter as many, since they cover a surface.
     for (; depth >= kMinDepth; --depth) {
         _workingOctree.SetDepth(depth);
         if (!IDX_Failed(DrawTriangles(iPoints, iNPoints, iTriangles, iNTriangles))) {

@@ -44,6 +44,8 @@ constexpr unsigned int kCellsAround = kChildren + 3 * 4;
 /// The index of the +X, +Y and +Z neighbour of each cell of a leaf group among these cells.
 struct HighNeighboursTable {
     unsigned char index[kChildren][3];
+    /// The neighbour of a cell differs from it in one bit. A higher number is a cell of the same
+    /// group; a lower one is on the low face of the cells past the high face.
     constexpr HighNeighboursTable() : index() {
         for (unsigned int c = 0; c < kChildren; ++c) {
             for (unsigned int axis = 0; axis < 3; ++axis) {
@@ -110,6 +112,8 @@ void MakeFull(unsigned char* iRecord, unsigned int iChild) {
 PLMIdxOctreeFiller::PLMIdxOctreeFiller(PLMIdxWTWorkingOctree& ioOctree)
     : _octree(ioOctree), _arena(WorkingOctreeAccess::Arena(ioOctree)), _tagPointers(0) {}
 
+/// Tags all units, makes the table flat, fills. A tree of depth 2 has a node set as its root, any
+/// other a node.
 long int PLMIdxOctreeFiller::Fill() {
     VEXRawCollint tagTable(0);
     tagTable.Append(kOutside);

@@ -2,6 +2,7 @@
 
 #include "CompactOctreeRecords.h"
 
+/// A working octree is never stored: its Load() always fails, and traces that.
 PLMIdxOctreeLoader::PLMIdxOctreeLoader(void* iBuffer) : _octree(nullptr) {
     const auto* image = static_cast<const unsigned char*>(iBuffer);
     switch (LoadAt<unsigned int>(image, offsetof(OctreeHeader, type))) {

@@ -76,6 +76,7 @@ long int PLMIdxOptimOctree_0::Save(
     return IDX_S_OK;
 }
 
+/// Copies the header's fields and keeps the address of the records.
 long int PLMIdxOptimOctree_0::Load(void* iBuffer) {
     if (iBuffer == nullptr) return IDX_E_FAIL;
     auto* image = static_cast<unsigned char*>(iBuffer);

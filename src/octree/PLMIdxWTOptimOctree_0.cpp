@@ -13,6 +13,10 @@
 #include <cstring>
 #include <typeinfo>
 
+// Writes the stored octree image (docs/file-formats.md, "Octree image"): CompactOctreePacker writes
+// the records, HeaderOf() in CompactOctreeRecords.h the header. The records are packed in memory.
+// The header is made when the image is handed out or saved, since it has the length of the records.
+
 namespace {
 
 // The packing walk reads its source through one of two classes with the same operations.
@@ -263,6 +267,8 @@ long int PLMIdxWTOptimOctree_0::ClearBlock(unsigned int iSize) {
     return IDX_S_OK;
 }
 
+/// The block is taken once, at its full size: the system gives memory only for the pages that are
+/// used. So no record ever moves, and nothing is copied while the image grows.
 long int PLMIdxWTOptimOctree_0::_Alloc(unsigned int iSize, unsigned int& oOffset) {
     if (_buffer == nullptr) {
         _capacity = IDX_Base_Constants::MAX_OCTREE_SIZE;

@@ -313,6 +313,7 @@ CellMask TriangleCells::RowsOfBlock(const Lattice& iLattice, const Lanes (&iAxes
     return {touched, true};
 }
 
+/// One child is one box: its centre on each axis is one of the two that the children have there.
 bool TriangleCells::DecideExactly(
     const ChildCells& iCells, unsigned int iChild, bool& oTouched) const {
     alignas(16) float centres[2][4];

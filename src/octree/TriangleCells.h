@@ -299,6 +299,7 @@ inline TriangleCells::Verdict TriangleCells::OnAxes(
     const FourFloats paired[3] = {
         _mm_unpacklo_ps(xy, xy), _mm_unpackhi_ps(xy, xy), _mm_unpacklo_ps(zz, zz)};
 
+    // Apart on one axis is enough. To meet, no axis may keep them apart.
     Verdict verdict = {0, kAllChildren};
     for (unsigned int plane = 0; plane < 3; ++plane) {
         const FourFloats gaps =
@@ -338,6 +339,9 @@ inline const TriangleCells::Level& TriangleCells::LevelFor(
     return level;
 }
 
+/// The three stages. Each ends the work when it leaves no child open. `reached` comes first and
+/// doesn't depend on rounding bounds: a child counts when the triangle's bounds reach its half on
+/// each axis.
 inline ChildCells TriangleCells::Children(
     FourFloats iCentre, FourFloats iHalfSize, unsigned int iLevel, unsigned int iPassed) {
     ChildCells cells;
