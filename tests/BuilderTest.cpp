@@ -234,9 +234,17 @@ TEST(Builder, ASecondEndFillsNothing) {
     DrawCube(builder);
     NOTE(transcript, builder.End());
     const Bytes once = ImageOf(builder);
-    EXPECT_EQ(builder.DrawTriangle({0, 0, 0}, {0.5f, 0, 0}, {0, 0.5f, 0}), IDX_S_OK);
+    EXPECT_EQ(
+        builder.DrawTriangle({-0.9f, 0.1f, 0.1f}, {0.9f, 0.1f, 0.1f}, {0, 0.9f, 0.2f}), IDX_S_OK);
     NOTE(transcript, builder.End());
     EXPECT_EQ(ImageOf(builder), once) << "the triangle is in the solid of the cube";
+    PLMIdxOctreeBuilder without;
+    ASSERT_EQ(without.Init({-1, -1, -1}, {1, 1, 1}), IDX_S_OK);
+    DrawCube(without);
+    ASSERT_EQ(without.End(), IDX_S_OK);
+    for (PLMIdxOctreeBuilder* each : {&builder, &without}) ASSERT_EQ(each->ReduceDepth(), IDX_S_OK);
+    const int* const counts = builder.GetNCellsByDepth();
+    EXPECT_TRUE(std::equal(counts, counts + 20, without.GetNCellsByDepth())) << "cells stay full";
 }
 
 TEST(Builder, DrawsThroughTheSlotOfDrawTriangle) {

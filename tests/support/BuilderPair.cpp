@@ -171,10 +171,10 @@ void Stream(Random& random, BuilderPair& pair, int maxDepth) {
         if (random.OneIn(4)) pair.DrawTriangles(mesh);
         for (const IDX_Triangle& triangle : mesh.triangles) {
             pair.DrawTriangle(mesh.CornersOf(triangle));
-            if (random.OneIn(100)) pair.ReduceDepth();
+            if (random.OneIn(60)) pair.ReduceDepth();
         }
         pair.End();
-        if (!random.OneIn(4)) pair.ReduceDepth();
+        if (random.OneIn(2)) pair.ReduceDepth();
     }
 }
 
