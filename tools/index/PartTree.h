@@ -22,7 +22,7 @@ public:
     const char* GetIndexName() const override { return "Parts"; }
 
     /// Adds a part whose identifier isn't in the tree yet.
-    /// @param oItem  where its record stands
+    /// @param oItem  offset of its record in the file
     bool Add(const std::string& iIdentifier, PartRecord iRecord, unsigned int& oItem);
 
     /// The record of an identifier; `oItem` is 0 when there is none.
@@ -30,15 +30,15 @@ public:
     bool Find(const std::string& iIdentifier, unsigned int& oItem) const;
 
     /// The record at an offset that the tree or an R-tree gave, and its identifier.
-    /// @return false when the file can't be read or nothing stands there
+    /// @return false when the file can't be read or there is nothing
     bool Read(unsigned int iItem, PartRecord& oRecord, std::string& oIdentifier) const;
 
     /// Calls back for each part, in rising byte order of the identifiers.
-    /// @param iTake  told where a record stands; false ends the walk
+    /// @param iTake  called with the offset of a record; false ends the walk
     /// @return false when it was ended, and when the file can't be read or is damaged
     bool ForEach(const std::function<bool(unsigned int iItem)>& iTake);
 
-    /// The number of parts, as the manifest tells it. Write it once, behind the last part.
+    /// The number of parts, as the manifest tells it. Write it once, after the last part.
     bool WriteCount(unsigned int iParts);
 
     /// @return false when the manifest can't be read, or isn't that of a part index: only one
@@ -52,7 +52,7 @@ private:
 };
 
 /// Whether bytes are the file of such a tree.
-/// @param oItems  where the records stand, in rising order of their identifiers
+/// @param oItems  offsets of the records, in rising order of their identifiers
 Damage CheckPartsFile(
     const unsigned char* iBytes, std::size_t iSize, std::vector<unsigned int>& oItems);
 
