@@ -88,6 +88,8 @@ void PrintRecord(
     }
 }
 
+/// Images follow on each other at multiples of the alignment of appends. Each is checked before it
+/// is printed, so that a damaged one doesn't hide those before it.
 Damage DumpImages(FieldPrinter& ioPrinter, const unsigned char* iBytes, std::size_t iSize) {
     for (std::size_t at = 0; at < iSize;) {
         if (iSize - at < kOctreeHeaderSize) return Damage::At(at, "no room for another header");
@@ -172,6 +174,7 @@ void PrintTreeNode(FieldPrinter& ioPrinter, const IdentifierTreeFile& iFile, uns
     }
 }
 
+/// The whole tree is checked first: a walk through unchecked nodes might never end.
 Damage DumpParts(FieldPrinter& ioPrinter, const unsigned char* iBytes, std::size_t iSize) {
     constexpr std::size_t kOwn = sizeof(IDX_234Struct_Manifest);
     const IdentifierTreeFile file(iBytes, iSize, kOwn + sizeof(PartsManifest), sizeof(PartRecord));

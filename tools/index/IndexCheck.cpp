@@ -98,6 +98,7 @@ private:
         });
     }
 
+    /// What a record leads to: its box, its image, and that they fit together.
     void CheckPart(const StoredPart& iPart) {
         CheckBox(iPart);
         const PartRecord& record = iPart.record;

@@ -104,6 +104,7 @@ ChildEnd EndOf(int iStatus) {
 
 }  // namespace
 
+/// A pipe takes a part of what is written when it is nearly full.
 void Outlet::Send(const std::string& iMessage) const {
     const MessageSize size = iMessage.size();
     const auto sendAll = [this](const void* iBytes, std::size_t iSize) {
@@ -137,6 +138,8 @@ ChildProcess::~ChildProcess() {
     (void)End();
 }
 
+/// Both ends of the pipe close when the process executes another program; the child keeps the one
+/// for writing.
 Status ChildProcess::Start(const Work& iWork) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return Status::System(errno);

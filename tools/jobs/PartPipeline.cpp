@@ -281,6 +281,7 @@ Status PartPipeline::Deliver() {
     }
 }
 
+/// Delivers the parts of the next file, from the next one on to the first that isn't built yet.
 Status PartPipeline::DeliverParts(OpenFile& ioFile) {
     if (ioFile.imported && !ioFile.areNotesDelivered) {
         for (const std::string& note : ioFile.imported->notes) {

@@ -46,6 +46,7 @@ std::vector<InputFile> ListFolder(const std::string& iFolder) {
     return files;
 }
 
+/// A file that was named itself. One that can't be read keeps its whole path as its name.
 InputFile NameFile(const std::string& iPath) {
     InputFile file = {iPath, fs::path(iPath).filename().string(), {}};
     std::error_code error;
@@ -91,6 +92,7 @@ std::string SafeName(const std::string& iText) {
 
 }  // namespace
 
+/// Names are made unique in the order of the input, and files that can't be read use none up.
 std::vector<InputFile> FindInputFiles(const std::vector<std::string>& iPaths) {
     std::vector<InputFile> files;
     UniqueNames names("~");

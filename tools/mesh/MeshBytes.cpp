@@ -41,6 +41,7 @@ void StoreInto(std::string& ioBytes, std::size_t iOffset, const T& iValue) {
 
 }  // namespace
 
+/// The unpacked size isn't known before: the buffer grows by a step at a time.
 Status ReadBytes(const std::string& iPath, std::string& oBytes) {
     constexpr unsigned int kStep = 1U << 20;
     const gzFile file = gzopen(iPath.c_str(), "rb");  // gives a file that isn't packed as it is
@@ -64,6 +65,8 @@ bool HasUnalignedChunk(const std::string& iPath) {
     return !ReadBytes(iPath, bytes).Failed() && AlignChunks(bytes) != bytes;
 }
 
+/// Lengths of padded chunks and of the whole file are written anew. JSON is padded with spaces, any
+/// other chunk with zeros, as the format says.
 std::string AlignChunks(const std::string& iGlb) {
     if (iGlb.size() < sizeof(GlbHeader) || iGlb.compare(0, 4, "glTF") != 0) return iGlb;
     std::string aligned = iGlb.substr(0, sizeof(GlbHeader));

@@ -327,6 +327,7 @@ bool IsZUpFileName(const std::string& iPath) {
     return name.ends_with(".stl") || name.ends_with(".3mf");
 }
 
+/// The parts are counted before the first is sent: the receiver knows how many come.
 void ImportMeshFile(const std::string& iPath, MeshReceiver& ioReceiver) {
     Assimp::Importer importer;
     ImportedFile file;

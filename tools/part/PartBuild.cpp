@@ -88,6 +88,7 @@ IDX_Base_BoundingBox BoxOf(const std::vector<IDX_Point>& iPoints) {
 
 }  // namespace
 
+/// Each build has a builder of its own: one that made a small and far octree can't make another.
 Status BuildPart(const MeshPart& iPart, const BuildParameters& iParameters, BuiltPart& oBuilt) {
     oBuilt = {};
     if (iPart.triangles.empty()) return Status::PartFailed("has no triangle that can be drawn");

@@ -80,6 +80,7 @@ public:
     }
 
 private:
+    /// Around the boxes of all parts, highlighted or not.
     Frame FrameOf() const {
         Frame frame;
         for (const ShownPart& part : _facts.parts) {
@@ -134,6 +135,7 @@ private:
         return colours;
     }
 
+    /// As many names as fit; the last line counts the rest.
     void DrawLegend() {
         const auto most =
             static_cast<std::size_t>((kSheetHeight - kAssemblyTop - 90.0) / kLegendStep);

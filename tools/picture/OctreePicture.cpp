@@ -161,6 +161,7 @@ private:
         _pen.ScaleBar(kSheetMargin + kPartWidth, below, view.PixelsPerUnit() / _cellSide);
     }
 
+    /// All three at one scale, so that they can be compared.
     void DrawSlices() {
         const std::size_t up = _facts.up == UpAxis::Z ? 2 : 1;
         const std::array<Slice, 3> slices = {

@@ -155,6 +155,7 @@ private:
 
 }  // namespace
 
+/// A name that a part has is never a pattern: identifiers may hold brackets.
 Status FindByName(const PartIndex& iIndex, const std::string& iName, Parts& oParts) {
     oParts.clear();
     std::optional<StoredPart> part;

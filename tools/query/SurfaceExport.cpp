@@ -113,6 +113,8 @@ void PutCornersBigEndian(std::FILE* ioFile, const Face& iFace) {
 
 }  // namespace
 
+/// The header holds the number of faces, so the parts are walked twice: all faces at once might not
+/// fit into the memory.
 Status WritePly(const ExportedParts& iParts, std::FILE* ioFile) {
     std::uint64_t nFaces = 0;
     Status status = CountFaces(iParts, nFaces);
@@ -136,6 +138,8 @@ Status WritePly(const ExportedParts& iParts, std::FILE* ioFile) {
     return {};
 }
 
+/// One section after the other: corners, faces, numbers of the parts. The parts are walked for
+/// each.
 Status WriteVtk(const ExportedParts& iParts, std::FILE* ioFile) {
     std::uint64_t nFaces = 0;
     Status status = CountFaces(iParts, nFaces);
