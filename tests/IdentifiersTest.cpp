@@ -11,17 +11,12 @@ namespace {
 
 using std::string_literals::operator""s;
 
-IDX_Base_Buffer BufferOf(const std::string& bytes) {
-    IDX_Base_Buffer buffer;
-    buffer.Resize(static_cast<unsigned int>(bytes.size()));
-    bytes.copy(reinterpret_cast<char*>(buffer.GetDataForWriting()), bytes.size());
-    return buffer;
-}
-
 /// Calls one of the two operations by the names and types under which others call them.
 std::string Converted(
     IDXWorkingID& id, void (IDXWorkingID::*operation)(IDX_Base_Buffer&), const std::string& bytes) {
-    IDX_Base_Buffer buffer = BufferOf(bytes);
+    IDX_Base_Buffer buffer;
+    buffer.Resize(static_cast<unsigned int>(bytes.size()));
+    bytes.copy(reinterpret_cast<char*>(buffer.GetDataForWriting()), bytes.size());
     (id.*operation)(buffer);
     return {reinterpret_cast<const char*>(buffer.GetData()), buffer.GetSize()};
 }
@@ -49,33 +44,29 @@ std::string FieldsOf(const IDXWorkingID& id) {
 }
 
 /// A subclass with a use for the value beside the bytes.
-class Numbered : public IDX_WT_Identifier {
-public:
+struct Numbered : IDX_WT_Identifier {
     explicit Numbered(unsigned int number) { m_auxValue = number; }
-    unsigned int Number() const { return m_auxValue; }
+    using IDX_WT_Identifier::m_auxValue;
 };
 
 TEST(Identifier, CarriesAValueBesideItsBytes) {
     Numbered first(7);
     first.GetByteArray() = ArrayOf("key");
-    EXPECT_EQ(first.Number(), 7u) << "the bytes alone were set";
     Numbered assigned(0);
     assigned = first;
-    first.SetData(BytesOf("other"), 5);
-    EXPECT_EQ(first.Number(), 0u);
-    EXPECT_EQ(Numbered(assigned).Number(), 7u);
-    EXPECT_EQ(TextOf(Numbered(assigned).GetByteArray()), "key");
+    Numbered copy(assigned);
+    EXPECT_TRUE(copy.m_auxValue == 7 && TextOf(copy.GetByteArray()) == "key");
+    copy.SetData(BytesOf("other"), 5);
+    EXPECT_TRUE(copy.m_auxValue == 0 && TextOf(copy.GetByteArray()) == "other");
 }
 
 /// An identifier that isn't the library's: compared through the two operations alone.
-class Foreign : public IDX_Base_Identifier {
-public:
-    explicit Foreign(const std::string& text) : _text(text) {}
-    const unsigned char* GetData() const override { return BytesOf(_text); }
-    unsigned int GetSize() const override { return static_cast<unsigned int>(_text.size()); }
+struct Foreign : IDX_Base_Identifier {
+    explicit Foreign(const std::string& iText) : text(iText) {}
+    const unsigned char* GetData() const override { return BytesOf(text); }
+    unsigned int GetSize() const override { return static_cast<unsigned int>(text.size()); }
 
-private:
-    std::string _text;
+    std::string text;
 };
 
 TEST(Identifier, SortsAsUnsignedBytesThenByLength) {
@@ -136,21 +127,22 @@ TEST(WorkingID, ABadBufferResetsTheObject) {
 }
 
 TEST(WorkingID, BothIDsFollowEveryChange) {
+    const auto both = [](const IDXWorkingID& id) { return TextOf(id.GetObjectAndLogicalID()); };
     const std::string other(16, 'x');
     IDXWorkingID id = SampleID();
-    EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), kObject + kLogical);
+    EXPECT_EQ(both(id), kObject + kLogical);
     id.SetObjectID(ArrayOf(other));
-    EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), other + kLogical);
+    EXPECT_EQ(both(id), other + kLogical);
     id.SetLogicalID(ArrayOf(other));
-    EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), other + other);
+    EXPECT_EQ(both(id), other + other);
     IDXWorkingID assigned = SampleID();
-    assigned.GetObjectAndLogicalID();
+    EXPECT_EQ(both(assigned), kObject + kLogical);
     assigned = id;
-    EXPECT_EQ(TextOf(assigned.GetObjectAndLogicalID()), other + other);
+    EXPECT_EQ(both(assigned), other + other);
     EXPECT_EQ(FieldsOf(IDXWorkingID(assigned)), FieldsOf(id));
 
     id.SetObjectAndLogicalID(ArrayOf(kLogical + kObject));
-    EXPECT_EQ(TextOf(id.GetObjectAndLogicalID()), kLogical + kObject);
+    EXPECT_EQ(both(id), kLogical + kObject);
     id.SetObjectID(id.GetObjectAndLogicalID());
     id.SetObjectAndLogicalID(id.GetObjectID());  // its own object id, of 32 bytes
     EXPECT_EQ(FieldsOf(id), kLogical + "|" + kObject + "|PART|Vault");

@@ -33,9 +33,9 @@ namespace {
 
 using std::string_literals::operator""s;
 
-std::string Letters(unsigned int count) {
-    std::string text;
-    for (unsigned int i = 0; i < count; ++i) text += static_cast<char>('a' + i % 26);
+std::string Letters(std::size_t count) {
+    std::string text(count, 'a');
+    for (std::size_t i = 0; i < count; ++i) text[i] = static_cast<char>('a' + i % 26);
     return text;
 }
 
@@ -94,15 +94,9 @@ TEST(UnicodeString, IsUtf8) {
     const VEXUnicodeString greek("\u03b1=\u03b2\U0001F600");
     EXPECT_EQ(greek.GetLengthInByte(), 9);
     EXPECT_EQ(greek.GetLengthInChar(), 4);
-    const int kFound[][2] = {
-        {0,    2 },
-        {2,    2 },
-        {3,    -1},
-        {1000, -1}
-    };
-    for (const auto& [start, at] : kFound) {
-        EXPECT_EQ(greek.SearchSubString("=", start, VEXSearchForward), at);
-    }
+    EXPECT_EQ(greek.SearchSubString("=", 2, VEXSearchForward), 2);
+    EXPECT_EQ(greek.SearchSubString("=", 3, VEXSearchForward), -1);
+    EXPECT_EQ(greek.SearchSubString("=", 1000, VEXSearchForward), -1);
     EXPECT_STREQ(greek.SubString(0, 2), "\u03b1");
     EXPECT_TRUE(greek.SubString(3, 100) == "\u03b2\U0001F600");
     EXPECT_STREQ(greek.SubString(-5, -1), "");
