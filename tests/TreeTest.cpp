@@ -145,7 +145,6 @@ TEST_P(Tree, Refusals) {
     EXPECT_EQ(_item, 0u);
     _tree.OpenRead(_path.c_str());
     transcript.Note("insertion while reading", _tree.Add(Record(1), Key(1), _item));
-    _tree.Close();
     EXPECT_EQ(ContentOf(_path), Manifest(0));
     OpenWith(FileOf({1, 2, 3, 4}));
     transcript.Note("walk without a callback", _tree.EnumItems(nullptr, nullptr));
