@@ -1,7 +1,7 @@
 #ifndef BoxLayout_h
 #define BoxLayout_h
 
-#include "common/RawMemory.h"
+#include "formats/UnalignedMemory.h"
 
 #include "IDX_Base_BoundingBox.h"
 
