@@ -3,18 +3,36 @@
 
 #include <cstdint>
 
-// A set of cells of a block of 4 x 4 x 4 cells, as 64 bits: bit x + 4 y + 16 z is the cell in
-// column x, row y and layer z. A slab is a column, a row or a layer: 16 cells.
+// A block is 4 x 4 x 4 cells; a node set is one. A slab is a column, a row or a layer: 16 cells. A
+// set of slabs along an axis is a mask of 4 bits, a set of cells is one of 64 bits.
 
-/// For each axis, the cells of a set of slabs. The set is a mask with bit s for slab s.
+constexpr unsigned int kSlabs = 4;
+constexpr unsigned int kAllSlabs = 0xF;
+
+/// The bit of the cell in column x, row y and layer z.
+constexpr unsigned int BitOfCell(unsigned int iX, unsigned int iY, unsigned int iZ) {
+    return iX + kSlabs * iY + kSlabs * kSlabs * iZ;
+}
+
+/// The column, row or layer (axis 0, 1 or 2) of the cell of a bit.
+constexpr unsigned int SlabOfBit(unsigned int iBit, unsigned int iAxis) {
+    return iBit >> (2 * iAxis) & (kSlabs - 1);
+}
+
+/// From a column, row or layer of the octree to that in its node set.
+constexpr unsigned int SlabInNodeSet(unsigned int iSlab) {
+    return iSlab & (kSlabs - 1);
+}
+
+/// For each axis, the cells of a set of slabs.
 struct CellsOfSlabsTable {
     std::uint64_t cells[3][16];
     constexpr CellsOfSlabsTable() : cells() {
         for (unsigned int mask = 0; mask < 16; ++mask) {
             for (unsigned int cell = 0; cell < 64; ++cell) {
                 for (unsigned int axis = 0; axis < 3; ++axis) {
-                    const unsigned int slab = cell >> (2 * axis) & 3u;
-                    cells[axis][mask] |= static_cast<std::uint64_t>(mask >> slab & 1u) << cell;
+                    const unsigned int isIn = mask >> SlabOfBit(cell, axis) & 1u;
+                    cells[axis][mask] |= static_cast<std::uint64_t>(isIn) << cell;
                 }
             }
         }

@@ -1,5 +1,6 @@
 #include "OctreeLattice.h"
 
+#include "BlockOfCells.h"
 #include "TriangleCells.h"
 
 #include <algorithm>
@@ -7,14 +8,9 @@
 
 namespace {
 
-constexpr double kUnit = 0x1p-24;
-
 /// How far a vertex's place can be off, as a part of the box: three roundings. This is twice as
 /// much.
-constexpr double kPlaceError = 6 * kUnit;
-
-/// The largest coordinate for which TriangleCells decides in single precision.
-constexpr double kMaxCoordinate = 0x1p40;
+constexpr double kPlaceError = 6.0 * kFloatUnit;
 
 /// The smallest side of a cell. It is so far above the sub-normal numbers that halving is exact,
 /// and that a slack has full precision.
@@ -27,7 +23,7 @@ unsigned int LowBitsOf(float iValue) {
     return static_cast<unsigned int>(static_cast<std::int64_t>(iValue));
 }
 
-/// Lane by lane the lesser and the greater number: SSE2 has no such operation for signed integers.
+/// Lane by lane the lesser and the greater number: SSE2 has no such operation for 32-bit integers.
 __m128i Lesser(__m128i iA, __m128i iB) {
     const __m128i greater = _mm_cmpgt_epi32(iA, iB);
     return _mm_or_si128(_mm_and_si128(greater, iB), _mm_andnot_si128(greater, iA));
@@ -42,7 +38,7 @@ __m128i Greater(__m128i iA, __m128i iB) {
 std::uint64_t BlockBit(__m128i iPlace) {
     alignas(16) unsigned int place[4];
     _mm_store_si128(reinterpret_cast<__m128i*>(place), iPlace);
-    return std::uint64_t{1} << (place[0] + 4 * place[1] + 16 * place[2]);
+    return std::uint64_t{1} << BitOfCell(place[0], place[1], place[2]);
 }
 
 }  // namespace
@@ -69,7 +65,7 @@ OctreeLattice::OctreeLattice(const PLMIdxIBaseOctree& iOctree)
     float margin[3];
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const double largest = std::fabs(double{origin[axis]}) + std::fabs(double{size[axis]});
-        const double off = roundings * kUnit * largest;
+        const double off = roundings * kFloatUnit * largest;
         slack[axis] = static_cast<float>(off);
         // For a tiny box, a huge one and one with a NaN: no vertex is further than a whole cell
         // from the faces of its cell, so nothing is decided.
@@ -94,27 +90,36 @@ VertexCode OctreeLattice::CodeOf(FourFloats iPoint) const {
     };
 }
 
-/// First looks whether anything can be decided: each vertex must be in the box and inside its cell
-/// by more than the margin, and the three cells must be in one block of 4 x 4 x 4. The cells of the
-/// vertices are touched then. The other cells of the block come from the separating axis test.
-LatticeCells OctreeLattice::CellsOf(const FourFloats (&iVertices)[3]) const {
-    LatticeCells cells = {{}, 0, false, false};
+/// The cells of the vertices, as columns, rows and layers. A vertex that has no such integers gives
+/// a negative number.
+/// @return a mask of the axes on which each vertex is inside its cell by more than the margin
+inline FourFloats OctreeLattice::PlacesOf(const FourFloats (&iVertices)[3], __m128i (&oPlaces)[3]) const {
     FourFloats inside = _mm_castsi128_ps(_mm_set1_epi32(-1));
-    __m128i places[3];
     for (unsigned int i = 0; i < 3; ++i) {
         const FourFloats place = (iVertices[i] - _origin) * _scale;
-        places[i] = _mm_cvttps_epi32(place);  // a negative number for a float that has no int
-        // Negative in the margin of the low face; above _marginFree in that of the high face.
-        const FourFloats beyondMargin = place - _mm_cvtepi32_ps(places[i]) - _margin;
+        oPlaces[i] = _mm_cvttps_epi32(place);
+        // Negative in the margin of the low face; from _marginFree on in that of the high face.
+        const FourFloats beyondMargin = place - _mm_cvtepi32_ps(oPlaces[i]) - _margin;
         inside = _mm_and_ps(inside, _mm_cmpge_ps(beyondMargin, _mm_setzero_ps()));
         inside = _mm_and_ps(inside, _mm_cmplt_ps(beyondMargin, _marginFree));
     }
+    return inside;
+}
+
+/// First looks whether anything can be decided: each vertex must be in the box and inside its cell
+/// by more than the margin, and the three cells must be in one block. The cells of the vertices are
+/// touched then. The other cells of the block come from the separating axis test.
+LatticeCells OctreeLattice::CellsOf(const FourFloats (&iVertices)[3]) const {
+    LatticeCells cells = {{}, 0, false, false};
+    __m128i places[3];
+    const FourFloats inside = PlacesOf(iVertices, places);
     const __m128i low = Lesser(Lesser(places[0], places[1]), places[2]);
     const __m128i high = Greater(Greater(places[0], places[1]), places[2]);
     const __m128i span = _mm_sub_epi32(high, low);
     const __m128i outside =
         _mm_or_si128(_mm_cmplt_epi32(low, _mm_setzero_si128()), _mm_cmpgt_epi32(high, _last));
-    const __m128i tooLarge = _mm_cmpgt_epi32(span, _mm_set1_epi32(3));
+    const __m128i lastSlab = _mm_set1_epi32(kSlabs - 1);
+    const __m128i tooLarge = _mm_cmpgt_epi32(span, lastSlab);
     const __m128i undecided = _mm_or_si128(outside, tooLarge);
     if (AxesOf(_mm_andnot_ps(_mm_castsi128_ps(undecided), inside)) != kAllAxes) return cells;
 
@@ -125,10 +130,10 @@ LatticeCells OctreeLattice::CellsOf(const FourFloats (&iVertices)[3]) const {
     _mm_store_si128(reinterpret_cast<__m128i*>(spans), span);
     for (const __m128i& place : places) cells.touched |= BlockBit(_mm_sub_epi32(place, low));
     cells.decided = true;
-    // A node set is 4 x 4 x 4 cells: the low two bits of a column are its place in the node set.
-    const __m128i three = _mm_set1_epi32(3);
-    const __m128i last = _mm_add_epi32(_mm_and_si128(low, three), span);
-    cells.inOneNodeSet = AxesOf(_mm_castsi128_ps(_mm_cmpgt_epi32(last, three))) == 0;
+    // As SlabInNodeSet() for all axes at once: the triangle ends in the node set in which it
+    // begins.
+    const __m128i end = _mm_add_epi32(_mm_and_si128(low, lastSlab), span);
+    cells.inOneNodeSet = AxesOf(_mm_castsi128_ps(_mm_cmpgt_epi32(end, lastSlab))) == 0;
     // One cell, or two side by side: a vertex is in each of them.
     if (spans[0] + spans[1] + spans[2] <= 1) return cells;
 

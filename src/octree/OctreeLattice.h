@@ -18,7 +18,7 @@ struct VertexCode {
 /// The cells of the last level that a small triangle touches.
 struct LatticeCells {
     unsigned int low[3];  ///< column, row and layer of the first cell of a block of 4 x 4 x 4 cells
-    std::uint64_t touched;  ///< bit x + 4 y + 16 z of that block
+    std::uint64_t touched;  ///< cells of that block, see BlockOfCells.h
     bool inOneNodeSet;      ///< all touched cells are in one node set
     bool decided;  ///< false for a triangle that is too large, or too close to some face of a cell
 };
@@ -47,6 +47,8 @@ public:
     LatticeCells CellsOf(const FourFloats (&iVertices)[3]) const;
 
 private:
+    FourFloats PlacesOf(const FourFloats (&iVertices)[3], __m128i (&oPlaces)[3]) const;
+
     FourFloats _origin;
     FourFloats _size;
     FourFloats _cellExtents;  ///< sides of a cell

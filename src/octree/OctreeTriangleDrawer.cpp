@@ -52,8 +52,8 @@ const __m128i kHighHalves[kChildren] = {
 /// @param iLow   number of the block's first slab in the octree
 /// @param iSlab  number of a slab in the block
 unsigned int SlabsOfOneNodeSet(unsigned int iLow, unsigned int iSlab) {
-    const unsigned int first = 0xFu >> (iLow & 3u);
-    return (first >> iSlab & 1u) != 0 ? first : 0xFu & ~first;
+    const unsigned int first = kAllSlabs >> SlabInNodeSet(iLow);
+    return (first >> iSlab & 1u) != 0 ? first : kAllSlabs & ~first;
 }
 
 /// The child that the way down to a code enters from a cell of a level.
@@ -121,13 +121,14 @@ OctreeTriangleDrawer::OctreeTriangleDrawer(PLMIdxWTWorkingOctree& ioOctree)
 void OctreeTriangleDrawer::DrawCells(const LatticeCells& iCells) {
     const unsigned int(&low)[3] = iCells.low;
     if (iCells.inOneNodeSet) {
-        const unsigned int shift = (low[0] & 3u) + 4 * (low[1] & 3u) + 16 * (low[2] & 3u);
+        const unsigned int shift =
+            BitOfCell(SlabInNodeSet(low[0]), SlabInNodeSet(low[1]), SlabInNodeSet(low[2]));
         MarkCells(NodeSetOfCell(low), CellsByLeafGroup(iCells.touched << shift));
         return;
     }
     for (std::uint64_t rest = iCells.touched; rest != 0;) {
         const auto bit = static_cast<unsigned int>(std::countr_zero(rest));
-        const unsigned int place[3] = {bit & 3u, bit >> 2 & 3u, bit >> 4};
+        const unsigned int place[3] = {SlabOfBit(bit, 0), SlabOfBit(bit, 1), SlabOfBit(bit, 2)};
         const std::uint64_t cells =
             rest & CellsOfSlabs(
                        SlabsOfOneNodeSet(low[0], place[0]), SlabsOfOneNodeSet(low[1], place[1]),
@@ -140,14 +141,14 @@ void OctreeTriangleDrawer::DrawCells(const LatticeCells& iCells) {
 /// Marks cells of a block that lie in one node set.
 /// @param iLow    low corner of the block
 /// @param iPlace  column, row and layer of one of the cells in the block
-/// @param iCells  bit x + 4 y + 16 z of the block
+/// @param iCells  cells of the block
 void OctreeTriangleDrawer::DrawInNodeSet(
     const unsigned int (&iLow)[3], const unsigned int (&iPlace)[3], std::uint64_t iCells) {
     const unsigned int cell[3] = {iLow[0] + iPlace[0], iLow[1] + iPlace[1], iLow[2] + iPlace[2]};
     int offset = 0;  // from the bits of the block to those of the node set
     for (unsigned int axis = 0; axis < 3; ++axis) {
-        const int step = static_cast<int>(cell[axis] & 3u) - static_cast<int>(iPlace[axis]);
-        offset += step * (1 << (2 * axis));
+        const auto slab = static_cast<int>(SlabInNodeSet(cell[axis]));
+        offset += (slab - static_cast<int>(iPlace[axis])) * (1 << (2 * axis));
     }
     // A shift moves all cells at once. Bits that it moves out of the node set belong to no cell of
     // `iCells`, which are all in it.
@@ -157,11 +158,11 @@ void OctreeTriangleDrawer::DrawInNodeSet(
 
 /// The node set that holds a cell of the last level, made where it is missing.
 NodeSet& OctreeTriangleDrawer::NodeSetOfCell(const unsigned int (&iCell)[3]) {
-    const unsigned int x = iCell[0] >> 2;
-    const unsigned int y = iCell[1] >> 2;
-    const unsigned int z = iCell[2] >> 2;
+    const unsigned int x = iCell[0] / kSlabs;
+    const unsigned int y = iCell[1] / kSlabs;
+    const unsigned int z = iCell[2] / kSlabs;
     const std::uint64_t key = x | std::uint64_t{y} << 20 | std::uint64_t{z} << 40;
-    VisitedNodeSet& visited = _visited[(x & 3u) | (y & 3u) << 2 | (z & 3u) << 4];
+    VisitedNodeSet& visited = _visited[BitOfCell(x % 4, y % 4, z % 4)];
     // Triangles that follow each other are often in the same few node sets: no way down is needed
     // then.
     if (visited.key == key) return NodeSetAt(_arena, visited.offset);

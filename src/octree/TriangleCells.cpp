@@ -8,25 +8,21 @@
 
 namespace {
 
-constexpr float kUnit = 0x1p-24f;
-constexpr float kEdgeBound = 16 * kUnit;
-constexpr float kNormalBound = 64 * kUnit;
+constexpr float kEdgeBound = 16 * kFloatUnit;
+constexpr float kNormalBound = 64 * kFloatUnit;
 
 /// How far the faces of a cell's box can be off their ideal place, as part of the largest
 /// coordinate. The centre of a cell is rounded twice on the way from its node set; this is twice as
 /// much.
-constexpr float kCellSlack = 4 * kUnit;
+constexpr float kCellSlack = 4 * kFloatUnit;
 
 /// How far a position in a node set relative to vertex 0 can be off, as part of the extents that it
 /// is computed from.
-constexpr float kLatticeBound = 8 * kUnit;
+constexpr float kLatticeBound = 8 * kFloatUnit;
 
 /// A component of the normal is at most this many products of two extents.
 constexpr float kNormalTerms = 2.5f;
 constexpr float kUnderflow = 0x1p-100f;
-
-/// The largest coordinate and the largest half-size for which the bounds hold.
-constexpr float kMaxCoordinate = 0x1p40f;
 
 /// The smallest half-size, other than 0, from which the bounds hold down to the last level.
 constexpr float kMinHalfSize = 0x1p-80f;
@@ -37,14 +33,13 @@ unsigned int ChildrenOfSpan(unsigned int iAxis, unsigned int iSpan) {
     return iSpan == 0 ? kChildrenInHalf[iAxis][0] : kAllChildren;
 }
 
-/// From a mask of eight cells, two along each axis, to the same cells of a block: cell x + 4 y + 16
-/// z.
+/// From a mask of eight cells, two along each axis, to the same cells of a block.
 struct BlockOfChildrenTable {
     std::uint64_t cells[256];
     constexpr BlockOfChildrenTable() : cells() {
         for (unsigned int mask = 0; mask < 256; ++mask) {
             for (unsigned int c = 0; c < kChildren; ++c) {
-                const unsigned int bit = HalfOf(c, 0) + 4 * HalfOf(c, 1) + 16 * HalfOf(c, 2);
+                const unsigned int bit = BitOfCell(HalfOf(c, 0), HalfOf(c, 1), HalfOf(c, 2));
                 cells[mask] |= static_cast<std::uint64_t>(mask >> c & 1u) << bit;
             }
         }
@@ -251,7 +246,7 @@ CellMask TriangleCells::CellsOfBlock(
     return RowsOfBlock(lattice, axes);
 }
 
-/// Stage 1 for a node set: the cells x + 4 y + 16 z that certainly hold a vertex.
+/// Stage 1 for a node set: the cells that certainly hold a vertex.
 std::uint64_t TriangleCells::CellsHoldingVertex(const Lattice& iLattice) const {
     const FourFloats inside = iLattice.halfCell - iLattice.slack;
     std::uint64_t cells = 0;
@@ -278,15 +273,15 @@ CellMask TriangleCells::RowsOfBlock(const Lattice& iLattice, const Lanes (&iAxes
     _mm_store_ps(rows, iLattice.along[1]);
     _mm_store_ps(layers, iLattice.along[2]);
 
-    Lanes inRow[4];  // columns, by row: the plane (x, y)
-    for (unsigned int y = 0; y < 4; ++y) {
+    Lanes inRow[kSlabs];  // columns, by row: the plane (x, y)
+    for (unsigned int y = 0; y < kSlabs; ++y) {
         if ((iAxes[1].near >> y & 1u) == 0) continue;
         const FourFloats gaps = GapOnEdges(2, columns, _mm_set1_ps(rows[y]), level);
         inRow[y] = LanesBelow(gaps, level.edgeErrors[2]);
     }
     const FourFloats alongX = Broadcast<0>(_normal) * columns;
     std::uint64_t touched = 0;
-    for (unsigned int z = 0; z < 4; ++z) {
+    for (unsigned int z = 0; z < kSlabs; ++z) {
         if ((iAxes[2].near >> z & 1u) == 0) continue;
         const FourFloats layer = _mm_set1_ps(layers[z]);
         const Lanes inLayer =  // columns: the plane (z, x)
@@ -294,7 +289,7 @@ CellMask TriangleCells::RowsOfBlock(const Lattice& iLattice, const Lanes (&iAxes
         const Lanes rowsOfLayer =  // rows: the plane (y, z)
             LanesBelow(GapOnEdges(0, iLattice.along[1], layer, level), level.edgeErrors[0]);
         const FourFloats alongXZ = alongX + Broadcast<2>(_normal) * layer;
-        for (unsigned int y = 0; y < 4; ++y) {
+        for (unsigned int y = 0; y < kSlabs; ++y) {
             if ((iAxes[1].near & rowsOfLayer.near & 1u << y) == 0) continue;
             unsigned int near = iAxes[0].near & inLayer.near & inRow[y].near;
             if (near == 0) continue;
@@ -307,7 +302,7 @@ CellMask TriangleCells::RowsOfBlock(const Lattice& iLattice, const Lanes (&iAxes
                 (iAxes[1].sure & rowsOfLayer.sure & 1u << y) != 0 && (iAxes[2].sure >> z & 1u) != 0;
             const unsigned int sure = iAxes[0].sure & inLayer.sure & inRow[y].sure & onNormal.sure;
             if (!rowIsSure || (near & ~sure) != 0) return {0, false};  // a cell is open
-            touched |= static_cast<std::uint64_t>(near) << (4 * y + 16 * z);
+            touched |= static_cast<std::uint64_t>(near) << BitOfCell(0, y, z);
         }
     }
     return {touched, true};

@@ -10,6 +10,12 @@
 #include <cfloat>
 #include <cstdint>
 
+/// The relative error of one operation on 32-bit floats.
+constexpr float kFloatUnit = 0x1p-24f;
+
+/// The largest coordinate and the largest half-size for which TriangleCells decides.
+constexpr float kMaxCoordinate = 0x1p40f;
+
 /// What is known of the eight children of one cell and one triangle. The sets are masks of
 /// children.
 struct ChildCells {
@@ -115,7 +121,7 @@ public:
     /// @param iExtents  extents of a cell
     /// @param iSpans    number of columns, rows and layers after the first, at most 3
     /// @param iSlack    how far the faces of a cell may be off, on each axis
-    /// @return bit x + 4 y + 16 z for the cell in column x, row y and layer z
+    /// @return cells of the block, see BlockOfCells.h
     CellMask CellsOfBlock(
         FourFloats iCorner, FourFloats iExtents, const unsigned int* iSpans, FourFloats iSlack);
 
