@@ -20,9 +20,11 @@
 ///  - Each cell is joined with its neighbours on the +X, +Y and +Z side. Past the high side of the
 ///    box these are the cells of the low side, as if the box closed on itself.
 ///  - Where two tags meet, the table gets a link from the higher to the lower one. A link replaces
-///    the one before it. These rules decide which cells become full, also where a flood from
-///    outside would decide otherwise. Readers rely on the result, so the code keeps to the rules
-///    exactly. A proper union-find would give other octrees.
+///    the one before it.
+///
+/// These rules decide which cells become full, also where a flood from outside would decide
+/// otherwise. Readers rely on the result, so the code keeps to the rules exactly. A proper
+/// union-find would give other octrees.
 ///
 /// Made on the stack after drawing, for one Fill() of a tree whose tags are all 0, or 1 for cells
 /// that the caller has named as outside. Linear in the leaves.

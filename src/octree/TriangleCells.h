@@ -62,11 +62,13 @@ struct CellMask {
 ///    are off by 4u times the two terms of that component, at most 2 w_a w_b. Both sides together
 ///    are off by less than 8u (w_a (2 w_b + 3 t_b) + w_b (2 w_a + 3 t_a)).
 ///  - The normal compares |n . d| with |n| . t. Both sides together are off by less than 16u times
-///    the sum over the axes of 2 w_b w_c (2 w_a + 3 t_a). The code takes twice as much, since the
-///    bounds themselves are rounded, and adds 2^-100 for underflow. That is enough as long as no
-///    coordinate is above 2^40, and up to there nothing overflows. A triangle or a cell with a
-///    larger coordinate leaves everything open. So does a cell so tiny that its halves become
-///    sub-normal numbers on the way to the last level: halving rounds there.
+///    the sum over the axes of 2 w_b w_c (2 w_a + 3 t_a).
+///
+/// The code takes twice as much, since the bounds themselves are rounded, and adds 2^-100 for
+/// underflow. That is enough as long as no coordinate is above 2^40, and up to there nothing
+/// overflows. A triangle or a cell with a larger coordinate leaves everything open. So does a cell
+/// so tiny that its halves become sub-normal numbers on the way to the last level: halving rounds
+/// there.
 class TriangleCells {
 public:
     /// @param iVertices   3 vertices of 3 coordinates; must stay in place
