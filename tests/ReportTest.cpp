@@ -23,7 +23,7 @@ void ExpectReport(const std::string& path, int exitCode, const Work& work, const
 
 }  // namespace
 
-TEST_F(Report, LinesStandAsTold) {
+TEST_F(Report, LinesAreFormattedAndFlushed) {
     const std::string path = _folder / "report";
     IDX_WT_Report& report = *IDX_WT_Report::GetReport();
     EXPECT_EQ(report.AddMsg("dropped"), IDX_True);

@@ -1,4 +1,4 @@
-// Operations on files beside a model of plain bytes. What the bytes mean stands in FileOperations.h.
+// Operations on files beside a model of plain bytes. FileOperations.h says what the bytes mean.
 
 #include "FileOperations.h"
 #include "TemporaryFolder.h"

@@ -5,8 +5,6 @@
 #include "TraceRecorder.h"
 #include "Transcript.h"
 
-#include "IDX_Bool.h"
-
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -14,18 +12,6 @@
 /// A test on files, with a folder of its own and the trace.
 class FileCase : public testing::Test {
 protected:
-    /// What an operation gave: success without a trace, or failure with these tags.
-    void Expect(IDX_Bool result, const Lines& tags = {}) {
-        EXPECT_EQ(result, tags.empty() ? IDX_True : IDX_False);
-        EXPECT_EQ(_trace.Take(), tags);
-    }
-
-    /// Failure without a trace.
-    void Refused(IDX_Bool result) {
-        EXPECT_EQ(result, IDX_False);
-        EXPECT_EQ(_trace.Take(), Lines{});
-    }
-
     TemporaryFolder _folder;
     TraceRecorder _trace;
 };

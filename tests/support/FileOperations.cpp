@@ -66,7 +66,7 @@ private:
 struct PlainFile {
     FlatFile flat;
     int descriptor = -1;
-    bool isLost = false;  ///< the library has told that bytes are lost
+    bool isLost = false;  ///< the library has reported that bytes are lost
 
     std::size_t Size() const {
         struct stat status = {};
@@ -193,7 +193,7 @@ private:
         Check(false, tags.empty() ? "a success" : tags.front() + " is expected", traced);
     }
 
-    /// Modes and sizes are as told, and less than a page of what was appended is missing on the disk.
+    /// Modes and sizes are right, and less than a page of what was appended is missing on the disk.
     void CheckStates() {
         Check(_trace.Take().empty(), "a trace that belongs to nothing");
         for (int i = 0; i < 3; ++i) {
@@ -204,8 +204,8 @@ private:
         }
         for (const PlainFile& file : _files) {
             const std::size_t size = file.Size();
-            Check(file.isLost || size + FlatFile::kPage > file.flat.End(), "the disk is behind");
-            Check(file.isLost || size <= file.flat.FarEnd(), "the disk is ahead");
+            Check(file.isLost || size + FlatFile::kPage > file.flat.End(), "bytes are missing on the disk");
+            Check(file.isLost || size <= file.flat.FarEnd(), "the disk has more than was written");
         }
         for (int i = 0; i < kPieces; ++i) {
             const bool isLocked = UsesLocks() && std::count(_slots.begin(), _slots.end(), i) != 0;
@@ -258,7 +258,7 @@ private:
         ForgetIfClosed(*entry.file);
     }
 
-    /// @param outer  what is traced behind a tag of the file
+    /// @param outer  what is traced after a tag of the file
     void Wrote(
         Entry& entry,
         std::size_t offset,

@@ -18,7 +18,7 @@ public:
 
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
-    /// What a process wrote, whether it was told that the bytes were taken or refused.
+    /// What a process wrote, whether the bytes were taken or refused.
     void Write(std::size_t offset, const std::string& data, bool taken = true) {
         ForPages(
             offset, data.size(), [&](Page& page, std::size_t at, std::size_t i, std::size_t n) {
@@ -30,7 +30,7 @@ public:
         if (taken) _end = std::max(_end, offset + data.size());
     }
 
-    /// What stands on the disk for sure.
+    /// What the disk has for sure.
     void Set(std::size_t offset, const std::string& data) {
         ForPages(
             offset, data.size(), [&](Page& page, std::size_t at, std::size_t i, std::size_t n) {
