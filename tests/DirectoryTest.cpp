@@ -1,5 +1,5 @@
-// Index directories: layout, swap and emptying, and services that fail at each step. KilledRunTest has readers of an
-// index whose writer is killed.
+// Index directories: layout, swap and emptying, and services that fail at each step. KilledRunTest
+// has readers of an index whose writer is killed.
 
 #include "FileCase.h"
 
@@ -18,8 +18,8 @@ namespace {
 
 constexpr long int kGenuine = 77;
 
-/// What the services of this program give for each call from the first on: in place of doing their work, unless
-/// it is kGenuine.
+/// What the services of this program give for each call from the first on: in place of doing their
+/// work, unless it is kGenuine.
 std::map<std::string, std::vector<long int>> results;
 std::vector<int> pauses;
 
@@ -85,7 +85,8 @@ using std::string_literals::operator""s;
 const std::string kOne = "\1\0\0\0"s;
 const std::string kTwo = "\2\0\0\0"s;
 
-/// The index directory is _path. In the transcript an operation that gives a path has it in its line.
+/// The index directory is _path. In the transcript an operation that gives a path has it in its
+/// line.
 class Directories : public FileFailures {
 protected:
     Directories() { results.clear(); }

@@ -1,5 +1,5 @@
-// Files: values to the byte, and all that can go wrong with a sound disk. What sequences of operations give is compared
-// with plain bytes in FileModelTest.
+// Files: values to the byte, and all that can go wrong with a sound disk. What sequences of
+// operations give is compared with plain bytes in FileModelTest.
 
 #include "ByteTexts.h"
 #include "FileCase.h"

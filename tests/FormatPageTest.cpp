@@ -1,5 +1,5 @@
-// docs/file-formats.md against the library: the examples of the page are built and compared byte for
-// byte.
+// docs/file-formats.md against the library: the examples of the page are built and compared byte
+// for byte.
 
 #include "OpenRTree.h"
 #include "OpenTree.h"
@@ -19,8 +19,8 @@
 
 namespace {
 
-/// The bytes of the first block "dump" below a heading: an offset, then pairs of hexadecimal digits,
-/// then text. Every offset must be the number of bytes before it.
+/// The bytes of the first block "dump" below a heading: an offset, then pairs of hexadecimal
+/// digits, then text. Every offset must be the number of bytes before it.
 Bytes ReadDumpOfPage(const std::string& iHeading) {
     std::ifstream page(GRIDLOOM_FORMAT_PAGE);
     Bytes bytes;

@@ -1,5 +1,5 @@
-// Memory files by hand: the blocks and every failure; FileModelTest has random sequences. The program supplies
-// the memory, so that it can run out and never starts as zeros.
+// Memory files by hand: the blocks and every failure; FileModelTest has random sequences. The
+// program supplies the memory, so that it can run out and never starts as zeros.
 
 #include "FileCase.h"
 

@@ -1,5 +1,5 @@
-// The command line: what is printed and traced, in its order, and what is stored; and the order in which the
-// objects of the process go.
+// The command line: what is printed and traced, in its order, and what is stored; and the order in
+// which the objects of the process go.
 
 #include "BBDMessage.h"
 #include "TemporaryFolder.h"
@@ -93,8 +93,8 @@ std::string InChild(const std::function<void()>& run) {
     return ContentOf(path);
 }
 
-/// Reads a command line whose arguments are separated by blanks; _ is the empty argument. The status and
-/// what is stored then is printed as the last line.
+/// Reads a command line whose arguments are separated by blanks; _ is the empty argument. The
+/// status and what is stored then is printed as the last line.
 void Read(PLMIdxParametersReader& reader, const std::string& line) {
     std::vector<std::string> words = {"-help"};  // the program's own name, which isn't looked at
     std::istringstream stream(line);
@@ -151,62 +151,73 @@ struct Answering : PLMIdxISpecificParametersReader {
     int nLines[3] = {};  ///< of values, texts, and whether they are mandatory
 };
 
+void RunTool(const std::string& line) {
+    Tool().Run(line);
+}
+
+/// The store has values from elsewhere when the second tool reads, and the first again.
+void RunTwoTools(const std::string& line) {
+    Tool first;
+    Tool second;
+    first.Run(line);
+    second.Run("-fast -in b -old 1");
+    first.Run("-in c");
+}
+
+void DeclareAgain(const std::string& line) {
+    Tool tool;
+    for (const char* name : {"in", "old", "c"}) {
+        EXPECT_EQ(tool.reader.DeclareParameter(name, true, true, "its own"), IDX_E_FAIL);
+        EXPECT_EQ(tool.reader.IgnoreParameter(name), IDX_E_FAIL);
+        EXPECT_EQ(tool.reader.RedirectParameter(name, &tool.connexion), IDX_E_FAIL);
+    }
+    tool.Run(line);
+}
+
+void RunMandatory(const std::string& line) {
+    PLMIdxParametersReader reader;
+    reader.DeclareParameter("in", true, false, "In");
+    reader.IgnoreParameter("old");
+    reader.DeclareParameter("hidden", true, false, "");
+    reader.DeclareParameter("fast", true, true, "Fast");
+    Read(reader, line);
+}
+
+void RunAnswering(const std::string& line) {
+    std::istringstream numbers(line);
+    Answering answering;
+    numbers >> answering.status;
+    for (int& n : answering.nLines) numbers >> n;
+    PLMIdxParametersReader reader;
+    reader.RedirectParameter("special", &answering);
+    reader.DeclareParameter("in", false, false, "In");
+    Read(reader, "-special a -special b -in x");
+}
+
+/// The blocks are the record, the buckets and the entry. A record without an entry stays.
+void DeclareWithoutMemory(const std::string&) {
+    PLMIdxParametersReader reader;
+    for (int nBlocks = 0; nBlocks < 5; ++nBlocks) {
+        newsUntilRefusal = nBlocks;
+        const long int status = reader.DeclareParameter("in", true, false, "In");
+        newsUntilRefusal = -1;
+        std::printf("%d", status == IDX_E_FAIL);
+    }
+    reader.Usage();
+}
+
 /// Tools by name: each reads a command line.
-const std::map<std::string, std::function<void(const std::string&)>> kTools = {
-    {"all kinds",                                                           [](const std::string& line) { Tool().Run(line); }},
-    {"all kinds, read by two tools",
-     [](const std::string& line) {
-         Tool first;
-         Tool second;
-         first.Run(line);
-         second.Run("-fast -in b -old 1");  // the store has a value from elsewhere
-         first.Run("-in c");
-     }                                                                                                                       },
-    {"each name declared again in each way",
-     [](const std::string& line) {
-         Tool tool;
-         for (const char* name : {"in", "old", "c"}) {
-             EXPECT_EQ(tool.reader.DeclareParameter(name, true, true, "its own"), IDX_E_FAIL);
-             EXPECT_EQ(tool.reader.IgnoreParameter(name), IDX_E_FAIL);
-             EXPECT_EQ(tool.reader.RedirectParameter(name, &tool.connexion), IDX_E_FAIL);
-         }
-         tool.Run(line);
-     }                                                                                                                       },
-    {"mandatory parameters",
-     [](const std::string& line) {
-         PLMIdxParametersReader reader;
-         reader.DeclareParameter("in", true, false, "In");
-         reader.IgnoreParameter("old");
-         reader.DeclareParameter("hidden", true, false, "");
-         reader.DeclareParameter("fast", true, true, "Fast");
-         Read(reader, line);
-     }                                                                                                                       },
-    {"a reader of its own: status, lines of values, texts and mandatories",
-     [](const std::string& line) {
-         std::istringstream words(line);
-         Answering answering;
-         words >> answering.status >> answering.nLines[0] >> answering.nLines[1] >>
-             answering.nLines[2];
-         PLMIdxParametersReader reader;
-         reader.RedirectParameter("special", &answering);
-         reader.DeclareParameter("in", false, false, "In");
-         Read(reader, "-special a -special b -in x");
-     }                                                                                                                       },
-    {"no memory for the first, second, ... block of a declaration",
-     [](const std::string&) {
-         PLMIdxParametersReader reader;
-         for (int nBlocks = 0; nBlocks < 5; ++nBlocks) {  // the record, the buckets, the entry
-             newsUntilRefusal = nBlocks;
-             const long int status = reader.DeclareParameter("in", true, false, "In");
-             newsUntilRefusal = -1;
-             std::printf("%d", status == IDX_E_FAIL);
-         }
-         reader.Usage();  // a record without a place by name stays
-     }                                                                                                                       },
+const std::map<std::string, void (*)(const std::string&)> kTools = {
+    {"all kinds",                                                           RunTool             },
+    {"all kinds, read by two tools",                                        RunTwoTools         },
+    {"each name declared again in each way",                                DeclareAgain        },
+    {"mandatory parameters",                                                RunMandatory        },
+    {"a reader of its own: status, lines of values, texts and mandatories", RunAnswering        },
+    {"no memory for the first, second, ... block of a declaration",         DeclareWithoutMemory},
 };
 
-/// tests/golden/command-line.txt has command lines after "$ ", for the tool that "== " names, each with what is
-/// printed for it. It was compared with docs/file-formats.md, "Command line".
+/// tests/golden/command-line.txt has command lines after "$ ", for the tool that "== " names, each
+/// with what is printed for it. It was compared with docs/file-formats.md, "Command line".
 TEST(CommandLine, PrintsAndStoresAsTheGoldenText) {
     const std::string golden = ContentOf(GRIDLOOM_GOLDEN_FOLDER "/command-line.txt");
     std::istringstream lines(golden);

@@ -1,5 +1,5 @@
-// Split files by hand: values in their pieces, locks as others see them, and every failure. FileModelTest has random
-// sequences with other files that share the pieces.
+// Split files by hand: values in their pieces, locks as others see them, and every failure.
+// FileModelTest has random sequences with other files that share the pieces.
 
 #include "ByteTexts.h"
 #include "FileCase.h"
@@ -124,7 +124,8 @@ TEST_F(SplitFiles, LocksAreMarkers) {
     writer.OpenWrite((_folder / "none/file").c_str());
     NOTE(_transcript, writer.Lock(0));
 
-    // A lock whose piece can't be opened stays, and so do others when the slot is used for reading then.
+    // A lock whose piece can't be opened stays, and so do others when the slot is used for reading
+    // then.
     std::filesystem::create_directory(_path + "5");
     writer.OpenWrite(_path.c_str());
     NOTE(_transcript, writer.WriteAt(5, 0, 1u));

@@ -3,8 +3,8 @@
 
 #include <cstddef>
 
-/// What the system calls on files do in this program. Dead: nothing works. Full: there is no block left, and only
-/// blocks that are there can be written. Short: a write does half of its work.
+/// What the system calls on files do in this program. Dead: nothing works. Full: there is no block
+/// left, and only blocks that are there can be written. Short: a write does half of its work.
 enum class Disk { Sound, Dead, Full, Short };
 
 /// The calls from `first` to `last`, counted from 1 on, meet such a disk; all others a sound one.

@@ -16,7 +16,8 @@ protected:
     TraceRecorder _trace;
 };
 
-/// A test on files, with a folder of its own and a transcript of what may fail, which has "DIR" for the path.
+/// A test on files, with a folder of its own and a transcript of what may fail, which has "DIR" for
+/// the path.
 class FileFailures : public testing::Test {
 protected:
     const TemporaryFolder _folder;

@@ -23,7 +23,7 @@
 namespace {
 
 constexpr std::size_t kLimit = 0x80000000u;  ///< no file reaches it
-constexpr int kPieces = 4;
+constexpr int kPieces = 3;
 constexpr int kEntries = kPieces + 2;
 constexpr std::size_t kUsualMemory = std::size_t{256} << 20U;
 
@@ -204,7 +204,9 @@ private:
         }
         for (const PlainFile& file : _files) {
             const std::size_t size = file.Size();
-            Check(file.isLost || size + FlatFile::kPage > file.flat.End(), "bytes are missing on the disk");
+            Check(
+                file.isLost || size + FlatFile::kPage > file.flat.End(),
+                "bytes are missing on the disk");
             Check(file.isLost || size <= file.flat.FarEnd(), "the disk has more than was written");
         }
         for (int i = 0; i < kPieces; ++i) {
@@ -573,7 +575,7 @@ private:
                 &Run::UseMemoryFile,
                 &Run::UseSplit,
                 &Run::UseSplit,
-                &Run::UseSplit};
+                &Run::SetPageMemory};
             (this->*kOperations[operation - 16])();
         }
     }
