@@ -61,7 +61,8 @@ private:
 
     static Box Concentric(float half) { return Box({-half, -half, -half}, {half, half, half}); }
 
-    /// Some coordinates NaN, infinite, or zeros of either sign; low and high may have changed places.
+    /// Some coordinates NaN, infinite, or zeros of either sign; low and high may have changed
+    /// places.
     Box WithOddities(Box box) {
         const float nan = std::numeric_limits<float>::quiet_NaN();
         const float infinity = std::numeric_limits<float>::infinity();
@@ -85,7 +86,8 @@ void CompareSequence(Kind kind, unsigned long seed) {
     const unsigned int maxChildren = 2 + boxes.Below(boxes.OneIn(3) ? 63 : 15);
     const unsigned int minFill =
         boxes.OneIn(2) ? maxChildren * 3 / 10 : boxes.Below(maxChildren + 2);
-    // Splits of one entry alone make a tree as high as a list is long, as do volumes without bounds.
+    // Splits of one entry alone make a tree as high as a list is long, as do volumes without
+    // bounds.
     const bool isThin = minFill >= maxChildren - 1;
     const bool isLong = kind < Huge && boxes.OneIn(15);
     const unsigned int count = boxes.Below(isThin ? 120 : isLong ? 2500 : 400);

@@ -1,5 +1,5 @@
-// The R-tree: its image in files, images that lie, and 2^32 bytes of nodes. What sequences of boxes give is for
-// RTreeRandomTest.
+// The R-tree: its image in files, images that lie, and 2^32 bytes of nodes. What sequences of boxes
+// give is for RTreeRandomTest.
 
 #include "FailingStore.h"
 #include "OpenRTree.h"
@@ -73,7 +73,7 @@ TEST(RTree, ImagesThatLie) {
         unsigned int value;
     } kCases[] = {
         {"root between nodes",               4,                    4, sound.m_root + 4   },
-        {"root behind the nodes",            4,                    4, sound.GetSize()    },
+        {"root past the nodes",              4,                    4, sound.GetSize()    },
         {"larger nodes than the size holds", 2,                    2, 5                  },
         {"no places",                        2,                    2, 0                  },
         {"one place",                        2,                    2, 1                  },
@@ -84,7 +84,7 @@ TEST(RTree, ImagesThatLie) {
         {"level that doesn't fall",          atChild + 4,          2, level              },
         {"inner node called a leaf",         atChild + 4,          2, 0                  },
         {"child is the node itself",         atRoot + 12 + kValue, 4, sound.m_root       },
-        {"child behind the nodes",           atRoot + 12 + kValue, 4, 0xFFFFFFF0u        },
+        {"child past the nodes",             atRoot + 12 + kValue, 4, 0xFFFFFFF0u        },
         {"child between nodes",              atRoot + 12 + kValue, 4, firstChild + 28    },
         {"other parent",                     atChild,              4, 0                  },
         {"other slot",                       atChild + 8,          2, 1                  },

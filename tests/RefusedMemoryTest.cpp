@@ -38,7 +38,8 @@ void* __libc_malloc(std::size_t);
 void* __libc_memalign(std::size_t, std::size_t);
 void* __libc_realloc(void*, std::size_t);
 
-// The program's own, which the library calls. Nothing here touches more than the first MiB of a block of malloc.
+// The program's own, which the library calls. Nothing here touches more than the first MiB of a
+// block of malloc.
 void* malloc(std::size_t size) {
     return IsRefused(size, true) ? nullptr : __libc_malloc(std::min<std::size_t>(size, 1u << 20));
 }
@@ -55,7 +56,8 @@ namespace {
 
 using Numbers = std::vector<unsigned int>;
 
-/// Does something, with its blocks refused or not, and gives how many numbers each of these would hold.
+/// Does something, with its blocks refused or not, and gives how many numbers each of these would
+/// hold.
 Numbers BlocksOf(bool areRefused, const std::function<void()>& action) {
     blocks.asked.reserve(4);
     blocks.areAllRefused = areRefused;
@@ -103,8 +105,9 @@ TEST(ListMemoryDeathTest, WithoutAnElementOrTheFirstBlock) {
 
 enum Start { New, Used, Loaded };
 
-/// Without a block Init, Load and the first Insert after it fail, and work when there is memory again. Later
-/// the storage grows by a smaller step, and a tree without the copy of its inner nodes is the same.
+/// Without a block Init, Load and the first Insert after it fail, and work when there is memory
+/// again. Later the storage grows by a smaller step, and a tree without the copy of its inner nodes
+/// is the same.
 TEST(RTreeMemory, AnyOneBlockRefused) {
     TraceRecorder trace;
     for (const Start start : {New, Used, Loaded}) {

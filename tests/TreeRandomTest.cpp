@@ -1,6 +1,6 @@
-// Random sequences of insertions, look-ups and openings on the stores of the identifier tree, beside the flat reference
-// (bytes) and std::map (answers). GRIDLOOM_RANDOM_TREE_FILES sets how many sequences, GRIDLOOM_TREE_KEYS how many
-// keys the long one has.
+// Random sequences of insertions, look-ups and openings on the stores of the identifier tree,
+// beside the flat reference (bytes) and std::map (answers). GRIDLOOM_RANDOM_TREE_FILES sets how
+// many sequences, GRIDLOOM_TREE_KEYS how many keys the long one has.
 
 #include "FromEnvironment.h"
 #include "OpenTree.h"
@@ -87,7 +87,8 @@ public:
 private:
     unsigned int Below(unsigned int end) { return static_cast<unsigned int>(_random()) % end; }
 
-    /// Rising, falling, or any. Short ids repeat often: they are met in leaves, in inner nodes and on their way up.
+    /// Rising, falling, or any. Short ids repeat often: they are met in leaves, in inner nodes and
+    /// on their way up.
     std::string NextId(unsigned int step) {
         if (_kind == 0) return BigEndian(step);
         if (_kind == 1) return BigEndian(1000000 - step);

@@ -1,4 +1,4 @@
-// The identifier tree: bytes worked out by hand, files that can't be opened or lie, and each read, write and comparison
+// The identifier tree: files that can't be opened or lie, and each read, write and comparison
 // that fails. What sequences of insertions give is for TreeRandomTest.
 
 #include "FailingStore.h"
@@ -11,7 +11,8 @@
 
 #include <gtest/gtest.h>
 
-/// Lengths in damaged files ask for gigabytes; the address sanitizer would mark each of their bytes.
+/// Lengths in damaged files ask for gigabytes; the address sanitizer would mark each of their
+/// bytes.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
     return "allocator_may_return_null=1:max_allocation_size_mb=256";
 }
@@ -51,7 +52,8 @@ std::string Record(unsigned int number) {
     return std::string(16, static_cast<char>('A' + number));
 }
 
-/// The file of some keys. Four rising ones make a root at 144 with the item at 72, and the leaves at 8 and 172.
+/// The file of some keys. Four rising ones make a root at 144 with the item at 72, and the leaves
+/// at 8 and 172.
 std::string FileOf(const Offsets& keys) {
     TreeReference reference(16, 8);
     for (const unsigned int key : keys) reference.Insert(Record(key), Key(key));
@@ -193,19 +195,22 @@ struct Scenario {
     }
 };
 
+// clang-format off
 const Scenario kScenarios[] = {
-    {"the first key",         {},                   Insertion,                  1                      },
-    {"a key of a leaf again", {2},                  Insertion,                  2                      },
-    {"a full root",           {1, 2, 3},            Insertion,                  4,                       true},
-    {"a key of an inner node again",                       {1, 2, 3, 4},              Insertion,      2      },
-    {"a full leaf left of an item",                       {5, 6, 7, 8, 3, 4},               Insertion, 2},
-    {"look-up in a leaf",                       {1, 2, 3, 4},                         LookUp,                 3               },
-    {"walk",                       {1, 2, 3, 4},                                      Walk,                              0},
-    {"opening of an empty file",                       {},                  Opening,                    0                      },
-    {"opening of a file that ends within a word",                       {}, Opening,   1},
+    {"the first key",                             {},                 Insertion, 1},
+    {"a key of a leaf again",                     {2},                Insertion, 2},
+    {"a full root",                               {1, 2, 3},          Insertion, 4, true},
+    {"a key of an inner node again",              {1, 2, 3, 4},       Insertion, 2},
+    {"a full leaf left of an item",               {5, 6, 7, 8, 3, 4}, Insertion, 2},
+    {"look-up in a leaf",                         {1, 2, 3, 4},       LookUp,    3},
+    {"walk",                                      {1, 2, 3, 4},       Walk,      0},
+    {"opening of an empty file",                  {},                 Opening,   0},
+    {"opening of a file that ends within a word", {},                 Opening,   1},
 };
+// clang-format on
 
-/// Runs an operation with one of its calls refused: a comparison or, in a store that was put in, a read or write.
+/// Runs an operation with one of its calls refused: a comparison or, in a store that was put in, a
+/// read or write.
 /// @return whether it made so many calls
 bool RunRefused(const Scenario& scenario, Store kind, int call, Transcript& transcript) {
     const TemporaryFolder folder;

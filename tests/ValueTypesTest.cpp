@@ -1,5 +1,5 @@
-// Value types, texts and the dictionary, and the services for directories, files, time, memory and the trace: what the
-// files, trees and readers built on them can't show by themselves.
+// Value types, texts and the dictionary, and the services for directories, files, time, memory and
+// the trace: what the files, trees and readers built on them can't show by themselves.
 
 #include "ByteTexts.h"
 #include "TemporaryFolder.h"

@@ -1,5 +1,5 @@
-// Any bytes as the file of an identifier tree, on the memory store: look-ups, a walk and insertions end, and give
-// an offset only when they succeed. The first byte says how many keys are asked for.
+// Any bytes as the file of an identifier tree, on the memory store: look-ups, a walk and insertions
+// end, and give an offset only when they succeed. The first byte says how many keys are asked for.
 
 #include "OpenTree.h"
 #include "TemporaryFolder.h"

@@ -3,8 +3,8 @@
 
 #include "IDX_WT_File.h"
 
-/// A store that counts the reads and writes that go through its virtual operations, and refuses one of them,
-/// without a trace of its own.
+/// A store that counts the reads and writes that go through its virtual operations, and refuses one
+/// of them, without a trace of its own.
 template <class Store>
 class FailingStore : public Store {
 public:

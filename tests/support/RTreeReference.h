@@ -129,7 +129,8 @@ private:
         _nodes[node.parent].entries[node.slot].box = CoverOf(at);
     }
 
-    /// Puts an entry into a node, splits those that are full, and works out the boxes up to the root.
+    /// Puts an entry into a node, splits those that are full, and works out the boxes up to the
+    /// root.
     void Put(unsigned int at, Entry entry) {
         while (_nodes[at].count == _maxChildren) {
             if (at == _root) {

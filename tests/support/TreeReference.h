@@ -4,15 +4,16 @@
 #include <cstring>
 #include <string>
 
-/// The identifier tree written down flat: one string of bytes, read and changed in place, numbers in the byte
-/// order of this machine. Slow, and without any check.
+/// The identifier tree written down flat: one string of bytes, read and changed in place, numbers
+/// in the byte order of this machine. Slow, and without any check.
 class TreeReference {
 public:
     TreeReference(unsigned int itemSize, unsigned int manifestSize) : _itemSize(itemSize) {
         Append(BytesOf(1 + 45 * 0x10000) + std::string(manifestSize - 4, '\0'));
     }
 
-    /// The file, filled up to a multiple of 4 after its last byte, as the memory store leaves it, or not.
+    /// The file, filled up to a multiple of 4 after its last byte, as the memory store leaves it,
+    /// or not.
     std::string File(bool filledUp) const { return filledUp ? _bytes : _bytes.substr(0, _end); }
 
     /// Gives the offset of the item.
@@ -84,7 +85,8 @@ private:
         return id.compare(_bytes.substr(item + _itemSize + 4, At(item + _itemSize)));
     }
 
-    /// The child at `index` is full. Its right half goes to the end of the file, its middle item into the parent.
+    /// The child at `index` is full. Its right half goes to the end of the file, its middle item
+    /// into the parent.
     void SplitChild(unsigned int parent, unsigned int index) {
         const unsigned int node = At(parent + 4 * index);
         const unsigned int middle = At(node + kItems + 4);

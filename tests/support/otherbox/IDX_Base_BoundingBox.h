@@ -5,8 +5,9 @@
 
 #include <initializer_list>
 
-/// A class of boxes in the place of ours, as another library might have it: its six floats lie otherwise, nothing says
-/// how, and a copy is an operation of its own. Nobody but the reference may look into it.
+/// A class of boxes in the place of ours, as another library might have it: its six floats lie
+/// otherwise, nothing says how, and a copy is an operation of its own. Nobody but the reference may
+/// look into it.
 class IDX_Base_BoundingBox {
 public:
     IDX_Base_BoundingBox() : IDX_Base_BoundingBox({0, 0, 0}, {0, 0, 0}) {}
