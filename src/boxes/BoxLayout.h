@@ -1,9 +1,9 @@
 #ifndef BoxLayout_h
 #define BoxLayout_h
 
-#include "formats/UnalignedMemory.h"
-
 #include "IDX_Base_BoundingBox.h"
+
+#include "formats/UnalignedMemory.h"
 
 #include <array>
 #include <cstring>

@@ -93,7 +93,8 @@ VertexCode OctreeLattice::CodeOf(FourFloats iPoint) const {
 /// The cells of the vertices, as columns, rows and layers. A vertex that has no such integers gives
 /// a negative number.
 /// @return a mask of the axes on which each vertex is inside its cell by more than the margin
-inline FourFloats OctreeLattice::PlacesOf(const FourFloats (&iVertices)[3], __m128i (&oPlaces)[3]) const {
+inline FourFloats OctreeLattice::PlacesOf(
+    const FourFloats (&iVertices)[3], __m128i (&oPlaces)[3]) const {
     FourFloats inside = _mm_castsi128_ps(_mm_set1_epi32(-1));
     for (unsigned int i = 0; i < 3; ++i) {
         const FourFloats place = (iVertices[i] - _origin) * _scale;

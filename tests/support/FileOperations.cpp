@@ -500,9 +500,14 @@ private:
     void AppendToSplit() {
         int piece = _current;
         if (!TouchPiece(piece)) return;
-        if (Limit() != 0 && _entries[piece].size >= Limit() && !TouchPiece(++piece)) return;
+        const auto isAtLimit = [&] { return Limit() != 0 && _entries[piece].size >= Limit(); };
+        if (isAtLimit()) {
+            // With one slot the piece is opened again, and a size that a refused write left is gone.
+            if (!TouchPiece(piece + 1) || !TouchPiece(piece)) return;
+            if (isAtLimit() && !TouchPiece(++piece)) return;
+        }
         const std::size_t offset = _entries[piece].size;
-        if (Limit() != 0 && offset >= Limit()) return;  // this model goes one piece on at most
+        if (isAtLimit()) return;  // this model goes one piece on at most
         _current = piece;
         const std::string data = Data(Size());
         unsigned int part = 0;
