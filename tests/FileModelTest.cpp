@@ -1,5 +1,4 @@
-// Random operations on files beside plain bytes (FileOperations.h), on sound disks and on disks
-// that fail at each call.
+// Random operations on files beside plain bytes (FileOperations.h), on sound disks and on disks that fail at each call.
 
 #include "FailingCalls.h"
 #include "FileOperations.h"
@@ -28,7 +27,7 @@ protected:
 }  // namespace
 
 TEST_P(FileModel, OnSoundAndChangingDisks) {
-    const unsigned long nRuns = FromEnvironment("GRIDLOOM_FILE_RUNS", 240);
+    const unsigned long nRuns = FromEnvironment("GRIDLOOM_FILE_RUNS", 160);
     for (unsigned int seed = 0; seed < nRuns && !HasFailure(); ++seed) {
         SCOPED_TRACE(seed);
         unsigned int may = seed % 8 == 0 ? kFarOffsets : 0u;

@@ -1,6 +1,5 @@
-// Random operations on real file systems with hardly a block left (FileOperations.h): each write
-// that was taken is in the file, also when the disk has been taken off and put on again. Needs the
-// right to mount.
+// Random operations on real file systems with hardly a block left (FileOperations.h): each write that was taken is in
+// the file, also when the disk has been taken off and put on again. Needs the right to mount.
 
 #include "FileOperations.h"
 #include "TemporaryFolder.h"
@@ -52,9 +51,8 @@ protected:
 
     bool IsInMemory() const { return *GetParam().make == '\0'; }
 
-    /// Leaves blocks for some bytes. Before that the first file gets blocks ready after its end, so
-    /// that its size in blocks says nothing of its holes; and, where the file system can, another
-    /// file shares its blocks.
+    /// Leaves blocks for some bytes. Before that the first file gets blocks ready after its end, so that its size in blocks says
+    /// nothing of its holes; and, where the file system can, another file shares its blocks.
     void FillUp(off_t left) const {
         const std::string first = _root + "/p0";
         const int file = open(first.c_str(), O_RDWR);
@@ -73,7 +71,7 @@ protected:
 
     std::string AllFiles() const {
         std::string all;
-        for (const char* name : {"/p0", "/p1", "/p2"}) all += ContentOf(_root + name) + '\n';
+        for (const char* name : {"/p0", "/p1", "/p2", "/p3"}) all += ContentOf(_root + name) + '\n';
         return all;
     }
 

@@ -23,7 +23,7 @@
 namespace {
 
 constexpr std::size_t kLimit = 0x80000000u;  ///< no file reaches it
-constexpr int kPieces = 3;
+constexpr int kPieces = 4;
 constexpr int kEntries = kPieces + 2;
 constexpr std::size_t kUsualMemory = std::size_t{256} << 20U;
 
@@ -204,9 +204,7 @@ private:
         }
         for (const PlainFile& file : _files) {
             const std::size_t size = file.Size();
-            Check(
-                file.isLost || size + FlatFile::kPage > file.flat.End(),
-                "bytes are missing on the disk");
+            Check(file.isLost || size + FlatFile::kPage > file.flat.End(), "bytes are missing on the disk");
             Check(file.isLost || size <= file.flat.FarEnd(), "the disk has more than was written");
         }
         for (int i = 0; i < kPieces; ++i) {
@@ -500,14 +498,9 @@ private:
     void AppendToSplit() {
         int piece = _current;
         if (!TouchPiece(piece)) return;
-        const auto isAtLimit = [&] { return Limit() != 0 && _entries[piece].size >= Limit(); };
-        if (isAtLimit()) {
-            // With one slot the piece is opened again, and a size that a refused write left is gone.
-            if (!TouchPiece(piece + 1) || !TouchPiece(piece)) return;
-            if (isAtLimit() && !TouchPiece(++piece)) return;
-        }
+        if (Limit() != 0 && _entries[piece].size >= Limit() && !TouchPiece(++piece)) return;
         const std::size_t offset = _entries[piece].size;
-        if (isAtLimit()) return;  // this model goes one piece on at most
+        if (Limit() != 0 && offset >= Limit()) return;  // this model goes one piece on at most
         _current = piece;
         const std::string data = Data(Size());
         unsigned int part = 0;
@@ -580,7 +573,7 @@ private:
                 &Run::UseMemoryFile,
                 &Run::UseSplit,
                 &Run::UseSplit,
-                &Run::SetPageMemory};
+                &Run::UseSplit};
             (this->*kOperations[operation - 16])();
         }
     }

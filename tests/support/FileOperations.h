@@ -7,14 +7,12 @@
 #include <string>
 #include <vector>
 
-/// Takes operations on files out of any bytes, and does them with the library beside plain bytes
-/// (FlatFile): several objects that share files under several names, a memory file, a split file,
-/// other processes that write, and disks that fail (FailingCalls). The bytes:
+/// Takes operations on files out of any bytes, and does them with the library beside plain bytes (FlatFile):
+/// several objects that share files under several names, a memory file, a split file, other
+/// processes that write, and disks that fail (FailingCalls). The bytes:
 ///
-///     memory for pages; bytes that the first file has;
-///     what may happen, 2 bytes (kMoreDisks and so on);
-///     kind of disk; good calls before, 2 bytes; calls that meet it, 255: all
-///     then the operations
+///     memory for pages; bytes that the first file has; what may happen, 2 bytes (kMoreDisks and so on);
+///     kind of disk; good calls before, 2 bytes; calls that meet it, 255: all    then the operations
 ///
 /// @param folder  an empty one, or that of a run before
 /// @param fillUp  leaves no block on the disk of the folder; empty: there are enough for all writes

@@ -9,12 +9,11 @@
 #include <utility>
 #include <vector>
 
-/// A file as plain bytes: what a process wrote to it, and how sure each byte is. Bytes that nobody
-/// wrote are 0.
+/// A file as plain bytes: what a process wrote to it, and how sure each byte is. Bytes that nobody wrote are 0.
 class FlatFile {
 public:
-    /// Held: written, and maybe not on the disk yet. Open: a refused write left open what the byte
-    /// is. Foreign: written by others; who has the file open may still read what was there before.
+    /// Held: written, and maybe not on the disk yet. Open: a refused write left open what the byte is.
+    /// Foreign: written by others; who has the file open may still read what was there before.
     enum Mark : unsigned char { Held = 1, Open = 2, Foreign = 4 };
 
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
@@ -68,8 +67,7 @@ public:
         for (const auto& page : _pages) Clear(page.first * kPage, kPage, Foreign);
     }
 
-    /// The first byte that differs from what was read, but for those with one of the marks; kNone
-    /// when there is none.
+    /// The first byte that differs from what was read, but for those with one of the marks; kNone when there is none.
     std::size_t FirstDifference(std::size_t offset, const std::string& data, int except) const {
         static const Page none = {};
         for (std::size_t i = 0; i < data.size();) {
@@ -108,8 +106,7 @@ private:
         unsigned char marks[kPage] = {};
     };
 
-    /// Calls a function with each page of a range: where the range starts in it, how much lay
-    /// before, how much is in it.
+    /// Calls a function with each page of a range: where the range starts in it, how much lay before, how much is in it.
     template <class Function>
     void ForPages(std::size_t offset, std::size_t size, const Function& function) {
         for (std::size_t i = 0; i < size;) {
