@@ -204,7 +204,9 @@ private:
         }
         for (const PlainFile& file : _files) {
             const std::size_t size = file.Size();
-            Check(file.isLost || size + FlatFile::kPage > file.flat.End(), "bytes are missing on the disk");
+            Check(
+                file.isLost || size + FlatFile::kPage > file.flat.End(),
+                "bytes are missing on the disk");
             Check(file.isLost || size <= file.flat.FarEnd(), "the disk has more than was written");
         }
         for (int i = 0; i < kPieces; ++i) {
