@@ -6,6 +6,7 @@
 
 #include "IDX_WT_File.h"
 #include "IDX_WT_Identifier.h"
+#include "IDX_WT_MemFile.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -194,6 +195,17 @@ TEST_F(Files, ASizeLimitRefusesTheWriteThatMeetsIt) {
     NOTE(_transcript, _file.Write(record.data(), 26));
     EXPECT_EQ(_file.GetSize(), 357u * 28);
     EXPECT_EQ(std::filesystem::file_size(_path), 10000u);
+}
+
+TEST_F(Files, ReadsWhatAMemoryFileHasWrittenBack) {
+    SetContent(_path, std::string(8192, '.'));
+    _file.OpenWrite(_path.c_str());
+    EXPECT_EQ(Read<unsigned int>(4096), 0x2E2E2E2Eu);
+    IDX_WT_MemFile memory;
+    NOTE(_transcript, memory.OpenWrite(_path.c_str()));
+    NOTE(_transcript, memory.WriteAt(4096, 7u));
+    NOTE(_transcript, memory.Close());
+    EXPECT_EQ(Read<unsigned int>(4096), 7u);
 }
 
 /// A child of fork goes on with what it has inherited after its parent has written newer bytes.
