@@ -243,7 +243,9 @@ TEST_F(Directories, ASwapBringsAllFilesToTheDiskFirst) {
     if (ContentOf(path)[0] == 'l') return;  // nothing is held on this file system
     {
         const FileSizeLimit none(0);
+        TraceRecorder trace;
         EXPECT_EQ(directory.SwapIndexPath(), IDX_E_FAIL);
+        EXPECT_EQ(trace.Take(), Lines{"PLMIdxDirectory.Swap3DIndexPath.Flush"});
     }
     EXPECT_EQ(ContentOf(_redirecting), kOne);
     EXPECT_EQ(directory.SwapIndexPath(), IDX_S_OK);
