@@ -7,6 +7,7 @@
 #include "IDX_WT_File.h"
 #include "IDX_WT_Identifier.h"
 #include "IDX_WT_MemFile.h"
+#include "IdxFile.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -210,7 +211,7 @@ TEST_F(Files, ReadsWhatAMemoryFileHasWrittenBack) {
 
 /// A child of fork goes on with what it has inherited after its parent has written newer bytes.
 TEST_F(Files, AForkNeverWritesWhatItInherited) {
-    for (const char step : {'n', 'r', 'f', 'c', 'w'}) {
+    for (const char step : {'n', 'r', 'f', 'c', 'w', 'p'}) {
         SCOPED_TRACE(step);
         SetContent(_path, std::string(8192, '.'));
         _file.OpenWrite(_path.c_str());
@@ -224,6 +225,7 @@ TEST_F(Files, AForkNeverWritesWhatItInherited) {
             if (step == 'r') good = _file.ReadAt(0, &byte, 1) == IDX_True && byte == 'n';
             if (step == 'f') _file.Flush();
             if (step == 'c') _file.Close();
+            if (step == 'p') IdxFile::SetPageMemory(0);
             if (step == 'w') good = _file.WriteAt(16, "own", 3) == IDX_True;
             std::exit(good ? 0 : 1);  // closes its files
         }
