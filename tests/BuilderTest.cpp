@@ -82,6 +82,7 @@ const struct {
     {"unused point far away",  IDX_S_OK,   3, 512, [](Mesh& m) { m.points.push_back({9e9f, kInf, kNan}); }},
     {"triangles without area", IDX_S_OK,   3, 512, [](Mesh& m) { m.AddFace(0, 0, 1); m.AddFace(3, 3, 3); }},
     {"all points equal",       IDX_S_OK,   2, 1,   [](Mesh& m) { m.points.assign(8, {5, 6, 7}); }},
+    {"the last point NaN",     IDX_S_OK,   3, 512, [](Mesh& m) { m.points.push_back({kNan, kNan, kNan}); m.AddFace(0, 7, 8); }},
     {"all points NaN",         IDX_S_OK,   2, 1,   [](Mesh& m) { m.points.assign(8, {kNan, kNan, kNan}); }},
     {"wider than a float",     IDX_S_OK,   3, 1,   [](Mesh& m) { m = BoxMesh({-kMax, -kMax, -kMax}, {kMax, kMax, kMax}); }},
     {"infinite",               IDX_S_OK,   3, 1,   [](Mesh& m) { m.points[7] = {kInf, 1, 1}; m.points[0] = {0, -kInf, 0}; }},
