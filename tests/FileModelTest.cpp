@@ -7,6 +7,7 @@
 
 #include "IDX_Base_Trace.h"
 #include "IDX_WT_File.h"
+#include "IdxFile.h"
 
 #include <gtest/gtest.h>
 
@@ -80,4 +81,19 @@ TEST(EndOfTheProcess, WritesWhatWaitsOrTracesThatItCannot) {
         "^(IDX_WT_File.Close.fclose|nothing is held here)");
     EXPECT_EXIT(child(Disk::Sound), testing::ExitedWithCode(0), "^(nothing is held here)?$");
     EXPECT_EQ(ContentOf(path), std::string(100, '.') + "new" + std::string(8089, '.'));
+}
+
+TEST(PageMemory, LessOfItLosesNothingOnADeadDisk) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "file";
+    SetContent(path, std::string(8192, '.'));
+    IDX_WT_File file;
+    ASSERT_EQ(file.OpenWrite(path.c_str()), IDX_True);
+    ASSERT_EQ(file.WriteAt(100, "new", 3), IDX_True);  // waits, where it may
+    failingCalls.Start(Disk::Dead, 0, 1000000);
+    IdxFile::SetPageMemory(0);
+    failingCalls.Stop();
+    IdxFile::SetPageMemory(std::size_t{256} << 20U);
+    file.Close();
+    EXPECT_EQ(ContentOf(path).substr(100, 3), "new");
 }

@@ -243,3 +243,18 @@ TEST_F(Files, AForkNeverWritesWhatItInherited) {
         EXPECT_TRUE(ContentOf(_path) == expected);
     }
 }
+
+TEST_F(Files, ADeathLosesLessThanAPageOfAppends) {
+    std::string expected;
+    for (unsigned int i = 0; i < 7000; ++i) expected += std::to_string(100000 + i) + "\n\0"s;
+    const auto child = [&] {
+        static auto* const file = new IDX_WT_File;  // left open
+        file->OpenWrite(_path.c_str());
+        for (int i = 0; i < 7000; ++i) file->Write(expected.data() + 8 * i, 7);
+        std::raise(SIGKILL);
+    };
+    EXPECT_EXIT(child(), testing::KilledBySignal(SIGKILL), "");
+    const std::string content = ContentOf(_path);
+    EXPECT_TRUE(expected.starts_with(content));
+    EXPECT_GT(content.size() + 4096, expected.size());
+}

@@ -150,7 +150,7 @@ TEST(WorkingID, IsEqualByItsObjectIDAndGivesItsTypeAsAText) {
 
 TEST(WorkingIDDeathTest, WrongSizesEndTheProcess) {
     const testing::KilledBySignal aborted(SIGABRT);
-    for (const std::size_t size : {15, 17, 31, 33}) {
+    for (const std::size_t size : {15U, 17U, 31U, 33U}) {
         const IDX_Base_ByteArray wrong = ArrayOf(std::string(size, 'x'));
         IDXWorkingID ids[] = {SampleID(), SampleID()};
         ids[0].SetObjectID(wrong);

@@ -21,7 +21,9 @@ std::string WordsIn(const VEXListValIDXWorkingID& list) {
     list.Array(array.data());
     for (int i = 1; i <= list.Size(); ++i) {
         words += TextOf(list[i].GetLogicalID()) + ' ';
-        EXPECT_EQ(TextOf(array[i - 1u].GetLogicalID()), TextOf(list[i].GetLogicalID()));
+        EXPECT_EQ(
+            TextOf(array[static_cast<std::size_t>(i) - 1].GetLogicalID()),
+            TextOf(list[i].GetLogicalID()));
     }
     return words;
 }

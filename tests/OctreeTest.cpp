@@ -266,7 +266,7 @@ TEST(Octrees, AWalkAddsToTheRecordsOfAnyTwoPlaces) {
 TEST(Octrees, AFullBlockAndTheFullOctree) {
     const TwoBranches source;
     Transcript transcript;
-    for (const unsigned int block : {48, 47, 23}) {
+    for (const unsigned int block : {48U, 47U, 23U}) {
         const ArenaSize arena(block);
         OpenWriter writer;
         NOTE(transcript, writer.ConstructFrom(source));

@@ -479,7 +479,8 @@ private:
             return false;
         }
         const unsigned int size = _split->GetSize(static_cast<unsigned int>(piece));
-        _lastSlot = isHit ? hit - _slots.begin() : (_lastSlot + 1) % std::ssize(_slots);
+        _lastSlot = isHit ? static_cast<std::size_t>(hit - _slots.begin())
+                          : (_lastSlot + 1) % _slots.size();
         if (!isHit) {
             ReleaseSlot(_slots[_lastSlot], _trace.Take());
             _slots[_lastSlot] = piece;
@@ -511,7 +512,7 @@ private:
         Wrote(
             _entries[piece], offset, data, true, result,
             {"IDX_WT_SplittedFile.Write.IDX_WT_File.Write"});
-        const bool isThere = part == Narrow(piece) && at == offset;
+        const bool isThere = part == static_cast<unsigned int>(piece) && at == offset;
         Check(result == IDX_True ? isThere : part + at == 0, "the place of an append");
     }
 
@@ -528,8 +529,8 @@ private:
         } else if (TouchPiece(piece)) {
             const std::size_t offset = Offset(_entries[piece].size);
             const std::string data = Data(Size());
-            const IDX_Bool result =
-                _split->WriteAt(Narrow(piece), Narrow(offset), data.data(), Narrow(data.size()));
+            const IDX_Bool result = _split->WriteAt(
+                static_cast<unsigned int>(piece), Narrow(offset), data.data(), Narrow(data.size()));
             Wrote(
                 _entries[piece], offset, data, false, result,
                 {"IDX_WT_SplittedFile.WriteAt.IDX_WT_File.WriteAt"});
@@ -620,7 +621,7 @@ private:
     std::string _base;
     bool _isSplitOpen = false;
     std::vector<int> _slots;  ///< the pieces in them; -1 for none
-    std::ptrdiff_t _lastSlot = 0;
+    std::size_t _lastSlot = 0;
     int _current = 0;  ///< piece that takes appends
 };
 
