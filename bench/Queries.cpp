@@ -38,8 +38,8 @@ IDX_Base_BoundingBox BoxOfPoints(const std::vector<IDX_Point>& iPoints) {
     return box;
 }
 
-void Require(const std::string& iFailure) {
-    if (!iFailure.empty()) throw std::runtime_error(iFailure);
+void Require(const Status& iStatus) {
+    if (iStatus.Failed()) throw std::runtime_error(iStatus.Text());
 }
 
 void AddCopy(IndexWriter& ioWriter, Mesh iMesh, const IDX_Point& iMove, const std::string& iName) {
@@ -57,7 +57,8 @@ void AddCopy(IndexWriter& ioWriter, Mesh iMesh, const IDX_Point& iMove, const st
     part.image = image.get();
     part.box = BoxOfPoints(iMesh.points);
     part.nTriangles = static_cast<std::uint32_t>(iMesh.triangles.size());
-    Require(OctreeImage::Check(image.get(), part.imageSize, part.nOccupied).Text());
+    const Damage damage = OctreeImage::Check(image.get(), part.imageSize, part.nOccupied);
+    if (damage) throw std::runtime_error(damage.Text());
     Require(ioWriter.Add(part));
 }
 
@@ -83,7 +84,10 @@ void WriteIndex(const std::string& iFolder, const Mesh& iMesh) {
 class PointSource {
 public:
     explicit PointSource(const PartIndex& iIndex) {
-        iIndex.ForEach([&](const StoredPart& part) { _boxes.push_back(BoxOf(part.record.box)); });
+        Require(iIndex.ForEach([&](const StoredPart& part) {
+            _boxes.push_back(BoxOf(part.record.box));
+            return Status();
+        }));
     }
 
     Point Next() {
@@ -101,52 +105,76 @@ private:
     std::mt19937_64 _random{1};
 };
 
-/// The index in a folder, its octrees examined.
-PartIndex OpenExamined(const std::string& iFolder) {
-    PartIndex index(iFolder);
-    index.ForEach([&](const StoredPart& part) { index.OctreeOf(part); });
-    return index;
+/// Opens the index in a folder and examines its octrees.
+void OpenExamined(const std::string& iFolder, PartIndex& oIndex) {
+    Require(oIndex.Open(iFolder));
+    Require(oIndex.ForEach([&](const StoredPart& part) {
+        const PLMIdxIBaseOctree* octree = nullptr;
+        return oIndex.OctreeOf(part, octree);
+    }));
 }
 
-using Question = std::function<std::size_t(const PartIndex&, const Point&, std::size_t iNumber)>;
+/// Asks once. The number of parts that answer is added up, so that no answer is left out.
+using Question = std::function<Status(
+    const PartIndex&, const Point&, std::size_t iNumber, std::size_t& ioAnswers)>;
 
 /// Asks many times, each time at another place, and notes how long each answer took.
 void Ask(benchmark::State& ioState, const std::string& iFolder, const Question& iQuestion) {
     using Clock = std::chrono::steady_clock;
-    const PartIndex index = OpenExamined(iFolder);
+    PartIndex index;
+    OpenExamined(iFolder, index);
+    std::size_t nAnswers = 0;
     std::vector<double> times;
     for (auto _ : ioState) {
         PointSource points(index);
         for (std::size_t i = 0; i < kQuestions; ++i) {
             const Point point = points.Next();
             const Clock::time_point start = Clock::now();
-            benchmark::DoNotOptimize(iQuestion(index, point, i));
+            const Status status = iQuestion(index, point, i, nAnswers);
             const std::chrono::duration<double, std::micro> time = Clock::now() - start;
             times.push_back(time.count());
+            Require(status);
         }
     }
+    benchmark::DoNotOptimize(nAnswers);
     std::sort(times.begin(), times.end());
     ioState.counters["median us"] = times[times.size() / 2];
     ioState.counters["99 of 100 us"] = times[times.size() * 99 / 100];
 }
 
-const std::vector<std::pair<std::string, Question>>& Questions() {
-    static const std::vector<std::pair<std::string, Question>> questions = {
-        {"identifier",
-         [](const PartIndex& index,               const Point&,       std::size_t number) {
-             const std::string name = "part" + std::to_string(number % index.CountParts());
-             return FindByName(index, name).size();
-         }      },
-        {"box",
-         [](const PartIndex& index,               const Point& point, std::size_t) {
-             return FindInBox(index, {point, point}).size();
-         }},
-        {"point",      [](const PartIndex& index, const Point& point,
-         std::size_t) { return FindAt(index, point).size(); }                  },
-        {"nearest",    [](const PartIndex& index, const Point& point,
-         std::size_t) { return FindNearest(index, point, 1).size(); }          },
+/// A question out of one that fills a list.
+template <class List, class Find>
+Question Counting(const Find& iFind) {
+    return [iFind](
+               const PartIndex& iIndex, const Point& iPoint, std::size_t iNumber,
+               std::size_t& ioAnswers) {
+        List found;
+        const Status status = iFind(iIndex, iPoint, iNumber, found);
+        ioAnswers += found.size();
+        return status;
     };
-    return questions;
+}
+
+std::vector<std::pair<std::string, Question>> Questions() {
+    const auto byName = [](const PartIndex& index, const Point&, std::size_t number, Parts& found) {
+        return FindByName(index, "part" + std::to_string(number % index.CountParts()), found);
+    };
+    const auto inBox = [](const PartIndex& index, const Point& point, std::size_t, Parts& found) {
+        return FindInBox(index, {point, point}, found);
+    };
+    const auto at = [](const PartIndex& index, const Point& point, std::size_t, Parts& found) {
+        return FindAt(index, point, found);
+    };
+    const auto nearest = [](const PartIndex& index, const Point& point, std::size_t,
+                            std::vector<NearPart>& found) {
+        return FindNearest(index, point, 1, found);
+    };
+    return {
+        {"identifier", Counting<Parts>(byName)                 },
+        {"box",        Counting<Parts>(inBox)                  },
+        {"point",      Counting<Parts>(at)                     },
+        {"nearest",    Counting<std::vector<NearPart>>(nearest)}
+    };
 }
 
 void Main() {
@@ -156,7 +184,7 @@ void Main() {
     TableReporter reporter("question", {});
     for (const auto& [name, question] : Questions()) {
         reporter.Announce(name, {"median us", "99 of 100 us"});
-        const auto run = [&folder, &ask = question](benchmark::State& ioState) {
+        const auto run = [&folder, ask = question](benchmark::State& ioState) {
             Ask(ioState, folder.path, ask);
         };
         benchmark::RegisterBenchmark((name + "/ask").c_str(), run)->Iterations(3);

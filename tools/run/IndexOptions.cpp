@@ -74,8 +74,9 @@ void AddLimits(PipelineSettings& ioSettings, Program& ioProgram) {
          "Processor time that the build of one part may take; ten times as long on the clock."},
         1, kMostSeconds, ioSettings.build.seconds));
     ioProgram.Add(WholeNumber(
-        {"import-seconds", "S", "The same for the import of one file."}, 1, kMostSeconds,
-        ioSettings.import.seconds));
+        {"import-seconds", "S",
+         "Processor time that the import of one file may take; ten times as long on the clock."},
+        1, kMostSeconds, ioSettings.import.seconds));
     ioProgram.Add(WholeNumber(
         {"import-memory", "MIB", "Memory (address space) that the import of one file may use."}, 1,
         kMostMemoryMiB, ioSettings.import.memoryMiB));
